@@ -1,0 +1,114 @@
+#include "platform/errors/catalog.h"
+
+#include <dlfcn.h>
+#include <simdjson.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <locale>
+#include <map>
+#include <optional>
+#include <unordered_map>
+
+#include "platform/text/conversion.h"
+
+namespace fl::i18n {
+namespace {
+
+using Texts = std::unordered_map<std::string, std::u16string>;
+
+/// The catalog folder of this installation: ../share/tavlox/catalog, seen from the library (or, where the
+/// platform is linked in statically, from the program).
+const std::filesystem::path& catalogFolder() {
+  static const std::filesystem::path folder = [] {
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<const void*>(&catalogText), &self) == 0 || self.dli_fname == nullptr) {
+      return std::filesystem::path();
+    }
+    std::error_code ignored;
+    const auto library = std::filesystem::weakly_canonical(self.dli_fname, ignored);
+    return library.parent_path().parent_path() / "share" / "tavlox" / "catalog";
+  }();
+  return folder;
+}
+
+/// A file that is missing or broken gives no texts: a message must never fail because of its wording.
+Texts readTexts(const std::filesystem::path& file) {
+  Texts texts;
+  simdjson::dom::parser parser;
+  simdjson::dom::object root;
+  if (parser.load(file.string()).get(root) != simdjson::SUCCESS) return texts;
+  for (const auto& [key, value] : root) {
+    std::string_view text;
+    if (value.get(text) == simdjson::SUCCESS) texts.emplace(key, to_ustring_lossy(text));
+  }
+  return texts;
+}
+
+const std::u16string* findText(const std::string& language, const std::string& catalog, const std::string& key) {
+  static std::map<std::pair<std::string, std::string>, Texts> read;
+  const auto [entry, isNew] = read.try_emplace({language, catalog});
+  if (isNew) entry->second = readTexts(catalogFolder() / language / (catalog + ".json"));
+  const auto text = entry->second.find(key);
+  return text == entry->second.end() ? nullptr : &text->second;
+}
+
+const std::u16string* findText(std::string_view identifier) {
+  const std::size_t colon = identifier.find(':');
+  if (colon == std::string_view::npos) return nullptr;
+  const std::string catalog(identifier.substr(0, colon)), key(identifier.substr(colon + 1));
+  for (const std::string& language : languagesOf(std::locale().name())) {
+    if (const std::u16string* text = findText(language, catalog, key)) return text;
+  }
+  return nullptr;
+}
+
+/// The number of the place that starts at `at` ("{0}" to "{9}"), if one does.
+std::optional<std::size_t> placeAt(std::u16string_view text, std::size_t at) {
+  if (text.size() - at < 3 || text[at] != u'{' || text[at + 2] != u'}') return std::nullopt;
+  if (text[at + 1] < u'0' || text[at + 1] > u'9') return std::nullopt;
+  return text[at + 1] - u'0';
+}
+
+std::u16string fill(std::u16string_view text, const std::vector<std::u16string>& arguments) {
+  std::u16string filled;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto place = placeAt(text, at);
+    if (!place) {
+      filled += text[at];
+      continue;
+    }
+    if (*place < arguments.size()) filled += arguments[*place];
+    at += 2;
+  }
+  return filled;
+}
+
+std::u16string withoutText(std::string_view identifier, const std::vector<std::u16string>& arguments) {
+  std::u16string text = to_ustring_lossy(identifier);
+  for (std::size_t i = 0; i < arguments.size(); ++i) text += (i == 0 ? u": " : u", ") + arguments[i];
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string> languagesOf(std::string_view localeName) {
+  std::vector<std::string> languages;
+  const std::string_view region = localeName.substr(0, localeName.find_first_of(".@;"));
+  const std::string_view language = region.substr(0, region.find('_'));
+  // A locale's name may hold anything; only what looks like a language names a folder.
+  const bool usable = !language.empty() && std::all_of(region.begin(), region.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '_';
+  });
+  if (usable) languages = {std::string(region), std::string(language)};
+  languages.emplace_back("en");
+  return languages;
+}
+
+std::u16string catalogText(std::string_view identifier, const std::vector<std::u16string>& arguments) {
+  const std::u16string* text = findText(identifier);
+  return text != nullptr ? fill(*text, arguments) : withoutText(identifier, arguments);
+}
+
+}  // namespace fl::i18n

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fl::i18n {
+
+/// The text of a message identifier "catalog:component:key" with its places {0}, {1}, … filled.
+///
+/// Texts are data: catalog/LANGUAGE/CATALOG.json beside the platform library maps "component:key" to a text.
+/// The language is that of the C++ global locale at the call ("de_DE.UTF-8" asks for de_DE, then de), with
+/// English behind it. A message without a text anywhere reads "identifier: argument, argument".
+std::u16string catalogText(std::string_view identifier, const std::vector<std::u16string>& arguments = {});
+
+/// The language folders that a locale name asks for, best first, "en" last.
+std::vector<std::string> languagesOf(std::string_view localeName);
+
+}  // namespace fl::i18n

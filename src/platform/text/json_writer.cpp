@@ -1,0 +1,118 @@
+#include "platform/text/json_writer.h"
+
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "platform/text/conversion.h"
+
+namespace fl::i18n {
+namespace {
+
+void appendUnicodeEscape(std::string& text, unsigned unit) {
+  constexpr char kHex[] = "0123456789abcdef";
+  text += "\\u";
+  for (int shift = 12; shift >= 0; shift -= 4) text += kHex[(unit >> shift) & 0xF];
+}
+
+template <class Number>
+void appendNumber(std::string& text, Number number) {
+  char digits[32];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  text.append(digits, end);
+}
+
+}  // namespace
+
+void JsonWriter::separate() {
+  if (std::exchange(afterMember_, false) || hasElements_.empty()) return;
+  if (hasElements_.back()) text_ += ',';
+  hasElements_.back() = true;
+}
+
+JsonWriter& JsonWriter::open(char bracket) {
+  separate();
+  text_ += bracket;
+  hasElements_.push_back(false);
+  return *this;
+}
+
+JsonWriter& JsonWriter::close(char bracket) {
+  text_ += bracket;
+  hasElements_.pop_back();
+  return *this;
+}
+
+JsonWriter& JsonWriter::beginObject() { return open('{'); }
+JsonWriter& JsonWriter::endObject() { return close('}'); }
+JsonWriter& JsonWriter::beginArray() { return open('['); }
+JsonWriter& JsonWriter::endArray() { return close(']'); }
+
+JsonWriter& JsonWriter::member(std::string_view name) {
+  value(name);
+  text_ += ':';
+  afterMember_ = true;
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(std::string_view narrow) {
+  separate();
+  text_ += '"';
+  appendEscaped(narrow);
+  text_ += '"';
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(std::u16string_view text) {
+  if (is_well_formed(text)) return value(std::string_view(to_string(text)));
+  separate();
+  text_ += '"';
+  for (const char16_t unit : text) appendUnicodeEscape(text_, unit);
+  text_ += '"';
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(bool logical) {
+  separate();
+  text_ += logical ? "true" : "false";
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(std::int64_t number) {
+  separate();
+  appendNumber(text_, number);
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(std::uint64_t number) {
+  separate();
+  appendNumber(text_, number);
+  return *this;
+}
+
+JsonWriter& JsonWriter::value(double number) {
+  separate();
+  if (std::isfinite(number)) {
+    appendNumber(text_, number);
+  } else {
+    text_ += "null";
+  }
+  return *this;
+}
+
+std::string JsonWriter::take() { return std::exchange(text_, {}); }
+
+void JsonWriter::appendEscaped(std::string_view narrow) {
+  for (const char c : narrow) {
+    if (c == '"' || c == '\\') {
+      text_ += '\\';
+      text_ += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      appendUnicodeEscape(text_, static_cast<unsigned char>(c));
+    } else {
+      text_ += c;
+    }
+  }
+}
+
+}  // namespace fl::i18n

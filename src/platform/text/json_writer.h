@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fl::i18n {
+
+/// Writes one JSON document (RFC 8259) into a text, front to back. Calls nest as the document does:
+/// `beginObject(); member("id"); value(1); endObject();`. Commas are put in where they belong.
+class JsonWriter {
+ public:
+  JsonWriter& beginObject();
+  JsonWriter& endObject();
+  JsonWriter& beginArray();
+  JsonWriter& endArray();
+
+  /// The name of the member whose value follows.
+  JsonWriter& member(std::string_view name);
+
+  /// UTF-8 must be well-formed; a lone surrogate of UTF-16 is written as its escape.
+  JsonWriter& value(std::string_view narrow);
+  JsonWriter& value(std::u16string_view text);
+  JsonWriter& value(const char* narrow) { return value(std::string_view(narrow)); }
+  JsonWriter& value(bool logical);
+  JsonWriter& value(std::int64_t number);
+  JsonWriter& value(int number) { return value(static_cast<std::int64_t>(number)); }
+  JsonWriter& value(std::uint64_t number);
+  /// The shortest decimal text that reads back as the same double; null for a value JSON cannot carry.
+  JsonWriter& value(double number);
+
+  const std::string& text() const { return text_; }
+
+  /// Hands over what was written so far and goes on with an empty text: long documents are written in pieces.
+  std::string take();
+
+ private:
+  void separate();
+  JsonWriter& open(char bracket);
+  JsonWriter& close(char bracket);
+  void appendEscaped(std::string_view narrow);
+
+  std::string text_;
+  std::vector<bool> hasElements_;
+  bool afterMember_ = false;
+};
+
+}  // namespace fl::i18n

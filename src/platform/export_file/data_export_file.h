@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/opc/package.h"
+
+namespace tavlox {
+
+/// One TAVLOX file: a package, and what every TAVLOX package has. Reading and writing follow the package library's rules
+/// and raise its exceptions.
+class DataExportFile {
+ public:
+  /// The content type of a TAVLOX package; user files carry it with "+" and their extension behind it.
+  static constexpr std::u16string_view contentType = u"application/vnd.tavlox.package";
+
+  /// `createNew` starts a package that does not exist yet (see `modify`).
+  explicit DataExportFile(bool createNew);
+  ~DataExportFile();
+
+  /// Binds the file to `path` for reading. Raises PackageNotFound if there is no such file.
+  void initReadPackage(const std::u16string& path);
+  /// Opens the bound package for reading, auditing it.
+  void modifyReadPackage(const std::u16string& path);
+  /// Binds the file to `path` for modification; the package is then opened with OpenMode::Modify (or Create).
+  void modify(const std::u16string& path);
+
+  opc::model::Package& getPackageImpl();
+  /// Saves what was changed, if anything was, and closes.
+  void closePackage();
+
+  /// Empty text when the package has none.
+  void getDescription(std::u16string& description) const;
+  void setDescription(const std::u16string& description);
+  void getVersion(std::u16string& version) const;
+
+  /// The parts that package-level relationships of this type lead to, in the order of the relationships. Raises
+  /// opc::Exception if a target is missing or external.
+  std::vector<opc::model::Part> getPartsByRelationshipType(std::u16string_view type) const;
+
+ private:
+  bool createNew_;
+  std::unique_ptr<opc::model::Package> package_;
+};
+
+}  // namespace tavlox

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+/// Files and folders under UTF-16 names. Every failure raises fl::filesystem::Error with the operation's name, the
+/// path and the system's reason. Native and generic form are the same text on this system ("/" separates).
+namespace fl::filesystem {
+
+enum class FileType { NotFound, Regular, Directory, SymbolicLink, Other };
+
+/// Permission bits, as the system's own.
+enum class Permissions : unsigned { None = 0, OwnerWrite = 0200, OwnerAll = 0700 };
+
+struct FileStatus {
+  FileType type = FileType::NotFound;
+  unsigned permissions = 0;  ///< the twelve mode bits
+  std::uint64_t size = 0;    ///< bytes
+  boost::posix_time::ptime lastWriteTime;  ///< UTC, microseconds, cut from the nanosecond stamp
+
+  bool has(Permissions bits) const;
+};
+
+/// Follows symbolic links. A dangling link does not exist.
+bool exists(const std::u16string& path);
+/// Follows symbolic links. Raises if there is no such file.
+FileStatus status(const std::u16string& path);
+void set_permissions(const std::u16string& path, Permissions bits);
+/// Creates the folder and its missing parents; true if anything was created.
+bool create_directories(const std::u16string& path);
+/// False if there was nothing to remove.
+bool remove(const std::u16string& path);
+
+/// The path seen from `base`, or from the current folder if `base` is empty. "." and ".." stay as they are.
+std::u16string absolute(const std::u16string& path, const std::u16string& base = {});
+/// Absolute, without ".", ".." and links as far as the path exists, and lexically beyond.
+std::u16string weakly_canonical(const std::u16string& path);
+std::u16string current_path();
+/// The folder that temporary files go into (TMPDIR, else /tmp).
+std::u16string temp_directory_path();
+
+std::u16string make_native_form(const std::u16string& path);
+std::u16string make_generic_form(const std::u16string& path);
+/// A leading "~" or "~/" becomes the home folder; nothing else is expanded.
+std::u16string expand(const std::u16string& path);
+bool is_absolute_path_when_expanded(const std::u16string& path);
+
+/// What follows the last "/"; the whole text if there is none.
+std::u16string extract_filename(const std::u16string& path);
+/// What follows the last "." of the file name, without the dot; none for ".hidden" and "noext".
+std::u16string extract_extension(const std::u16string& path);
+std::u16string extract_parent_path(const std::u16string& path);
+/// Joins with exactly one "/" between the two.
+std::u16string concatenate(const std::u16string& folder, const std::u16string& name);
+
+/// The entries of one folder, "." and ".." left out, in the system's order, one level deep.
+class DirectoryIterator {
+ public:
+  struct Entry {
+    std::u16string path;  ///< the folder joined with the entry's name
+    FileType type;        ///< of the entry itself; links are not followed
+  };
+
+  /// A folder that cannot be opened gives an iterator that is not open.
+  explicit DirectoryIterator(const std::u16string& folder);
+  ~DirectoryIterator();
+  bool isOpen() const;
+  /// Nothing at the end.
+  std::optional<Entry> next();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace fl::filesystem

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/opc/part.h"
+#include "platform/opc/relationship.h"
+#include "platform/opc/zip/limits.h"
+
+namespace opc::interfaces {
+
+/// Read 0, Create 1, Modify 2: the values are the interface.
+enum class OpenMode { Read = 0, Create = 1, Modify = 2 };
+
+}  // namespace opc::interfaces
+
+namespace opc::model {
+
+/// The core properties (Dublin Core and the conventions' own) that this system knows how to set.
+enum class CoreProperty { Description, Version, Creator, Created };
+
+/// One package file after the Open Packaging Conventions (ECMA-376, part 2). Parts are found by name, relationships in
+/// the order of their document. Changes are kept beside the file and written by `close`, all at once and durably, or
+/// not at all. An unchanged file is reopened without reading its directory, content types and relationships again.
+class Package : public RelationshipSource {
+ public:
+  /// Binds the package to a path; nothing is opened.
+  explicit Package(std::u16string path, const zip::Limits& limits = {});
+  /// Closes without saving.
+  ~Package() override;
+  Package(const Package&) = delete;
+  Package& operator=(const Package&) = delete;
+
+  const std::u16string& path() const;
+
+  /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks. Create
+  /// starts an empty package, which `close` writes to a path that must not exist by then.
+  void open(interfaces::OpenMode mode);
+  bool isOpen() const;
+
+  /// Saves the changes, if there are any, and closes. The package is closed in any case; if saving fails
+  /// opc::Exception says why, and the file is as it was.
+  void close();
+
+  bool hasPart(const PartName& name) const;
+  /// Raises opc::Exception if there is no such part.
+  Part getPart(const PartName& name) const;
+  /// Raises opc::Exception if the name is taken by an equivalent one, is derived from another part's name or another
+  /// is derived from it, or the package is not open for modification.
+  Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
+  /// Removes the part, its relationship part and its content type. Deleting a missing part is no error.
+  void deletePart(const PartName& name);
+
+  /// Nothing when the package has no core-properties part or the part does not have the property.
+  std::optional<std::u16string> getCoreProperty(CoreProperty property) const;
+  /// Creates the core-properties part when it is missing and keeps every other property.
+  void setCoreProperty(CoreProperty property, std::u16string_view text);
+
+  std::vector<Relationship> getRelationships(ExcludeMode exclude) const override;
+  std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const override;
+  Relationship createInternalRelationship(std::u16string_view type, const URI& target, std::string_view id) override;
+  void deleteRelationship(std::string_view id) override;
+
+ private:
+  std::shared_ptr<PackageState> state_;
+};
+
+}  // namespace opc::model

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string_view>
+
+#include "platform/errors/except_with_causes.h"
+
+/// The errors of the package library. They stand with the container because it is the lowest layer that
+/// raises them.
+namespace opc {
+
+/// Any failure of the package library. The identifier says which rule was broken, the first argument is the
+/// path of the package.
+class Exception : public foundation::core::except::except_with_causes {
+ public:
+  using except_with_causes::except_with_causes;
+  ~Exception() override;
+};
+
+namespace model {
+
+/// There is no file of that name.
+class PackageNotFound : public Exception {
+ public:
+  explicit PackageNotFound(std::string_view narrowPath);
+  ~PackageNotFound() override;
+};
+
+/// The file is there but is refused; the identifier says which rule it breaks.
+class PackageOpenFailed : public Exception {
+ public:
+  using Exception::Exception;
+  ~PackageOpenFailed() override;
+};
+
+}  // namespace model
+
+template <class Error = Exception, class... Argument>
+[[noreturn]] void raise(std::string_view identifier, const Argument&... arguments) {
+  throw Error(identifier, {foundation::core::except::toArgument(arguments)...});
+}
+
+/// Refuses to open a package.
+template <class... Argument>
+[[noreturn]] void refuse(std::string_view identifier, const Argument&... arguments) {
+  raise<model::PackageOpenFailed>(identifier, arguments...);
+}
+
+}  // namespace opc

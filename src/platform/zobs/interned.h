@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zobs {
+
+/// A name that the object system keeps once for the life of the process: equal names are the same pointer.
+class Interned {
+ public:
+  Interned() = default;
+  const std::string& text() const { return *text_; }
+  explicit operator bool() const { return text_ != nullptr; }
+  bool operator==(const Interned&) const = default;
+
+ private:
+  friend struct InternedAccess;
+  explicit Interned(const std::string* text) : text_(text) {}
+  const std::string* text_ = nullptr;
+};
+
+namespace internal {
+/// A name, or the dotted name of a namespace or class.
+Interned makeInterned(std::string_view narrow);
+}  // namespace internal
+
+}  // namespace zobs

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace zobs {
+
+/// Loads a module (a shared library) and calls its initialisation entry point: the one function without arguments that
+/// it exports under a name that begins with "CvInitialize_". A module stays loaded for the life of the process, and
+/// loading it again only calls the entry point again. Raises Corvan:ObjectSystem:CannotLoadModule with the path and
+/// the reason.
+void loadModule(const std::u16string& path);
+
+}  // namespace zobs

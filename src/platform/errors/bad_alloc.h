@@ -8,7 +8,9 @@ namespace foundation::core::except {
 class bad_alloc : public std::bad_alloc {
  public:
   ~bad_alloc() override;
-  const char* what() const noexcept override { return "Out of memory. Close other programs or data and try again."; }
+  const char* what() const noexcept override {
+    return "Out of memory. Close other programs or data and try again.";
+  }
 };
 
 }  // namespace foundation::core::except

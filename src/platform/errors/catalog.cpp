@@ -1,8 +1,5 @@
 #include "platform/errors/catalog.h"
 
-#include <dlfcn.h>
-#include <simdjson.h>
-
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -10,6 +7,9 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
+
+#include <dlfcn.h>
+#include <simdjson.h>
 
 #include "platform/text/conversion.h"
 
@@ -46,7 +46,8 @@ Texts readTexts(const std::filesystem::path& file) {
   return texts;
 }
 
-const std::u16string* findText(const std::string& language, const std::string& catalog, const std::string& key) {
+const std::u16string* findText(const std::string& language, const std::string& catalog,
+                               const std::string& key) {
   static std::map<std::pair<std::string, std::string>, Texts> read;
   const auto [entry, isNew] = read.try_emplace({language, catalog});
   if (isNew) entry->second = readTexts(catalogFolder() / language / (catalog + ".json"));

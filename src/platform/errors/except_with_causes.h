@@ -29,7 +29,8 @@ class except_with_causes : public IUserException {
   std::vector<except_with_causes> causes_;
 };
 
-/// Texts are taken as they are, narrow ones as UTF-8 (lossy: a message is never refused), integers in decimal.
+/// Texts are taken as they are, narrow ones as UTF-8 (lossy: a message is never refused), integers in
+/// decimal.
 std::u16string toArgument(std::u16string_view text);
 std::u16string toArgument(std::string_view narrow);
 inline std::u16string toArgument(const char16_t* text) { return toArgument(std::u16string_view(text)); }

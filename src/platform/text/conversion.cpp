@@ -13,7 +13,8 @@ bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
 struct SequenceForm {
   int continuationBytes;
-  unsigned char firstMinimum, firstMaximum;  // bounds of the second byte exclude overlong forms and surrogates
+  unsigned char firstMinimum,
+      firstMaximum;  // bounds of the second byte exclude overlong forms and surrogates
   char32_t leadBits;
 };
 
@@ -29,7 +30,8 @@ std::optional<SequenceForm> formOf(unsigned char lead) {
   return std::nullopt;
 }
 
-/// Reads one code point and moves `at` past it. Nothing, and `at` past the ill-formed part, when there is none.
+/// Reads one code point and moves `at` past it. Nothing, and `at` past the ill-formed part, when there is
+/// none.
 std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) {
   const auto lead = static_cast<unsigned char>(narrow[at++]);
   if (lead < 0x80) return lead;

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orra::tavloxio {
+
+/// What one File object keeps: the absolute name of its package file, and what was read from it. Values are
+/// read in one pass when first asked for, and again whenever the file's last-write time changes. Every getter
+/// raises tavlox:general:FileNotFound, with the absolute path, once the file is gone.
+class MetadataCache {
+ public:
+  virtual ~MetadataCache();
+
+  /// Binds the object to a file, which is opened once for reading: tavlox:general:FileNotFound or
+  /// tavlox:general:UnableToReadFile, with the name as given.
+  virtual void setFilename(const std::u16string& name) = 0;
+
+  /// Whether the values were read from the file as it is now.
+  virtual bool isUpToDate() = 0;
+
+  // The property getters. Texts stay valid until the object is destroyed; a later read changes them in place.
+  // The order is the one in which the host's property registration expects them.
+  virtual const std::u16string* getFilename() = 0;
+  virtual const std::u16string* getLastModified() = 0;
+  virtual const std::u16string* getDescription() = 0;
+  virtual const std::u16string* getCompression() = 0;
+  virtual const std::u16string* getVersion() = 0;
+  virtual std::int32_t getNumRuns() = 0;
+  virtual std::int32_t getNumSignals() = 0;
+  virtual bool getContainsView() = 0;
+  virtual bool getContainsComparison() = 0;
+
+  /// The identifiers of the session's runs, in the order of the run list.
+  virtual std::vector<std::int32_t> getRunIDs() = 0;
+};
+
+}  // namespace orra::tavloxio

@@ -1,0 +1,56 @@
+#include "metadata/run_list.h"
+
+#include "package/part_stream.h"
+#include "package/session_parts.h"
+#include "platform/repository/strings.h"
+
+namespace orra::tavloxio {
+namespace {
+
+constexpr char kComparisonRunClass[] = "ComparisonSet";
+
+}  // namespace
+
+std::unique_ptr<ObjRefArrayJSON> readRunList(const file::ScopedRef& ref) {
+  const auto parts = findPartsByRelationshipType(ref, tavlox::relationship_types::kRunData);
+  if (parts.empty()) return nullptr;
+  PartStream stream(parts.front(), StartAt::Beginning);
+  auto runs = std::make_unique<ObjRefArrayJSON>("run list");
+  runs->load(stream);
+  return runs;
+}
+
+std::int32_t runCount(const ObjRefArrayJSON* runs) {
+  return runs == nullptr ? 0 : static_cast<std::int32_t>(runs->size());
+}
+
+std::vector<std::int32_t> runIdentifiers(const ObjRefArrayJSON* runs) {
+  std::vector<std::int32_t> identifiers;
+  if (runs == nullptr) return identifiers;
+  identifiers.reserve(runs->size());
+  for (std::size_t i = 0; i < runs->size(); ++i) {
+    identifiers.push_back(runs->getPropertyInt32(i, strings::IDLower));
+  }
+  return identifiers;
+}
+
+bool containsComparisonRun(const ObjRefArrayJSON* runs) {
+  if (runs == nullptr) return false;
+  for (std::size_t i = 0; i < runs->size(); ++i) {
+    if (runs->getPropertyString(i, strings::RunClassName) == kComparisonRunClass) return true;
+  }
+  return false;
+}
+
+std::int32_t countSignals(const file::ScopedRef& ref) {
+  std::uint32_t count = 0;
+  for (const auto& part : findPartsByRelationshipType(ref, tavlox::relationship_types::kSignalsData)) {
+    PartStream stream(part, StartAt::Current);
+    ObjRefArrayJSON signals("signals part");
+    signals.load(stream);
+    count += static_cast<std::uint32_t>(signals.size());
+  }
+  return static_cast<std::int32_t>(count);
+}
+
+}  // namespace orra::tavloxio

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/opc/uri.h"
@@ -11,20 +13,24 @@ enum class TargetMode { Internal, External };
 
 /// One typed link from a package or part to a target. The target of an internal relationship is resolved, absolute,
 /// decoded text, whatever the document wrote; one that climbs above the root is kept but matches no part. The target
-/// of an external relationship is the text as written, and is never a part.
+/// of an external relationship is the text as written, and is never a part. Copies share the texts, because listings
+/// of many thousand relationships are copied.
 class Relationship {
  public:
   Relationship(std::string id, std::u16string type, URI target, TargetMode mode);
 
-  const std::string& getID() const { return id_; }
-  const std::u16string& getType() const { return type_; }
-  const URI& getTarget() const { return target_; }
+  const std::string& getID() const { return texts_->id; }
+  const std::u16string& getType() const { return texts_->type; }
+  const URI& getTarget() const { return texts_->target; }
   TargetMode getTargetMode() const { return mode_; }
 
  private:
-  std::string id_;
-  std::u16string type_;
-  URI target_;
+  struct Texts {
+    std::string id;
+    std::u16string type;
+    URI target;
+  };
+  std::shared_ptr<const Texts> texts_;
   TargetMode mode_;
 };
 

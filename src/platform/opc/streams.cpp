@@ -1,0 +1,56 @@
+#include "platform/opc/streams.h"
+
+#include <array>
+#include <istream>
+#include <ostream>
+
+#include "platform/opc/zip/exception.h"
+
+namespace opc {
+
+namespace {
+
+// Large enough that the calls do not count, small enough to stay in the cache.
+using Block = std::array<char, 64 * 1024>;
+
+}  // namespace
+
+InputStream::~InputStream() = default;
+OutputStream::~OutputStream() = default;
+
+std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
+  // A source that gives 0 has not ended for Boost, so an empty request must not look like the end.
+  if (count <= 0) return 0;
+  const std::size_t got = input_->read(into, static_cast<std::size_t>(count));
+  return got == 0 ? -1 : static_cast<std::streamsize>(got);
+}
+
+std::uint64_t copyStream(InputStream& from, std::ostream& to) {
+  Block block;
+  std::uint64_t copied = 0;
+  while (const std::size_t count = from.read(block.data(), block.size())) {
+    to.write(block.data(), static_cast<std::streamsize>(count));
+    if (!to) raise("opc:stream:cannotWrite", copied);
+    copied += count;
+  }
+  // What the stream still buffers must meet a full disk here, not in a destructor that cannot say so.
+  if (!to.flush()) raise("opc:stream:cannotWrite", copied);
+  return copied;
+}
+
+std::uint64_t copyStream(std::istream& from, OutputStream& to) {
+  // A file that did not open fails without being at its end, and must not pass for an empty one.
+  if (from.fail() && !from.eof()) raise("opc:stream:cannotRead", 0);
+  Block block;
+  std::uint64_t copied = 0;
+  while (from) {
+    from.read(block.data(), block.size());
+    if (from.bad()) raise("opc:stream:cannotRead", copied);
+    const auto count = static_cast<std::size_t>(from.gcount());
+    if (count > 0) to.write(block.data(), count);
+    copied += count;
+  }
+  return copied;
+}
+
+}  // namespace opc

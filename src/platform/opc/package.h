@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/opc/core_property.h"
 #include "platform/opc/part.h"
 #include "platform/opc/relationship.h"
 #include "platform/opc/zip/limits.h"
@@ -17,9 +18,6 @@ enum class OpenMode { Read = 0, Create = 1, Modify = 2 };
 }  // namespace opc::interfaces
 
 namespace opc::model {
-
-/// The core properties (Dublin Core and the conventions' own) that this system knows how to set.
-enum class CoreProperty { Description, Version, Creator, Created };
 
 /// One package file after the Open Packaging Conventions (ECMA-376, part 2). Parts are found by name, relationships in
 /// the order of their document. Changes are kept beside the file and written by `close`, all at once and durably, or

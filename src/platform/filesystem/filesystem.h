@@ -7,8 +7,9 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
-/// Files and folders under UTF-16 names. Every failure raises fl::filesystem::Error with the operation's name, the
-/// path and the system's reason. Native and generic form are the same text on this system ("/" separates).
+/// Files and folders under UTF-16 names. Every failure raises fl::filesystem::Error (filesystem/error.h),
+/// whose arguments are the path and the system's reason. So does a name that no file can have: with a lone
+/// surrogate or a NUL. Native and generic form are the same text on this system ("/" separates).
 namespace fl::filesystem {
 
 enum class FileType { NotFound, Regular, Directory, SymbolicLink, Other };
@@ -18,21 +19,24 @@ enum class Permissions : unsigned { None = 0, OwnerWrite = 0200, OwnerAll = 0700
 
 struct FileStatus {
   FileType type = FileType::NotFound;
-  unsigned permissions = 0;  ///< the twelve mode bits
-  std::uint64_t size = 0;    ///< bytes
+  unsigned permissions = 0;                ///< the twelve mode bits
+  std::uint64_t size = 0;                  ///< bytes
   boost::posix_time::ptime lastWriteTime;  ///< UTC, microseconds, cut from the nanosecond stamp
 
   bool has(Permissions bits) const;
 };
 
-/// Follows symbolic links. A dangling link does not exist.
+/// Follows symbolic links. A dangling link does not exist, nor does a name that no file can have. Never
+/// raises: where the system cannot tell (behind a folder that may not be searched) the answer is true, and
+/// `status` says why not.
 bool exists(const std::u16string& path);
 /// Follows symbolic links. Raises if there is no such file.
 FileStatus status(const std::u16string& path);
+/// Gives the file exactly these bits. Follows symbolic links.
 void set_permissions(const std::u16string& path, Permissions bits);
 /// Creates the folder and its missing parents; true if anything was created.
 bool create_directories(const std::u16string& path);
-/// False if there was nothing to remove.
+/// Removes a file, a link or an empty folder. False if there was nothing to remove.
 bool remove(const std::u16string& path);
 
 /// The path seen from `base`, or from the current folder if `base` is empty. "." and ".." stay as they are.
@@ -53,8 +57,10 @@ bool is_absolute_path_when_expanded(const std::u16string& path);
 std::u16string extract_filename(const std::u16string& path);
 /// What follows the last "." of the file name, without the dot; none for ".hidden" and "noext".
 std::u16string extract_extension(const std::u16string& path);
+/// What stands before the last "/" (or several of them); "/" for what lies in the root, empty if there is
+/// none.
 std::u16string extract_parent_path(const std::u16string& path);
-/// Joins with exactly one "/" between the two.
+/// Joins with exactly one "/" between the two; if one is empty, gives the other.
 std::u16string concatenate(const std::u16string& folder, const std::u16string& name);
 
 /// The entries of one folder, "." and ".." left out, in the system's order, one level deep.
@@ -69,7 +75,8 @@ class DirectoryIterator {
   explicit DirectoryIterator(const std::u16string& folder);
   ~DirectoryIterator();
   bool isOpen() const;
-  /// Nothing at the end.
+  /// Nothing at the end. Raises Error if the folder cannot be read on, or if an entry's name is not UTF-8
+  /// (the arguments are then the folder and the name; the next call goes on behind the entry).
   std::optional<Entry> next();
 
  private:

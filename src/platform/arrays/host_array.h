@@ -12,23 +12,34 @@ namespace corvan {
 enum class ArrayKind : std::uint8_t { Numeric, Logical, Char, Cell, Struct };
 
 enum class NumericClass : std::uint8_t {
-  Double, Single, Int8, Int16, Int32, Int64, UInt8, UInt16, UInt32, UInt64
+  Double,
+  Single,
+  Int8,
+  Int16,
+  Int32,
+  Int64,
+  UInt8,
+  UInt16,
+  UInt32,
+  UInt64
 };
 
 /// The class of a host class name ("double", "int32"). Raises Corvan:Arrays:UnknownClass.
 NumericClass numericClassByName(std::string_view name);
 std::string_view nameOf(NumericClass numericClass);
 
-/// A value of the host: a two-dimensional array of numbers, logicals, UTF-16 code units, cells or structures, in
-/// column-major order. Copies share their data until one of them is changed. Scalars and short texts live in place;
-/// structure arrays keep one column of values per field.
+/// A value of the host: a two-dimensional array of numbers, logicals, UTF-16 code units, cells or structures,
+/// in column-major order. Copies share their data until one of them is changed. Scalars and short texts live
+/// in place; structure arrays keep one column of values per field. Values may be handed to another thread;
+/// one value must not be used by two threads at once, but copies of it may be.
 ///
-/// Asking an array for what it does not hold (a field of a numeric array, an element past the end) raises
-/// Corvan:Arrays:… errors.
+/// Asking an array for what it does not hold raises Corvan:Arrays:WrongClass, NotScalar, IndexOutOfRange or
+/// NoSuchField. Elements are counted from 0. A moved-from array is the empty double. What raises leaves the
+/// array as it was.
 class HostArray {
  public:
   /// 0×0 double.
-  HostArray();
+  HostArray() = default;
 
   /// Zero-filled.
   static HostArray numeric(NumericClass numericClass, std::size_t rows, std::size_t columns);
@@ -41,11 +52,23 @@ class HostArray {
   static HostArray charRow(std::u16string_view text);
   /// Every cell is the empty double.
   static HostArray cell(std::size_t rows, std::size_t columns);
-  /// Every field of every element is the empty double. Field names must differ.
-  static HostArray structure(std::size_t rows, std::size_t columns, std::span<const std::u16string_view> fieldNames);
+  /// Every field of every element is the empty double. Raises Corvan:Arrays:DuplicateField when two names are
+  /// equal.
+  static HostArray structure(std::size_t rows, std::size_t columns,
+                             std::span<const std::u16string_view> fieldNames);
 
-  ArrayKind kind() const;
+  HostArray(const HostArray& other) noexcept;
+  HostArray(HostArray&& other) noexcept;
+  HostArray& operator=(HostArray other) noexcept;
+  ~HostArray() {
+    if (isInBlock()) releaseBlock();
+  }
+
+  ArrayKind kind() const { return kind_; }
+  /// Raises Corvan:Arrays:WrongClass when the array is not numeric.
   NumericClass numericClass() const;
+  /// What the host calls the class: "double", "logical", "char", "cell", "struct".
+  std::string_view className() const;
   std::size_t rows() const;
   std::size_t columns() const;
   std::size_t elementCount() const;
@@ -55,10 +78,11 @@ class HostArray {
 
   /// The one element of a numeric, logical or char scalar.
   double scalarAsDouble() const;
-  /// The code units of a char array. Valid while this array lives unchanged.
+  /// The code units of a char array. Valid while this array stays where it is, unchanged.
   std::u16string_view text() const;
 
   /// The elements of a numeric array of the class that T stands for, or of a logical array for T = bool.
+  /// Valid while this array stays where it is, unchanged.
   template <class T>
   std::span<const T> values() const;
   /// The same for writing; the data is no longer shared afterwards.
@@ -75,7 +99,42 @@ class HostArray {
   void setField(std::size_t index, std::size_t field, HostArray value);
 
  private:
-  // The implementer's own: a small tagged handle, at most 32 bytes.
+  struct Block;
+  struct ElementBlock;
+  struct CellBlock;
+  struct StructureBlock;
+
+  // 28 bytes hold three doubles or a text of 14 code units; with the four bytes behind them an array has 32.
+  static constexpr std::size_t kInPlaceBytes = 28;
+  // As a row count: the dimensions stand in the block.
+  static constexpr std::uint8_t kInBlock = 0xFF;
+
+  HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns);
+  HostArray(ArrayKind kind, Block* block) noexcept;
+
+  bool isInBlock() const { return rows_ == kInBlock; }
+  Block* block() const noexcept;
+  void releaseBlock() noexcept;
+  void unshare();
+  const std::byte* elements() const;
+  std::byte* ownElements();
+  const CellBlock& cells() const;
+  const StructureBlock& structures() const;
+  const HostArray& elementOf(const std::vector<HostArray>& column, std::size_t index) const;
+  std::size_t fieldIndex(std::u16string_view name) const;
+  void requireKind(ArrayKind kind) const;
+  void requireIndex(std::size_t index) const;
+  template <class T>
+  void requireElementsOf() const;
+
+  // The elements themselves, or a pointer to a block with a reference of this array's own.
+  alignas(8) std::byte data_[kInPlaceBytes] = {};
+  ArrayKind kind_ = ArrayKind::Numeric;
+  NumericClass numericClass_ = NumericClass::Double;
+  std::uint8_t rows_ = 0;
+  std::uint8_t columns_ = 0;
 };
+
+static_assert(sizeof(HostArray) <= 32, "structure arrays hold millions of these");
 
 }  // namespace corvan

@@ -4,7 +4,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/zobs/access.h"
 #include "platform/zobs/class_info.h"
+#include "platform/zobs/first_use.h"
 #include "platform/zobs/method_info.h"
 #include "platform/zobs/property.h"
 
@@ -31,16 +33,19 @@ class COSClass {
   Interned getIdentifier() const { return identifier_; }
   COSNamespace& getNamespace() const { return holder_; }
   COSClassInfo& info() const { return *info_; }
+  /// Whether hosts may use the class, and whether they may replace it.
+  Access getAccess() const { return access_; }
 
-  /// Takes over the info. The method named like the class is its constructor.
+  /// Takes over the info, also when it raises. The method named like the class is its constructor.
   void addMethod(COSMethodInfo* info);
 
-  template <class InstanceData, class Result>
-  void addProperty(std::string_view name, std::string_view type, Result (InstanceData::*getter)(), int getAccess,
-                   int setAccess, std::uint32_t attributes, std::u16string_view description) {
+  /// Raises Corvan:ObjectSystem:NameAlreadyDefined, as addMethod does, for a name the class has already.
+  template <class InstanceData, PropertyResult Result>
+  void addProperty(std::string_view name, std::string_view type, Result (InstanceData::*getter)(),
+                   int getAccess, int setAccess, std::uint32_t attributes, std::u16string_view description) {
     addProperty(COSProperty{internal::makeInterned(name), internal::makeInterned(type),
-                            std::make_unique<GetterAdaptor<InstanceData, Result>>(getter), getAccess, setAccess,
-                            attributes, std::u16string(description)});
+                            std::make_unique<GetterAdaptor<InstanceData, Result>>(getter), getAccess,
+                            setAccess, attributes, std::u16string(description)});
   }
 
   /// In registration order. The constructor is not among the methods.
@@ -49,15 +54,23 @@ class COSClass {
   /// Null if there is none of that name.
   COSMethodInfo* findMethod(std::string_view name);
   const COSProperty* findProperty(std::string_view name);
+  /// Null if the class has none.
   COSMethodInfo* constructor();
 
  private:
   void addProperty(COSProperty property);
   void define();
-  // The implementer's own.
+  void removeMembersFrom(std::size_t methodCount, std::size_t propertyCount, bool hadConstructor);
+  void requireNewName(std::string_view name) const;
+
   Registered<COSClassInfo> info_;
   COSNamespace& holder_;
   Interned identifier_;
+  Access access_;
+  FirstUse firstUse_;
+  Registered<COSMethodInfo> constructor_;
+  std::vector<Registered<COSMethodInfo>> methods_;
+  std::vector<COSProperty> properties_;
 };
 
 }  // namespace zobs

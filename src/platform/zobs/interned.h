@@ -6,10 +6,12 @@
 namespace zobs {
 
 /// A name that the object system keeps once for the life of the process: equal names are the same pointer.
+/// Like the whole object system, names are made on the host thread.
 class Interned {
  public:
   Interned() = default;
-  const std::string& text() const { return *text_; }
+  /// The empty text while nothing was interned.
+  const std::string& text() const;
   explicit operator bool() const { return text_ != nullptr; }
   bool operator==(const Interned&) const = default;
 

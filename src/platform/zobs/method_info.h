@@ -29,6 +29,8 @@ class COSMethodInfo : public HostAllocated {
   /// Null while no name was set.
   virtual const Interned* getName() const = 0;
   virtual std::u16string getDescription() const;
+  /// The queries tell hosts about the method; the object system acts on getMemberAccess alone. All are false,
+  /// and the access codes public, unless overridden, except isFirstArgDispatch.
   virtual bool isLookupScope() const;
   virtual std::u16string getDetailedDescription() const;
   virtual int getMemberAccess() const;
@@ -46,9 +48,9 @@ class COSMethodInfo : public HostAllocated {
   virtual void attach(COSClass& holder);
   virtual const COSMethodSignature& getSignature() const = 0;
 
-  /// Does the method's work. Inputs were checked against the signature and converted: "unicodeString" arrives as
-  /// text, a class name as an object, "any" as a host value. For a constructor the first output already holds the new
-  /// object. `producedOutputs` is zero before the call; outputs beyond it are ignored.
+  /// Does the method's work. Inputs were checked against the signature and converted: "unicodeString" arrives
+  /// as text, a class name as an object, "any" as a host value. For a constructor the first output already
+  /// holds the new object. `producedOutputs` is zero before the call; outputs beyond it are ignored.
   virtual void invoke(COSClient& client, int* producedOutputs, Value* outputs, int requestedOutputs,
                       std::span<const Value> inputs) = 0;
 };

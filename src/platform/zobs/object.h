@@ -6,8 +6,9 @@ namespace zobs {
 
 class COSClass;
 
-/// One host object: its class and the instance data that the class's module created for it. Reference counted; the
-/// instance data is destroyed, through the class info, with the last reference.
+/// One host object: its class and the instance data that the class's module created for it. Reference
+/// counted, on the host thread; the instance data is destroyed, through the class info, with the last
+/// reference.
 class COSObject {
  public:
   COSClass& getClass() const { return class_; }
@@ -27,7 +28,7 @@ class COSObject {
 class COSInterfacePointer {
  public:
   COSInterfacePointer() = default;
-  /// A new object of the class, with instance data of its own.
+  /// A new object of the class, with instance data of its own. Its constructor has not run.
   static COSInterfacePointer create(COSClass& objectClass);
 
   COSInterfacePointer(const COSInterfacePointer& other);

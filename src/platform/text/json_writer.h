@@ -22,7 +22,9 @@ class JsonWriter {
   /// UTF-8 must be well-formed; a lone surrogate of UTF-16 is written as its escape.
   JsonWriter& value(std::string_view narrow);
   JsonWriter& value(std::u16string_view text);
+  // Literals of either width would otherwise become a logical.
   JsonWriter& value(const char* narrow) { return value(std::string_view(narrow)); }
+  JsonWriter& value(const char16_t* text) { return value(std::u16string_view(text)); }
   JsonWriter& value(bool logical);
   JsonWriter& value(std::int64_t number);
   JsonWriter& value(int number) { return value(static_cast<std::int64_t>(number)); }

@@ -1,0 +1,85 @@
+#include "platform/errors/catalog.h"
+
+#include <cstdio>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/temporary_folder.h"
+
+using fl::i18n::languagesOf;
+
+namespace {
+
+/// An installation with catalogs of its own, in which a program asks for texts. Its locale is "C".
+class Installation {
+ public:
+  Installation() {
+    folder_.write("bin/.keep", "");
+    std::filesystem::copy_file(CATALOG_PROBE, folder_.path() / "bin" / "probe");
+  }
+  void write(const std::string& catalog, std::string_view texts) {
+    folder_.write("share/tavlox/catalog/" + catalog, texts);
+  }
+  /// What the program prints for the identifier and arguments, each quoted by the caller where the shell asks
+  /// for it.
+  std::string text(const std::string& words) const {
+    FILE* pipe = popen((folder_.narrow("bin/probe") + " " + words).c_str(), "r");
+    std::string printed;
+    for (int c; (c = std::fgetc(pipe)) != EOF;) printed += static_cast<char>(c);
+    EXPECT_EQ(pclose(pipe), 0);
+    return printed;
+  }
+
+ private:
+  support::TemporaryFolder folder_;
+};
+
+}  // namespace
+
+TEST(Catalog, FillsPlaces) {
+  Installation installation;
+  installation.write("en/t.json", R"({
+    "k:all": "{1} before {0}, {1} again, {2}{3}.",
+    "k:braces": "{} {a} {10} { 0} {0",
+    "k:plain": "Grö\u00dfe \ud83d\ude00",
+    "k:wrong": 7
+  })");
+  struct Case {
+    const char *words, *text;
+  };
+  const Case kCases[] = {
+      {"t:k:all a b c", "b before a, b again, c."},              // a place without an argument is empty
+      {"t:k:all '{1}' x '{0}'", "x before {1}, x again, {0}."},  // arguments are not searched for places
+      {"t:k:braces a b", "{} {a} {10} { 0} {0"},
+      {"t:k:plain", "Größe 😀"},
+      {"t:k:plain unused", "Größe 😀"},
+      {"t:k:wrong a", "t:k:wrong: a"},  // not a text
+      {"t:k:unknown a 'b c'", "t:k:unknown: a, b c"},
+      {"nowhere:k:all", "nowhere:k:all"},
+      {"t", "t"},
+      {"''", ""},
+  };
+  for (const Case& c : kCases) EXPECT_EQ(installation.text(c.words), c.text) << c.words;
+}
+
+TEST(Catalog, TheLocalesLanguageComesFirstAndEnglishStandsBehind) {
+  Installation installation;
+  installation.write("C/t.json", R"({"k:both": "of C"})");
+  installation.write("en/t.json", R"({"k:both": "of en", "k:english": "only en"})");
+  EXPECT_EQ(installation.text("t:k:both"), "of C");
+  EXPECT_EQ(installation.text("t:k:english"), "only en");
+  installation.write("C/t.json", R"({"k:both": "cut o)");
+  EXPECT_EQ(installation.text("t:k:both"), "of en") << "a broken catalog counts as none";
+  installation.write("en/t.json", "[]");
+  EXPECT_EQ(installation.text("t:k:both x"), "t:k:both: x");
+}
+
+TEST(Catalog, LanguagesOfALocaleName) {
+  using Languages = std::vector<std::string>;
+  EXPECT_EQ(languagesOf("de_DE.UTF-8"), (Languages{"de_DE", "de", "en"}));
+  EXPECT_EQ(languagesOf("sr_RS@latin"), (Languages{"sr_RS", "sr", "en"}));
+  EXPECT_EQ(languagesOf(""), (Languages{"en"}));
+  EXPECT_EQ(languagesOf("*"), (Languages{"en"}));
+  EXPECT_EQ(languagesOf("../../etc"), (Languages{"en"}));
+  EXPECT_EQ(languagesOf("LC_CTYPE=de_DE.UTF-8;LC_TIME=C"), (Languages{"en"}));
+}

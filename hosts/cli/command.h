@@ -1,0 +1,61 @@
+#pragma once
+
+#include <map>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The commands of the program `tavlox`: what each takes, what its help says, and what runs it. Each command
+/// is a record in a file of its own; nothing here knows how a command line is parsed.
+namespace tavlox::cli {
+
+enum class ExitCode { Done = 0, Failed = 1, WrongCommandLine = 2 };
+
+enum class OutputFormat { Text, Json };
+
+/// What a parameter takes from the command line.
+enum class Takes {
+  One,        ///< one word at its place
+  OneOrMore,  ///< all the words from its place on
+  Flag,       ///< an option that is given or not
+  Value       ///< an option with a value behind it
+};
+
+struct Parameter {
+  std::string_view name;  ///< "FILE", "--force"
+  Takes takes;
+  std::string_view help;
+};
+
+/// What was asked for: a command, and the values given for its parameters.
+struct Request {
+  OutputFormat format = OutputFormat::Text;
+  std::u16string modulePath;
+  std::map<std::string, std::vector<std::u16string>, std::less<>> values;  ///< by the parameter's name
+
+  bool has(std::string_view parameter) const { return values.find(parameter) != values.end(); }
+  const std::vector<std::u16string>& all(std::string_view parameter) const;
+  const std::u16string& one(std::string_view parameter) const { return all(parameter).front(); }
+};
+
+struct Command {
+  std::string_view name;
+  std::string_view summary;   ///< one line, for the list of commands
+  std::string_view examples;  ///< whole lines
+  std::string_view details;   ///< whole lines, may be empty
+  std::vector<Parameter> parameters;
+  ExitCode (*run)(const Request&);
+};
+
+extern const Command kInfo;
+extern const Command kCompression;
+extern const Command kDescribe;
+extern const Command kRecord;
+
+/// In the order in which the help lists them.
+std::span<const Command* const> allCommands();
+/// Null if there is none of that name.
+const Command* findCommand(std::string_view name);
+
+}  // namespace tavlox::cli

@@ -1,0 +1,129 @@
+#include "hosts/cli/command_line.h"
+
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+#include "hosts/cli/help.h"
+#include "platform/errors/except_with_causes.h"
+#include "platform/text/conversion.h"
+
+namespace tavlox::cli {
+namespace {
+
+using fl::i18n::to_ustring;
+using foundation::core::except::raise;
+
+// More words than any system passes to a program.
+constexpr int kNoLimit = 1 << 29;
+
+// Stands before a word in square brackets, which the parser would otherwise take for a list of words.
+constexpr char kOneWord = '\x01';
+
+CLI::Option* addParameter(CLI::App& app, const Parameter& parameter) {
+  const std::string name(parameter.name);
+  switch (parameter.takes) {
+    case Takes::Flag:
+      return app.add_flag(name);
+    case Takes::Value:
+      return app.add_option(name)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+    case Takes::One:
+      return app.add_option(name)->required();
+    case Takes::OneOrMore:
+      return app.add_option(name)->required()->expected(1, kNoLimit);
+  }
+  return nullptr;
+}
+
+void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
+  for (const Parameter& parameter : parameters) addParameter(app, parameter);
+}
+
+void addCommand(CLI::App& app, const Command& command) {
+  CLI::App* part = app.add_subcommand(std::string(command.name));
+  addParameters(*part, command.parameters);
+  addParameters(*part, commonParameters());
+}
+
+std::u16string defaultModulePath() {
+  const auto program = std::filesystem::read_symlink("/proc/self/exe");
+  return to_ustring((program.parent_path().parent_path() / "lib" / "tavlox_io.so").string());
+}
+
+void takeValues(const CLI::App& part, Request& request) {
+  for (const CLI::Option* option : part.get_options()) {
+    if (option->count() == 0) continue;
+    std::vector<std::u16string>& values = request.values[option->get_name()];
+    values.clear();
+    for (const std::string_view word : option->results()) {
+      values.push_back(to_ustring(word.substr(word.starts_with(kOneWord) ? 1 : 0)));
+    }
+  }
+}
+
+/// The words that are not an option are looked at here first, so that a mistyped command is called one.
+void refuseUnknownCommand(int argumentCount, const char* const* arguments) {
+  if (argumentCount < 2) raise("tavlox:cli:NoCommand");
+  const std::string_view first = arguments[1];
+  if (!first.starts_with("-") && findCommand(first) == nullptr) raise("tavlox:cli:UnknownCommand", first);
+}
+
+/// The words as the parser wants them: the last one first, the program left out.
+std::vector<std::string> parserWords(int argumentCount, const char* const* arguments) {
+  std::vector<std::string> words;
+  for (int i = argumentCount - 1; i > 0; --i) {
+    words.emplace_back(arguments[i]);
+    if (words.back().starts_with('[')) words.back().insert(0, 1, kOneWord);
+  }
+  return words;
+}
+
+CommandLine understand(const CLI::App& app) {
+  CommandLine line;
+  const CLI::App* part = app.get_subcommands().front();
+  line.command = findCommand(part->get_name());
+  Request& request = line.request;
+  takeValues(app, request);
+  takeValues(*part, request);
+  if (request.has("--json")) request.format = OutputFormat::Json;
+  request.modulePath = request.has("--module") ? request.one("--module") : defaultModulePath();
+  return line;
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
+  CLI::App app;
+  app.name("tavlox");
+  app.set_version_flag("--version", fmt::format("tavlox {}", TAVLOX_VERSION));
+  addParameters(app, commonParameters());
+  for (const Command* command : allCommands()) addCommand(app, *command);
+  app.require_subcommand(1);
+  refuseUnknownCommand(argumentCount, arguments);
+  try {
+    app.parse(parserWords(argumentCount, arguments));
+    return understand(app);
+  } catch (const CLI::CallForHelp&) {
+    const auto parsed = app.get_subcommands();
+    return {.command = nullptr,
+            .request = {},
+            .text = parsed.empty() ? generalHelp() : commandHelp(*findCommand(parsed.front()->get_name()))};
+  } catch (const CLI::CallForVersion& version) {
+    return {.command = nullptr, .request = {}, .text = fmt::format("{}\n", version.what())};
+  } catch (const CLI::ParseError& error) {
+    raise("tavlox:cli:WrongCommandLine", error.what());
+  }
+}
+
+OutputFormat requestedFormat(int argumentCount, const char* const* arguments) {
+  for (int i = 1; i < argumentCount; ++i) {
+    const std::string_view word = arguments[i];
+    if (word == "--") break;
+    if (word == "--json") return OutputFormat::Json;
+  }
+  return OutputFormat::Text;
+}
+
+}  // namespace tavlox::cli

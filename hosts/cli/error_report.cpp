@@ -1,0 +1,97 @@
+#include "hosts/cli/error_report.h"
+
+#include <cstdio>
+#include <new>
+
+#include <fmt/format.h>
+
+#include "hosts/cli/causes.h"
+#include "hosts/cli/terminal.h"
+#include "platform/text/conversion.h"
+#include "platform/text/json_writer.h"
+
+namespace tavlox::cli {
+namespace {
+
+using fl::i18n::JsonWriter;
+using foundation::core::except::except_with_causes;
+using foundation::core::except::IUserException;
+
+/// The catalog's text on one line that cannot drive a terminal.
+std::string shownMessage(const IUserException& error) {
+  // Backslashes that are part of a path stay as they are: a message is read, not parsed.
+  std::string line;
+  for (const char c : singleLine(fl::i18n::to_ustring_lossy(error.GetMessageTxt()))) {
+    const bool isEscapedBackslash = c == '\\' && !line.empty() && line.back() == '\\';
+    if (!isEscapedBackslash) line += c;
+  }
+  return line;
+}
+
+/// An error of any kind as a message-ID error. Memory may be out, so that case is left to the caller.
+except_with_causes describe(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const except_with_causes& error) {
+    return error;
+  } catch (const IUserException& error) {
+    return except_with_causes(error.GetID(), error.GetArguments());
+  } catch (const fl::i18n::ConversionError& error) {
+    return except_with_causes("tavlox:cli:IllFormedText", {fl::i18n::to_ustring_lossy(error.what())});
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& error) {
+    return except_with_causes("tavlox:cli:UnexpectedFailure", {fl::i18n::to_ustring_lossy(error.what())});
+  }
+}
+
+void appendCauses(std::string& text, const except_with_causes& error) {
+  for (const except_with_causes& cause : error.causes()) {
+    text += fmt::format("  because: {} [{}]\n", shownMessage(cause), cause.GetID());
+    appendCauses(text, cause);
+  }
+}
+
+void writeError(JsonWriter& json, const except_with_causes& error) {
+  json.beginObject().member("identifier").value(error.GetID());
+  json.member("arguments").beginArray();
+  for (const std::u16string& argument : error.GetArguments()) json.value(std::u16string_view(argument));
+  json.endArray().member("message").value(error.GetMessageTxt());
+  if (!error.causes().empty()) {
+    json.member("causes").beginArray();
+    for (const except_with_causes& cause : error.causes()) writeError(json, cause);
+    json.endArray();
+  }
+  json.endObject();
+}
+
+}  // namespace
+
+std::string errorAsText(const except_with_causes& error) {
+  std::string text = fmt::format("tavlox: error: {} [{}]\n", shownMessage(error), error.GetID());
+  appendCauses(text, error);
+  return text;
+}
+
+std::string errorAsJson(const except_with_causes& error) {
+  JsonWriter json;
+  json.beginObject().member("error");
+  writeError(json, error);
+  json.endObject();
+  return json.take() + "\n";
+}
+
+void report(const std::exception_ptr& failure, OutputFormat format) noexcept {
+  try {
+    except_with_causes error = describe(failure);
+    for (except_with_causes& cause : findCauses(error)) error.addCause(std::move(cause));
+    const std::string text = format == OutputFormat::Json ? errorAsJson(error) : errorAsText(error);
+    std::fputs(text.c_str(), stderr);
+  } catch (const std::bad_alloc&) {
+    std::fputs("tavlox: error: Out of memory. Close other programs or data and try again.\n", stderr);
+  } catch (const std::exception& second) {
+    std::fprintf(stderr, "tavlox: error: %s\n", second.what());
+  }
+}
+
+}  // namespace tavlox::cli

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "hosts/cli/command.h"
+#include "platform/errors/except_with_causes.h"
+
+/// How failures are told to people and to other programs. Everything goes to standard error.
+namespace tavlox::cli {
+
+/// `tavlox: error: MESSAGE [IDENTIFIER]`, and a line `  because: MESSAGE [IDENTIFIER]` for each cause.
+std::string errorAsText(const foundation::core::except::except_with_causes& error);
+
+/// {"error": {"identifier", "arguments", "message"}}, on one line. An error with causes has a member
+/// "causes", a list of objects like it.
+std::string errorAsJson(const foundation::core::except::except_with_causes& error);
+
+/// Reports an exception of any kind. Where the module says no more than that a file cannot be read or saved,
+/// the reasons are looked for and reported as causes.
+void report(const std::exception_ptr& failure, OutputFormat format) noexcept;
+
+}  // namespace tavlox::cli

@@ -1,0 +1,88 @@
+#include "hosts/cli/help.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include <fmt/format.h>
+
+namespace tavlox::cli {
+namespace {
+
+constexpr Parameter kCommon[] = {
+    {"--json", Takes::Flag, "Write JSON: results on standard output, errors on standard error"},
+    {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program"},
+};
+
+constexpr std::string_view kGeneralExamples = R"(Examples:
+  tavlox record filter.tavlox nominal.csv hot.csv   make a session of two result tables
+  tavlox info filter.tavlox                         show what is in it
+  tavlox describe filter.tavlox "RC filter"         say what it is
+  tavlox info --json *.tavlox                       the same for other programs
+)";
+
+constexpr std::string_view kOutputRules = R"(Output:
+  Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
+  tab-separated, without headings, everywhere else. Backslashes, tabs, line ends and control characters in
+  a value are written as \\, \t, \n, \r and \u001B. Colours are left out when NO_COLOR is set.
+
+Exit code: 0 done, 1 the operation failed, 2 the command line is wrong.
+)";
+
+std::string placeholder(const Parameter& parameter) {
+  switch (parameter.takes) {
+    case Takes::One:
+    case Takes::Flag:
+      return std::string(parameter.name);
+    case Takes::OneOrMore:
+      return fmt::format("{}...", parameter.name);
+    case Takes::Value:
+      return fmt::format("{} {}", parameter.name, parameter.name == "--module" ? "PATH" : "TEXT");
+  }
+  return {};
+}
+
+bool isOption(const Parameter& parameter) { return parameter.name.starts_with("--"); }
+
+std::string usage(const Command& command) {
+  std::string line = fmt::format("Usage: tavlox {}", command.name);
+  for (const Parameter& parameter : command.parameters) {
+    const std::string shown = placeholder(parameter);
+    line += isOption(parameter) ? fmt::format(" [{}]", shown) : fmt::format(" {}", shown);
+  }
+  return line + " [--json] [--module PATH]\n";
+}
+
+void appendParameters(std::string& help, std::span<const Parameter> parameters) {
+  for (const Parameter& parameter : parameters) {
+    help += fmt::format("  {:<20} {}\n", placeholder(parameter), parameter.help);
+  }
+}
+
+}  // namespace
+
+std::span<const Parameter> commonParameters() { return kCommon; }
+
+std::string generalHelp() {
+  std::string help = "tavlox: look into recorded simulation sessions, and make them\n\n";
+  help += kGeneralExamples;
+  help += "\nUsage: tavlox COMMAND ...\n\nCommands:\n";
+  for (const Command* command : allCommands())
+    help += fmt::format("  {:<20} {}\n", command->name, command->summary);
+  help += "\nOptions:\n";
+  appendParameters(help, kCommon);
+  help += fmt::format("  {:<20} {}\n", "--help", "This text; after a command, more about it");
+  help += fmt::format("  {:<20} {}\n\n", "--version", "The version of this program");
+  help += kOutputRules;
+  return help;
+}
+
+std::string commandHelp(const Command& command) {
+  std::string help = fmt::format("tavlox {}: {}\n\nExamples:\n{}\n{}\n", command.name, command.summary,
+                                 command.examples, usage(command));
+  appendParameters(help, command.parameters);
+  appendParameters(help, kCommon);
+  if (!command.details.empty()) help += fmt::format("\n{}", command.details);
+  return help;
+}
+
+}  // namespace tavlox::cli

@@ -1,0 +1,154 @@
+#include "hosts/cli/host_json.h"
+
+#include <concepts>
+#include <cstdint>
+#include <limits>
+
+#include "platform/text/conversion.h"
+
+namespace tavlox::cli {
+namespace {
+
+using corvan::ArrayKind;
+using corvan::HostArray;
+using corvan::NumericClass;
+using fl::i18n::JsonWriter;
+
+template <class Number>
+void writeNumber(JsonWriter& json, Number number) {
+  if constexpr (std::same_as<Number, bool>) {
+    json.value(number);
+  } else if constexpr (std::floating_point<Number>) {
+    json.value(static_cast<double>(number));
+  } else if constexpr (std::unsigned_integral<Number>) {
+    json.value(static_cast<std::uint64_t>(number));
+  } else {
+    json.value(static_cast<std::int64_t>(number));
+  }
+}
+
+/// Writes rows × columns elements, which lie column by column, in the shape JSON readers expect.
+template <class WriteElement>
+void writeShape(JsonWriter& json, std::size_t rows, std::size_t columns, const WriteElement& writeElement) {
+  if (rows == 1 && columns == 1) return writeElement(std::size_t{0});
+  const bool isVector = rows <= 1 || columns <= 1;
+  json.beginArray();
+  for (std::size_t i = 0; isVector && i < rows * columns; ++i) writeElement(i);
+  for (std::size_t row = 0; !isVector && row < rows; ++row) {
+    json.beginArray();
+    for (std::size_t column = 0; column < columns; ++column) writeElement(column * rows + row);
+    json.endArray();
+  }
+  json.endArray();
+}
+
+template <class Number>
+void writeNumbers(JsonWriter& json, const HostArray& array) {
+  const auto values = array.values<Number>();
+  writeShape(json, array.rows(), array.columns(),
+             [&](std::size_t i) { writeNumber<Number>(json, values[i]); });
+}
+
+void writeNumeric(JsonWriter& json, const HostArray& array) {
+  switch (array.numericClass()) {
+    case NumericClass::Double:
+      return writeNumbers<double>(json, array);
+    case NumericClass::Single:
+      return writeNumbers<float>(json, array);
+    case NumericClass::Int8:
+      return writeNumbers<std::int8_t>(json, array);
+    case NumericClass::Int16:
+      return writeNumbers<std::int16_t>(json, array);
+    case NumericClass::Int32:
+      return writeNumbers<std::int32_t>(json, array);
+    case NumericClass::Int64:
+      return writeNumbers<std::int64_t>(json, array);
+    case NumericClass::UInt8:
+      return writeNumbers<std::uint8_t>(json, array);
+    case NumericClass::UInt16:
+      return writeNumbers<std::uint16_t>(json, array);
+    case NumericClass::UInt32:
+      return writeNumbers<std::uint32_t>(json, array);
+    case NumericClass::UInt64:
+      return writeNumbers<std::uint64_t>(json, array);
+  }
+}
+
+void writeChars(JsonWriter& json, const HostArray& array) {
+  const std::u16string_view units = array.text();
+  if (array.rows() <= 1 || units.empty()) {
+    json.value(units);
+    return;
+  }
+  json.beginArray();
+  for (std::size_t row = 0; row < array.rows(); ++row) {
+    std::u16string line;
+    for (std::size_t column = 0; column < array.columns(); ++column)
+      line += units[column * array.rows() + row];
+    json.value(std::u16string_view(line));
+  }
+  json.endArray();
+}
+
+void writeStructure(JsonWriter& json, const HostArray& array) {
+  std::vector<std::string> names;
+  for (const std::u16string& name : array.fieldNames()) names.push_back(fl::i18n::to_string_lossy(name));
+  const auto writeElement = [&](std::size_t index) {
+    json.beginObject();
+    for (std::size_t field = 0; field < names.size(); ++field) {
+      json.member(names[field]);
+      writeJson(json, array.fieldAt(index, field));
+    }
+    json.endObject();
+  };
+  if (array.isScalar()) return writeElement(0);
+  json.beginArray();
+  for (std::size_t index = 0; index < array.elementCount(); ++index) writeElement(index);
+  json.endArray();
+}
+
+void writeCells(JsonWriter& json, const HostArray& array) {
+  json.beginArray();
+  for (std::size_t index = 0; index < array.elementCount(); ++index) writeJson(json, array.cellAt(index));
+  json.endArray();
+}
+
+void writeNull(JsonWriter& json) { json.value(std::numeric_limits<double>::quiet_NaN()); }
+
+}  // namespace
+
+void writeJson(JsonWriter& json, const HostArray& array) {
+  switch (array.kind()) {
+    case ArrayKind::Numeric:
+      return writeNumeric(json, array);
+    case ArrayKind::Logical:
+      return writeNumbers<bool>(json, array);
+    case ArrayKind::Char:
+      return writeChars(json, array);
+    case ArrayKind::Cell:
+      return writeCells(json, array);
+    case ArrayKind::Struct:
+      return writeStructure(json, array);
+  }
+}
+
+void writeJson(JsonWriter& json, const zobs::Value& value) {
+  if (const auto* text = std::get_if<std::u16string>(&value)) {
+    json.value(std::u16string_view(*text));
+    return;
+  }
+  if (const auto* array = std::get_if<HostArray>(&value)) return writeJson(json, *array);
+  writeNull(json);
+}
+
+std::u16string cellText(const zobs::Value& value) {
+  if (const auto* text = std::get_if<std::u16string>(&value)) return *text;
+  const auto* array = std::get_if<HostArray>(&value);
+  if (array != nullptr && array->kind() == ArrayKind::Char && array->rows() <= 1)
+    return std::u16string(array->text());
+  JsonWriter json;
+  writeJson(json, value);
+  return fl::i18n::to_ustring_lossy(json.text());
+}
+
+}  // namespace tavlox::cli

@@ -1,0 +1,87 @@
+#include "hosts/cli/command.h"
+#include "hosts/cli/error_report.h"
+#include "hosts/cli/host_json.h"
+#include "hosts/cli/module.h"
+#include "hosts/cli/output.h"
+#include "platform/text/conversion.h"
+
+namespace tavlox::cli {
+namespace {
+
+using fl::i18n::JsonWriter;
+
+/// A property's name and value, as the module's class lists them.
+using Properties = std::vector<std::pair<std::string, zobs::Value>>;
+
+Properties readProperties(const Request& request, const std::u16string& path) {
+  const zobs::COSInterfacePointer file = openFile(request, path);
+  Properties properties;
+  for (const zobs::COSProperty& property : fileClass(request).properties()) {
+    const std::string& name = property.name.text();
+    properties.emplace_back(name, zobs::getProperty(file, name));
+  }
+  return properties;
+}
+
+void writeProperties(JsonWriter& json, const Properties& properties) {
+  json.beginObject();
+  for (const auto& [name, value] : properties) {
+    json.member(name);
+    writeJson(json, value);
+  }
+  json.endObject();
+}
+
+void printTables(const std::vector<Properties>& files) {
+  for (const Properties& properties : files) {
+    Table table;
+    for (const auto& [name, value] : properties) table.addRow({fl::i18n::to_ustring(name), cellText(value)});
+    if (&properties != &files.front()) print("\n");
+    print(table);
+  }
+}
+
+/// The shape follows the request, not what could be read: an object for one file, a list for several.
+void printJson(const std::vector<Properties>& files, std::size_t asked) {
+  if (files.empty() && asked == 1) return;
+  JsonWriter json;
+  if (asked > 1) json.beginArray();
+  for (const Properties& properties : files) writeProperties(json, properties);
+  if (asked > 1) json.endArray();
+  print(json);
+}
+
+ExitCode runInfo(const Request& request) {
+  const std::vector<std::u16string>& paths = request.all("FILE");
+  std::vector<Properties> files;
+  for (const std::u16string& path : paths) {
+    try {
+      files.push_back(readProperties(request, path));
+    } catch (const std::exception&) {
+      // The other files are still answered.
+      report(std::current_exception(), request.format);
+    }
+  }
+  request.format == OutputFormat::Json ? printJson(files, paths.size()) : printTables(files);
+  return files.size() == paths.size() ? ExitCode::Done : ExitCode::Failed;
+}
+
+}  // namespace
+
+const Command kInfo = {
+    .name = "info",
+    .summary = "Show the properties of sessions",
+    .examples =
+        "  tavlox info filter.tavlox\n"
+        "  tavlox info --json filter.tavlox | jq .NumSignals\n"
+        "  tavlox info *.tavlox\n",
+    .details =
+        "A property is a line: its name and its value. Several files are separated by empty lines; with "
+        "--json\n"
+        "they make a list. A file that cannot be read is reported, the others are still shown, and the exit\n"
+        "code is 1.\n",
+    .parameters = {{"FILE", Takes::OneOrMore, "The packages to look into"}},
+    .run = runInfo,
+};
+
+}  // namespace tavlox::cli

@@ -1,0 +1,33 @@
+#include "hosts/cli/command_line.h"
+#include "hosts/cli/error_report.h"
+#include "hosts/cli/output.h"
+#include "platform/errors/except_with_causes.h"
+
+namespace {
+
+using namespace tavlox::cli;
+
+ExitCode runCommand(const CommandLine& line) {
+  if (line.command == nullptr) {
+    print(line.text);
+    return ExitCode::Done;
+  }
+  return line.command->run(line.request);
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  // Until the command line is understood, whatever fails is its fault.
+  ExitCode failure = ExitCode::WrongCommandLine;
+  try {
+    const CommandLine line = parseCommandLine(argumentCount, arguments);
+    failure = ExitCode::Failed;
+    const ExitCode result = runCommand(line);
+    flushOutput();
+    return static_cast<int>(result);
+  } catch (const std::exception&) {
+    report(std::current_exception(), requestedFormat(argumentCount, arguments));
+    return static_cast<int>(failure);
+  }
+}

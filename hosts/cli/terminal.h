@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+/// What may be sent to a person's terminal, and how.
+namespace tavlox::cli {
+
+bool isTerminal(std::FILE* stream);
+
+/// Whether text on this stream may carry colours: a terminal, and NO_COLOR not set.
+enum class Colours { Off, On };
+Colours coloursFor(std::FILE* stream);
+
+/// The text in bold, or as it is.
+std::string bold(std::string_view text, Colours colours);
+
+/// UTF-8 on one line that cannot drive a terminal or break a table: backslash, tab and line ends become \\,
+/// \t, \n and \r; other control characters, line separators and marks that turn the writing direction become
+/// \uXXXX.
+std::string singleLine(std::u16string_view text);
+
+/// Columns that UTF-8 text takes on a terminal.
+std::size_t displayWidth(std::string_view narrow);
+
+}  // namespace tavlox::cli

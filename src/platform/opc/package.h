@@ -4,11 +4,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/opc/core_property.h"
 #include "platform/opc/part.h"
 #include "platform/opc/relationship.h"
 #include "platform/opc/zip/limits.h"
+
+namespace opc {
+
+class PackageIndex;
+
+}  // namespace opc
 
 namespace opc::interfaces {
 
@@ -19,9 +26,10 @@ enum class OpenMode { Read = 0, Create = 1, Modify = 2 };
 
 namespace opc::model {
 
-/// One package file after the Open Packaging Conventions (ECMA-376, part 2). Parts are found by name, relationships in
-/// the order of their document. Changes are kept beside the file and written by `close`, all at once and durably, or
-/// not at all. An unchanged file is reopened without reading its directory, content types and relationships again.
+/// One package file after the Open Packaging Conventions (ECMA-376, part 2). Parts are found by name,
+/// relationships in the order of their document. Changes are kept beside the file and written by `close`, all
+/// at once and durably, or not at all. An unchanged file is reopened without reading its directory, content
+/// types and relationships again.
 class Package : public RelationshipSource {
  public:
   /// Binds the package to a path; nothing is opened.
@@ -33,35 +41,54 @@ class Package : public RelationshipSource {
 
   const std::u16string& path() const;
 
-  /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks. Create
-  /// starts an empty package, which `close` writes to a path that must not exist by then.
+  /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks.
+  /// Create starts an empty package, which `close` writes to a path that must not exist by then. Raises
+  /// opc::Exception if the package is open already.
   void open(interfaces::OpenMode mode);
   bool isOpen() const;
 
-  /// Saves the changes, if there are any, and closes. The package is closed in any case; if saving fails
-  /// opc::Exception says why, and the file is as it was.
+  /// Saves the changes, if there are any, and closes. Writing a value that was there already is a change;
+  /// deleting what is not there, and a request that was refused, is none. The package is closed in any case;
+  /// if saving fails opc::Exception says why, and the file is as it was. Closing a closed package does
+  /// nothing.
   void close();
+
+  /// What was read of the file; null before it is first opened. The same object as long as the file is
+  /// unchanged.
+  const std::shared_ptr<const PackageIndex>& index() const { return index_; }
+
+  /// In the order of the file, new parts behind.
+  std::vector<PartName> getPartNames() const;
 
   bool hasPart(const PartName& name) const;
   /// Raises opc::Exception if there is no such part.
   Part getPart(const PartName& name) const;
-  /// Raises opc::Exception if the name is taken by an equivalent one, is derived from another part's name or another
-  /// is derived from it, or the package is not open for modification.
+  /// An empty part, until its output stream is written to. Raises opc::Exception if the name is taken by an
+  /// equivalent one, is derived from another part's name or another is derived from it, or the package is not
+  /// open for modification.
   Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
   /// Removes the part, its relationship part and its content type. Deleting a missing part is no error.
   void deletePart(const PartName& name);
 
   /// Nothing when the package has no core-properties part or the part does not have the property.
   std::optional<std::u16string> getCoreProperty(CoreProperty property) const;
-  /// Creates the core-properties part when it is missing and keeps every other property.
+  /// Creates the core-properties part when it is missing ("/docProps/core.xml" or the next free name) and
+  /// keeps every other property.
   void setCoreProperty(CoreProperty property, std::u16string_view text);
 
   std::vector<Relationship> getRelationships(ExcludeMode exclude) const override;
   std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const override;
-  Relationship createInternalRelationship(std::u16string_view type, const URI& target, std::string_view id) override;
+  Relationship createInternalRelationship(std::u16string_view type, const URI& target,
+                                          std::string_view id) override;
   void deleteRelationship(std::string_view id) override;
 
  private:
+  PackageState& state() const;
+  std::shared_ptr<PackageState> openState(interfaces::OpenMode mode);
+
+  std::u16string path_;
+  zip::Limits limits_;
+  std::shared_ptr<const PackageIndex> index_;  // outlives the openings
   std::shared_ptr<PackageState> state_;
 };
 

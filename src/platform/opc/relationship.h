@@ -11,10 +11,10 @@ namespace opc::model {
 
 enum class TargetMode { Internal, External };
 
-/// One typed link from a package or part to a target. The target of an internal relationship is resolved, absolute,
-/// decoded text, whatever the document wrote; one that climbs above the root is kept but matches no part. The target
-/// of an external relationship is the text as written, and is never a part. Copies share the texts, because listings
-/// of many thousand relationships are copied.
+/// One typed link from a package or part to a target. The target of an internal relationship is resolved,
+/// absolute, decoded text, whatever the document wrote; one that climbs above the root is kept but matches no
+/// part. The target of an external relationship is the text as written, and is never a part. Copies share the
+/// texts, because listings of many thousand relationships are copied.
 class Relationship {
  public:
   Relationship(std::string id, std::u16string type, URI target, TargetMode mode);
@@ -46,8 +46,8 @@ class RelationshipSource {
   virtual std::vector<Relationship> getRelationships(ExcludeMode exclude) const = 0;
   virtual std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const = 0;
 
-  /// Adds a link to a part of this package. An empty ID asks for the lowest free "rIdN". Raises opc::Exception if the
-  /// ID is taken, is not an XML name, or the source cannot be changed.
+  /// Adds a link to a part of this package. An empty ID asks for the lowest free "rIdN". Raises
+  /// opc::Exception if the ID is taken, is not an XML name, or the source cannot be changed.
   virtual Relationship createInternalRelationship(std::u16string_view type, const URI& target,
                                                   std::string_view id) = 0;
 

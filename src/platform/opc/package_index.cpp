@@ -1,0 +1,175 @@
+#include "platform/opc/package_index.h"
+
+#include <chrono>
+#include <utility>
+
+#include "platform/opc/item_names.h"
+#include "platform/opc/zip/entry_reader.h"
+#include "platform/opc/zip/exception.h"
+
+namespace opc {
+
+namespace {
+
+// File systems stamp with the kernel's tick. Of a file that changed less than a tick before it was read, a
+// second change of the same size would go unseen.
+constexpr std::int64_t kClockTick = 20'000'000;  // nanoseconds
+
+bool isJustChanged(const zip::FileIdentity& identity) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count() - identity.changed < kClockTick;
+}
+
+}  // namespace
+
+/// Reads an index, entry by entry.
+class PackageIndex::Reader {
+ public:
+  Reader(const std::shared_ptr<const zip::ArchiveFile>& file, const zip::Limits& limits, PackageIndex& index)
+      : file_(file), limits_(limits), index_(index) {}
+
+  void read() {
+    index_.identity_ = file_->identity();
+    index_.mayHaveChangedUnseen_ = isJustChanged(file_->identity());
+    index_.directory_ = zip::Directory::read(*file_, limits_);
+    sortItems();
+    readContentTypes();
+    for (const EntryPlace place : partItems_) addItem(place);
+    indexParts();
+    for (const EntryPlace place : relationshipItems_) addRelationships(place);
+  }
+
+ private:
+  const zip::Entry& entryAt(EntryPlace place) const { return index_.entries()[place]; }
+
+  void sortItems() {
+    const auto& entries = index_.entries();
+    for (EntryPlace place = 0; place < entries.size(); ++place) {
+      sortItem(place, kindOfItem(entries[place].name));
+    }
+  }
+
+  void sortItem(EntryPlace place, ItemKind kind) {
+    const zip::Entry& entry = entryAt(place);
+    if (kind == ItemKind::InterleavedPiece) {
+      refuse("opc:package:interleavedPart", file_->path(), entry.name);
+    }
+    if (kind == ItemKind::Folder) return;
+    if (entry.isSymbolicLink) return keepOther(partNameOfItem(entry.name));
+    if (kind == ItemKind::Relationships) return relationshipItems_.push_back(place);
+    if (kind == ItemKind::Other) return partItems_.push_back(place);
+    if (index_.contentTypesEntry_) refuse("opc:package:duplicateContentTypes", file_->path());
+    index_.contentTypesEntry_ = place;
+  }
+
+  void keepOther(const std::optional<model::PartName>& name) {
+    if (name) index_.otherItems_.insert(name->key());
+  }
+
+  void readContentTypes() {
+    if (!index_.contentTypesEntry_) refuse("opc:package:noContentTypes", file_->path());
+    const std::string bytes =
+        zip::readWhole(file_, entryAt(*index_.contentTypesEntry_), limits_.contentTypeBytes);
+    index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), limits_);
+  }
+
+  void addItem(EntryPlace place) {
+    auto name = partNameOfItem(entryAt(place).name);
+    if (!name) return;
+    const model::ContentType* type = index_.contentTypes_.contentTypeOf(name->key());
+    if (type) {
+      index_.parts_.push_back({std::move(*name), *type, place, {}, {}});
+    } else if (!index_.otherItems_.insert(name->key()).second) {
+      refuseEquivalent(place);
+    }
+  }
+
+  // Only now that the parts no longer move: the map's keys lie in them.
+  void indexParts() {
+    auto& byKey = index_.partsByKey_;
+    byKey.reserve(index_.parts_.size());
+    for (std::size_t i = 0; i < index_.parts_.size(); ++i) {
+      const IndexedPart& part = index_.parts_[i];
+      const bool isNew = byKey.emplace(part.name.key(), i).second;
+      if (!isNew || index_.otherItems_.contains(part.name.key())) refuseEquivalent(part.entry);
+    }
+  }
+
+  void addRelationships(EntryPlace place) {
+    const auto source = sourceOfRelationships(entryAt(place).name);
+    if (!source) return;
+    if (!relationshipSources_.insert(*source).second) refuseEquivalent(place);
+    if (source->empty()) {
+      index_.relationshipsEntry_ = place;
+      index_.relationships_ = readRelationships(place, {});
+      return;
+    }
+    const auto found = index_.partsByKey_.find(*source);
+    if (found == index_.partsByKey_.end()) {
+      index_.orphans_.emplace(*source, place);
+      return;
+    }
+    IndexedPart& part = index_.parts_[found->second];
+    part.relationshipsEntry = place;
+    part.relationships =
+        std::make_shared<const RelationshipsDocument>(readRelationships(place, part.name.encoded()));
+  }
+
+  // The limits hold for all relationships of the package together.
+  RelationshipsDocument readRelationships(EntryPlace place, const std::string& source) {
+    const std::string bytes = zip::readWhole(file_, entryAt(place), limits_.relationshipBytes);
+    auto document = RelationshipsDocument::parse(bytes, source, file_->path(), limits_);
+    limits_.relationshipBytes -= bytes.size();
+    limits_.relationships -= document.size();
+    return document;
+  }
+
+  [[noreturn]] void refuseEquivalent(EntryPlace place) {
+    refuse("opc:package:equivalentNames", file_->path(), entryAt(place).name);
+  }
+
+  std::shared_ptr<const zip::ArchiveFile> file_;
+  zip::Limits limits_;  // what is left of them
+  PackageIndex& index_;
+  std::vector<EntryPlace> partItems_, relationshipItems_;
+  std::unordered_set<std::string> relationshipSources_;
+};
+
+std::shared_ptr<const PackageIndex> PackageIndex::read(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                                       const zip::Limits& limits) {
+  const std::shared_ptr<PackageIndex> index(new PackageIndex);
+  Reader(file, limits, *index).read();
+  return index;
+}
+
+std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage() {
+  return std::shared_ptr<const PackageIndex>(new PackageIndex);
+}
+
+bool PackageIndex::describes(const zip::FileIdentity& current) const {
+  return identity_ == current && !mayHaveChangedUnseen_;
+}
+
+const std::vector<zip::Entry>& PackageIndex::entries() const {
+  static const std::vector<zip::Entry> kNone;
+  return directory_ ? directory_->entries() : kNone;
+}
+
+std::string_view PackageIndex::comment() const {
+  return directory_ ? directory_->comment() : std::string_view();
+}
+
+std::uint64_t PackageIndex::directoryOffset() const { return directory_ ? directory_->offset() : 0; }
+
+const IndexedPart* PackageIndex::find(std::string_view key) const {
+  const auto found = partsByKey_.find(key);
+  return found == partsByKey_.end() ? nullptr : &parts_[found->second];
+}
+
+std::optional<EntryPlace> PackageIndex::orphanedRelationships(const std::string& key) const {
+  const auto found = orphans_.find(key);
+  if (found == orphans_.end()) return std::nullopt;
+  return found->second;
+}
+
+}  // namespace opc

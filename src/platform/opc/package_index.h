@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/opc/content_types_document.h"
+#include "platform/opc/part_name.h"
+#include "platform/opc/relationships_document.h"
+#include "platform/opc/zip/archive_file.h"
+#include "platform/opc/zip/directory.h"
+#include "platform/opc/zip/limits.h"
+
+namespace opc {
+
+/// The place of an entry in its directory.
+using EntryPlace = std::size_t;
+
+/// One part as the opened file has it.
+struct IndexedPart {
+  model::PartName name;
+  model::ContentType type;
+  EntryPlace entry = 0;
+  std::optional<EntryPlace> relationshipsEntry;
+  std::shared_ptr<const RelationshipsDocument>
+      relationships;  ///< null when the part has no relationship part
+};
+
+/// What one state of a package file says: directory, content types, relationships and parts. Never changes
+/// once it is read, so that every opening of the unchanged file shares one.
+///
+/// An item is no part, and is only kept, if its name is no part name, if it has no content type or if it is a
+/// symbolic link or a folder. A relationship part without its part is kept likewise. Parts whose name is
+/// derived from another's ("/a" and "/a/b") are both parts here, since files have them; new ones are not
+/// created.
+class PackageIndex {
+ public:
+  /// Raises PackageOpenFailed, with the rule that is broken. The relationships of every part are read here,
+  /// because malformed ones refuse the package.
+  static std::shared_ptr<const PackageIndex> read(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                                  const zip::Limits& limits);
+  /// Of a package that is not written yet.
+  static std::shared_ptr<const PackageIndex> ofNewPackage();
+
+  /// Whether this still describes the file that was just opened.
+  bool describes(const zip::FileIdentity& current) const;
+
+  /// In the order of the directory; none in a new package.
+  const std::vector<zip::Entry>& entries() const;
+  /// The archive's comment and where its directory starts.
+  std::string_view comment() const;
+  std::uint64_t directoryOffset() const;
+
+  const ContentTypesDocument& contentTypes() const { return contentTypes_; }
+  const RelationshipsDocument& relationships() const { return relationships_; }
+  std::optional<EntryPlace> contentTypesEntry() const { return contentTypesEntry_; }
+  std::optional<EntryPlace> relationshipsEntry() const { return relationshipsEntry_; }
+
+  /// In the order of the directory.
+  const std::vector<IndexedPart>& parts() const { return parts_; }
+  /// By PartName::key; null if there is none.
+  const IndexedPart* find(std::string_view key) const;
+  /// Whether an item that is no part stands under this key.
+  bool isNameOfItem(const std::string& key) const { return otherItems_.contains(key); }
+  /// The relationship part that stands there for a part that does not.
+  std::optional<EntryPlace> orphanedRelationships(const std::string& key) const;
+
+ private:
+  class Reader;
+  PackageIndex() = default;
+
+  zip::FileIdentity identity_;
+  bool mayHaveChangedUnseen_ = false;
+  std::optional<zip::Directory> directory_;  // nothing in a new package
+  ContentTypesDocument contentTypes_;
+  RelationshipsDocument relationships_;
+  std::optional<EntryPlace> contentTypesEntry_, relationshipsEntry_;
+  std::vector<IndexedPart> parts_;
+  std::unordered_map<std::string_view, std::size_t> partsByKey_;  // the keys lie in parts_
+  std::unordered_set<std::string> otherItems_;
+  std::unordered_map<std::string, EntryPlace> orphans_;
+};
+
+}  // namespace opc

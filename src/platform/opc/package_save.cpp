@@ -1,0 +1,165 @@
+#include "platform/opc/package_save.h"
+
+#include <cstdint>
+#include <deque>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/opc/item_names.h"
+#include "platform/opc/zip/durable_file.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/opc/zip/writer.h"
+
+namespace opc {
+
+namespace {
+
+constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
+
+/// What happens to each entry of the opened file, and what is added.
+class SavePlan {
+ public:
+  SavePlan(const std::string& path, PackageContents& contents, const std::string& spoolFolder)
+      : path_(path), contents_(contents), spoolFolder_(spoolFolder), emptyPart_(spoolFolder) {
+    emptyPart_.finish();
+    fates_.resize(entries().size());
+    for (const PartChange* change : contents.partChanges()) planPart(*change);
+    for (const EntryPlace orphan : contents.droppedOrphans()) leaveOut(orphan);
+    planPackageRelationships();
+    planContentTypes();
+  }
+
+  void write(zip::Writer& writer, const zip::ArchiveFile* file, bool isClone) const {
+    for (EntryPlace place = 0; place < fates_.size(); ++place) {
+      const zip::Entry& entry = entries()[place];
+      const Fate& fate = fates_[place];
+      if (fate.replacement) {
+        writer.add(entry.name, *fate.replacement);
+      } else if (!fate.isLeftOut) {
+        isClone ? writer.keep(entry) : writer.copy(*file, entry);
+      }
+    }
+    for (const auto& [name, content] : additions_) writer.add(name, *content);
+    writer.finish(contents_.index().comment());
+  }
+
+  /// A clone keeps the bytes of the documents it replaces. That is fine for a while, but a package that is
+  /// added to again and again must not become mostly waste.
+  bool mayClone() const {
+    if (!contents_.isOnlyAddition()) return false;
+    std::uint64_t live = 0;
+    for (EntryPlace place = 0; place < fates_.size(); ++place) {
+      const zip::Entry& entry = entries()[place];
+      if (!fates_[place].replacement) live += entry.endOffset - entry.headerOffset;
+    }
+    const std::uint64_t waste = contents_.index().directoryOffset() - live;
+    return waste <= live / 8;
+  }
+
+ private:
+  struct Fate {
+    bool isLeftOut = false;
+    const zip::Spool* replacement = nullptr;
+  };
+
+  const std::vector<zip::Entry>& entries() const { return contents_.index().entries(); }
+  void leaveOut(EntryPlace place) { fates_[place].isLeftOut = true; }
+
+  void planPart(const PartChange& part) {
+    const IndexedPart* original = part.original;
+    const bool leavesOriginal = part.isDeleted || part.creation != 0;
+    if (original && leavesOriginal) {
+      leaveOut(original->entry);
+      if (original->relationshipsEntry) leaveOut(*original->relationshipsEntry);
+    }
+    if (part.isDeleted) return;
+    planData(part);
+    if (!part.relationships) return;
+    const auto old = leavesOriginal ? std::nullopt : original->relationshipsEntry;
+    if (part.relationships->isEmpty()) {
+      if (old) leaveOut(*old);
+      return;
+    }
+    putRelationships(*part.relationships, old);
+  }
+
+  void planData(const PartChange& part) {
+    if (part.creation != 0) {
+      additions_.emplace_back(itemNameOf(part.name.encoded()), part.data ? &finished(part) : &emptyPart_);
+    } else if (part.data) {
+      fates_[part.original->entry].replacement = &finished(part);
+    }
+  }
+
+  const zip::Spool& finished(const PartChange& part) {
+    if (part.data->isBroken) raise("opc:part:lostData", path_, part.name.text());
+    part.data->spool.finish();
+    return part.data->spool;
+  }
+
+  void planPackageRelationships() {
+    const RelationshipsDocument* changed = contents_.changedRelationships();
+    if (changed) putRelationships(*changed, contents_.index().relationshipsEntry());
+  }
+
+  void putRelationships(const RelationshipsDocument& document, std::optional<EntryPlace> old) {
+    const std::string name = document.partName();
+    contents_.typeRelationshipPart(name);
+    put(std::string(itemNameOf(name)), old, document.toBytes());
+  }
+
+  // Last of the documents, because relationship parts may need a type.
+  void planContentTypes() {
+    const auto old = contents_.index().contentTypesEntry();
+    if (old && !contents_.hasChangedContentTypes()) return;
+    put(std::string(kContentTypesItem), old, contents_.contentTypes().toBytes());
+  }
+
+  // New documents stand before the new parts, where readers look first.
+  void put(std::string name, std::optional<EntryPlace> old, const std::string& bytes) {
+    zip::Spool& document = documents_.emplace_back(spoolFolder_);
+    document.write(bytes.data(), bytes.size());
+    document.finish();
+    if (old) {
+      fates_[*old].replacement = &document;
+    } else {
+      additions_.emplace_front(std::move(name), &document);
+    }
+  }
+
+  const std::string& path_;
+  PackageContents& contents_;
+  const std::string& spoolFolder_;
+  zip::Spool emptyPart_;
+  std::vector<Fate> fates_;
+  std::deque<std::pair<std::string, const zip::Spool*>> additions_;
+  std::deque<zip::Spool> documents_;
+};
+
+void replacePackage(const std::string& path, const SavePlan& plan, const zip::ArchiveFile& file,
+                    std::uint64_t directoryOffset) {
+  using Start = zip::DurableFile::Start;
+  zip::DurableFile output(path, file.identity(), plan.mayClone() ? Start::CloneOrEmpty : Start::Empty);
+  zip::Writer writer(output.descriptor(), path, output.isClone() ? directoryOffset : 0);
+  plan.write(writer, &file, output.isClone());
+  output.commit();
+}
+
+void createPackage(const std::string& path, const SavePlan& plan) {
+  zip::DurableFile output(path);
+  zip::Writer writer(output.descriptor(), path);
+  plan.write(writer, nullptr, false);
+  output.commit();
+}
+
+}  // namespace
+
+void savePackage(const std::string& path, PackageContents& contents,
+                 const std::shared_ptr<const zip::ArchiveFile>& file, const std::string& spoolFolder) {
+  const SavePlan plan(path, contents, spoolFolder);
+  if (file) return replacePackage(path, plan, *file, contents.index().directoryOffset());
+  createPackage(path, plan);
+}
+
+}  // namespace opc

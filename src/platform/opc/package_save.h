@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/opc/package_contents.h"
+#include "platform/opc/zip/archive_file.h"
+
+namespace opc {
+
+/// Writes the package `contents` describe to `path` (UTF-8), atomically and durably. `file` is what they were
+/// read from, or null for a new package. Entries that were not touched are copied compressed, in their order,
+/// with their comments and extra fields; changed documents and replaced data stand where the old ones stood;
+/// what is new follows. The bytes of deleted and replaced parts are never in the new file. Where nothing was
+/// deleted and the file system can share blocks, what is new is appended to a clone.
+///
+/// Raises opc::Exception if anything fails; the file is then as it was.
+void savePackage(const std::string& path, PackageContents& contents,
+                 const std::shared_ptr<const zip::ArchiveFile>& file, const std::string& spoolFolder);
+
+}  // namespace opc

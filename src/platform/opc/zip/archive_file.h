@@ -31,7 +31,8 @@ class ArchiveFile {
   /// As it was when the file was opened.
   const FileIdentity& identity() const { return identity_; }
 
-  /// Reads exactly `count` bytes at `offset`; raises opc::Exception if the file ends before or cannot be read.
+  /// Reads exactly `count` bytes at `offset`; raises opc::Exception if the file ends before or cannot be
+  /// read.
   void read(std::uint64_t offset, void* into, std::size_t count) const;
 
  private:

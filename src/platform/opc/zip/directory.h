@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,11 +27,19 @@ struct Entry {
 };
 
 /// The audited directory of one archive. Nothing of it is trusted before all of it was checked: bounds,
-/// overlaps, local headers against the directory (name, method, sizes, checksum; not times), duplicate
-/// names, names with NUL or ".." segments, encryption, several disks, methods, ZIP64 records.
+/// overlaps, local headers against the directory (name, method, sizes, checksum; not times), data
+/// descriptors, duplicate names, names with NUL or ".." segments, a second name in an extra field,
+/// encryption, several disks, methods, ZIP64 records. The data itself is checked by whoever reads it, see
+/// EntryReader.
+///
+/// Deliberately let pass, since sound archives do it: bytes before the first entry and between entries (as
+/// long as offsets count from the start of the file), up to 16 bytes behind the end record, padding in extra
+/// fields, data descriptors in each of their four forms. Movable, not copyable: the entries point into one
+/// buffer.
 class Directory {
  public:
-  /// Raises PackageOpenFailed, with the identifier of the first rule that is broken.
+  /// Raises PackageOpenFailed, with the identifier of the first rule that is broken; also when the file
+  /// cannot be read.
   static Directory read(const ArchiveFile& file, const Limits& limits = {});
 
   /// In the order of the central directory.
@@ -40,7 +49,11 @@ class Directory {
   std::uint64_t offset() const { return offset_; }
 
  private:
-  std::vector<char> records_;
+  Directory() = default;
+  static Directory audit(const ArchiveFile& file, const Limits& limits);
+  void readRecords(const ArchiveFile& file, std::uint64_t bytes, std::uint64_t declaredEntries);
+
+  std::unique_ptr<char[]> records_;
   std::vector<Entry> entries_;
   std::string comment_;
   std::uint64_t offset_ = 0;

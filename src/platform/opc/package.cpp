@@ -44,7 +44,7 @@ const std::u16string& Package::path() const { return path_; }
 bool Package::isOpen() const { return state_ && state_->isOpen(); }
 
 void Package::open(OpenMode mode) {
-  if (isOpen()) raise("opc:package:alreadyOpen", path_);
+  if (isOpen()) raise("opc:package:AlreadyOpen", path_);
   state_ = openState(mode);
 }
 
@@ -72,7 +72,7 @@ void Package::close() {
 }
 
 PackageState& Package::state() const {
-  if (!state_) raise("opc:package:closed", path_);
+  if (!state_) raise("opc:package:Closed", path_);
   return *state_;
 }
 

@@ -68,8 +68,8 @@ void PackageContents::create(const model::PartName& name, const model::ContentTy
 }
 
 void PackageContents::checkIsFree(const model::PartName& name) {
-  if (find(name.key())) raise("opc:package:partExists", path_, name.text());
-  if (index_->isNameOfItem(name.key())) raise("opc:package:nameOfItem", path_, name.text());
+  if (find(name.key())) raise("opc:part:Exists", path_, name.text());
+  if (index_->isNameOfItem(name.key())) raise("opc:part:NameOfItem", path_, name.text());
 }
 
 // Neither "/a" when there is "/a/b", nor "/a/b" when there is "/a".
@@ -77,12 +77,12 @@ void PackageContents::checkIsNotDerived(const model::PartName& name) {
   const std::string& key = name.key();
   for (std::size_t slash = key.rfind('/'); slash > 0; slash = key.rfind('/', slash - 1)) {
     const auto other = find(key.substr(0, slash));
-    if (other) raise("opc:package:derivedName", path_, name.text(), other->name.text());
+    if (other) raise("opc:part:DerivedName", path_, name.text(), other->name.text());
   }
   const std::string folder = key + '/';
   const auto next = sortedKeys().lower_bound(folder);
   if (next == sortedKeys().end() || !next->starts_with(folder)) return;
-  raise("opc:package:derivedName", path_, name.text(), find(std::string(*next))->name.text());
+  raise("opc:part:DerivedName", path_, name.text(), find(std::string(*next))->name.text());
 }
 
 std::set<std::string_view>& PackageContents::sortedKeys() {

@@ -52,13 +52,13 @@ class PackageIndex::Reader {
   void sortItem(EntryPlace place, ItemKind kind) {
     const zip::Entry& entry = entryAt(place);
     if (kind == ItemKind::InterleavedPiece) {
-      refuse("opc:package:interleavedPart", file_->path(), entry.name);
+      refuse("opc:package:InterleavedPart", file_->path(), entry.name);
     }
     if (kind == ItemKind::Folder) return;
     if (entry.isSymbolicLink) return keepOther(partNameOfItem(entry.name));
     if (kind == ItemKind::Relationships) return relationshipItems_.push_back(place);
     if (kind == ItemKind::Other) return partItems_.push_back(place);
-    if (index_.contentTypesEntry_) refuse("opc:package:duplicateContentTypes", file_->path());
+    if (index_.contentTypesEntry_) refuse("opc:package:ContentTypesTwice", file_->path());
     index_.contentTypesEntry_ = place;
   }
 
@@ -67,7 +67,7 @@ class PackageIndex::Reader {
   }
 
   void readContentTypes() {
-    if (!index_.contentTypesEntry_) refuse("opc:package:noContentTypes", file_->path());
+    if (!index_.contentTypesEntry_) refuse("opc:package:ContentTypesMissing", file_->path());
     const std::string bytes =
         zip::readWhole(file_, entryAt(*index_.contentTypesEntry_), limits_.contentTypeBytes);
     index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), limits_);
@@ -125,7 +125,7 @@ class PackageIndex::Reader {
   }
 
   [[noreturn]] void refuseEquivalent(EntryPlace place) {
-    refuse("opc:package:equivalentNames", file_->path(), entryAt(place).name);
+    refuse("opc:package:EquivalentNames", file_->path(), entryAt(place).name);
   }
 
   std::shared_ptr<const zip::ArchiveFile> file_;

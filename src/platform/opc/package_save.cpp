@@ -93,7 +93,7 @@ class SavePlan {
   }
 
   const zip::Spool& finished(const PartChange& part) {
-    if (part.data->isBroken) raise("opc:part:lostData", path_, part.name.text());
+    if (part.data->isBroken) raise("opc:part:LostData", path_, part.name.text());
     part.data->spool.finish();
     return part.data->spool;
   }

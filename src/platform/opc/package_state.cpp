@@ -25,19 +25,19 @@ bool PackageState::needsSaving() const {
 }
 
 const PackageContents& PackageState::contents() const {
-  if (!contents_) raise("opc:package:closed", path_);
+  if (!contents_) raise("opc:package:Closed", path_);
   return *contents_;
 }
 
 PackageContents& PackageState::editContents() {
-  if (!contents_) raise("opc:package:closed", path_);
-  if (access_ == Access::Read) raise("opc:package:notModifiable", path_);
+  if (!contents_) raise("opc:package:Closed", path_);
+  if (access_ == Access::Read) raise("opc:package:NotModifiable", path_);
   return *contents_;
 }
 
 PartView PackageState::part(const PartName& name) const {
   const auto view = contents().find(name.key());
-  if (!view) raise("opc:package:noSuchPart", path_, name.text());
+  if (!view) raise("opc:part:NotFound", path_, name.text());
   return *view;
 }
 
@@ -58,8 +58,8 @@ std::string PackageState::readWhole(const PartName& name, std::uint64_t limit) c
   if (view.entry) return zip::readWhole(file_, contents_->index().entries()[*view.entry], limit);
   std::string bytes;
   if (!view.data) return bytes;
-  if (!view.data->spool.isFinished()) raise("opc:part:stillWritten", path_, name.text());
-  if (view.data->spool.size() > limit) raise("opc:part:tooLarge", path_, name.text(), limit);
+  if (!view.data->spool.isFinished()) raise("opc:part:StillWritten", path_, name.text());
+  if (view.data->spool.size() > limit) raise("opc:part:TooLarge", path_, name.text(), limit);
   bytes.resize(view.data->spool.size());
   zip::Spool::Reader reader(view.data->spool);
   std::size_t filled = 0;
@@ -81,7 +81,7 @@ void PackageState::close() noexcept {
 void PackageState::countInflated(std::uint64_t bytes) {
   inflated_ += bytes;
   if (inflated_ > limits_.inflatedBytesPerOpen)
-    raise("opc:package:tooMuchData", path_, limits_.inflatedBytesPerOpen);
+    raise("opc:package:TooMuchData", path_, limits_.inflatedBytesPerOpen);
 }
 
 // Beside the package, where the data goes in the end anyway and the temporary folder's size does not matter.

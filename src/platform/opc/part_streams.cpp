@@ -20,13 +20,13 @@ void PartInputStream::open() {
     entry_.emplace(state_->file(), state_->contents().index().entries()[*part.entry]);
   }
   if (!data_) return;
-  if (!data_->spool.isFinished()) raise("opc:part:stillWritten", state_->path(), name_.text());
-  if (data_->isBroken) raise("opc:part:lostData", state_->path(), name_.text());
+  if (!data_->spool.isFinished()) raise("opc:part:StillWritten", state_->path(), name_.text());
+  if (data_->isBroken) raise("opc:part:LostData", state_->path(), name_.text());
   written_.emplace(data_->spool);
 }
 
 std::size_t PartInputStream::read(void* into, std::size_t count) {
-  if (!state_->isOpen()) raise("opc:package:closed", state_->path());
+  if (!state_->isOpen()) raise("opc:package:Closed", state_->path());
   const std::size_t got = readFromSource(into, count);
   state_->countInflated(got);
   return got;
@@ -53,7 +53,7 @@ PartOutputStream::~PartOutputStream() {
 }
 
 void PartOutputStream::write(const void* data, std::size_t count) {
-  if (!state_->isOpen()) raise("opc:package:closed", state_->path());
+  if (!state_->isOpen()) raise("opc:package:Closed", state_->path());
   try {
     data_->spool.write(data, count);
   } catch (...) {

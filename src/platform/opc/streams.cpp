@@ -30,22 +30,22 @@ std::uint64_t copyStream(InputStream& from, std::ostream& to) {
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
     to.write(block.data(), static_cast<std::streamsize>(count));
-    if (!to) raise("opc:stream:cannotWrite", copied);
+    if (!to) raise("opc:stream:CannotWrite", copied);
     copied += count;
   }
   // What the stream still buffers must meet a full disk here, not in a destructor that cannot say so.
-  if (!to.flush()) raise("opc:stream:cannotWrite", copied);
+  if (!to.flush()) raise("opc:stream:CannotWrite", copied);
   return copied;
 }
 
 std::uint64_t copyStream(std::istream& from, OutputStream& to) {
   // A file that did not open fails without being at its end, and must not pass for an empty one.
-  if (from.fail() && !from.eof()) raise("opc:stream:cannotRead", 0);
+  if (from.fail() && !from.eof()) raise("opc:stream:CannotRead", 0);
   Block block;
   std::uint64_t copied = 0;
   while (from) {
     from.read(block.data(), block.size());
-    if (from.bad()) raise("opc:stream:cannotRead", copied);
+    if (from.bad()) raise("opc:stream:CannotRead", copied);
     const auto count = static_cast<std::size_t>(from.gcount());
     if (count > 0) to.write(block.data(), count);
     copied += count;

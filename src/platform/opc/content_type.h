@@ -1,24 +1,32 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace opc::model {
 
-/// A media type, "type/subtype" (RFC 9110, 8.3.1; parameters are not allowed by the conventions). Decoded text for
-/// callers; characters that a media type cannot carry are stored percent-encoded.
+/// A media type, "type/subtype" (RFC 9110, 8.3.1; parameters are not allowed by the conventions). Decoded
+/// text for callers; what a media type cannot carry, and "%", is percent-encoded in the stored subtype.
 class ContentType {
  public:
-  /// From decoded text, encoding what needs it. Raises opc::Exception unless it is type "/" subtype.
+  /// From decoded text. Everything after the "/" is the subtype, so what looks like a parameter is encoded as
+  /// part of it. Raises opc::Exception, naming the text, unless it is a token, one "/" and a subtype, and for
+  /// NUL and lone surrogates.
   explicit ContentType(std::u16string_view decoded);
 
-  /// From stored text. Raises opc::Exception if it is not a media type.
+  /// From stored text. Raises opc::Exception, naming the text, if it is not two tokens with a "/" between
+  /// them.
   static ContentType fromEncoded(std::string_view encoded);
+
+  /// The same, with nothing instead of an error.
+  static std::optional<ContentType> tryFromEncoded(std::string_view encoded);
 
   const std::string& encoded() const { return encoded_; }
   std::u16string text() const;
   std::u16string getType() const;
-  /// Decoded, what follows the "/".
+  /// Decoded, what follows the "/". A subtype that is not sound percent-encoding of UTF-8 is given as it
+  /// stands: a media type may well have a "%" that means nothing.
   std::u16string getSubType() const;
 
   /// Media types are compared without regard to ASCII case.

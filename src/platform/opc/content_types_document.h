@@ -32,7 +32,7 @@ class ContentTypesDocument {
   /// last segment), else null. Valid until the list changes.
   const model::ContentType* contentTypeOf(std::string_view encodedName) const;
 
-  /// Replaces the part's override in its place, or adds one at the end.
+  /// Replaces the part's override in its place, or adds one at the end. The name must be canonical ASCII.
   void setOverride(std::string_view encodedName, const model::ContentType& type);
   /// Removing what is not there is no error.
   void removeOverride(std::string_view encodedName);
@@ -41,7 +41,9 @@ class ContentTypesDocument {
 
  private:
   class Reader;
+  enum class Kind { Default, Override };
   struct Item {
+    Kind kind;
     std::string written;  ///< the extension or part name, as the document has it
     model::ContentType type;
   };

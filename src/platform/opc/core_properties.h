@@ -25,8 +25,8 @@ class CoreProperties {
   /// Nothing if the property is missing. Where a document has it twice, the first counts.
   std::optional<std::u16string> get(model::CoreProperty property) const;
 
-  /// Raises opc::Exception, naming the package, for a text that XML cannot carry. `Created` takes a W3C date
-  /// and time
+  /// Sets the first and removes the others. Raises opc::Exception, naming the package, for a text that XML
+  /// cannot carry. `Created` takes a W3C date and time
   /// ("2026-11-21T09:30:00Z"); its form is not checked.
   void set(model::CoreProperty property, std::u16string_view text, std::string_view packagePath);
 

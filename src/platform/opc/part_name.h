@@ -1,22 +1,30 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace opc::model {
 
 /// The absolute name of a part. Callers see decoded text ("/user/my run (1).csv"); the package stores ASCII,
-/// percent-encoded with upper-case hex ("/user/my%20run%20(1).csv"). Two names are equal when their encoded
-/// forms are equal ignoring ASCII case. Nothing is Unicode-normalised.
+/// percent-encoded with upper-case hex ("/user/my%20run%20(1).csv"). What a path segment can carry (RFC 3986,
+/// pchar) stands as it is. Two names are equal when their encoded forms are equal ignoring ASCII case.
+/// Nothing is Unicode-normalised.
 class PartName {
  public:
-  /// From decoded text. Raises opc::Exception for what no part may be called: no leading "/", empty segments,
-  /// segments ending in ".", backslash, NUL, lone surrogates, the name of a relationship part, more than 16 KiB
-  /// encoded.
+  /// From decoded text. Raises opc::Exception, naming the text, for what no part may be called: no leading
+  /// "/", empty segments, segments ending in ".", backslash, NUL, lone surrogates, the name of a relationship
+  /// part, more than 16 KiB encoded.
   explicit PartName(std::u16string_view decoded);
 
-  /// From stored text, decoded exactly once and then checked. Raises likewise, and for bad percent-encoding.
+  /// From stored text, decoded exactly once and then checked. Raises likewise, and for bad percent-encoding,
+  /// an encoded "/" or "\", and bytes that are not UTF-8. Other spellings of a name ("%41" for "A",
+  /// lower-case hex, characters that should have been encoded, as careless writers leave them) give the same
+  /// name.
   static PartName fromEncoded(std::string_view encoded);
+
+  /// The same, with nothing instead of an error.
+  static std::optional<PartName> tryFromEncoded(std::string_view encoded);
 
   const std::u16string& text() const { return text_; }
   const std::string& encoded() const { return encoded_; }
@@ -29,9 +37,19 @@ class PartName {
   std::string relationshipPartName() const;
 
  private:
-  PartName(std::u16string text, std::string encoded);
+  struct Parsed;
+  explicit PartName(Parsed&& parsed);
+  static Parsed parse(std::string_view encoded);
+
   std::u16string text_;
   std::string encoded_, key_;
 };
+
+/// The name of the relationship part of a part given by its encoded name; of the package for an empty one.
+std::string relationshipPartNameOf(std::string_view encodedName);
+
+/// The key of any absolute name, relationship parts included: decoded once, encoded anew, in lower case.
+/// Nothing for what is no absolute name or is badly encoded.
+std::optional<std::string> nameKey(std::string_view encoded);
 
 }  // namespace opc::model

@@ -16,12 +16,8 @@ namespace opc {
 
 /// The relationships of one source, the package or a part, in the order of their document ("…/_rels/….rels").
 ///
-/// The target of an internal relationship is resolved against the source (RFC 3986, 5.2) before it is
-/// decoded, once; a fragment is left out. If the outcome is a part name, the target is its decoded text.
-/// Everything else matches no part and reads as a path above the root, which no part can have: "/../x" for a
-/// target that climbs there, "/../" and the target as written for one with a query, a scheme, an authority, a
-/// backslash, an encoded slash or dot segment, an empty segment, or a bad percent-encoding. External targets
-/// are as written, always.
+/// Internal targets are resolved against the source and decoded; see `resolveTarget` for those that lead to
+/// no part. External targets are as written, always.
 ///
 /// Elements and attributes of foreign namespaces are skipped (markup-compatibility extras occur in the wild),
 /// but xml:base is refused, since it would change where targets lead. Writing keeps each relationship's
@@ -68,14 +64,11 @@ class RelationshipsDocument {
   std::string lowestFreeId();
 
   std::string source_;
-  // Removed items stay in their place, so that the others keep theirs.
+  // Removed items stay where they are, so that the others keep their places.
   std::vector<Item> items_;
   std::unordered_map<std::string, std::size_t> byId_;
   std::uint64_t nextNumber_ = 1;  // every rIdN below is taken or among the freed
   std::set<std::uint64_t> freedNumbers_;
 };
-
-/// The target of an internal relationship, as the class above says, for a source given by its encoded name.
-model::URI resolveTarget(std::string_view source, std::string_view target);
 
 }  // namespace opc

@@ -1,0 +1,65 @@
+#include "platform/opc/content_type.h"
+
+#include <algorithm>
+
+#include "platform/opc/percent_encoding.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace opc::model {
+namespace {
+
+bool isStoredCharacter(unsigned char byte) { return byte == '%' || percent::isTokenCharacter(byte); }
+
+bool isToken(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), isStoredCharacter);
+}
+
+}  // namespace
+
+ContentType::ContentType(std::u16string_view decoded) {
+  if (!fl::i18n::is_well_formed(decoded)) raise("opc:name:LoneSurrogate", decoded);
+  if (decoded.find(u'\0') != std::u16string_view::npos) raise("opc:name:NulCharacter", decoded);
+  const std::string narrow = fl::i18n::to_string(decoded);
+  const std::size_t slash = narrow.find('/');
+  if (slash == std::string::npos || narrow.find('/', slash + 1) != std::string::npos) {
+    raise("opc:name:NoContentType", decoded);
+  }
+  encoded_ =
+      narrow.substr(0, slash + 1) + percent::encode(narrow.substr(slash + 1), percent::isTokenCharacter);
+  if (!tryFromEncoded(encoded_)) raise("opc:name:NoContentType", decoded);
+}
+
+std::optional<ContentType> ContentType::tryFromEncoded(std::string_view encoded) {
+  const std::size_t slash = encoded.find('/');
+  if (slash == std::string_view::npos) return std::nullopt;
+  if (!isToken(encoded.substr(0, slash)) || !isToken(encoded.substr(slash + 1))) return std::nullopt;
+  ContentType type;
+  type.encoded_ = encoded;
+  return type;
+}
+
+ContentType ContentType::fromEncoded(std::string_view encoded) {
+  std::optional<ContentType> type = tryFromEncoded(encoded);
+  if (!type) raise("opc:name:NoContentType", encoded);
+  return *std::move(type);
+}
+
+std::u16string ContentType::text() const { return getType() + u'/' + getSubType(); }
+
+std::u16string ContentType::getType() const {
+  return fl::i18n::to_ustring(encoded_.substr(0, encoded_.find('/')));
+}
+
+std::u16string ContentType::getSubType() const {
+  const std::string subType = encoded_.substr(encoded_.find('/') + 1);
+  const std::optional<std::string> decoded = percent::decode(subType);
+  if (!decoded || !fl::i18n::is_well_formed(*decoded)) return fl::i18n::to_ustring(subType);
+  return fl::i18n::to_ustring(*decoded);
+}
+
+bool ContentType::operator==(const ContentType& other) const {
+  return percent::toLower(encoded_) == percent::toLower(other.encoded_);
+}
+
+}  // namespace opc::model

@@ -1,0 +1,114 @@
+#include "platform/opc/part_name.h"
+
+#include "platform/opc/percent_encoding.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace opc::model {
+namespace {
+
+constexpr std::size_t kMaximalLength = 16 * 1024;
+
+bool isPathCharacter(unsigned char byte) { return byte == '/' || percent::isSegmentCharacter(byte); }
+
+bool equalsIgnoringCase(std::string_view text, std::string_view lower) {
+  return percent::toLower(text) == lower;
+}
+
+/// Whether two neighbouring segments are what every relationship part ends in, "_rels/….rels".
+bool isRelationshipPart(std::string_view folder, std::string_view file) {
+  return file.size() >= 5 && folder.size() == 5 && equalsIgnoringCase(folder, "_rels") &&
+         equalsIgnoringCase(file.substr(file.size() - 5), ".rels");
+}
+
+/// The rule that a decoded name breaks, as an identifier; null if it breaks none.
+const char* brokenRule(std::string_view name) {
+  if (name.empty() || name[0] != '/') return "opc:name:NoLeadingSlash";
+  if (name.find('\0') != std::string_view::npos) return "opc:name:NulCharacter";
+  if (name.find('\\') != std::string_view::npos) return "opc:name:Backslash";
+  std::string_view previous;
+  for (std::size_t start = 1; start <= name.size();) {
+    const std::size_t end = std::min(name.find('/', start), name.size());
+    const std::string_view segment = name.substr(start, end - start);
+    if (segment.empty()) return "opc:name:EmptySegment";
+    if (segment.back() == '.') return "opc:name:TrailingDot";
+    if (isRelationshipPart(previous, segment)) return "opc:name:RelationshipPart";
+    previous = segment;
+    start = end + 1;
+  }
+  return nullptr;
+}
+
+/// Whether a "%2F" or "%5C" hides a separator inside a segment.
+bool hasEncodedSeparator(std::string_view encoded) {
+  for (std::size_t at = encoded.find('%'); at != std::string_view::npos; at = encoded.find('%', at + 1)) {
+    const std::string escape = percent::toLower(encoded.substr(at, 3));
+    if (escape == "%2f" || escape == "%5c") return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+/// A name that was looked at: either the rule it breaks or what it consists of.
+struct PartName::Parsed {
+  const char* rule = nullptr;
+  std::u16string text;
+  std::string encoded;
+};
+
+PartName::PartName(Parsed&& parsed)
+    : text_(std::move(parsed.text)), encoded_(std::move(parsed.encoded)), key_(percent::toLower(encoded_)) {}
+
+PartName::PartName(std::u16string_view decoded) : text_(decoded) {
+  if (!fl::i18n::is_well_formed(decoded)) raise("opc:name:LoneSurrogate", decoded);
+  const std::string narrow = fl::i18n::to_string(decoded);
+  if (const char* rule = brokenRule(narrow)) raise(rule, decoded);
+  encoded_ = percent::encode(narrow, isPathCharacter);
+  if (encoded_.size() > kMaximalLength) raise("opc:name:TooLong", decoded.substr(0, 64));
+  key_ = percent::toLower(encoded_);
+}
+
+PartName::Parsed PartName::parse(std::string_view encoded) {
+  const auto broken = [](const char* rule) { return Parsed{rule, {}, {}}; };
+  // Three bytes are the longest encoding of one, so a longer text cannot have a short enough canonical form.
+  if (encoded.size() > 3 * kMaximalLength) return broken("opc:name:TooLong");
+  if (hasEncodedSeparator(encoded)) return broken("opc:name:EncodedSlash");
+  const std::optional<std::string> narrow = percent::decode(encoded);
+  if (!narrow) return broken("opc:name:BadPercentEncoding");
+  if (!fl::i18n::is_well_formed(*narrow)) return broken("opc:name:NotUtf8");
+  if (const char* rule = brokenRule(*narrow)) return broken(rule);
+  Parsed parsed{nullptr, fl::i18n::to_ustring(*narrow), percent::encode(*narrow, isPathCharacter)};
+  if (parsed.encoded.size() > kMaximalLength) return broken("opc:name:TooLong");
+  return parsed;
+}
+
+PartName PartName::fromEncoded(std::string_view encoded) {
+  Parsed parsed = parse(encoded);
+  if (parsed.rule != nullptr) raise(parsed.rule, encoded.substr(0, kMaximalLength));
+  return PartName(std::move(parsed));
+}
+
+std::optional<PartName> PartName::tryFromEncoded(std::string_view encoded) {
+  Parsed parsed = parse(encoded);
+  if (parsed.rule != nullptr) return std::nullopt;
+  return PartName(std::move(parsed));
+}
+
+std::string PartName::relationshipPartName() const { return relationshipPartNameOf(encoded_); }
+
+std::string relationshipPartNameOf(std::string_view encodedName) {
+  const std::size_t slash = encodedName.rfind('/');
+  if (slash == std::string_view::npos) return "/_rels/.rels";
+  std::string name(encodedName.substr(0, slash + 1));
+  return name.append("_rels/").append(encodedName.substr(slash + 1)).append(".rels");
+}
+
+std::optional<std::string> nameKey(std::string_view encoded) {
+  if (encoded.empty() || encoded[0] != '/' || hasEncodedSeparator(encoded)) return std::nullopt;
+  const std::optional<std::string> narrow = percent::decode(encoded);
+  if (!narrow || !fl::i18n::is_well_formed(*narrow)) return std::nullopt;
+  return percent::toLower(percent::encode(*narrow, isPathCharacter));
+}
+
+}  // namespace opc::model

@@ -1,0 +1,73 @@
+#include "platform/opc/percent_encoding.h"
+
+#include <algorithm>
+
+namespace opc::percent {
+namespace {
+
+bool isAlphanumeric(unsigned char byte) {
+  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
+}
+
+bool isOneOf(std::string_view characters, unsigned char byte) {
+  return characters.find(static_cast<char>(byte)) != std::string_view::npos;
+}
+
+/// The value of a hex digit, or -1.
+int hexValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+bool isSegmentCharacter(unsigned char byte) {
+  return isAlphanumeric(byte) || isOneOf("-._~!$&'()*+,;=:@", byte);
+}
+
+bool isTokenCharacter(unsigned char byte) { return isAlphanumeric(byte) || isOneOf("!#$&'*+-.^_`|~", byte); }
+
+std::string encode(std::string_view bytes, IsLiteral isLiteral) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(bytes.size());
+  for (const char character : bytes) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (isLiteral(byte)) {
+      encoded += character;
+      continue;
+    }
+    encoded += '%';
+    encoded += kDigits[byte >> 4];
+    encoded += kDigits[byte & 15];
+  }
+  return encoded;
+}
+
+std::optional<std::string> decode(std::string_view encoded) {
+  std::string bytes;
+  bytes.reserve(encoded.size());
+  for (std::size_t at = 0; at < encoded.size(); ++at) {
+    if (encoded[at] != '%') {
+      bytes += encoded[at];
+      continue;
+    }
+    if (encoded.size() - at < 3) return std::nullopt;
+    const int high = hexValue(encoded[at + 1]), low = hexValue(encoded[at + 2]);
+    if (high < 0 || low < 0) return std::nullopt;
+    bytes += static_cast<char>(high * 16 + low);
+    at += 2;
+  }
+  return bytes;
+}
+
+std::string toLower(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return lower;
+}
+
+}  // namespace opc::percent

@@ -1,0 +1,198 @@
+#include "platform/opc/relationships_document.h"
+
+#include <charconv>
+
+#include "platform/opc/target_resolution.h"
+#include "platform/opc/xml_list_reader.h"
+#include "platform/opc/xml_name.h"
+#include "platform/opc/xml_writer.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace opc {
+namespace {
+
+using model::Relationship;
+using model::TargetMode;
+using model::URI;
+
+constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/relationships";
+constexpr std::string_view kIdPrefix = "rId";
+
+std::string numberedId(std::uint64_t number) { return std::string(kIdPrefix).append(std::to_string(number)); }
+
+/// The N of "rIdN", written as `numberedId` writes it; 0 for any other text.
+std::uint64_t numberOf(std::string_view id) {
+  if (!id.starts_with(kIdPrefix)) return 0;
+  std::uint64_t number = 0;
+  const char* end = id.data() + id.size();
+  const auto [stop, error] = std::from_chars(id.data() + kIdPrefix.size(), end, number);
+  return error == std::errc() && stop == end && numberedId(number) == id ? number : 0;
+}
+
+}  // namespace
+
+class RelationshipsDocument::Reader : public xml::ListReader {
+ public:
+  Reader(RelationshipsDocument& document, std::string_view packagePath, const zip::Limits& limits)
+      : ListReader(kNamespace),
+        document_(document),
+        package_(packagePath),
+        part_(document.partName()),
+        limits_(limits) {}
+
+  const std::string& part() const { return part_; }
+
+ private:
+  void readRoot(const xml::Name& name, const xml::Attributes& attributes) override {
+    if (!name.is(kNamespace, "Relationships"))
+      refuse("opc:relationships:WrongRoot", package_, part_, name.local);
+    refuseBase(attributes);
+  }
+
+  void readItem(const xml::Name& name, const xml::Attributes& attributes) override {
+    if (name.local != "Relationship") refuseElement(name);
+    if (document_.size() >= limits_.relationships) {
+      refuse("opc:relationships:TooMany", package_, part_, limits_.relationships);
+    }
+    refuseBase(attributes);
+    const std::string_view target = required(attributes, "Target");
+    std::u16string type = fl::i18n::to_ustring(required(attributes, "Type"));
+    const TargetMode targetMode = mode(attributes);
+    URI uri = targetMode == TargetMode::Internal ? resolveTarget(document_.source_, target)
+                                                 : URI::asWritten(fl::i18n::to_ustring(target));
+    document_.append(
+        {Relationship(id(attributes), std::move(type), std::move(uri), targetMode), std::string(target)});
+  }
+
+  void refuseElement(const xml::Name& name) const override {
+    refuse("opc:relationships:UnexpectedElement", package_, part_, name.local);
+  }
+  void refuseText() const override { refuse("opc:relationships:UnexpectedText", package_, part_); }
+
+  void refuseBase(const xml::Attributes& attributes) const {
+    if (attributes.find("base", xml::kXmlNamespace)) refuse("opc:relationships:XmlBase", package_, part_);
+  }
+
+  std::string_view required(const xml::Attributes& attributes, std::string_view name) const {
+    const auto value = attributes.find(name);
+    if (!value) refuse("opc:relationships:MissingAttribute", package_, part_, name);
+    return *value;
+  }
+
+  TargetMode mode(const xml::Attributes& attributes) const {
+    const std::string_view written = attributes.find("TargetMode").value_or("Internal");
+    if (written == "Internal") return TargetMode::Internal;
+    if (written == "External") return TargetMode::External;
+    refuse("opc:relationships:BadTargetMode", package_, part_, written);
+  }
+
+  std::string id(const xml::Attributes& attributes) const {
+    const std::string_view written = required(attributes, "Id");
+    if (!xml::isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
+    std::string id(written);
+    if (document_.byId_.contains(id)) refuse("opc:relationships:DuplicateId", package_, part_, id);
+    return id;
+  }
+
+  RelationshipsDocument& document_;
+  const std::string_view package_;
+  const std::string part_;
+  const zip::Limits& limits_;
+};
+
+RelationshipsDocument::RelationshipsDocument(std::string source) : source_(std::move(source)) {}
+
+RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::string source,
+                                                   std::string_view packagePath, const zip::Limits& limits) {
+  RelationshipsDocument document(std::move(source));
+  Reader reader(document, packagePath, limits);
+  if (bytes.size() > limits.relationshipBytes) {
+    refuse("opc:relationships:TooLarge", packagePath, reader.part(), limits.relationshipBytes);
+  }
+  xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
+  return document;
+}
+
+std::string RelationshipsDocument::partName() const { return model::relationshipPartNameOf(source_); }
+
+std::vector<Relationship> RelationshipsDocument::relationships(model::ExcludeMode exclude) const {
+  std::vector<Relationship> links;
+  links.reserve(size());
+  for (const Item& item : items_) {
+    const bool isExternal = item.link.getTargetMode() == TargetMode::External;
+    if (item.isRemoved || (isExternal && exclude == model::ExcludeMode::External)) continue;
+    links.push_back(item.link);
+  }
+  return links;
+}
+
+std::vector<Relationship> RelationshipsDocument::relationshipsByType(std::u16string_view type) const {
+  std::vector<Relationship> links;
+  for (const Item& item : items_) {
+    if (!item.isRemoved && item.link.getType() == type) links.push_back(item.link);
+  }
+  return links;
+}
+
+const Relationship* RelationshipsDocument::find(std::string_view id) const {
+  const auto found = byId_.find(std::string(id));
+  return found == byId_.end() ? nullptr : &items_[found->second].link;
+}
+
+const Relationship& RelationshipsDocument::add(std::u16string_view type, const URI& target,
+                                               std::string_view id, std::string_view packagePath) {
+  const model::PartName part(target.text());
+  // Checked now, not when the document is written: by then it is too late to tell who asked.
+  xml::toXmlText(type, packagePath);
+  if (!id.empty() && !xml::isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
+  if (byId_.contains(std::string(id))) raise("opc:relationships:IdIsTaken", packagePath, id);
+  append({Relationship(id.empty() ? lowestFreeId() : std::string(id), std::u16string(type), target,
+                       TargetMode::Internal),
+          part.encoded()});
+  return items_.back().link;
+}
+
+bool RelationshipsDocument::remove(std::string_view id) {
+  const auto found = byId_.find(std::string(id));
+  if (found == byId_.end()) return false;
+  items_[found->second].isRemoved = true;
+  byId_.erase(found);
+  const std::uint64_t number = numberOf(id);
+  if (number != 0 && number < nextNumber_) freedNumbers_.insert(number);
+  return true;
+}
+
+void RelationshipsDocument::append(Item item) {
+  byId_.emplace(item.link.getID(), items_.size());
+  items_.push_back(std::move(item));
+}
+
+std::string RelationshipsDocument::lowestFreeId() {
+  while (!freedNumbers_.empty()) {
+    std::string id = numberedId(freedNumbers_.extract(freedNumbers_.begin()).value());
+    // Somebody may have asked for it by name since it was freed.
+    if (!byId_.contains(id)) return id;
+  }
+  while (true) {
+    std::string id = numberedId(nextNumber_++);
+    if (!byId_.contains(id)) return id;
+  }
+}
+
+std::string RelationshipsDocument::toBytes() const {
+  // Every text was read from XML or checked when it was added, so nothing in here can be refused.
+  xml::Writer writer({});
+  writer.open("Relationships").attribute("xmlns", kNamespace);
+  for (const Item& item : items_) {
+    if (item.isRemoved) continue;
+    writer.open("Relationship").attribute("Id", item.link.getID());
+    writer.attribute("Type", fl::i18n::to_string(item.link.getType()))
+        .attribute("Target", item.writtenTarget);
+    if (item.link.getTargetMode() == TargetMode::External) writer.attribute("TargetMode", "External");
+    writer.close();
+  }
+  return writer.close().take();
+}
+
+}  // namespace opc

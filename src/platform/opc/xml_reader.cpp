@@ -1,0 +1,191 @@
+#include "platform/opc/xml_reader.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include <expat.h>
+
+#include "platform/opc/percent_encoding.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace opc::xml {
+namespace {
+
+// No XML document can contain it, so it tells namespace, local name and prefix apart without a doubt.
+constexpr char kSeparator = '\x1F';
+// The parser counts in int; and it keeps an unfinished token of one piece together with the next.
+constexpr std::size_t kPieceBytes = std::size_t{64} << 20;
+
+struct FreeParser {
+  void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+};
+using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
+
+Name split(const char* joined) {
+  const std::string_view text(joined);
+  const std::size_t first = text.find(kSeparator);
+  if (first == std::string_view::npos) return {{}, text, {}};
+  const std::size_t second = text.find(kSeparator, first + 1);
+  if (second == std::string_view::npos) return {text.substr(0, first), text.substr(first + 1), {}};
+  return {text.substr(0, first), text.substr(first + 1, second - first - 1), text.substr(second + 1)};
+}
+
+enum class Encoding { Utf8, Utf16LittleEndian, Utf16BigEndian };
+
+/// By the byte-order mark, or by where the zero byte of the first character stands.
+Encoding encodingOf(std::string_view bytes) {
+  if (bytes.size() < 2) return Encoding::Utf8;
+  const std::string_view head = bytes.substr(0, 2);
+  if (head == "\xFF\xFE" || (head[0] != 0 && head[1] == 0)) return Encoding::Utf16LittleEndian;
+  if (head == "\xFE\xFF" || (head[0] == 0 && head[1] != 0)) return Encoding::Utf16BigEndian;
+  return Encoding::Utf8;
+}
+
+/// UTF-16 bytes as UTF-8, without the byte-order mark.
+std::string transcode(std::string_view bytes, Encoding encoding, const DocumentPlace& place) {
+  const std::size_t low = encoding == Encoding::Utf16LittleEndian ? 0 : 1;
+  std::u16string text(bytes.size() / 2, u'\0');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto least = static_cast<unsigned char>(bytes[2 * i + low]);
+    const auto most = static_cast<unsigned char>(bytes[2 * i + 1 - low]);
+    text[i] = static_cast<char16_t>(most << 8 | least);
+  }
+  if (bytes.size() % 2 != 0 || !fl::i18n::is_well_formed(text)) {
+    refuse("opc:xml:IllFormedUtf16", place.package, place.part);
+  }
+  if (!text.empty() && text[0] == u'\uFEFF') text.erase(0, 1);
+  return fl::i18n::to_string(text);
+}
+
+/// One document on its way through the parser. What a callback raises is kept, the parser stopped, and it is
+/// raised again once the parser has returned.
+class Reading {
+ public:
+  Reading(const DocumentPlace& place, int depthLimit, Encoding encoding, Handler& handler)
+      : place_(place), depthLimit_(depthLimit), encoding_(encoding), handler_(handler) {
+    // The encoding is settled before the parser sees a byte, so that it cannot choose another by the
+    // declaration.
+    parser_.reset(XML_ParserCreateNS("UTF-8", kSeparator));
+    if (!parser_) throw std::bad_alloc();
+    XML_SetUserData(parser_.get(), this);
+    XML_SetReturnNSTriplet(parser_.get(), XML_TRUE);
+    XML_SetXmlDeclHandler(parser_.get(), onXmlDeclaration);
+    XML_SetStartDoctypeDeclHandler(parser_.get(), onDoctype);
+    XML_SetStartNamespaceDeclHandler(parser_.get(), onNamespace);
+    XML_SetElementHandler(parser_.get(), onStart, onEnd);
+    XML_SetCharacterDataHandler(parser_.get(), onText);
+  }
+
+  void read(std::string_view bytes) {
+    bool isLast = false;
+    while (!isLast) {
+      const std::string_view piece = bytes.substr(0, kPieceBytes);
+      bytes.remove_prefix(piece.size());
+      isLast = bytes.empty();
+      const XML_Status status = XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()),
+                                          isLast ? XML_TRUE : XML_FALSE);
+      if (raised_) std::rethrow_exception(raised_);
+      if (status != XML_STATUS_OK) refuseMalformed();
+    }
+  }
+
+ private:
+  [[noreturn]] void refuseMalformed() const {
+    const XML_Error error = XML_GetErrorCode(parser_.get());
+    if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+    refuse("opc:xml:Malformed", place_.package, place_.part, XML_GetCurrentLineNumber(parser_.get()),
+           XML_ErrorString(error));
+  }
+
+  template <class Work>
+  static void guard(void* self, Work work) noexcept {
+    auto& reading = *static_cast<Reading*>(self);
+    // A stopped parser may still report the end of an empty element.
+    if (reading.raised_) return;
+    try {
+      work(reading);
+    } catch (...) {
+      reading.raised_ = std::current_exception();
+      XML_StopParser(reading.parser_.get(), XML_FALSE);
+    }
+  }
+
+  static void onXmlDeclaration(void* self, const char*, const char* encoding, int) {
+    guard(self, [=](Reading& reading) {
+      if (encoding != nullptr) reading.checkDeclared(encoding);
+    });
+  }
+  static void onDoctype(void* self, const char*, const char*, const char*, int) {
+    guard(self, [](Reading& reading) {
+      refuse("opc:xml:DocumentTypeDeclaration", reading.place_.package, reading.place_.part);
+    });
+  }
+  static void onNamespace(void* self, const char* prefix, const char* space) {
+    guard(self, [=](Reading& reading) {
+      reading.handler_.declare(prefix == nullptr ? "" : prefix, space == nullptr ? "" : space);
+    });
+  }
+  static void onStart(void* self, const char* name, const char** attributes) {
+    guard(self, [=](Reading& reading) {
+      if (++reading.depth_ > reading.depthLimit_) {
+        refuse("opc:xml:TooDeep", reading.place_.package, reading.place_.part, reading.depthLimit_);
+      }
+      reading.handler_.start(split(name), Attributes(attributes));
+    });
+  }
+  static void onEnd(void* self, const char*) {
+    guard(self, [](Reading& reading) {
+      --reading.depth_;
+      reading.handler_.end();
+    });
+  }
+  static void onText(void* self, const char* piece, int length) {
+    guard(self, [=](Reading& reading) { reading.handler_.text({piece, static_cast<std::size_t>(length)}); });
+  }
+
+  void checkDeclared(std::string_view declared) const {
+    const std::string name = percent::toLower(declared);
+    const bool isUtf8 = encoding_ == Encoding::Utf8;
+    const char* exact = encoding_ == Encoding::Utf16LittleEndian ? "utf-16le" : "utf-16be";
+    if (isUtf8 ? name == "utf-8" : name == "utf-16" || name == exact) return;
+    refuse("opc:xml:UnknownEncoding", place_.package, place_.part, declared);
+  }
+
+  const DocumentPlace place_;
+  const int depthLimit_;
+  const Encoding encoding_;
+  Handler& handler_;
+  int depth_ = 0;
+  std::exception_ptr raised_;
+  Parser parser_;
+};
+
+}  // namespace
+
+Handler::~Handler() = default;
+void Handler::declare(std::string_view, std::string_view) {}
+
+Name Attributes::nameOf(const char* joined) { return split(joined); }
+
+std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
+  for (const char** pair = pairs_; *pair != nullptr; pair += 2) {
+    if (nameOf(pair[0]).is(space, local)) return pair[1];
+  }
+  return std::nullopt;
+}
+
+void read(std::string_view bytes, const DocumentPlace& place, int depthLimit, Handler& handler) {
+  const Encoding encoding = encodingOf(bytes);
+  std::string narrow;
+  if (encoding != Encoding::Utf8) {
+    narrow = transcode(bytes, encoding, place);
+    bytes = narrow;
+  }
+  Reading(place, depthLimit, encoding, handler).read(bytes);
+}
+
+}  // namespace opc::xml

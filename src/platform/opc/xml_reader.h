@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "platform/opc/document_place.h"
+
+namespace opc::xml {
+
+inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
+
+/// A name with its namespace resolved. Valid during the call that hands it out, like every text below.
+struct Name {
+  std::string_view space, local, prefix;
+
+  bool is(std::string_view otherSpace, std::string_view otherLocal) const {
+    return local == otherLocal && space == otherSpace;
+  }
+};
+
+/// The attributes of one element; namespace declarations are not among them.
+class Attributes {
+ public:
+  explicit Attributes(const char** pairs) : pairs_(pairs) {}
+
+  /// The value of an attribute without a namespace, or of one in `space`.
+  std::optional<std::string_view> find(std::string_view local, std::string_view space = {}) const;
+
+  template <class Visit>
+  void forEach(Visit visit) const {
+    for (const char** pair = pairs_; *pair != nullptr; pair += 2)
+      visit(nameOf(pair[0]), std::string_view(pair[1]));
+  }
+
+ private:
+  static Name nameOf(const char* joined);
+  const char** pairs_;
+};
+
+/// Is told what a document consists of, in its order. All texts are UTF-8. It may raise.
+class Handler {
+ public:
+  virtual ~Handler();
+  /// Comes before the element that carries the declaration.
+  virtual void declare(std::string_view prefix, std::string_view space);
+  virtual void start(const Name& name, const Attributes& attributes) = 0;
+  virtual void end() = 0;
+  /// A run of text may come in several pieces.
+  virtual void text(std::string_view piece) = 0;
+};
+
+/// Reads one document, strictly: XML 1.0 with namespaces, in UTF-8 or UTF-16 with or without a byte-order
+/// mark. A document type declaration, elements nested deeper than `depthLimit` and any other encoding are
+/// refused, so there are no entities beyond the five of XML itself. Raises PackageOpenFailed, naming package
+/// and part.
+void read(std::string_view bytes, const DocumentPlace& place, int depthLimit, Handler& handler);
+
+}  // namespace opc::xml

@@ -12,6 +12,8 @@ if(NOT CMAKE_BUILD_TYPE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
+# Designated initialisers are used just to leave the other members at their defaults.
+add_compile_options(-Wno-missing-field-initializers)
 # Offsets are 64-bit on every machine this is built for.
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 

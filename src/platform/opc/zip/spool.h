@@ -7,8 +7,9 @@
 
 namespace opc::zip {
 
-/// Takes the data of a new entry while it is written, deflates it at once and keeps the result: in memory up to
-/// 8 MiB, past that in an unlinked temporary file in the folder given, so that memory does not grow with the data.
+/// Takes the data of a new entry while it is written, deflates it at once and keeps the result: in memory up
+/// to 8 MiB, past that in an unlinked temporary file in the folder given, so that memory does not grow with
+/// the data.
 class Spool {
  public:
   /// `folder` (UTF-8) takes the temporary file if one is needed.

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "platform/errors/user_exception.h"
+#include "platform/text/conversion.h"
+
+namespace support {
+
+inline std::string describe(const foundation::core::except::IUserException& error) {
+  std::string text = error.GetID() + "(";
+  for (const auto& argument : error.GetArguments()) {
+    if (text.back() != '(') text += ", ";
+    text += fl::i18n::to_string_lossy(argument);
+  }
+  return text + ")";
+}
+
+/// What `action` raises, as "identifier(argument, argument)"; the text of another exception; "" if it raises
+/// nothing.
+template <class Action>
+std::string raisedBy(const Action& action) {
+  try {
+    action();
+  } catch (const foundation::core::except::IUserException& error) {
+    return describe(error);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+}  // namespace support

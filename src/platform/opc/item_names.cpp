@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/opc/zip/exception.h"
-
 namespace opc {
 
 namespace {
@@ -53,11 +51,7 @@ ItemKind kindOfItem(std::string_view itemName) {
 }
 
 std::optional<model::PartName> partNameOfItem(std::string_view itemName) {
-  try {
-    return model::PartName::fromEncoded("/" + std::string(itemName));
-  } catch (const Exception&) {
-    return std::nullopt;
-  }
+  return model::PartName::tryFromEncoded("/" + std::string(itemName));
 }
 
 std::optional<std::string> sourceOfRelationships(std::string_view itemName) {

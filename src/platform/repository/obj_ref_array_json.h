@@ -1,33 +1,75 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace orra {
 
-/// A JSON array of objects ("object references") such as the run list and the signals parts. Loading validates the
-/// whole text: well-formed JSON and UTF-8, an array of objects, every `id` an int32 that no other element has, nesting
-/// at most 128 deep. It is read in windows, so that memory does not grow with the text.
+class Row;
+
+/// The kinds of part whose members are known.
+inline constexpr char kRunListKind[] = "run list";
+inline constexpr char kSignalsPartKind[] = "signals part";
+
+/// A JSON array of objects ("object references") such as the run list and the signals parts. Loading
+/// validates the whole text: well-formed JSON and UTF-8, an array of objects, every `id` an int32 that no
+/// other element has, known members of the right kind and not twice, nesting at most 128 deep. What is not
+/// known is ignored. A byte-order mark is passed over. Integers are written without fraction and exponent;
+/// null is no value of any known member.
+///
+/// The text is read in windows of whole elements, so that memory does not grow with it: what stays is four
+/// bytes an element, and class names. Whoever wants the elements' other members takes them while they pass
+/// (`load` with a visitor), or has the text kept (`Keep::Rows`: compressed, and past some MiB in an unlinked
+/// file) and walks over it afterwards; the second walk parses again, in windows, too.
 class ObjRefArrayJSON {
  public:
-  /// `kind` names the part in errors, for instance "run list".
-  explicit ObjRefArrayJSON(std::string_view kind);
+  enum class Keep {
+    References,  ///< what size, getPropertyInt32 and getPropertyString answer from
+    Rows,        ///< also what forEachRow walks over
+  };
 
-  /// Replaces what was loaded before. Raises simulation_data_repository:sdr:InvalidSessionData with the kind, the
-  /// element (from 1; 0 for the document) and the member or what is wrong. The stream's own errors pass through.
+  /// Called with each element's index, from 0, and its members (platform/repository/members.h), which are
+  /// valid during the call. What it raises ends the loading.
+  using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
+
+  /// `kind` names the part in errors and says which members are known.
+  explicit ObjRefArrayJSON(std::string_view kind, Keep keep = Keep::References);
+  ~ObjRefArrayJSON();
+  ObjRefArrayJSON(ObjRefArrayJSON&&) noexcept;
+  ObjRefArrayJSON& operator=(ObjRefArrayJSON&&) noexcept;
+
+  /// Replaces what was loaded before, if nothing is raised. Raises
+  /// simulation_data_repository:sdr:InvalidSessionData with the kind, the element (from 1; 0 for the whole
+  /// part) and what is wrong with it, naming the member if it is one. The stream's own errors pass through.
+  /// The stream is read to its end.
   void load(std::istream& stream);
+  /// The visitor sees an element before later ones are read: an error may come after it has seen some.
+  void load(std::istream& stream, const RowVisitor& visit);
 
   std::size_t size() const;
 
-  /// A property of the element at `index`, from 0. A missing class name reads as "Set".
+  /// A property of the element at `index`, from 0: the `id` as int32, the class name as text. A missing class
+  /// name reads as "Set". Anything else is the caller's fault and raises
+  /// simulation_data_repository:sdr:InternalError.
   std::int32_t getPropertyInt32(std::size_t index, std::string_view name) const;
   std::string getPropertyString(std::size_t index, std::string_view name) const;
 
+  /// Every element of a loaded array that keeps rows, in order.
+  void forEachRow(const RowVisitor& visit) const;
+
  private:
-  // The implementer's own.
+  struct References;
+  struct Text;
+
+  std::string kind_;
+  Keep keep_;
+  std::unique_ptr<References> references_;
+  std::unique_ptr<Text> text_;  ///< null unless rows are kept
 };
 
 }  // namespace orra

@@ -1,0 +1,238 @@
+#include "platform/repository/obj_ref_array_json.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "platform/errors/except_with_causes.h"
+#include "platform/repository/members.h"
+#include "platform/repository/strings.h"
+
+using namespace orra;
+using namespace std::string_literals;
+using foundation::core::except::IUserException;
+
+namespace {
+
+ObjRefArrayJSON loaded(std::string_view kind, const std::string& json,
+                       ObjRefArrayJSON::Keep keep = ObjRefArrayJSON::Keep::References) {
+  ObjRefArrayJSON array(kind, keep);
+  std::istringstream stream(json);
+  array.load(stream);
+  return array;
+}
+
+/// "kind, element, what is wrong", or "sound".
+std::string refusalOf(std::string_view kind, const std::string& json) {
+  try {
+    loaded(kind, json);
+  } catch (const IUserException& error) {
+    EXPECT_EQ(error.GetID(), "simulation_data_repository:sdr:InvalidSessionData");
+    const std::string text = error.GetMessageTxt();
+    const auto end = text.find(". The recording");
+    return text.substr(0, end).substr(std::string("The session's ").size());
+  }
+  return "sound";
+}
+
+std::string nested(int levels) {
+  return R"([{"id":1,"x":)" + std::string(static_cast<std::size_t>(levels), '[') +
+         std::string(static_cast<std::size_t>(levels), ']') + "}]";
+}
+
+std::string signal(int id, std::string_view name) {
+  return R"({"id":)" + std::to_string(id) + R"(,"runID":1,"name":")" + std::string(name) + R"("})";
+}
+
+/// `count` signals of about `bytes` bytes each, whose names hold what a careless scanner would stumble over.
+std::string signalsPart(int count, std::size_t bytes) {
+  std::string json = "[";
+  for (int id = 1; id <= count; ++id) {
+    // Lengths that differ let the ends of windows fall on every kind of byte.
+    std::string name(bytes + static_cast<std::size_t>(id * 7 % 31), 'n');
+    name += R"(}],[{\"\\)";
+    json += (id == 1 ? "" : " ,\n") + signal(id, name);
+  }
+  return json + "]\n";
+}
+
+}  // namespace
+
+TEST(ObjRefArrayJSON, RefusesWithKindElementAndMember) {
+  struct Case {
+    std::string json, refusal;
+  };
+  const std::string runList = "run list is not valid at element ";
+  const Case kCases[] = {
+      {"", "0: it is empty"},
+      {" \n\t", "0: it is empty"},
+      {"\xEF\xBB\xBF", "0: it is empty"},
+      {"{}", "0: it is not a JSON array"},
+      {"null", "0: it is not a JSON array"},
+      {"\0[]"s, "0: it is not a JSON array"},
+      {"[", "0: it ends before its array does"},
+      {R"([{"id":1})", "0: it ends before its array does"},
+      {R"([{"id":1,"name":"]}])", "0: it ends before its array does"},
+      {"[]x", "0: something follows the array"},
+      {"[]\0"s, "0: something follows the array"},
+      {"[][]", "0: something follows the array"},
+      {"[,]", "1: it is not well-formed JSON"},
+      {R"([{"id":1},])", "2: it is not well-formed JSON"},
+      {R"([{"id":1},,{"id":2}])", "2: it is not well-formed JSON"},
+      {R"([{"id":1} {"id":2}])", "1: it is not well-formed JSON"},
+      {R"([{"id":1},{"b":}])", "2: it is not well-formed JSON"},
+      {"[tru]", "1: it is not well-formed JSON"},
+      {"[{]}", "1: it is not well-formed JSON"},
+      {R"([{"id":1}})", "1: it is not well-formed JSON"},
+      {R"([{"id":1},{'id':2}])", "2: it is not well-formed JSON"},
+      {R"([{/*c*/"id":1}])", "1: it is not well-formed JSON"},
+      {R"([{"id":1},{"id":2,"x":01}])", "2: it has a number that is malformed or too large"},
+      {R"([{"id":1,"x":NaN}])", "1: it is not well-formed JSON"},
+      {"[{\"id\":1},{\"id\":2,\"x\":\"\xC0\xAF\"}]", "2: it is not well-formed UTF-8"},
+      {"[{\"id\":1,\"x\":\"\xED\xA0\x80\"}]", "1: it is not well-formed UTF-8"},
+      {"[{\"id\":1,\"x\":\"a\nb\"}]", "1: it has a malformed text"},
+      {"[{\"id\":1,\"x\":\"a\0b\"}]"s, "1: it has a malformed text"},
+      {R"([{"id":1,"x":"\q"}])", "1: it has a malformed text"},
+      {R"([{"id":1},{"id":2,"x":"\ud800"}])", "2: it has a malformed text"},
+      {"[{\"id\":1}\0]"s, "1: it is not well-formed JSON"},
+      {nested(127), "1: it is nested more than 128 levels deep"},
+      {nested(200'000), "1: it is nested more than 128 levels deep"},
+      {"[{\"id\":1}," + std::string(200'000, '['), "2: it is nested more than 128 levels deep"},
+
+      {"[1]", "1: it is not an object"},
+      {R"([{"id":1},[]])", "2: it is not an object"},
+      {R"([{"id":1},{}])", R"(2: "id" is missing)"},
+      {R"([{"ID":1}])", R"(1: "id" is missing)"},
+      {R"([{"id":2147483648}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":-2147483649}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":18446744073709551615}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":1.0}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":1e0}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":"1"}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":null}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":true}])", R"(1: "id" must be an integer of 32 bits)"},
+      {R"([{"id":1,"id":1}])", R"(1: "id" stands there twice)"},
+      {R"([{"id":1,"\u0069d":2}])", R"(1: "id" stands there twice)"},
+      {R"([{"id":7},{"id":3},{"id":7},{"id":3}])", R"(3: an earlier element has its "id")"},
+      {R"([{"id":1,"runClassName":null}])", R"(1: "runClassName" must be a text)"},
+      {R"([{"id":1,"runNumber":-1}])", R"(1: "runNumber" must be an unsigned integer of 32 bits)"},
+      {R"([{"id":1,"startTime":"0"}])", R"(1: "startTime" must be a number)"},
+      {R"([{"id":1,"metadata":[]}])", R"(1: "metadata" must be an object)"},
+      {R"([{"id":1,"metadata":{"Tag":1}}])", R"(1: "metadata.Tag" must be a text)"},
+      {R"([{"id":1,"metadata":{"Tag":"a","Tag":"a"}}])", R"(1: "metadata.Tag" stands there twice)"},
+  };
+  for (const Case& c : kCases)
+    EXPECT_EQ(refusalOf(kRunListKind, c.json), runList + c.refusal) << c.json.substr(0, 80);
+
+  EXPECT_EQ(refusalOf(kSignalsPartKind, R"([{"id":1,"dimensions":[1,-1]}])"),
+            R"(signals part is not valid at element 1: "dimensions" must be a list of unsigned integers)");
+  EXPECT_EQ(refusalOf(kSignalsPartKind, R"([{"id":1,"runID":"1"}])"),
+            R"(signals part is not valid at element 1: "runID" must be an integer of 32 bits)");
+  EXPECT_EQ(refusalOf("other", R"([{"id":1},{"id":1.5}])"),
+            R"(other is not valid at element 2: "id" must be an integer of 32 bits)");
+}
+
+TEST(ObjRefArrayJSON, AcceptsWhatIsSound) {
+  const std::string kSound[] = {
+      "[]",
+      "\xEF\xBB\xBF [ ] \r\n\t",
+      R"([{"id":0,"startTime":0,"stopTime":1e300,"totalTime":-0.0,"runNumber":4294967295,"metadata":{"x":1}}])",
+      R"([{"id":-0}])",
+      R"([{"id":1,"unknown":null,"unknown":2,"deep":{"id":"x","id":"y"}}])",
+      R"([{"id":1,"name":"\ud83d\ude00\u0000\"}],["}])",
+      nested(126),
+      std::string(3'000'000, ' ') + R"([{"id":1}])" + std::string(3'000'000, '\n'),
+  };
+  for (const std::string& json : kSound)
+    EXPECT_EQ(refusalOf(kRunListKind, json), "sound") << json.substr(0, 60);
+}
+
+TEST(ObjRefArrayJSON, AnswersForReferences) {
+  const auto runs =
+      loaded(kRunListKind, R"([{"id":2147483647},{"runClassName":"ComparisonSet","id":-2147483648},
+                                             {"id":-0,"runClassName":""}])");
+  ASSERT_EQ(runs.size(), 3u);
+  EXPECT_EQ(runs.getPropertyInt32(0, strings::IDLower), 2147483647);
+  EXPECT_EQ(runs.getPropertyInt32(1, strings::IDLower), -2147483647 - 1);
+  EXPECT_EQ(runs.getPropertyInt32(2, strings::IDLower), 0);
+  EXPECT_EQ(runs.getPropertyString(0, strings::RunClassName), "Set");
+  EXPECT_EQ(runs.getPropertyString(1, strings::RunClassName), "ComparisonSet");
+  EXPECT_EQ(runs.getPropertyString(2, strings::RunClassName), "");
+  EXPECT_THROW(runs.getPropertyInt32(3, strings::IDLower), IUserException);
+  EXPECT_THROW(runs.getPropertyInt32(0, "runNumber"), IUserException);
+}
+
+// Windows are about 1 MiB: elements of many sizes put every kind of byte at their ends.
+TEST(ObjRefArrayJSON, ElementsLieAcrossTheEndsOfWindows) {
+  struct Case {
+    int count;
+    std::size_t bytes;
+  };
+  for (const Case c :
+       {Case{60'000, 40}, Case{3'000, 1'000}, Case{8, 400'000}, Case{5, 1'048'500}, Case{3, 5'000'000}}) {
+    const auto signals = loaded(kSignalsPartKind, signalsPart(c.count, c.bytes));
+    ASSERT_EQ(signals.size(), static_cast<std::size_t>(c.count)) << c.bytes;
+    EXPECT_EQ(signals.getPropertyInt32(signals.size() - 1, strings::IDLower), c.count);
+  }
+}
+
+TEST(ObjRefArrayJSON, AFaultIsFoundInEveryWindow) {
+  const std::string sound = signalsPart(40'000, 50);
+  for (const int id : {1, 9'000, 20'000, 39'999}) {
+    std::string broken = sound;
+    const std::string member = R"("id":)" + std::to_string(id) + ",";
+    broken[broken.find(member) + 5] = 'x';
+    EXPECT_EQ(refusalOf(kSignalsPartKind, broken),
+              "signals part is not valid at element " + std::to_string(id) + ": it is not well-formed JSON");
+  }
+  std::string repeated = sound;
+  repeated.replace(repeated.find(R"("id":39999,)"), 10, R"("id":00017)");
+  EXPECT_EQ(refusalOf(kSignalsPartKind, repeated),
+            "signals part is not valid at element 39999: it has a number that is malformed or too large");
+  repeated.replace(repeated.find(R"("id":00017)"), 10, R"("id":   17)");
+  EXPECT_EQ(refusalOf(kSignalsPartKind, repeated),
+            R"(signals part is not valid at element 39999: an earlier element has its "id")");
+}
+
+TEST(ObjRefArrayJSON, RowsCanBeTakenWhileLoadingAndAfterwards) {
+  const std::string json = signalsPart(30'000, 60);
+  std::vector<std::size_t> passing, kept;
+  const auto takeInto = [](std::vector<std::size_t>& lengths) {
+    return [&lengths](std::size_t index, const Row& row) {
+      EXPECT_EQ(index, lengths.size());
+      lengths.push_back(row[2]->get_string_length().value());
+      EXPECT_FALSE(row[3].has_value());
+    };
+  };
+  ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Keep::Rows);
+  std::istringstream stream(json);
+  signals.load(stream, takeInto(passing));
+  EXPECT_EQ(passing.size(), 30'000u);
+  signals.forEachRow(takeInto(kept));
+  EXPECT_EQ(kept, passing);
+
+  const auto none = loaded(kSignalsPartKind, "[]", ObjRefArrayJSON::Keep::Rows);
+  none.forEachRow([](std::size_t, const Row&) { FAIL(); });
+  EXPECT_THROW(loaded(kSignalsPartKind, "[]").forEachRow([](std::size_t, const Row&) {}), IUserException);
+}
+
+TEST(ObjRefArrayJSON, AFailedLoadKeepsWhatWasThereAndTheStreamsErrorsPass) {
+  auto runs = loaded(kRunListKind, R"([{"id":5}])");
+  std::istringstream broken(R"([{"id":6},{}])");
+  EXPECT_THROW(runs.load(broken), IUserException);
+
+  struct Failing : std::streambuf {
+    char byte = '[';
+    int_type underflow() override {
+      if (gptr() != nullptr) throw std::runtime_error("the disk went away");
+      setg(&byte, &byte, &byte + 1);
+      return traits_type::to_int_type(byte);
+    }
+  } failing;
+  std::istream stream(&failing);
+  EXPECT_THROW(runs.load(stream), std::runtime_error);
+  ASSERT_EQ(runs.size(), 1u);
+  EXPECT_EQ(runs.getPropertyInt32(0, strings::IDLower), 5);
+}

@@ -9,8 +9,9 @@
 
 namespace tavlox {
 
-/// One TAVLOX file: a package, and what every TAVLOX package has. Reading and writing follow the package library's rules
-/// and raise its exceptions.
+/// One TAVLOX file: a package, and what every TAVLOX package has. Reading and writing follow the package
+/// library's rules and raise its exceptions. Whatever asks for the package raises opc::Exception before the
+/// file is bound to a path.
 class DataExportFile {
  public:
   /// The content type of a TAVLOX package; user files carry it with "+" and their extension behind it.
@@ -24,10 +25,11 @@ class DataExportFile {
   void initReadPackage(const std::u16string& path);
   /// Opens the bound package for reading, auditing it.
   void modifyReadPackage(const std::u16string& path);
-  /// Binds the file to `path` for modification; the package is then opened with OpenMode::Modify (or Create).
+  /// Binds the file to `path` for modification; opening the package with OpenMode::Modify is the caller's. A
+  /// file made with `createNew` opens the new, empty package at once.
   void modify(const std::u16string& path);
 
-  opc::model::Package& getPackageImpl();
+  opc::model::Package& getPackageImpl() const;
   /// Saves what was changed, if anything was, and closes.
   void closePackage();
 
@@ -36,8 +38,8 @@ class DataExportFile {
   void setDescription(const std::u16string& description);
   void getVersion(std::u16string& version) const;
 
-  /// The parts that package-level relationships of this type lead to, in the order of the relationships. Raises
-  /// opc::Exception if a target is missing or external.
+  /// The parts that package-level relationships of this type lead to, in the order of the relationships.
+  /// Raises opc::Exception if a target is missing or external.
   std::vector<opc::model::Part> getPartsByRelationshipType(std::u16string_view type) const;
 
  private:

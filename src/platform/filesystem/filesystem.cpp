@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/filesystem/error.h"
 #include "platform/filesystem/native_name.h"
@@ -16,9 +19,7 @@ namespace {
 
 namespace posix_time = boost::posix_time;
 
-std::string reasonOf(int code) {
-  return std::generic_category().message(code);
-}
+std::string reasonOf(int code) { return std::generic_category().message(code); }
 
 FileType typeOf(mode_t mode) {
   if (S_ISREG(mode)) return FileType::Regular;
@@ -83,6 +84,20 @@ bool remove(const std::u16string& path) {
   const bool removed = std::filesystem::remove(toNativeName(path), failure);
   if (failure) raise("fl:filesystem:RemoveFailed", path, failure.message());
   return removed;
+}
+
+void replace_file(const std::u16string& from, const std::u16string& to) {
+  if (rename(toNativeName(from).c_str(), toNativeName(to).c_str()) != 0) {
+    const std::string reason = reasonOf(errno);
+    unlink(toNativeName(from).c_str());
+    raise("fl:filesystem:ReplaceFailed", to, reason);
+  }
+  // The new name is kept by the folder, which is synced like a file.
+  const int folder =
+      open(toNativeName(extract_parent_path(absolute(to))).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;  // a folder that may be written but not read cannot be synced
+  fsync(folder);
+  close(folder);
 }
 
 std::u16string weakly_canonical(const std::u16string& path) {

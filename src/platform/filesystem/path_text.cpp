@@ -14,9 +14,7 @@ namespace {
 
 constexpr char16_t kSeparator = u'/';
 
-bool isAbsolute(const std::u16string& path) {
-  return path.starts_with(kSeparator);
-}
+bool isAbsolute(const std::u16string& path) { return path.starts_with(kSeparator); }
 
 std::optional<std::u16string> homeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return fromNativeName(home);
@@ -30,12 +28,8 @@ std::optional<std::u16string> homeFolder() {
 
 }  // namespace
 
-std::u16string make_native_form(const std::u16string& path) {
-  return path;
-}
-std::u16string make_generic_form(const std::u16string& path) {
-  return path;
-}
+std::u16string make_native_form(const std::u16string& path) { return path; }
+std::u16string make_generic_form(const std::u16string& path) { return path; }
 
 std::u16string expand(const std::u16string& path) {
   const bool namesHome = path == u"~" || path.starts_with(u"~/");
@@ -45,9 +39,7 @@ std::u16string expand(const std::u16string& path) {
   return path.size() == 1 ? *home : concatenate(*home, path.substr(2));
 }
 
-bool is_absolute_path_when_expanded(const std::u16string& path) {
-  return isAbsolute(expand(path));
-}
+bool is_absolute_path_when_expanded(const std::u16string& path) { return isAbsolute(expand(path)); }
 
 std::u16string absolute(const std::u16string& path, const std::u16string& base) {
   if (isAbsolute(path)) return path;

@@ -1,0 +1,66 @@
+#include "platform/export_file/data_export_file.h"
+
+#include "platform/filesystem/filesystem.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace tavlox {
+
+using opc::interfaces::OpenMode;
+using opc::model::CoreProperty;
+
+DataExportFile::DataExportFile(bool createNew) : createNew_(createNew) {}
+DataExportFile::~DataExportFile() = default;
+
+void DataExportFile::initReadPackage(const std::u16string& path) {
+  if (!fl::filesystem::exists(path)) throw opc::model::PackageNotFound(fl::i18n::to_string_lossy(path));
+  package_ = std::make_unique<opc::model::Package>(path);
+}
+
+void DataExportFile::modifyReadPackage(const std::u16string& path) {
+  if (package_ == nullptr || package_->path() != path) initReadPackage(path);
+  package_->open(OpenMode::Read);
+}
+
+void DataExportFile::modify(const std::u16string& path) {
+  package_ = std::make_unique<opc::model::Package>(path);
+  if (createNew_) package_->open(OpenMode::Create);
+}
+
+opc::model::Package& DataExportFile::getPackageImpl() const {
+  if (package_ == nullptr) opc::raise("export_file:file:NotBound");
+  return *package_;
+}
+
+void DataExportFile::closePackage() {
+  if (package_ != nullptr) package_->close();
+}
+
+void DataExportFile::getDescription(std::u16string& description) const {
+  description = getPackageImpl().getCoreProperty(CoreProperty::Description).value_or(u"");
+}
+
+void DataExportFile::setDescription(const std::u16string& description) {
+  getPackageImpl().setCoreProperty(CoreProperty::Description, description);
+}
+
+void DataExportFile::getVersion(std::u16string& version) const {
+  version = getPackageImpl().getCoreProperty(CoreProperty::Version).value_or(u"");
+}
+
+std::vector<opc::model::Part> DataExportFile::getPartsByRelationshipType(std::u16string_view type) const {
+  const opc::model::Package& package = getPackageImpl();
+  std::vector<opc::model::Part> parts;
+  for (const opc::model::Relationship& link : package.getRelationshipsByType(type)) {
+    const std::u16string& target = link.getTarget().text();
+    if (link.getTargetMode() == opc::model::TargetMode::External) {
+      opc::raise("export_file:file:ExternalTarget", package.path(), type, target);
+    }
+    const opc::model::PartName name(target);
+    if (!package.hasPart(name)) opc::raise("export_file:file:MissingPart", package.path(), type, target);
+    parts.push_back(package.getPart(name));
+  }
+  return parts;
+}
+
+}  // namespace tavlox

@@ -18,8 +18,8 @@ class EntryReader {
   EntryReader(EntryReader&&) noexcept;
   EntryReader& operator=(EntryReader&&) noexcept;
 
-  /// Up to `count` bytes; 0 only at the sound end. Raises opc::Exception naming package and entry if the data is
-  /// broken or ends early, or its size or checksum is not the declared one. A failed reader stays failed.
+  /// Up to `count` bytes; 0 only at the sound end. Raises opc::Exception naming package and entry if the data
+  /// is broken or ends early, or its size or checksum is not the declared one. A failed reader stays failed.
   std::size_t read(void* into, std::size_t count);
 
  private:
@@ -28,6 +28,7 @@ class EntryReader {
 };
 
 /// All of an entry, for small ones. Raises as EntryReader, and if it is larger than `limit`.
-std::string readWhole(const std::shared_ptr<const ArchiveFile>& file, const Entry& entry, std::uint64_t limit);
+std::string readWhole(const std::shared_ptr<const ArchiveFile>& file, const Entry& entry,
+                      std::uint64_t limit);
 
 }  // namespace opc::zip

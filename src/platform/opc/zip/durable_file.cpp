@@ -138,6 +138,8 @@ void DurableFile::commit() {
   }
   state.isCommitted = true;
   syncFolder(state.place);
+  state.original.reset();
+  state.temporary->unlock();  // it is the file of that name now, which others may want to save
 }
 
 }  // namespace opc::zip

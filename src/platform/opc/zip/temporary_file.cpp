@@ -128,6 +128,8 @@ int TemporaryFile::takeFreeName() {
   return errno == EINVAL || errno == ENOSYS ? linkToFreeName() : errno;
 }
 
+void TemporaryFile::unlock() noexcept { ::flock(file_.get(), LOCK_UN); }
+
 /// For file systems that cannot rename without replacing.
 int TemporaryFile::linkToFreeName() {
   const int folder = place_.folder.get();

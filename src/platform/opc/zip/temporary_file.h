@@ -27,6 +27,9 @@ class TemporaryFile {
   int replaceFile();
   int takeFreeName();
 
+  /// Ends the lock that keeps others from sweeping or replacing the file.
+  void unlock() noexcept;
+
  private:
   int linkToFreeName();
 

@@ -32,7 +32,7 @@ CLI::Option* addParameter(CLI::App& app, const Parameter& parameter) {
     case Takes::One:
       return app.add_option(name)->required();
     case Takes::OneOrMore:
-      return app.add_option(name)->required()->expected(1, kNoLimit);
+      return app.add_option(name)->required()->expected(1, kNoLimit)->allow_extra_args();
   }
   return nullptr;
 }

@@ -19,13 +19,7 @@ using foundation::core::except::IUserException;
 
 /// The catalog's text on one line that cannot drive a terminal.
 std::string shownMessage(const IUserException& error) {
-  // Backslashes that are part of a path stay as they are: a message is read, not parsed.
-  std::string line;
-  for (const char c : singleLine(fl::i18n::to_ustring_lossy(error.GetMessageTxt()))) {
-    const bool isEscapedBackslash = c == '\\' && !line.empty() && line.back() == '\\';
-    if (!isEscapedBackslash) line += c;
-  }
-  return line;
+  return singleLine(fl::i18n::to_ustring_lossy(error.GetMessageTxt()), Backslashes::Kept);
 }
 
 /// An error of any kind as a message-ID error. Memory may be out, so that case is left to the caller.

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include <fmt/chrono.h>
+#include <sys/stat.h>
 
 #include "hosts/cli/sample_table.h"
 #include "platform/errors/except_with_causes.h"
@@ -29,56 +30,68 @@ struct FreeWith {
 };
 using File = std::unique_ptr<std::FILE, FreeWith<std::fclose>>;
 
-[[noreturn]] void refuseTable(const std::u16string& path, int error) {
-  if (error == ENOENT) raise("tavlox:general:FileNotFound", path);
-  raise("tavlox:record:CannotReadTable", path, std::generic_category().message(error));
-}
-
-File openTable(const std::u16string& path) {
-  File file(std::fopen(fl::i18n::to_string(path).c_str(), "rbe"));
-  if (!file) refuseTable(path, errno);
-  // The pieces read are large, a second buffer would only be copied through.
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  return file;
-}
-
-/// Hands every byte of the table to both the check and the package, in one pass: what is checked is what is
-/// kept.
-void readTable(const RecordingPlan& plan, const std::u16string& path, SampleTable& table,
-               const SessionWriter::Sink& keep) {
-  const File file = openTable(path);
-  std::string piece(kPieceSize, '\0');
-  std::uint64_t total = 0;
-  while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), file.get())) {
-    const std::string_view bytes(piece.data(), size);
-    table.take(bytes);
-    keep(bytes);
-    total += size;
-    if (plan.progress) plan.progress(path, total);
+/// One table on disk. It is read twice, to check it and to keep it, and must not change in between.
+class TableFile {
+ public:
+  explicit TableFile(const std::u16string& path)
+      : path_(path), file_(std::fopen(fl::i18n::to_string(path).c_str(), "rbe")) {
+    if (!file_) refuse(errno);
+    // The pieces read are large, a second buffer would only be copied through.
+    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
+    opened_ = status();
   }
-  if (std::ferror(file.get()) != 0) refuseTable(path, errno);
-  table.finish();
-}
+
+  /// Gives every byte from the first on.
+  void read(const std::function<void(std::string_view)>& take) {
+    if (std::fseek(file_.get(), 0, SEEK_SET) != 0) refuse(errno);
+    std::string piece(kPieceSize, '\0');
+    while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), file_.get())) {
+      take({piece.data(), size});
+    }
+    if (std::ferror(file_.get()) != 0) refuse(errno);
+  }
+
+  void requireUnchanged() const {
+    const struct stat now = status();
+    const bool same = now.st_size == opened_.st_size && now.st_mtim.tv_sec == opened_.st_mtim.tv_sec &&
+                      now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
+    if (!same) raise("tavlox:record:TableChanged", path_);
+  }
+
+  /// When the table was written, in UTC: "2026-11-15T12:44:29Z".
+  std::u16string date() const {
+    return fl::i18n::to_ustring(fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(opened_.st_mtim.tv_sec)));
+  }
+
+ private:
+  [[noreturn]] void refuse(int error) const {
+    if (error == ENOENT) raise("tavlox:general:FileNotFound", path_);
+    raise("tavlox:record:CannotReadTable", path_, std::generic_category().message(error));
+  }
+
+  struct stat status() const {
+    struct stat found {};
+    if (fstat(fileno(file_.get()), &found) != 0) refuse(errno);
+    return found;
+  }
+
+  std::u16string path_;
+  File file_;
+  struct stat opened_ {};
+};
 
 std::u16string stem(const std::u16string& path) {
   const std::u16string name = fs::extract_filename(path), extension = fs::extract_extension(path);
   return extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
 }
 
-/// When the table was written, in UTC: "2026-11-15T12:44:29Z".
-std::u16string dateOf(const std::u16string& path) {
-  const boost::posix_time::ptime epoch(boost::gregorian::date(1970, 1, 1));
-  const auto seconds = (fs::status(path).lastWriteTime - epoch).total_seconds();
-  return fl::i18n::to_ustring(
-      fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(seconds))));
-}
-
-RunRecord runOf(const SampleTable& table, const std::u16string& path, std::int32_t id) {
+RunRecord runOf(const SampleTable& table, const TableFile& file, const std::u16string& path,
+                std::int32_t id) {
   RunRecord run;
   run.id = id;
   run.runNumber = static_cast<std::uint32_t>(id);
   run.name = stem(path);
-  run.dateCreated = dateOf(path);
+  run.dateCreated = file.date();
   run.startTime = table.startTime();
   run.stopTime = table.stopTime();
   return run;
@@ -114,22 +127,14 @@ class Recording {
   explicit Recording(const RecordingPlan& plan) : plan_(plan), writer_(plan.output, plan.existing) {}
 
   RecordedRun addTable(const std::u16string& path) {
+    TableFile file(path);
     SampleTable table(path);
-    const std::int32_t id = ++lastRun_;
-    writer_.addSamples(id, [&](const SessionWriter::Sink& keep) { readTable(plan_, path, table, keep); });
-    const RunRecord run = runOf(table, path, id);
-    writer_.addRun(run);
-    const std::vector<ColumnHeading> columns = table.signalColumns();
-    for (const ColumnHeading& column : columns) {
-      SignalRecord signal = signalOf(table, column, path);
-      signal.id = ++lastSignal_;
-      signal.runID = id;
-      writer_.addSignal(signal);
-    }
-    return {.run = run,
-            .signalCount = columns.size(),
-            .rowCount = table.rowCount(),
-            .sampleTime = table.sampleTime()};
+    file.read([&, total = std::uint64_t{0}](std::string_view bytes) mutable {
+      table.take(bytes);
+      if (plan_.progress) plan_.progress(path, total += bytes.size());
+    });
+    table.finish();
+    return addRun(file, table, path);
   }
 
   void close() {
@@ -140,6 +145,24 @@ class Recording {
   }
 
  private:
+  RecordedRun addRun(TableFile& file, const SampleTable& table, const std::u16string& path) {
+    const RunRecord run = runOf(table, file, path, ++lastRun_);
+    writer_.addRun(run);
+    writer_.addSamples(run.id, [&](const SessionWriter::Sink& keep) { file.read(keep); });
+    file.requireUnchanged();
+    const std::vector<ColumnHeading> columns = table.signalColumns();
+    for (const ColumnHeading& column : columns) {
+      SignalRecord signal = signalOf(table, column, path);
+      signal.id = ++lastSignal_;
+      signal.runID = run.id;
+      writer_.addSignal(signal);
+    }
+    return {.run = run,
+            .signalCount = columns.size(),
+            .rowCount = table.rowCount(),
+            .sampleTime = table.sampleTime()};
+  }
+
   const RecordingPlan& plan_;
   SessionWriter writer_;
   std::int32_t lastRun_ = 0, lastSignal_ = 0;

@@ -28,7 +28,7 @@ struct RecordedRun {
 };
 
 /// Makes a session package of simulation results: a run for each table, with a signal for each of its columns
-/// but the first. Each table is read once, in constant memory, and kept byte for byte as the run's samples.
+/// but the first. Each table is checked and then kept byte for byte as the run's samples, in constant memory.
 /// Only what the tables say is recorded, everything else is left out.
 ///
 /// Raises tavlox:record:… errors, tavlox:general:FileNotFound for a missing table, and opc::Exception; there

@@ -51,11 +51,11 @@ std::string bold(std::string_view text, Colours colours) {
   return colours == Colours::On ? fmt::format("\x1b[1m{}\x1b[0m", text) : std::string(text);
 }
 
-std::string singleLine(std::u16string_view text) {
+std::string singleLine(std::u16string_view text, Backslashes backslashes) {
   std::u16string line;
   line.reserve(text.size());
   for (const char16_t unit : text) {
-    if (unit == u'\\' || drivesTerminal(unit)) {
+    if (drivesTerminal(unit) || (unit == u'\\' && backslashes == Backslashes::Doubled)) {
       appendEscaped(line, unit);
     } else {
       line += unit;

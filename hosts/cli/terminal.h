@@ -16,10 +16,11 @@ Colours coloursFor(std::FILE* stream);
 /// The text in bold, or as it is.
 std::string bold(std::string_view text, Colours colours);
 
-/// UTF-8 on one line that cannot drive a terminal or break a table: backslash, tab and line ends become \\,
-/// \t, \n and \r; other control characters, line separators and marks that turn the writing direction become
-/// \uXXXX.
-std::string singleLine(std::u16string_view text);
+/// UTF-8 on one line that cannot drive a terminal or break a table: tab and line ends become \t, \n and \r;
+/// other control characters, line separators and marks that turn the writing direction become \uXXXX. With
+/// backslashes doubled the text can be read back; messages, which nobody reads back, keep them.
+enum class Backslashes { Doubled, Kept };
+std::string singleLine(std::u16string_view text, Backslashes backslashes = Backslashes::Doubled);
 
 /// Columns that UTF-8 text takes on a terminal.
 std::size_t displayWidth(std::string_view narrow);

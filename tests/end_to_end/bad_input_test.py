@@ -1,0 +1,137 @@
+import json
+import os
+import unittest
+import zipfile
+
+from program import ProgramTest
+
+CONTENT_TYPES = '<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"/>'
+
+
+class BadFiles(ProgramTest):
+    def write_zip(self, name, entries):
+        with zipfile.ZipFile(self.folder / name, "w") as package:
+            for entry, data in entries:
+                package.writestr(entry, data)
+
+    def write_bad_files(self):
+        """Every file that is to be refused."""
+        session = self.record("sound.tavlox").read_bytes()
+        (self.folder / "folder").mkdir()
+        self.write("empty", "")
+        self.write("text", "not a package\n" * 100)
+        self.write("truncated", session[:-100])
+        self.write("flipped", session.replace(b"PK\x01\x02", b"PK\x01\x03", 1))
+        self.write_zip("archive", [("a.txt", "an archive, not a package")])
+        self.write_zip("broken types", [("[Content_Types].xml", "<Types")])
+        self.write_zip("broken links", [("[Content_Types].xml", CONTENT_TYPES), ("_rels/.rels", "<x/>")])
+        return ["folder", "empty", "text", "truncated", "flipped", "archive", "broken types", "broken links"]
+
+    def test_every_command_refuses_it_and_says_which_rule_it_breaks(self):
+        for name in self.write_bad_files():
+            for words in (["info", name], ["compression", name], ["describe", name, "text"]):
+                with self.subTest(words):
+                    error = self.error_of(*words)
+                    self.assertEqual(error["identifier"], "tavlox:general:UnableToReadFile")
+                    self.assertEqual(error["arguments"], [name])
+                    self.assertRegex(error["causes"][0]["identifier"], "^opc:")
+                    # A cause without a text in the catalog reads "identifier: arguments".
+                    self.assertNotRegex(error["causes"][0]["message"], "^opc:")
+
+    def test_people_read_the_rule_on_a_second_line(self):
+        self.write("empty", "")
+        first, second = self.run_program("info", "empty", exit_code=1)[1].splitlines()
+        self.assertRegex(first, r'^tavlox: error: The file "empty" cannot be read\..* \[tavlox:general:UnableToReadFile\]$')
+        self.assertRegex(second, r"^  because: .* \[opc:.*\]$")
+
+    def test_a_missing_file_is_called_missing(self):
+        for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o", "no"]):
+            with self.subTest(words):
+                error = self.error_of(*words)
+                self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
+
+    def test_a_package_that_is_refused_is_not_touched(self):
+        for name in self.write_bad_files():
+            path = self.folder / name
+            before = None if path.is_dir() else path.read_bytes()
+            names = self.names_in_folder()
+            self.error_of("describe", name, "text")
+            self.assertEqual(None if path.is_dir() else path.read_bytes(), before)
+            self.assertEqual(self.names_in_folder(), names)
+
+
+class WrongCommandLines(ProgramTest):
+    LINES = [
+        ([], "tavlox:cli:NoCommand"),
+        (["inof", "s.tavlox"], "tavlox:cli:UnknownCommand"),
+        (["info"], "tavlox:cli:WrongCommandLine"),
+        (["--verbose"], "tavlox:cli:WrongCommandLine"),
+        (["info", "--verbose", "s.tavlox"], "tavlox:cli:WrongCommandLine"),
+        (["compression", "s.tavlox", "t.tavlox"], "tavlox:cli:WrongCommandLine"),
+        (["describe", "s.tavlox"], "tavlox:cli:WrongCommandLine"),
+        (["record", "s.tavlox"], "tavlox:cli:WrongCommandLine"),
+        (["record", "s.tavlox", "a.csv", "--description"], "tavlox:cli:WrongCommandLine"),
+        (["info", b"\xff.tavlox"], "tavlox:cli:IllFormedText"),
+    ]
+
+    def test_they_exit_with_2_and_say_why_on_one_line(self):
+        for words, identifier in self.LINES:
+            with self.subTest(words):
+                output, errors = self.run_program(*words, exit_code=2)
+                self.assertEqual(output, "")
+                self.assertRegex(errors, rf"^tavlox: error: .* \[{identifier}\]\n$")
+
+    def test_they_are_one_object_in_json(self):
+        for words, identifier in self.LINES[1:]:
+            with self.subTest(words):
+                self.assertEqual(self.error_of("--json", *words, exit_code=2)["identifier"], identifier)
+
+    def test_they_change_nothing(self):
+        before = self.record().read_bytes()
+        self.run_program("describe", "s.tavlox", "one", "two", exit_code=2)
+        self.assertEqual((self.folder / "s.tavlox").read_bytes(), before)
+
+
+class Surroundings(ProgramTest):
+    def test_help_leads_with_examples(self):
+        for words in (["--help"], ["info", "--help"], ["compression", "-h"], ["describe", "--help"], ["record", "--help"]):
+            with self.subTest(words):
+                self.assertEqual(self.output_of(*words).splitlines()[2], "Examples:")
+        self.assertRegex(self.output_of("--version"), r"^tavlox \d+\.\d+\.\d+\n$")
+
+    def test_words_that_look_like_something_else_are_file_names(self):
+        for name in ("info", "[a]", "-x", "{}", "%%"):
+            path = self.record("./" + name, hot="t,v\n0,1\n")
+            with self.subTest(name):
+                self.assertIn(f"{path.resolve()}\n", self.output_of("info", "--", name))
+
+    def test_options_stand_before_or_behind_the_command(self):
+        self.record()
+        expected = self.output_of("compression", "s.tavlox", "--json")
+        self.assertEqual(self.output_of("--json", "compression", "s.tavlox"), expected)
+        self.assertEqual(json.loads(expected)["Compression"], "normal")
+
+    def test_a_module_that_is_none_is_named(self):
+        self.record()
+        self.write("not_a_module.so", "text")
+        for module in ("missing.so", "not_a_module.so"):
+            error = self.error_of("info", "s.tavlox", "--module", f"./{module}")
+            self.assertEqual(error["identifier"], "Corvan:ObjectSystem:CannotLoadModule")
+            self.assertIn(module, error["message"])
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        self.record()
+        with open("/dev/full", "w") as full:
+            error = self.error_of("info", "s.tavlox", stdout=full)
+        self.assertEqual(error["identifier"], "tavlox:cli:CannotWriteOutput")
+
+    def test_nothing_is_left_in_the_temporary_folder(self):
+        self.record()
+        temporary = self.folder / "temporary"
+        temporary.mkdir()
+        self.output_of("info", "s.tavlox", environment={"TMPDIR": str(temporary)})
+        self.assertEqual(os.listdir(temporary), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,70 @@
+"""Runs the built program in a folder of the test's own, and reads the packages it makes with Python's own zipfile."""
+
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+import zipfile
+from pathlib import Path
+
+PROGRAM = os.environ["TAVLOX_PROGRAM"]
+EXAMPLES = Path(os.environ["TAVLOX_EXAMPLES"])
+
+HOT = "time [s],v(out) [V],i(r1) [A]\n0,0,0\n0.1,0.5,1e-3\n0.2,0.75,5e-4\n"
+COLD = "time [ms],v(out) [V]\n10,0\n20,1\n50,nan\n"
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(tempfile.mkdtemp(prefix="tavlox-test-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+    def run_program(self, *words, exit_code=0, **options):
+        """What the program says, after a check of its exit code: (standard output, standard error)."""
+        environment = {**os.environ, "TZ": "UTC", **options.pop("environment", {})}
+        options.setdefault("stdout", subprocess.PIPE)
+        done = subprocess.run([PROGRAM, *words], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, cwd=self.folder,
+                              env=environment, timeout=60, **options)
+        said = (done.stdout or b"").decode(), done.stderr.decode()
+        self.assertEqual(done.returncode, exit_code, f"{words}: {said}")
+        return said
+
+    def output_of(self, *words, **options):
+        output, errors = self.run_program(*words, **options)
+        self.assertEqual(errors, "")
+        return output
+
+    def json_of(self, *words):
+        return json.loads(self.output_of(*words, "--json"))
+
+    def error_of(self, *words, exit_code=1, **options):
+        """The object that describes the one error of a run that prints nothing else."""
+        output, errors = self.run_program(*words, "--json", exit_code=exit_code, **options)
+        self.assertEqual(output, "")
+        return json.loads(errors)["error"]
+
+    def write(self, name, data):
+        path = self.folder / name
+        path.write_bytes(data.encode() if isinstance(data, str) else data)
+        return path
+
+    def record(self, name="s.tavlox", **tables):
+        """A session of the tables given, or of a hot and a cold run."""
+        tables = tables or {"hot": HOT, "cold": COLD}
+        files = [self.write(f"{run}.csv", table).name for run, table in tables.items()]
+        self.output_of("record", name, *files)
+        for file in files:
+            (self.folder / file).unlink()
+        return self.folder / name
+
+    def parts(self, name="s.tavlox"):
+        """Every entry of a package with its data; zipfile checks the checksums."""
+        with zipfile.ZipFile(self.folder / name) as package:
+            names = package.namelist()
+            self.assertEqual(len(names), len(set(names)))
+            return {name: package.read(name) for name in names}
+
+    def names_in_folder(self):
+        return sorted(path.name for path in self.folder.iterdir())

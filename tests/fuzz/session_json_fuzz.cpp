@@ -1,0 +1,35 @@
+// Any bytes as a run list and as a signals part: they are loaded, or refused with the one error that says why, and a
+// walk over the rows that were kept sees what the load saw.
+
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+
+#include "platform/errors/except_with_causes.h"
+#include "platform/repository/obj_ref_array_json.h"
+
+namespace {
+
+void load(const char* kind, const std::string& json) {
+  orra::ObjRefArrayJSON array(kind, orra::ObjRefArrayJSON::Keep::Rows);
+  std::istringstream stream(json);
+  try {
+    array.load(stream);
+  } catch (const foundation::core::except::IUserException& error) {
+    if (error.GetID() != "simulation_data_repository:sdr:InvalidSessionData") std::abort();
+    return;
+  }
+  std::size_t rows = 0;
+  array.forEachRow([&rows](std::size_t, const orra::Row&) { ++rows; });
+  if (rows != array.size()) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string json(reinterpret_cast<const char*>(data), size);
+  load(orra::kRunListKind, json);
+  load(orra::kSignalsPartKind, json);
+  return 0;
+}

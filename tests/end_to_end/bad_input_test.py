@@ -84,7 +84,7 @@ class WrongCommandLines(ProgramTest):
     def test_they_are_one_object_in_json(self):
         for words, identifier in self.LINES[1:]:
             with self.subTest(words):
-                self.assertEqual(self.error_of("--json", *words, exit_code=2)["identifier"], identifier)
+                self.assertEqual(self.error_of(*words, exit_code=2)["identifier"], identifier)
 
     def test_they_change_nothing(self):
         before = self.record().read_bytes()

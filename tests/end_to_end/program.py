@@ -37,11 +37,11 @@ class ProgramTest(unittest.TestCase):
         return output
 
     def json_of(self, *words):
-        return json.loads(self.output_of(*words, "--json"))
+        return json.loads(self.output_of(words[0], "--json", *words[1:]))
 
     def error_of(self, *words, exit_code=1, **options):
         """The object that describes the one error of a run that prints nothing else."""
-        output, errors = self.run_program(*words, "--json", exit_code=exit_code, **options)
+        output, errors = self.run_program(words[0], "--json", *words[1:], exit_code=exit_code, **options)
         self.assertEqual(output, "")
         return json.loads(errors)["error"]
 

@@ -55,8 +55,8 @@ class PackageIndex::Reader {
       refuse("opc:package:InterleavedPart", file_->path(), entry.name);
     }
     if (kind == ItemKind::Folder) return;
-    if (entry.isSymbolicLink) return keepOther(partNameOfItem(entry.name));
     if (kind == ItemKind::Relationships) return relationshipItems_.push_back(place);
+    if (entry.isSymbolicLink) return keepOther(partNameOfItem(entry.name));
     if (kind == ItemKind::Other) return partItems_.push_back(place);
     if (index_.contentTypesEntry_) refuse("opc:package:ContentTypesTwice", file_->path());
     index_.contentTypesEntry_ = place;
@@ -115,8 +115,10 @@ class PackageIndex::Reader {
         std::make_shared<const RelationshipsDocument>(readRelationships(place, part.name.encoded()));
   }
 
-  // The limits hold for all relationships of the package together.
+  // The limits hold for all relationships of the package together. A link in the place of a document says
+  // nothing, but it gives way when the document is written.
   RelationshipsDocument readRelationships(EntryPlace place, const std::string& source) {
+    if (entryAt(place).isSymbolicLink) return RelationshipsDocument(source);
     const std::string bytes = zip::readWhole(file_, entryAt(place), limits_.relationshipBytes);
     auto document = RelationshipsDocument::parse(bytes, source, file_->path(), limits_);
     limits_.relationshipBytes -= bytes.size();

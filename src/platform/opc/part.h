@@ -12,7 +12,8 @@ namespace opc::model {
 
 class PackageState;
 
-enum class CompressionType { Normal = 0, None = 1 };
+/// Normal is deflate, or stored where deflating makes the data no smaller.
+enum class CompressionType { Normal = 0 };
 
 /// How a new part is kept. The size is a hint; the data decides.
 struct StandardPartInfo {

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <random>
 #include <sstream>
 
@@ -248,6 +249,68 @@ TEST(Saving, WritesNothingWithoutAChange) {
                    }),
             "");
   EXPECT_EQ(zip::ArchiveFile(fixture.narrowPath()).identity(), before);
+}
+
+// A list without a default for relationship parts, a link where they should be, and relationships of no part
+// yet.
+TEST(Saving, WritesDocumentsWhereTheirPlacesAreOddlyTaken) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.narrow("p.zip");
+  ASSERT_EQ(
+      outputOf("/usr/bin/python3 -c \"import zipfile; archive = zipfile.ZipFile('" + path +
+               "', 'w'); link = zipfile.ZipInfo('_rels/.rels'); link.create_system = 3; "
+               "link.external_attr = 0o120777 << 16; archive.writestr(link, 'elsewhere'); "
+               "archive.writestr('_rels/a.rels', 'left behind'); "
+               "archive.writestr('[Content_Types].xml', '<Types xmlns=\\'http://schemas.openxmlformats.org/"
+               "package/2006/content-types\\'/>')\""),
+      "");
+  EXPECT_EQ(change(folder.wide("p.zip"),
+                   [](Package& package) {
+                     EXPECT_TRUE(package.getRelationships(ExcludeMode::None).empty());
+                     const Part part = package.createPart(PartName(u"/a"), kText, {});
+                     EXPECT_TRUE(part.getRelationships(ExcludeMode::None).empty());
+                     package.createInternalRelationship(u"t", URI(u"/a"), {});
+                   }),
+            "");
+  EXPECT_EQ(readByOthers(path),
+            "_rels/.rels\n[Content_Types].xml\na [text/plain] \n_rels/.rels: rId1 t /a\n");
+}
+
+/// The items of an archive as they lie in it, and what the directory says of them besides where that is.
+std::map<std::string, std::string> itemsOf(const std::string& path) {
+  constexpr std::size_t kOffsetField = 42, kOffsetBytes = 4;
+  const zip::ArchiveFile file(path);
+  const auto directory = zip::Directory::read(file);
+  std::map<std::string, std::string> items;
+  for (const zip::Entry& entry : directory.entries()) {
+    std::string record(entry.centralRecord);
+    std::string bytes(entry.endOffset - entry.headerOffset, 0);
+    file.read(entry.headerOffset, bytes.data(), bytes.size());
+    items[std::string(entry.name)] = record.erase(kOffsetField, kOffsetBytes) + bytes;
+  }
+  return items;
+}
+
+TEST(Saving, KeepsWhatItDoesNotKnowByteForByte) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.narrow("p.zip");
+  writeForeignPackage(path);
+  ASSERT_EQ(
+      outputOf(
+          "/usr/bin/python3 -c \"import zipfile; archive = zipfile.ZipFile('" + path +
+          "', 'a'); link = zipfile.ZipInfo('a/link.txt', (1987, 6, 5, 4, 3, 2)); link.create_system = 3; "
+          "link.external_attr = 0o120777 << 16; link.comment = b'a remark'; "
+          "link.extra = bytes.fromhex('feca0200beef'); "
+          "archive.writestr(link, 'b.txt'); "
+          "archive.open(zipfile.ZipInfo('streamed.txt'), 'w', force_zip64=True).close()\""),
+      "");
+  const auto before = itemsOf(path);
+  EXPECT_EQ(change(folder.wide("p.zip"), [](Package& package) { package.deletePart(PartName(u"/a/c.txt")); }),
+            "");
+  auto after = itemsOf(path);
+  after["a/c.txt"] = before.at("a/c.txt");
+  after["[Content_Types].xml"] = before.at("[Content_Types].xml");
+  EXPECT_EQ(after, before);
 }
 
 TEST(Saving, IsSeenByTheNextOpeningOfTheSamePackage) {

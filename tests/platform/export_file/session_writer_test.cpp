@@ -226,7 +226,7 @@ TEST(SessionWriter, ManySignalsTakeNoMemory) {
   };
   add(2'000);
   const long before = peakKilobytes();
-  add(27'000);  // some 25 MB of text
+  add(12'000);  // some 10 MB of text
   session.close();
-  EXPECT_LT(peakKilobytes() - before, 12'000);
+  EXPECT_LT(peakKilobytes() - before, 6'000);
 }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <new>
 
+#include <Poco/Exception.h>
 #include <fmt/format.h>
 
 #include "hosts/cli/causes.h"
@@ -23,7 +24,7 @@ std::string shownMessage(const IUserException& error) {
 }
 
 /// An error of any kind as a message-ID error. Memory may be out, so that case is left to the caller.
-except_with_causes describe(const std::exception_ptr& failure) {
+except_with_causes describe(const std::exception_ptr& failure, const std::u16string& path) {
   try {
     std::rethrow_exception(failure);
   } catch (const except_with_causes& error) {
@@ -34,8 +35,13 @@ except_with_causes describe(const std::exception_ptr& failure) {
     return except_with_causes("tavlox:cli:IllFormedText", {fl::i18n::to_ustring_lossy(error.what())});
   } catch (const std::bad_alloc&) {
     throw;
+  } catch (const Poco::Exception& error) {
+    // Modules may let these through, and what() gives no more than their kind.
+    return except_with_causes("tavlox:cli:UnexpectedFailure",
+                              {path, fl::i18n::to_ustring_lossy(error.displayText())});
   } catch (const std::exception& error) {
-    return except_with_causes("tavlox:cli:UnexpectedFailure", {fl::i18n::to_ustring_lossy(error.what())});
+    return except_with_causes("tavlox:cli:UnexpectedFailure",
+                              {path, fl::i18n::to_ustring_lossy(error.what())});
   }
 }
 
@@ -75,9 +81,9 @@ std::string errorAsJson(const except_with_causes& error) {
   return json.take() + "\n";
 }
 
-void report(const std::exception_ptr& failure, OutputFormat format) noexcept {
+void report(const std::exception_ptr& failure, OutputFormat format, const std::u16string& path) noexcept {
   try {
-    except_with_causes error = describe(failure);
+    except_with_causes error = describe(failure, path);
     for (except_with_causes& cause : findCauses(error)) error.addCause(std::move(cause));
     const std::string text = format == OutputFormat::Json ? errorAsJson(error) : errorAsText(error);
     std::fputs(text.c_str(), stderr);

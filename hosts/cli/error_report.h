@@ -17,7 +17,8 @@ std::string errorAsText(const foundation::core::except::except_with_causes& erro
 std::string errorAsJson(const foundation::core::except::except_with_causes& error);
 
 /// Reports an exception of any kind. Where the module says no more than that a file cannot be read or saved,
-/// the reasons are looked for and reported as causes.
-void report(const std::exception_ptr& failure, OutputFormat format) noexcept;
+/// the reasons are looked for and reported as causes. `path` is the file at hand, for errors that do not name
+/// it; it may be empty.
+void report(const std::exception_ptr& failure, OutputFormat format, const std::u16string& path = {}) noexcept;
 
 }  // namespace tavlox::cli

@@ -59,7 +59,7 @@ ExitCode runInfo(const Request& request) {
       files.push_back(readProperties(request, path));
     } catch (const std::exception&) {
       // The other files are still answered.
-      report(std::current_exception(), request.format);
+      report(std::current_exception(), request.format, path);
     }
   }
   request.format == OutputFormat::Json ? printJson(files, paths.size()) : printTables(files);

@@ -20,14 +20,16 @@ ExitCode runCommand(const CommandLine& line) {
 int main(int argumentCount, char** arguments) {
   // Until the command line is understood, whatever fails is its fault.
   ExitCode failure = ExitCode::WrongCommandLine;
+  std::u16string file;
   try {
     const CommandLine line = parseCommandLine(argumentCount, arguments);
     failure = ExitCode::Failed;
+    if (line.request.has("FILE")) file = line.request.one("FILE");
     const ExitCode result = runCommand(line);
     flushOutput();
     return static_cast<int>(result);
   } catch (const std::exception&) {
-    report(std::current_exception(), requestedFormat(argumentCount, arguments));
+    report(std::current_exception(), requestedFormat(argumentCount, arguments), file);
     return static_cast<int>(failure);
   }
 }

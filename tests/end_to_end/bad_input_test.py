@@ -60,6 +60,26 @@ class BadFiles(ProgramTest):
             self.assertEqual(self.names_in_folder(), names)
 
 
+class DamagedSessions(ProgramTest):
+    def test_the_broken_part_is_named(self):
+        sound = self.record()
+        entries = self.parts()
+        broken = [
+            ("session/compression.json", "{}", "tavlox:cli:UnexpectedFailure", "Can not convert empty value"),
+            ("session/compression.json", '{"CompressionType":', "tavlox:cli:UnexpectedFailure", "JSON"),
+            ("session/runs.json", "[{}]", "simulation_data_repository:sdr:InvalidSessionData", "run list"),
+            ("session/signals/1.json", "[", "simulation_data_repository:sdr:InvalidSessionData", "signals"),
+        ]
+        for part, data, identifier, reason in broken:
+            with self.subTest(part=part, data=data):
+                with zipfile.ZipFile(sound, "w") as package:
+                    for entry, original in entries.items():
+                        package.writestr(entry, data if entry == part else original)
+                error = self.error_of("info", "s.tavlox")
+                self.assertEqual(error["identifier"], identifier)
+                self.assertIn(reason, error["message"])
+
+
 class WrongCommandLines(ProgramTest):
     LINES = [
         ([], "tavlox:cli:NoCommand"),

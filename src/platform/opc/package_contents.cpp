@@ -11,6 +11,9 @@ namespace {
 
 constexpr std::string_view kRelationshipsType = "application/vnd.openxmlformats-package.relationships+xml";
 
+// The list of content types and the package's relationships, which may have to be added.
+constexpr std::size_t kDocuments = 2;
+
 PartView viewOf(const IndexedPart& part) {
   return {part.name, part.type, part.entry, nullptr, part.relationships.get()};
 }
@@ -26,8 +29,13 @@ PartView viewOf(const PartChange& change) {
 
 }  // namespace
 
-PackageContents::PackageContents(std::string path, std::shared_ptr<const PackageIndex> index)
-    : path_(std::move(path)), index_(std::move(index)) {}
+PackageContents::PackageContents(std::string path, std::shared_ptr<const PackageIndex> index,
+                                 const zip::Limits& limits)
+    : path_(std::move(path)),
+      index_(std::move(index)),
+      limits_(limits),
+      relationshipCount_(index_->relationshipCount()),
+      entryCount_(index_->entries().size() + kDocuments) {}
 
 std::optional<PartView> PackageContents::find(const std::string& key) const {
   if (const auto found = changes_.find(key); found != changes_.end()) {
@@ -55,9 +63,11 @@ std::vector<model::PartName> PackageContents::names() const {
 void PackageContents::create(const model::PartName& name, const model::ContentType& type) {
   checkIsFree(name);
   checkIsNotDerived(name);
+  checkEntryCount();
   const auto [place, isNew] = changes_.try_emplace(name.key(), PartChange{name, type, {}, {}, {}, {}, {}});
   if (!isNew) place->second = PartChange{name, type, place->second.original, false, 0, nullptr, std::nullopt};
   place->second.creation = ++creations_;
+  ++entryCount_;
   sortedKeys().insert(place->first);
   editContentTypes().setOverride(name.encoded(), type);
   // A new part starts without relationships, also where some were left behind.
@@ -65,6 +75,15 @@ void PackageContents::create(const model::PartName& name, const model::ContentTy
     if (isNew) droppedOrphans_.push_back(*orphan);
     isOnlyAddition_ = false;
   }
+}
+
+void PackageContents::checkEntryCount() const {
+  if (entryCount_ >= limits_.entries) raise("opc:package:TooManyEntries", path_, limits_.entries);
+}
+
+void PackageContents::checkRelationshipCount() const {
+  if (relationshipCount_ < limits_.relationships) return;
+  raise("opc:package:TooManyRelationships", path_, limits_.relationships);
 }
 
 void PackageContents::checkIsFree(const model::PartName& name) {
@@ -105,7 +124,10 @@ PartChange& PackageContents::change(const std::string& key) {
 }
 
 void PackageContents::remove(const std::string& key) {
-  if (!find(key)) return;
+  const auto view = find(key);
+  if (!view) return;
+  if (view->relationships) relationshipCount_ -= view->relationships->size();
+  --entryCount_;
   if (sortedKeys_) sortedKeys_->erase(key);
   PartChange& part = change(key);
   editContentTypes().removeOverride(key);
@@ -158,12 +180,15 @@ RelationshipsDocument& PackageContents::editRelationships(const std::string& key
   PartChange& part = change(key);
   if (part.relationships) return *part.relationships;
   if (view->relationships) return part.relationships.emplace(*view->relationships);
+  ++entryCount_;
   return part.relationships.emplace(part.name.encoded());
 }
 
 model::Relationship PackageContents::addRelationship(std::u16string_view type, const model::URI& target,
                                                      std::string_view id) {
+  checkRelationshipCount();
   model::Relationship added = editRelationships().add(type, target, id, path_);
+  ++relationshipCount_;
   isChanged_ = true;  // only now: a refused relationship is no change
   return added;
 }
@@ -171,13 +196,17 @@ model::Relationship PackageContents::addRelationship(std::u16string_view type, c
 void PackageContents::removeRelationship(std::string_view id) {
   if (!relationships().find(id)) return;
   editRelationships().remove(id);
+  --relationshipCount_;
   isChanged_ = true;
   isOnlyAddition_ = false;
 }
 
 model::Relationship PackageContents::addRelationship(const std::string& key, std::u16string_view type,
                                                      const model::URI& target, std::string_view id) {
+  checkRelationshipCount();
+  if (!find(key)->relationships) checkEntryCount();
   model::Relationship added = editRelationships(key).add(type, target, id, path_);
+  ++relationshipCount_;
   isChanged_ = true;
   return added;
 }
@@ -186,6 +215,7 @@ void PackageContents::removeRelationship(const std::string& key, std::string_vie
   const auto view = find(key);
   if (!view->relationships || !view->relationships->find(id)) return;
   editRelationships(key).remove(id);
+  --relationshipCount_;
   isChanged_ = true;
   isOnlyAddition_ = false;
 }

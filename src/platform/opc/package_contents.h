@@ -45,8 +45,10 @@ struct PartView {
 /// Knows nothing of files. Raises opc::Exception, naming `path`, for what a package may not contain.
 class PackageContents {
  public:
-  PackageContents(std::string path, std::shared_ptr<const PackageIndex> index);
+  /// Changes beyond the limits are refused, because the saved package could not be opened any more.
+  PackageContents(std::string path, std::shared_ptr<const PackageIndex> index, const zip::Limits& limits);
 
+  const zip::Limits& limits() const { return limits_; }
   bool isChanged() const { return isChanged_; }
   const PackageIndex& index() const { return *index_; }
 
@@ -88,6 +90,8 @@ class PackageContents {
  private:
   PartChange& change(const std::string& key);
   void checkIsFree(const model::PartName& name);
+  void checkEntryCount() const;
+  void checkRelationshipCount() const;
   void checkIsNotDerived(const model::PartName& name);
   std::set<std::string_view>& sortedKeys();
   ContentTypesDocument& editContentTypes();
@@ -96,6 +100,9 @@ class PackageContents {
 
   std::string path_;
   std::shared_ptr<const PackageIndex> index_;
+  zip::Limits limits_;
+  std::size_t relationshipCount_;
+  std::size_t entryCount_;  // at most so many will be saved
   bool isChanged_ = false;
   bool isOnlyAddition_ = true;
   std::uint64_t creations_ = 0;

@@ -66,8 +66,12 @@ void setCoreProperty(model::PackageState& state, model::CoreProperty property, s
   const auto part = corePropertiesPart(state);
   CoreProperties properties = part ? readPart(state, *part, limits) : CoreProperties();
   properties.set(property, text, state.path());
+  const std::string bytes = properties.toBytes();
+  if (bytes.size() > kLargestDocument) {
+    raise("opc:package:PropertiesTooLarge", state.path(), kLargestDocument);
+  }
   // Only now: a refused text must not leave an empty part behind.
-  state.write(part ? *part : createPart(state), properties.toBytes());
+  state.write(part ? *part : createPart(state), bytes);
 }
 
 }  // namespace opc

@@ -123,6 +123,7 @@ class PackageIndex::Reader {
     auto document = RelationshipsDocument::parse(bytes, source, file_->path(), limits_);
     limits_.relationshipBytes -= bytes.size();
     limits_.relationships -= document.size();
+    index_.relationshipCount_ += document.size();
     return document;
   }
 

@@ -61,6 +61,8 @@ class PackageIndex {
   const RelationshipsDocument& relationships() const { return relationships_; }
   std::optional<EntryPlace> contentTypesEntry() const { return contentTypesEntry_; }
   std::optional<EntryPlace> relationshipsEntry() const { return relationshipsEntry_; }
+  /// Of the package and all its parts together.
+  std::size_t relationshipCount() const { return relationshipCount_; }
 
   /// In the order of the directory.
   const std::vector<IndexedPart>& parts() const { return parts_; }
@@ -81,6 +83,7 @@ class PackageIndex {
   ContentTypesDocument contentTypes_;
   RelationshipsDocument relationships_;
   std::optional<EntryPlace> contentTypesEntry_, relationshipsEntry_;
+  std::size_t relationshipCount_ = 0;
   std::vector<IndexedPart> parts_;
   std::unordered_map<std::string_view, std::size_t> partsByKey_;  // the keys lie in parts_
   std::unordered_set<std::string> otherItems_;

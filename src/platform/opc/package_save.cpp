@@ -28,6 +28,7 @@ class SavePlan {
     for (const EntryPlace orphan : contents.droppedOrphans()) leaveOut(orphan);
     planPackageRelationships();
     planContentTypes();
+    checkRelationshipBytes();
   }
 
   void write(zip::Writer& writer, const zip::ArchiveFile* file, bool isClone) const {
@@ -106,14 +107,31 @@ class SavePlan {
   void putRelationships(const RelationshipsDocument& document, std::optional<EntryPlace> old) {
     const std::string name = document.partName();
     contents_.typeRelationshipPart(name);
-    put(std::string(itemNameOf(name)), old, document.toBytes());
+    const std::string bytes = document.toBytes();
+    relationshipBytes_ += bytes.size();
+    put(std::string(itemNameOf(name)), old, bytes);
+  }
+
+  // What is saved must be openable again, so what the reader refuses is not written.
+  void checkRelationshipBytes() {
+    const auto count = [this](std::optional<EntryPlace> place) {
+      if (!place || fates_[*place].isLeftOut || fates_[*place].replacement) return;
+      relationshipBytes_ += entries()[*place].size;
+    };
+    count(contents_.index().relationshipsEntry());
+    for (const IndexedPart& part : contents_.index().parts()) count(part.relationshipsEntry);
+    const std::uint64_t limit = contents_.limits().relationshipBytes;
+    if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", path_, limit);
   }
 
   // Last of the documents, because relationship parts may need a type.
   void planContentTypes() {
     const auto old = contents_.index().contentTypesEntry();
     if (old && !contents_.hasChangedContentTypes()) return;
-    put(std::string(kContentTypesItem), old, contents_.contentTypes().toBytes());
+    const std::string bytes = contents_.contentTypes().toBytes();
+    const std::uint64_t limit = contents_.limits().contentTypeBytes;
+    if (bytes.size() > limit) raise("opc:package:ContentTypesTooLarge", path_, limit);
+    put(std::string(kContentTypesItem), old, bytes);
   }
 
   // New documents stand before the new parts, where readers look first.
@@ -132,6 +150,7 @@ class SavePlan {
   PackageContents& contents_;
   const std::string& spoolFolder_;
   zip::Spool emptyPart_;
+  std::uint64_t relationshipBytes_ = 0;
   std::vector<Fate> fates_;
   std::deque<std::pair<std::string, const zip::Spool*>> additions_;
   std::deque<zip::Spool> documents_;

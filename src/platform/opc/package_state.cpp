@@ -16,7 +16,7 @@ PackageState::PackageState(std::string path, Access access, const zip::Limits& l
                            std::shared_ptr<const zip::ArchiveFile> file,
                            std::shared_ptr<const PackageIndex> index)
     : path_(std::move(path)), access_(access), limits_(limits), file_(std::move(file)) {
-  contents_.emplace(path_, std::move(index));
+  contents_.emplace(path_, std::move(index), limits_);
 }
 
 bool PackageState::needsSaving() const {

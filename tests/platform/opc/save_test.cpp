@@ -276,6 +276,40 @@ TEST(Saving, WritesDocumentsWhereTheirPlacesAreOddlyTaken) {
             "_rels/.rels\n[Content_Types].xml\na [text/plain] \n_rels/.rels: rId1 t /a\n");
 }
 
+// A package that its own reader would refuse is never written: adding fails, or at the latest saving.
+TEST(Saving, StaysWithinWhatCanBeOpened) {
+  PackageFixture fixture;
+  fixture.addLinked(u"/a", "x").addLinked(u"/b", "x").path();
+  zip::Limits limits;
+  limits.relationships = 3;
+  limits.entries = 6;  // of which four are there, and two are kept for documents
+  Package package(fixture.path(), limits);
+  package.open(OpenMode::Modify);
+  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/c"), kText, {}); }),
+            "opc:package:TooManyEntries(" + fixture.narrowPath() + ", 6)");
+  Part part = package.getPart(PartName(u"/a"));
+  package.createInternalRelationship(u"t", URI(u"/a"), {});
+  const std::string tooMany = "opc:package:TooManyRelationships(" + fixture.narrowPath() + ", 3)";
+  EXPECT_EQ(raisedBy([&] { package.createInternalRelationship(u"t", URI(u"/a"), {}); }), tooMany);
+  EXPECT_EQ(raisedBy([&] { part.createInternalRelationship(u"t", URI(u"/a"), {}); }), tooMany);
+  package.deletePart(PartName(u"/b"));
+  package.deleteRelationship("rId2");
+  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/c"), kText, {}); }), "");
+  EXPECT_EQ(raisedBy([&] { package.createInternalRelationship(u"t", URI(u"/a"), {}); }), "");
+  package.close();
+  EXPECT_EQ(raisedBy([&] { package.open(OpenMode::Modify); }), "");
+  package.close();
+
+  zip::Limits small;
+  small.relationshipBytes = 700;
+  Package crowded(fixture.path(), small);
+  crowded.open(OpenMode::Modify);
+  crowded.createInternalRelationship(u"t" + std::u16string(400, u'y'), URI(u"/a"), {});
+  EXPECT_EQ(raisedBy([&] { crowded.close(); }),
+            "opc:package:RelationshipsTooLarge(" + fixture.narrowPath() + ", 700)");
+  EXPECT_EQ(raisedBy([&] { crowded.open(OpenMode::Read); }), "");
+}
+
 /// The items of an archive as they lie in it, and what the directory says of them besides where that is.
 std::map<std::string, std::string> itemsOf(const std::string& path) {
   constexpr std::size_t kOffsetField = 42, kOffsetBytes = 4;

@@ -64,8 +64,8 @@ class Package : public RelationshipSource {
   /// Raises opc::Exception if there is no such part.
   Part getPart(const PartName& name) const;
   /// An empty part, until its output stream is written to. Raises opc::Exception if the name is taken by an
-  /// equivalent one, is derived from another part's name or another is derived from it, or the package is not
-  /// open for modification.
+  /// equivalent one, is derived from another part's name or another is derived from it, the package has as
+  /// many entries as can be opened, or is not open for modification.
   Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
   /// Removes the part, its relationship part and its content type. Deleting a missing part is no error.
   void deletePart(const PartName& name);

@@ -46,8 +46,9 @@ class RelationshipSource {
   virtual std::vector<Relationship> getRelationships(ExcludeMode exclude) const = 0;
   virtual std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const = 0;
 
-  /// Adds a link to a part of this package. An empty ID asks for the lowest free "rIdN". Raises
-  /// opc::Exception if the ID is taken, is not an XML name, or the source cannot be changed.
+  /// Adds a link to a part of this package, which need not exist. An empty ID asks for the lowest free
+  /// "rIdN". Raises opc::Exception if the ID is taken, is not an XML name, the target is no part name, the
+  /// package has as many relationships as can be opened, or the source cannot be changed.
   virtual Relationship createInternalRelationship(std::u16string_view type, const URI& target,
                                                   std::string_view id) = 0;
 

@@ -1,5 +1,7 @@
 #include "hosts/cli/recorder.h"
 
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/raised.h"
@@ -56,6 +58,20 @@ TEST_F(Recorder, KeepsThePackageItWasToReplaceWhenATableIsBad) {
                      .existing = SessionWriter::Existing::Replace});
   EXPECT_EQ(folder_.read("s.tavlox"), "an older session");
   EXPECT_EQ(filesInFolder(), 2u);
+}
+
+TEST_F(Recorder, RefusesATableThatGrowsWhileItIsRead) {
+  const auto table = folder_.write("growing.csv", kGoodTable);
+  bool grown = false;
+  const auto growOnce = [&](const std::u16string&, std::uint64_t) {
+    if (!std::exchange(grown, true)) std::ofstream(table, std::ios::app) << "2,3\n";
+  };
+  EXPECT_EQ(raisedByRecording({.output = folder_.wide("s.tavlox"),
+                               .tables = {folder_.wide("growing.csv")},
+                               .description = {},
+                               .progress = growOnce}),
+            "tavlox:record:TableChanged(" + folder_.narrow("growing.csv") + ")");
+  EXPECT_EQ(filesInFolder(), 1u);
 }
 
 TEST_F(Recorder, RefusesFilesThatItCannotUse) {

@@ -24,45 +24,30 @@ void addMethods(zobs::COSClass& file) {
   file.addMethod(makeMethodInfo<TavloxIOFileDeleteFile>("deleteFile", {kFileType, kTextType}, {}));
 }
 
-template <class Result>
-struct Property {
-  const char* name;
-  Result (MetadataCache::*getter)();
-  std::uint32_t attributes;
-  const char16_t* description;
-};
-
-template <class Result>
-void addProperty(zobs::COSClass& file, const char* type, const Property<Result>& property) {
-  // Access 0 to get; set access 2, which nobody has: the properties are read-only.
-  file.addProperty(property.name, type, property.getter, 0, 2, property.attributes, property.description);
-}
-
 void addProperties(zobs::COSClass& file) {
-  using Text = const std::u16string*;
   using Cache = MetadataCache;
   constexpr char kInteger[] = "int32 scalar", kLogical[] = "logical scalar";
+  constexpr int kGet = 0, kSet = 2;                         // everybody may get them, nobody may set them
   constexpr std::uint32_t kFirst = 0x800, kFurther = 0x40;  // attribute words that the host takes as they are
 
-  addProperty<Text>(file, kTextType, {"Filename", &Cache::getFilename, kFirst, u"TAVLOX file name"});
-  addProperty<Text>(file, kTextType,
-                    {"Description", &Cache::getDescription, kFirst, u"TAVLOX file description"});
-  addProperty<Text>(file, kTextType,
-                    {"LastModified", &Cache::getLastModified, kFirst, u"Last-modified timestamp"});
-  addProperty<Text>(file, kTextType, {"Version", &Cache::getVersion, kFirst, u"TAVLOX file version number"});
-  addProperty<Text>(file, kTextType,
-                    {"Compression", &Cache::getCompression, kFirst, u"TAVLOX file compression type"});
-  addProperty<int>(file, kInteger, {"NumRuns", &Cache::getNumRuns, kFirst, u"Number of runs in TAVLOX file"});
-  addProperty<int>(
-      file, kInteger,
-      {"NumSignals", &Cache::getNumSignals, kFurther, u"Total number of signals in TAVLOX file"});
+  file.addProperty("Filename", kTextType, &Cache::getFilename, kGet, kSet, kFirst, u"TAVLOX file name");
+  file.addProperty("Description", kTextType, &Cache::getDescription, kGet, kSet, kFirst,
+                   u"TAVLOX file description");
+  file.addProperty("LastModified", kTextType, &Cache::getLastModified, kGet, kSet, kFirst,
+                   u"Last-modified timestamp");
+  file.addProperty("Version", kTextType, &Cache::getVersion, kGet, kSet, kFirst,
+                   u"TAVLOX file version number");
+  file.addProperty("Compression", kTextType, &Cache::getCompression, kGet, kSet, kFirst,
+                   u"TAVLOX file compression type");
+  file.addProperty("NumRuns", kInteger, &Cache::getNumRuns, kGet, kSet, kFirst,
+                   u"Number of runs in TAVLOX file");
+  file.addProperty("NumSignals", kInteger, &Cache::getNumSignals, kGet, kSet, kFurther,
+                   u"Total number of signals in TAVLOX file");
   // "Ture" is the text the host shows.
-  addProperty<bool>(
-      file, kLogical,
-      {"ContainsView", &Cache::getContainsView, kFurther, u"Ture if TAVLOX file contains ORRA View"});
-  addProperty<bool>(file, kLogical,
-                    {"ContainsComparison", &Cache::getContainsComparison, kFurther,
-                     u"Ture if TAVLOX file contains ORRA Comparison Run(s)"});
+  file.addProperty("ContainsView", kLogical, &Cache::getContainsView, kGet, kSet, kFurther,
+                   u"Ture if TAVLOX file contains ORRA View");
+  file.addProperty("ContainsComparison", kLogical, &Cache::getContainsComparison, kGet, kSet, kFurther,
+                   u"Ture if TAVLOX file contains ORRA Comparison Run(s)");
 }
 
 }  // namespace

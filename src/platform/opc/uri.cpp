@@ -6,7 +6,7 @@
 namespace opc::model {
 
 URI::URI(std::u16string_view text) : text_(text) {
-  if (text.empty()) raise("opc:name:Empty", text);
+  if (text.empty()) raise("opc:name:Empty");
   if (text.find(u'\0') != std::u16string_view::npos) raise("opc:name:NulCharacter", text);
   if (!fl::i18n::is_well_formed(text)) raise("opc:name:LoneSurrogate", text);
 }

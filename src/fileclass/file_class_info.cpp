@@ -1,6 +1,7 @@
 #include "fileclass/file_class_info.h"
 
 #include "fileclass/methods.h"
+#include "fileclass/user_file_methods.h"
 #include "metadata/metadata_cache_impl.h"
 #include "platform/zobs/class.h"
 

@@ -32,9 +32,5 @@ class TavloxIOFileGetAllRunIDs final : public NotAvailableYet {};
 class TavloxIOFileGetRunInfo final : public NotAvailableYet {};
 class TavloxIOFileGetAllSignalsInfo final : public NotAvailableYet {};
 class TavloxIOFileGetSignalInfoByName final : public NotAvailableYet {};
-class TavloxIOFileAddFile final : public NotAvailableYet {};
-class TavloxIOFileGetFile final : public NotAvailableYet {};
-class TavloxIOFileList final : public NotAvailableYet {};
-class TavloxIOFileDeleteFile final : public NotAvailableYet {};
 
 }  // namespace orra::tavloxio

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include <fcntl.h>
@@ -84,6 +85,14 @@ bool remove(const std::u16string& path) {
   const bool removed = std::filesystem::remove(toNativeName(path), failure);
   if (failure) raise("fl:filesystem:RemoveFailed", path, failure.message());
   return removed;
+}
+
+std::ifstream open_for_reading(const std::u16string& path) {
+  // Looked at first: opening a pipe would wait for somebody to write into it.
+  if (status(path).type != FileType::Regular) raise("fl:filesystem:NotAFile", path);
+  std::ifstream file(toNativeName(path), std::ios::binary);
+  if (!file) raise("fl:filesystem:OpenFailed", path, reasonOf(errno));
+  return file;
 }
 
 void replace_file(const std::u16string& from, const std::u16string& to) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,6 +39,8 @@ void set_permissions(const std::u16string& path, Permissions bits);
 bool create_directories(const std::u16string& path);
 /// Removes a file, a link or an empty folder. False if there was nothing to remove.
 bool remove(const std::u16string& path);
+/// Opens a file for reading its bytes. Raises unless it is a regular file that may be read.
+std::ifstream open_for_reading(const std::u16string& path);
 /// Puts the file `from` in the place of `to`, durably and in one step; both are in the same file system. On
 /// failure `from` is removed and `to` is as it was.
 void replace_file(const std::u16string& from, const std::u16string& to);

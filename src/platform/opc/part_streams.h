@@ -37,6 +37,7 @@ class PartOutputStream : public OutputStream {
   PartOutputStream(std::shared_ptr<model::PackageState> state, std::shared_ptr<WrittenData> data);
   ~PartOutputStream() override;
   void write(const void* data, std::size_t count) override;
+  void abandon() noexcept override { data_->isBroken = true; }
 
  private:
   std::shared_ptr<model::PackageState> state_;

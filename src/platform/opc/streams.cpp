@@ -25,7 +25,7 @@ std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
   return got == 0 ? -1 : static_cast<std::streamsize>(got);
 }
 
-std::uint64_t copyStream(InputStream& from, std::ostream& to) {
+std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t) {
   Block block;
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
@@ -38,7 +38,14 @@ std::uint64_t copyStream(InputStream& from, std::ostream& to) {
   return copied;
 }
 
-std::uint64_t copyStream(std::istream& from, OutputStream& to) {
+std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t) {
+  // Whatever ends the copy early, what was copied so far must not pass for the whole.
+  struct Abandon {
+    OutputStream* unfinished;
+    ~Abandon() {
+      if (unfinished) unfinished->abandon();
+    }
+  } abandon{&to};
   // A file that did not open fails without being at its end, and must not pass for an empty one.
   if (from.fail() && !from.eof()) raise("opc:stream:CannotRead", 0);
   Block block;
@@ -50,6 +57,7 @@ std::uint64_t copyStream(std::istream& from, OutputStream& to) {
     if (count > 0) to.write(block.data(), count);
     copied += count;
   }
+  abandon.unfinished = nullptr;
   return copied;
 }
 

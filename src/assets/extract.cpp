@@ -1,0 +1,107 @@
+#include "assets/extract.h"
+
+#include <fstream>
+
+#include "assets/names.h"
+#include "assets/walkers.h"
+#include "platform/filesystem/error.h"
+#include "platform/filesystem/filesystem.h"
+#include "platform/opc/streams.h"
+#include "platform/opc/zip/exception.h"
+#include "platform/text/conversion.h"
+
+namespace orra::tavloxio::part {
+
+namespace fs = fl::filesystem;
+using foundation::core::except::Arguments;
+using foundation::core::except::except_with_causes;
+
+namespace {
+
+[[noreturn]] void raiseInvalid(const std::u16string& path, const except_with_causes& cause) {
+  throw except_with_causes("tavlox_io:general:InvalidOutputPath", Arguments{path}, {cause});
+}
+
+/// Where an entry is written, relative to the output folder; empty for an entry that is not asked for.
+using RelativePath = std::u16string (*)(const std::u16string& target);
+
+std::u16string keepingThePath(const std::u16string& target) { return target.substr(1); }
+
+std::u16string lessTheUserFolder(const std::u16string& target) {
+  constexpr std::u16string_view folder = kUserFolder;
+  return target.starts_with(folder) ? fs::make_native_form(target.substr(folder.size())) : std::u16string();
+}
+
+/// A package that is written over while it is read is lost.
+void refusePackageItself(const std::u16string& filePath, const opc::model::Package& package) {
+  if (fs::weakly_canonical(filePath) != fs::weakly_canonical(package.path())) return;
+  foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
+}
+
+RelationshipVisitor writerTo(const std::u16string& folder, RelativePath relativePath,
+                             std::vector<std::u16string>& written) {
+  return [=, &written](opc::model::Package& package, const opc::model::Relationship& link) {
+    const std::u16string relative = relativePath(link.getTarget().text());
+    if (relative.empty()) return;
+    const std::u16string filePath = fs::concatenate(folder, relative);
+    // Fetched before anything is written: only the name of a part becomes a path on disk, and such a name
+    // cannot climb out of the folder.
+    const opc::model::Part part = targetPart(package, link);
+    refusePackageItself(filePath, package);
+    writePartToFile(filePath, part);
+    written.push_back(fs::expand(fs::weakly_canonical(filePath)));
+  };
+}
+
+}  // namespace
+
+std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const std::u16string& name,
+                                            const std::u16string& outputFolder) {
+  const std::u16string folder =
+      outputFolder.empty() ? fs::make_native_form(fs::current_path()) : prepareOutputDirectory(outputFolder);
+  // One empty text is the answer that hosts know for a folder that may not be written.
+  if (!fs::status(folder).has(fs::Permissions::OwnerWrite)) return {u""};
+
+  std::vector<std::u16string> written;
+  collection errors;
+  switch (classify(name)) {
+    case Search::Absolute:
+      forEachPartUnderPath(ref, name, writerTo(folder, keepingThePath, written), errors);
+      break;
+    case Search::BareName:
+      forEachPartByFileName(ref, name, writerTo(folder, lessTheUserFolder, written), errors, kUserFolder);
+      break;
+    case Search::Unsupported:
+      errors.add("tavlox_io:general:UnsupportedSearch");
+      break;
+  }
+  raiseGatheredErrors(errors, {});
+  return written;
+}
+
+std::u16string prepareOutputDirectory(const std::u16string& folder) {
+  try {
+    std::u16string absolute = fs::make_native_form(fs::absolute(folder));
+    if (!fs::exists(folder)) {
+      fs::create_directories(folder);
+      fs::set_permissions(folder, fs::Permissions::OwnerAll);
+    }
+    return absolute;
+  } catch (const fs::Error& failure) {
+    raiseInvalid(folder, failure);
+  }
+}
+
+void writePartToFile(const std::u16string& filePath, const opc::model::Part& part) {
+  prepareOutputDirectory(fs::extract_parent_path(filePath));
+  std::ofstream file(fl::i18n::to_string(filePath), std::ios::binary | std::ios::trunc);
+  try {
+    opc::copyStream(*part.getInputStream(), file, part.getSize());
+  } catch (const except_with_causes& failure) {
+    raiseInvalid(filePath, failure);
+  }
+  file.close();
+  if (file.fail()) foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
+}
+
+}  // namespace orra::tavloxio::part

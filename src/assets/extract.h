@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "package/scoped_ref.h"
+#include "platform/opc/part.h"
+
+namespace orra::tavloxio::part {
+
+/// Writes the entries that `name` selects to disk and gives the files' canonical paths in the order of
+/// writing. An absolute name keeps the package's folders below the output folder; a bare name finds user
+/// files in every folder and writes them less "/user/". An empty output folder means the current one.
+///
+/// An output folder that its owner may not write gives a list of one empty text and extracts nothing. Raises
+/// tavlox_io:general:UnsupportedSearch, tavlox_io:general:EntryDoesNotExist (the name) and
+/// tavlox_io:general:InvalidOutputPath (the folder or file); files written before an error stay.
+std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const std::u16string& name,
+                                            const std::u16string& outputFolder);
+
+/// The folder made absolute. Creates it, for its owner only, with its missing parents. Raises
+/// tavlox_io:general:InvalidOutputPath with the folder as given.
+std::u16string prepareOutputDirectory(const std::u16string& folder);
+
+/// Writes the part's data to the file, whatever was there before. Raises tavlox_io:general:InvalidOutputPath
+/// with the file's path and the failure as its cause.
+void writePartToFile(const std::u16string& filePath, const opc::model::Part& part);
+
+}  // namespace orra::tavloxio::part

@@ -34,6 +34,7 @@ std::u16string lessTheUserFolder(const std::u16string& target) {
 
 /// A package that is written over while it is read is lost.
 void refusePackageItself(const std::u16string& filePath, const opc::model::Package& package) {
+  if (!fs::exists(filePath)) return;
   if (fs::weakly_canonical(filePath) != fs::weakly_canonical(package.path())) return;
   foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
 }

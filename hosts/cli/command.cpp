@@ -3,7 +3,8 @@
 namespace tavlox::cli {
 namespace {
 
-const Command* const kCommands[] = {&kInfo, &kCompression, &kDescribe, &kRecord};
+const Command* const kCommands[] = {&kRecord,   &kInfo, &kRuns, &kSignals, &kCompression,
+                                    &kDescribe, &kList, &kAdd,  &kGet,     &kDelete};
 
 }  // namespace
 

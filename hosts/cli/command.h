@@ -17,7 +17,9 @@ enum class OutputFormat { Text, Json };
 /// What a parameter takes from the command line.
 enum class Takes {
   One,        ///< one word at its place
+  AtMostOne,  ///< the same, but it may be left out
   OneOrMore,  ///< all the words from its place on
+  Any,        ///< the same, but there may be none
   Flag,       ///< an option that is given or not
   Value       ///< an option with a value behind it
 };
@@ -26,6 +28,8 @@ struct Parameter {
   std::string_view name;  ///< "FILE", "--force"
   Takes takes;
   std::string_view help;
+  std::string_view value = "TEXT";  ///< what the help calls an option's value
+  std::string_view shortName = {};  ///< "-o", if there is one
 };
 
 /// What was asked for: a command, and the values given for its parameters.
@@ -46,12 +50,19 @@ struct Command {
   std::string_view details;   ///< whole lines, may be empty
   std::vector<Parameter> parameters;
   ExitCode (*run)(const Request&);
+  void (*check)(const Request&) = nullptr;  ///< raises for values that no file could make right
 };
 
 extern const Command kInfo;
 extern const Command kCompression;
 extern const Command kDescribe;
 extern const Command kRecord;
+extern const Command kRuns;
+extern const Command kSignals;
+extern const Command kList;
+extern const Command kAdd;
+extern const Command kGet;
+extern const Command kDelete;
 
 /// In the order in which the help lists them.
 std::span<const Command* const> allCommands();

@@ -23,7 +23,8 @@ constexpr int kNoLimit = 1 << 29;
 constexpr char kOneWord = '\x01';
 
 CLI::Option* addParameter(CLI::App& app, const Parameter& parameter) {
-  const std::string name(parameter.name);
+  std::string name(parameter.name);
+  if (!parameter.shortName.empty()) name += fmt::format(",{}", parameter.shortName);
   switch (parameter.takes) {
     case Takes::Flag:
       return app.add_flag(name);
@@ -31,8 +32,12 @@ CLI::Option* addParameter(CLI::App& app, const Parameter& parameter) {
       return app.add_option(name)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
     case Takes::One:
       return app.add_option(name)->required();
+    case Takes::AtMostOne:
+      return app.add_option(name);
     case Takes::OneOrMore:
       return app.add_option(name)->required()->expected(1, kNoLimit)->allow_extra_args();
+    case Takes::Any:
+      return app.add_option(name)->expected(0, kNoLimit)->allow_extra_args();
   }
   return nullptr;
 }
@@ -63,11 +68,16 @@ void takeValues(const CLI::App& part, Request& request) {
   }
 }
 
-/// The words that are not an option are looked at here first, so that a mistyped command is called one.
+/// The first word that is not an option is looked at here, so that a mistyped command is called one.
 void refuseUnknownCommand(int argumentCount, const char* const* arguments) {
   if (argumentCount < 2) raise("tavlox:cli:NoCommand");
-  const std::string_view first = arguments[1];
-  if (!first.starts_with("-") && findCommand(first) == nullptr) raise("tavlox:cli:UnknownCommand", first);
+  for (int i = 1; i < argumentCount; ++i) {
+    const std::string_view word = arguments[i];
+    if (word == "--module") ++i;
+    if (word.starts_with("-")) continue;
+    if (findCommand(word) == nullptr) raise("tavlox:cli:UnknownCommand", word);
+    return;
+  }
 }
 
 /// The words as the parser wants them: the last one first, the program left out.
@@ -89,6 +99,7 @@ CommandLine understand(const CLI::App& app) {
   takeValues(*part, request);
   if (request.has("--json")) request.format = OutputFormat::Json;
   request.modulePath = request.has("--module") ? request.one("--module") : defaultModulePath();
+  if (line.command->check != nullptr) line.command->check(request);
   return line;
 }
 

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "hosts/cli/causes.h"
+#include "hosts/cli/progress.h"
 #include "hosts/cli/terminal.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
@@ -52,7 +53,7 @@ void appendCauses(std::string& text, const except_with_causes& error) {
   }
 }
 
-void writeError(JsonWriter& json, const except_with_causes& error) {
+void writeError(JsonWriter& json, const except_with_causes& error, const std::u16string& hint = {}) {
   json.beginObject().member("identifier").value(error.GetID());
   json.member("arguments").beginArray();
   for (const std::u16string& argument : error.GetArguments()) json.value(std::u16string_view(argument));
@@ -62,30 +63,35 @@ void writeError(JsonWriter& json, const except_with_causes& error) {
     for (const except_with_causes& cause : error.causes()) writeError(json, cause);
     json.endArray();
   }
+  if (!hint.empty()) json.member("hint").value(std::u16string_view(hint));
   json.endObject();
 }
 
 }  // namespace
 
-std::string errorAsText(const except_with_causes& error) {
+std::string errorAsText(const except_with_causes& error, const std::u16string& hint) {
   std::string text = fmt::format("tavlox: error: {} [{}]\n", shownMessage(error), error.GetID());
   appendCauses(text, error);
+  if (!hint.empty()) text += fmt::format("  hint: {}\n", singleLine(hint, Backslashes::Kept));
   return text;
 }
 
-std::string errorAsJson(const except_with_causes& error) {
+std::string errorAsJson(const except_with_causes& error, const std::u16string& hint) {
   JsonWriter json;
   json.beginObject().member("error");
-  writeError(json, error);
+  writeError(json, error, hint);
   json.endObject();
   return json.take() + "\n";
 }
 
-void report(const std::exception_ptr& failure, OutputFormat format, const std::u16string& path) noexcept {
+void report(const std::exception_ptr& failure, OutputFormat format, const std::u16string& path,
+            const std::u16string& hint) noexcept {
   try {
+    eraseProgress();
     except_with_causes error = describe(failure, path);
     for (except_with_causes& cause : findCauses(error)) error.addCause(std::move(cause));
-    const std::string text = format == OutputFormat::Json ? errorAsJson(error) : errorAsText(error);
+    const std::string text =
+        format == OutputFormat::Json ? errorAsJson(error, hint) : errorAsText(error, hint);
     std::fputs(text.c_str(), stderr);
   } catch (const std::bad_alloc&) {
     std::fputs("tavlox: error: Out of memory. Close other programs or data and try again.\n", stderr);

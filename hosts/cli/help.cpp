@@ -10,15 +10,20 @@ namespace {
 
 constexpr Parameter kCommon[] = {
     {"--json", Takes::Flag, "Write JSON: results on standard output, errors on standard error"},
-    {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program"},
+    {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program",
+     "PATH"},
 };
 
-constexpr std::string_view kGeneralExamples = R"(Examples:
+constexpr std::string_view kGeneralExamples = R"help(Examples:
   tavlox record filter.tavlox nominal.csv hot.csv   make a session of two result tables
   tavlox info filter.tavlox                         show what is in it
+  tavlox runs filter.tavlox                         show its runs
+  tavlox signals filter.tavlox --name "v(out)"      show the signals of that name
   tavlox describe filter.tavlox "RC filter"         say what it is
-  tavlox info --json *.tavlox                       the same for other programs
-)";
+  tavlox add filter.tavlox notes.txt                keep a file of your own in it
+  tavlox get filter.tavlox notes.txt -o copies      and take it out again
+  tavlox info --json *.tavlox                       the same as info, for other programs
+)help";
 
 constexpr std::string_view kOutputRules = R"(Output:
   Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
@@ -31,23 +36,28 @@ Exit code: 0 done, 1 the operation failed, 2 the command line is wrong.
 std::string placeholder(const Parameter& parameter) {
   switch (parameter.takes) {
     case Takes::One:
+    case Takes::AtMostOne:
     case Takes::Flag:
       return std::string(parameter.name);
     case Takes::OneOrMore:
+    case Takes::Any:
       return fmt::format("{}...", parameter.name);
     case Takes::Value:
-      return fmt::format("{} {}", parameter.name, parameter.name == "--module" ? "PATH" : "TEXT");
+      return fmt::format("{} {}", parameter.shortName.empty() ? parameter.name : parameter.shortName,
+                         parameter.value);
   }
   return {};
 }
 
-bool isOption(const Parameter& parameter) { return parameter.name.starts_with("--"); }
+bool mayBeLeftOut(const Parameter& parameter) {
+  return parameter.takes != Takes::One && parameter.takes != Takes::OneOrMore;
+}
 
 std::string usage(const Command& command) {
   std::string line = fmt::format("Usage: tavlox {}", command.name);
   for (const Parameter& parameter : command.parameters) {
     const std::string shown = placeholder(parameter);
-    line += isOption(parameter) ? fmt::format(" [{}]", shown) : fmt::format(" {}", shown);
+    line += mayBeLeftOut(parameter) ? fmt::format(" [{}]", shown) : fmt::format(" {}", shown);
   }
   return line + " [--json] [--module PATH]\n";
 }

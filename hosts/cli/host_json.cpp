@@ -91,19 +91,10 @@ void writeChars(JsonWriter& json, const HostArray& array) {
 }
 
 void writeStructure(JsonWriter& json, const HostArray& array) {
-  std::vector<std::string> names;
-  for (const std::u16string& name : array.fieldNames()) names.push_back(fl::i18n::to_string_lossy(name));
-  const auto writeElement = [&](std::size_t index) {
-    json.beginObject();
-    for (std::size_t field = 0; field < names.size(); ++field) {
-      json.member(names[field]);
-      writeJson(json, array.fieldAt(index, field));
-    }
-    json.endObject();
-  };
-  if (array.isScalar()) return writeElement(0);
+  const StructureWriter writer(array);
+  if (array.isScalar()) return writer.write(json, 0);
   json.beginArray();
-  for (std::size_t index = 0; index < array.elementCount(); ++index) writeElement(index);
+  for (std::size_t index = 0; index < array.elementCount(); ++index) writer.write(json, index);
   json.endArray();
 }
 
@@ -141,14 +132,31 @@ void writeJson(JsonWriter& json, const zobs::Value& value) {
   writeNull(json);
 }
 
+StructureWriter::StructureWriter(const HostArray& structures) : structures_(structures) {
+  for (const std::u16string& name : structures.fieldNames())
+    names_.push_back(fl::i18n::to_string_lossy(name));
+}
+
+void StructureWriter::write(JsonWriter& json, std::size_t index) const {
+  json.beginObject();
+  for (std::size_t field = 0; field < names_.size(); ++field) {
+    json.member(names_[field]);
+    writeJson(json, structures_.fieldAt(index, field));
+  }
+  json.endObject();
+}
+
 std::u16string cellText(const zobs::Value& value) {
   if (const auto* text = std::get_if<std::u16string>(&value)) return *text;
-  const auto* array = std::get_if<HostArray>(&value);
-  if (array != nullptr && array->kind() == ArrayKind::Char && array->rows() <= 1)
-    return std::u16string(array->text());
+  if (const auto* array = std::get_if<HostArray>(&value)) return cellText(*array);
+  return {};
+}
+
+std::u16string cellText(const HostArray& array) {
+  if (array.kind() == ArrayKind::Char && array.rows() <= 1) return std::u16string(array.text());
   JsonWriter json;
-  writeJson(json, value);
-  return fl::i18n::to_ustring_lossy(json.text());
+  writeJson(json, array);
+  return json.text() == "null" ? std::u16string() : fl::i18n::to_ustring_lossy(json.text());
 }
 
 }  // namespace tavlox::cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/text/json_writer.h"
 #include "platform/zobs/value.h"
@@ -15,7 +16,20 @@ namespace tavlox::cli {
 void writeJson(fl::i18n::JsonWriter& json, const corvan::HostArray& array);
 void writeJson(fl::i18n::JsonWriter& json, const zobs::Value& value);
 
-/// What a table shows of a value: a text as it is, anything else as its JSON.
+/// Writes elements of a structure array, each as an object.
+class StructureWriter {
+ public:
+  /// The array must outlive the writer.
+  explicit StructureWriter(const corvan::HostArray& structures);
+  void write(fl::i18n::JsonWriter& json, std::size_t index) const;
+
+ private:
+  const corvan::HostArray& structures_;
+  std::vector<std::string> names_;
+};
+
+/// What a table shows of a value: a text as it is, nothing for null, anything else as its JSON.
 std::u16string cellText(const zobs::Value& value);
+std::u16string cellText(const corvan::HostArray& array);
 
 }  // namespace tavlox::cli

@@ -1,6 +1,7 @@
 #include "hosts/cli/command_line.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/progress.h"
 #include "platform/errors/except_with_causes.h"
 
 namespace {
@@ -12,6 +13,7 @@ ExitCode runCommand(const CommandLine& line) {
     print(line.text);
     return ExitCode::Done;
   }
+  const ProgressDisplay progress;
   return line.command->run(line.request);
 }
 

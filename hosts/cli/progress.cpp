@@ -1,5 +1,6 @@
 #include "hosts/cli/progress.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -7,22 +8,63 @@
 #include "hosts/cli/terminal.h"
 
 namespace tavlox::cli {
+namespace {
 
 using namespace std::chrono_literals;
 
-Progress::Progress() : isWanted_(isTerminal(stderr)), next_(Clock::now() + 1s) {}
+constexpr std::size_t kBarWidth = 20;
+constexpr std::size_t kShortestActivity = 10;
 
-Progress::~Progress() {
-  if (isShown_) std::fputs("\r\x1b[K", stderr);
+bool isShown = false;
+
+/// "[#####...............]  25 %"
+std::string bar(std::uint64_t done, std::uint64_t total) {
+  const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+  const auto filled = static_cast<std::size_t>(share * kBarWidth);
+  return fmt::format("[{:.<{}}] {:3} %", std::string(filled, '#'), kBarWidth, static_cast<int>(share * 100));
 }
 
-void Progress::show(const std::u16string& file, std::uint64_t bytes) {
+/// The first `width` characters of UTF-8 text.
+std::string cut(const std::string& text, std::size_t width) {
+  if (displayWidth(text) <= width) return text;
+  std::size_t end = 0;
+  for (std::size_t shown = 0; shown <= width; ++end) {
+    if (displayWidth(std::string_view(text).substr(end, 1)) == 1 && ++shown > width) break;
+  }
+  return text.substr(0, end);
+}
+
+}  // namespace
+
+std::string progressLine(const corvan::Progress& progress, std::size_t width) {
+  const std::string activity = singleLine(progress.activity, Backslashes::Kept);
+  if (progress.total == 0) return cut(activity + " ...", width);
+  const std::string share = bar(progress.done, progress.total);
+  if (width < kShortestActivity + 2 + share.size()) return cut(activity, width);
+  return fmt::format("{}  {}", cut(activity, width - share.size() - 2), share);
+}
+
+ProgressDisplay::ProgressDisplay()
+    : next_(Clock::now() + 1s),
+      subscription_(isTerminal(stderr)
+                        ? corvan::ProgressListener([this](const auto& progress) { show(progress); })
+                        : corvan::ProgressListener()) {}
+
+ProgressDisplay::~ProgressDisplay() { eraseProgress(); }
+
+void ProgressDisplay::show(const corvan::Progress& progress) {
   const Clock::time_point now = Clock::now();
-  if (!isWanted_ || now < next_) return;
+  if (now < next_) return;
   next_ = now + 200ms;
-  isShown_ = true;
-  const std::string line = fmt::format("\r{}: {} MiB read\x1b[K", singleLine(file), bytes >> 20);
-  std::fputs(line.c_str(), stderr);
+  isShown = true;
+  // The last column stays free: a full line would move some terminals to the next one.
+  const std::string line = progressLine(progress, columnsOf(stderr) - 1);
+  std::fputs(fmt::format("\r{}\x1b[K", line).c_str(), stderr);
+}
+
+void eraseProgress() {
+  if (isShown) std::fputs("\r\x1b[K", stderr);
+  isShown = false;
 }
 
 }  // namespace tavlox::cli

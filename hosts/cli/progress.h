@@ -1,24 +1,33 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <string>
+
+#include "platform/progress/progress.h"
 
 namespace tavlox::cli {
 
-/// Shows how far long work has come: on a terminal's standard error, once it takes longer than a second, and
-/// then a few times a second. The line is wiped away at the end.
-class Progress {
+/// Shows how far long work of the platform, the module and this program has come: on a terminal's standard
+/// error, once it takes longer than a second, and then a few times a second. One stands for the whole run of
+/// a command; its line is wiped away before anything else is said, and at the end.
+class ProgressDisplay {
  public:
-  Progress();
-  ~Progress();
-  void show(const std::u16string& file, std::uint64_t bytes);
+  ProgressDisplay();
+  ~ProgressDisplay();
 
  private:
   using Clock = std::chrono::steady_clock;
-  bool isWanted_;
-  bool isShown_ = false;
+  void show(const corvan::Progress& progress);
+
   Clock::time_point next_;
+  corvan::ProgressSubscription subscription_;
 };
+
+/// Wipes the line away, if there is one.
+void eraseProgress();
+
+/// "Loading signals  [#####...............]  25 %", or the activity alone where no total is known; cut to
+/// `width` columns.
+std::string progressLine(const corvan::Progress& progress, std::size_t width);
 
 }  // namespace tavlox::cli

@@ -2,7 +2,6 @@
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/output.h"
-#include "hosts/cli/progress.h"
 #include "hosts/cli/recorder.h"
 #include "platform/filesystem/filesystem.h"
 #include "platform/text/conversion.h"
@@ -10,15 +9,11 @@
 namespace tavlox::cli {
 namespace {
 
-std::vector<RecordedRun> recordWithProgress(const Request& request) {
-  Progress progress;
+RecordingPlan planOf(const Request& request) {
   RecordingPlan plan{.output = request.one("OUT"), .tables = request.all("CSV"), .description = {}};
   if (request.has("--description")) plan.description = request.one("--description");
   if (request.has("--force")) plan.existing = SessionWriter::Existing::Replace;
-  plan.progress = [&progress](const std::u16string& table, std::uint64_t bytes) {
-    progress.show(table, bytes);
-  };
-  return recordSession(plan);
+  return plan;
 }
 
 void printTable(const std::vector<RecordedRun>& runs) {
@@ -49,7 +44,7 @@ void printJson(const std::u16string& output, const std::vector<RecordedRun>& run
 }
 
 ExitCode runRecord(const Request& request) {
-  const std::vector<RecordedRun> runs = recordWithProgress(request);
+  const std::vector<RecordedRun> runs = recordSession(planOf(request));
   request.format == OutputFormat::Json ? printJson(request.one("OUT"), runs) : printTable(runs);
   return ExitCode::Done;
 }

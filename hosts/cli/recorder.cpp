@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <system_error>
 
@@ -11,6 +12,7 @@
 #include "hosts/cli/sample_table.h"
 #include "platform/errors/except_with_causes.h"
 #include "platform/filesystem/filesystem.h"
+#include "platform/progress/progress.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -57,6 +59,9 @@ class TableFile {
                       now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
     if (!same) raise("tavlox:record:TableChanged", path_);
   }
+
+  /// Bytes, when it was opened.
+  std::uint64_t size() const { return static_cast<std::uint64_t>(opened_.st_size); }
 
   /// When the table was written, in UTC: "2026-11-15T12:44:29Z".
   std::u16string date() const {
@@ -129,9 +134,10 @@ class Recording {
   RecordedRun addTable(const std::u16string& path) {
     TableFile file(path);
     SampleTable table(path);
-    file.read([&, total = std::uint64_t{0}](std::string_view bytes) mutable {
+    file.read([&, activity = u"Reading " + path, done = std::uint64_t{0}](std::string_view bytes) mutable {
       table.take(bytes);
-      if (plan_.progress) plan_.progress(path, total += bytes.size());
+      corvan::reportProgress(
+          {.activity = activity.c_str(), .done = done += bytes.size(), .total = file.size()});
     });
     table.finish();
     return addRun(file, table, path);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,6 @@ struct RecordingPlan {
   std::vector<std::u16string> tables;  ///< paths of CSV files, one run each
   std::u16string description;          ///< may be empty
   SessionWriter::Existing existing = SessionWriter::Existing::Refuse;
-  /// Called from time to time with the table being read and how many of its bytes were read.
-  std::function<void(const std::u16string& table, std::uint64_t bytes)> progress = {};
 };
 
 /// What became of one table.

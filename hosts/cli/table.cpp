@@ -12,6 +12,7 @@ namespace tavlox::cli {
 namespace {
 
 constexpr std::string_view kGap = "  ";
+constexpr std::size_t kPieceSize = 64 * 1024;
 
 /// The last value of a row is not padded: no line ends in spaces.
 std::string alignedLine(const std::vector<std::string>& values, const std::vector<std::size_t>& widths) {
@@ -26,37 +27,47 @@ std::string alignedLine(const std::vector<std::string>& values, const std::vecto
   return line;
 }
 
+std::vector<std::size_t> columnWidths(const std::vector<std::string>& headings, const Rows& rows) {
+  std::vector<std::size_t> widths;
+  const auto widen = [&widths](const std::vector<std::string>& values) {
+    widths.resize(std::max(widths.size(), values.size()));
+    for (std::size_t i = 0; i < values.size(); ++i) widths[i] = std::max(widths[i], displayWidth(values[i]));
+  };
+  widen(headings);
+  for (std::size_t i = 0; i < rows.count; ++i) widen(rows.row(i));
+  return widths;
+}
+
 }  // namespace
+
+void writeTable(const std::vector<std::string>& headings, const Rows& rows, TableStyle style,
+                const std::function<void(std::string_view)>& write) {
+  const bool isAligned = style != TableStyle::TabSeparated;
+  const Colours colours = style == TableStyle::AlignedInColour ? Colours::On : Colours::Off;
+  const std::vector<std::size_t> widths =
+      isAligned ? columnWidths(headings, rows) : std::vector<std::size_t>();
+  std::string piece;
+  if (isAligned && !headings.empty()) piece = bold(alignedLine(headings, widths), colours) + "\n";
+  for (std::size_t i = 0; i < rows.count; ++i) {
+    const std::vector<std::string> values = rows.row(i);
+    piece += isAligned ? alignedLine(values, widths) : fmt::format("{}", fmt::join(values, "\t"));
+    piece += '\n';
+    if (piece.size() < kPieceSize) continue;
+    write(piece);
+    piece.clear();
+  }
+  write(piece);
+}
 
 void Table::addRow(const std::vector<std::u16string>& values) {
   std::vector<std::string>& row = rows_.emplace_back();
   for (const std::u16string& value : values) row.push_back(singleLine(value));
 }
 
-std::vector<std::size_t> Table::columnWidths() const {
-  std::vector<std::size_t> widths;
-  const auto widen = [&widths](const std::vector<std::string>& values) {
-    widths.resize(std::max(widths.size(), values.size()));
-    for (std::size_t i = 0; i < values.size(); ++i) widths[i] = std::max(widths[i], displayWidth(values[i]));
-  };
-  widen(headings_);
-  for (const auto& row : rows_) widen(row);
-  return widths;
-}
-
-std::string Table::formatAligned(TableStyle style) const {
-  const Colours colours = style == TableStyle::AlignedInColour ? Colours::On : Colours::Off;
-  const std::vector<std::size_t> widths = columnWidths();
-  std::string text;
-  if (!headings_.empty()) text += bold(alignedLine(headings_, widths), colours) + "\n";
-  for (const auto& row : rows_) text += alignedLine(row, widths) + "\n";
-  return text;
-}
-
 std::string Table::format(TableStyle style) const {
-  if (style != TableStyle::TabSeparated) return formatAligned(style);
   std::string text;
-  for (const auto& row : rows_) text += fmt::format("{}\n", fmt::join(row, "\t"));
+  writeTable(headings_, {.count = rows_.size(), .row = [this](std::size_t i) { return rows_[i]; }}, style,
+             [&text](std::string_view piece) { text += piece; });
   return text;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -7,6 +8,17 @@
 namespace tavlox::cli {
 
 enum class TableStyle { Aligned, AlignedInColour, TabSeparated };
+
+/// Rows of a table that are made when they are asked for: a long table is never held as a whole. Each value
+/// is a single line of UTF-8, and each row is asked for twice where columns are aligned.
+struct Rows {
+  std::size_t count = 0;
+  std::function<std::vector<std::string>(std::size_t)> row;
+};
+
+/// Hands over the lines of a table in pieces of some 64 KiB. See Table for the styles.
+void writeTable(const std::vector<std::string>& headings, const Rows& rows, TableStyle style,
+                const std::function<void(std::string_view)>& write);
 
 /// Rows of text in columns. Aligned for people, with headings if there are any; one line of tab-separated
 /// values a row, without headings, for programs. Either way a row is one line, whatever its values hold.
@@ -18,9 +30,6 @@ class Table {
   std::string format(TableStyle style) const;
 
  private:
-  std::string formatAligned(TableStyle style) const;
-  std::vector<std::size_t> columnWidths() const;
-
   std::vector<std::string> headings_;
   std::vector<std::vector<std::string>> rows_;  ///< each value a single line of UTF-8
 };

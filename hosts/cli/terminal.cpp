@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "platform/text/conversion.h"
@@ -40,6 +41,12 @@ void appendEscaped(std::u16string& line, char16_t unit) {
 }  // namespace
 
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
+
+std::size_t columnsOf(std::FILE* terminal) {
+  winsize size{};
+  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
 
 Colours coloursFor(std::FILE* stream) {
   const char* refused = std::getenv("NO_COLOR");

@@ -9,6 +9,9 @@ namespace tavlox::cli {
 
 bool isTerminal(std::FILE* stream);
 
+/// How many columns the terminal has; 80 if it does not say.
+std::size_t columnsOf(std::FILE* terminal);
+
 /// Whether text on this stream may carry colours: a terminal, and NO_COLOR not set.
 enum class Colours { Off, On };
 Colours coloursFor(std::FILE* stream);

@@ -164,6 +164,11 @@ std::span<const Member> membersOf(std::string_view kind) {
   return std::span(kRunMembers).first(1);
 }
 
+bool isMetadataKey(std::string_view key) {
+  return std::any_of(std::begin(kMetadataMembers), std::end(kMetadataMembers),
+                     [&](const Member& member) { return member.name == key; });
+}
+
 Row::Row(std::string_view kind, std::size_t element, dom::element json) {
   const Fault fault{kind, element};
   dom::object object;

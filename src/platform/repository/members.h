@@ -29,6 +29,9 @@ struct Member {
 /// of a Row. `id` comes first. Of any other kind only `id` is known.
 std::span<const Member> membersOf(std::string_view kind);
 
+/// Whether a run's metadata is known to have such an entry.
+bool isMetadataKey(std::string_view key);
+
 inline constexpr std::size_t kMostMembers = 20;
 
 /// One element, its known members in the order of membersOf, each of the right kind or absent.

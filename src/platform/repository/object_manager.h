@@ -24,9 +24,9 @@ class ObjectManager {
   ObjectManager(const ObjectManager&) = delete;
   ObjectManager& operator=(const ObjectManager&) = delete;
 
-  /// Creates the database: in `folder` under `name`, both UTF-8, or where the repository chooses if both are
-  /// empty, which is a private folder (0700) below the system's temporary folder. Sweeps the files of
-  /// processes that died.
+  /// Creates the database: in `folder` under `name`, both UTF-8, and what is empty is
+  /// chosen. A chosen folder is a private one (0700) below the system's temporary folder, in which the files
+  /// of processes that died are swept first. A file that is there already is refused. Called once.
   void initializeObjectManager(const std::string& folder, const std::string& name);
 
   /// The database file; empty before initialisation.

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+/// How far long work has come. Loops of the platform that may take a while report here; a host that wants to
+/// show progress subscribes. Without a subscriber a report costs one comparison.
+namespace corvan {
+
+struct Progress {
+  const char16_t* activity;  ///< what is being done, in the host's language of work: u"Loading signals"
+  std::uint64_t done = 0;
+  std::uint64_t total = 0;  ///< in the unit of `done`; 0 if it is not known
+};
+
+using ProgressListener = std::function<void(const Progress&)>;
+
+/// Tells the listener, if there is one. Called often: listeners must be quick.
+void reportProgress(const Progress& progress);
+
+/// Subscribes for as long as it lives; the previous listener comes back afterwards.
+class ProgressSubscription {
+ public:
+  explicit ProgressSubscription(ProgressListener listener);
+  ~ProgressSubscription();
+  ProgressSubscription(const ProgressSubscription&) = delete;
+  ProgressSubscription& operator=(const ProgressSubscription&) = delete;
+
+ private:
+  ProgressListener previous_;
+};
+
+}  // namespace corvan

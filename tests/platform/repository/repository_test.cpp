@@ -1,0 +1,233 @@
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "platform/progress/progress.h"
+#include "platform/repository/strings.h"
+#include "tests/platform/repository/repository_fixture.h"
+
+using namespace orra;
+using foundation::core::except::collection;
+using foundation::core::except::except_with_causes;
+
+namespace {
+
+std::string narrow(const std::u16string& text) { return fl::i18n::to_string(text); }
+
+std::string listed(const std::vector<std::uint64_t>& numbers) {
+  std::string text = "[";
+  for (const auto number : numbers) text += std::to_string(number) + ",";
+  return text + "]";
+}
+
+std::string described(const Set& run) {
+  std::ostringstream text;
+  text << narrow(run.getRunDisplayName()) << '|' << run.getDateString() << '|' << run.getRunNumber() << '|'
+       << run.getOrderIndex() << '|' << narrow(run.getModel()) << '|' << run.getSimMode() << '|'
+       << run.getStartTime() << '|' << run.getStopTime() << '|' << narrow(run.getRunStatus()) << '|'
+       << run.getUpdateTime() << '|' << run.getSimTime() << '|' << run.getTermTime() << '|'
+       << run.getTotalTime() << '|' << narrow(run.getRunMetaDataUstring(strings::Tag)) << '|'
+       << narrow(run.getRunMetaDataUstring(strings::UserString)) << '|'
+       << narrow(run.getRunMetaDataUstring("no key"));
+  return text.str();
+}
+
+std::string described(const Signal& signal) {
+  std::ostringstream text;
+  text << narrow(signal.getName()) << '|' << narrow(signal.getRun()->getRunDisplayName()) << '|'
+       << signal.getDomainType() << '|' << narrow(signal.getDescription()) << '|' << narrow(signal.getUnits())
+       << '|' << narrow(signal.getDisplayUnits()) << '|' << narrow(signal.getDataTypeLabel()) << '|'
+       << signal.getComplexity() << '|' << signal.getComplexCoordSystem() << '|'
+       << narrow(signal.getSampleTimeString()) << '|' << narrow(signal.getModel()) << '|'
+       << narrow(signal.getDisplayBlockPath()) << '|' << narrow(signal.getBlockName()) << '|'
+       << signal.getPortIndex() << '|' << listed(signal.getDimensions()) << '|'
+       << listed(signal.getChannel(false)) << '|' << listed(signal.getChannel(true)) << '|'
+       << narrow(signal.getRootSource()) << '|' << narrow(signal.getTimeSource()) << '|'
+       << narrow(signal.getDataSource());
+  return text.str();
+}
+
+constexpr char kTwoRuns[] = R"([{"id":7},{"id":3}])";
+
+}  // namespace
+
+TEST(Repository, EveryFieldOfFullAndBareObjects) {
+  RepositoryFixture session;
+  session.loadRuns(R"([{"runClassName":"Set","id":-5,"name":"Größe","dateCreated":"d","runNumber":4294967295,
+    "orderIndex":-9,"model":"m","simMode":"s","startTime":-1.5,"stopTime":1e300,"status":"ok","updateTime":1,
+    "simTime":2,"termTime":3,"totalTime":4.25,
+    "metadata":{"Tag":"t","UserString":"u","x":"1","x":"2","no key":"?","y":[1]}}, {"id":2}])");
+  session.loadSignals(
+      R"([{"id":1,"runID":-5,"name":"n\u0000\ud83d\ude00","domainType":"dt","description":"de",
+    "units":"u","displayUnits":"du","dataTypeLabel":"dl","complexity":1,"complexCoordSystem":-2,
+    "sampleTime":"st","model":"mo","displayBlockPath":"bp","blockName":"bn","portIndex":-2147483648,
+    "dimensions":[1,127,128,18446744073709551615],"channel":[0,1,300],"rootSource":"rs","timeSource":"ts",
+    "dataSource":"ds"}, {"id":2,"runID":2}])");
+  const std::string name("n\0\xF0\x9F\x98\x80", 6);
+  const std::string full = name +
+                           "|Größe|dt|de|u|du|dl|1|-2|st|mo|bp|bn|-2147483648|"
+                           "[1,127,128,18446744073709551615,]|[0,1,300,]|[0,0,299,]|rs|ts|ds";
+  const auto check = [&] {
+    EXPECT_EQ(described(*session.run(-5)), "Größe|d|4294967295|-9|m|s|-1.5|1e+300|ok|1|2|3|4.25|t|u|");
+    EXPECT_EQ(described(*session.run(2)), "||0|2|||0|0||0|0|0|0|||");
+    EXPECT_EQ(described(*session.signalsOf(-5)[0]), full);
+    EXPECT_EQ(described(*session.signalsOf(2)[0]), "|||||||0|0|||||0|[]|[]|[]|||");
+  };
+  check();                                                          // every accessor on its own
+  EXPECT_EQ(session.collected(check), std::vector<std::string>());  // and on rows that are kept
+}
+
+TEST(Repository, RunIdentifiersAreNeverUsedTwice) {
+  RepositoryFixture first;
+  first.loadRuns(kTwoRuns);
+  first.loadSignals("[" + signalJson(1, 7, "a") + "]");
+  RepositoryFixture second;
+  second.loadRuns(kTwoRuns);
+  EXPECT_EQ(second.newRuns, (std::vector<std::int32_t>{second.map.at(7), second.map.at(3)}));
+  for (const std::int32_t stale : first.newRuns) {
+    std::shared_ptr<Set> found = second.run(7);
+    EXPECT_FALSE(Set::lookupSet(stale, found, second.manager, false));
+    EXPECT_EQ(found, nullptr);
+    EXPECT_EQ(support::raisedBy([&] { Set::lookupSet(stale, found, second.manager, true); }),
+              "simulation_data_repository:sdr:NoSuchRun()");
+    EXPECT_EQ(support::raisedBy([&] { Set(ObjectRef(&second.manager, stale)).getModel(); }),
+              "simulation_data_repository:sdr:NoSuchRun()");
+  }
+  const auto stale = first.map.at(7);
+  second.map[7] = stale;
+  EXPECT_TRUE(second.signalsOf(7).empty());
+  EXPECT_TRUE(second.named(u"a", 7).empty());
+  EXPECT_EQ(
+      support::raisedBy([&] { second.loadSignals("[" + signalJson(1, 7, "a") + "]"); }),
+      "simulation_data_repository:sdr:InvalidSessionData(signals part, 1, \"runID\" is no run of the run "
+      "list)");
+}
+
+TEST(Repository, SignalsComeInTheOrderOfLoading) {
+  RepositoryFixture session;
+  session.loadRuns(kTwoRuns);
+  session.loadSignals("[" + signalJson(9, 7, "z") + "," + signalJson(1, 3, "x") + "," +
+                      signalJson(5, 7, "a") + "," + signalJson(2, 3, "y") + "]");
+  // Another part may use identifiers again: they are the part's own.
+  session.loadSignals("[" + signalJson(9, 7, "m") + "]");
+  session.loadSignals("[]");
+  EXPECT_EQ(session.names(7), "z a m ");
+  EXPECT_EQ(session.names(3), "x y ");
+  EXPECT_EQ(session.map.size(), 2u);
+  boost::ptr_vector<ObjectRef> none;
+  Set::getAllSignals(session.manager, SignalQueryType::None, session.map.at(7), none);
+  EXPECT_TRUE(none.empty());
+}
+
+TEST(Repository, NamesMatchExactly) {
+  RepositoryFixture session;
+  session.loadRuns(kTwoRuns);
+  session.loadSignals("[" + signalJson(1, 7, "Speed") + "," + signalJson(2, 7, "speed") + "," +
+                      signalJson(3, 3, "Speed") + R"(,{"id":4,"runID":7},)" + signalJson(5, 7, "") + "," +
+                      signalJson(6, 7, "a\\u0000b") + "," + signalJson(7, 7, "\u00e4") + "," +
+                      signalJson(8, 7, "Speed") + "]");
+  struct Search {
+    std::u16string name;
+    std::size_t found;
+  };
+  const Search kSearches[] = {
+      {u"Speed", 2},     {u"speed", 1},   {u"SPEED", 0},  {u"Speed ", 0},
+      {u"Spee_", 0},     {u"", 2},        {u"a", 0},      {std::u16string(u"a\0b", 3), 1},
+      {u"\u00e4", 1},    {u"a\u0308", 0}, {u"\u00c4", 0}, {u"Speed\xD800", 0},
+      {u"' OR 1 --", 0},
+  };
+  for (const auto& [name, found] : kSearches) {
+    EXPECT_EQ(session.named(name, 7).size(), found) << fl::i18n::to_string_lossy(name);
+  }
+  EXPECT_EQ(session.named(u"Speed", 3).size(), 1u);
+  session.loadSignals("[" + signalJson(1, 3, "Speed") + "]");
+  EXPECT_EQ(session.named(u"Speed", 3).size(), 2u) << "loaded after the first search";
+}
+
+TEST(Repository, ARefusedLoadLeavesNothing) {
+  const std::string good = signalJson(1, 7, "a");
+  const std::pair<std::string, std::string> kParts[] = {
+      {good + R"(,{"id":2,"runID":8})", "2, \"runID\" is no run of the run list"},
+      {good + R"(,{"id":2})", "2, \"runID\" is missing"},
+      {good + R"(,{"id":1,"runID":7})", "2, an earlier element has its \"id\""},
+  };
+  RepositoryFixture session;
+  session.loadRuns(R"([{"id":7}])");
+  for (const auto& [part, reason] : kParts) {
+    EXPECT_EQ(support::raisedBy([&] { session.loadSignals("[" + part + "]"); }),
+              "simulation_data_repository:sdr:InvalidSessionData(signals part, " + reason + ")");
+    EXPECT_EQ(session.names(7), "") << part;
+  }
+  EXPECT_NE(support::raisedBy([&] { session.loadRuns(R"([{"id":8},{"id":9},{"id":8}])"); }), "");
+  EXPECT_EQ(session.map.size(), 1u);
+  EXPECT_EQ(session.newRuns.size(), 1u);
+  session.loadSignals("[" + good + "]");
+  EXPECT_EQ(session.names(7), "a ");
+}
+
+TEST(Repository, ProgressIsReportedAndMayEndTheLoading) {
+  constexpr int kCount = 65'537;
+  std::string part = "[";
+  for (int id = 1; id <= kCount; ++id) part += (id == 1 ? "" : ",") + signalJson(id, 7, "");
+  part += "]";
+  RepositoryFixture session;
+  session.loadRuns(R"([{"id":7}])");
+  std::vector<std::uint64_t> reports;
+  {
+    corvan::ProgressSubscription whole([&](const corvan::Progress& progress) {
+      EXPECT_EQ(progress.total, std::uint64_t{kCount});
+      reports.push_back(progress.done);
+    });
+    {
+      corvan::ProgressSubscription impatient([](const corvan::Progress& progress) {
+        if (progress.done > 0) throw std::runtime_error("enough");
+      });
+      EXPECT_EQ(support::raisedBy([&] { session.loadSignals(part); }), "enough");
+      EXPECT_TRUE(session.signalsOf(7).empty());
+    }
+    session.loadSignals(part);
+  }
+  EXPECT_EQ(reports, (std::vector<std::uint64_t>{0, 65'536, kCount}));
+  EXPECT_EQ(session.signalsOf(7).size(), std::size_t{kCount});
+}
+
+TEST(SafeTransaction, CollectsWhatTheWorkRaises) {
+  using Errors = std::vector<std::string>;
+  RepositoryFixture session;
+  const std::string failed = "sqldb:ssdb:Failed(" + session.database().string() + ", ";
+  collection two;
+  two.add("a:b:First", 1);
+  two.add("a:b:Second");
+  const std::pair<boost::function<void()>, Errors> kCases[] = {
+      {[] {}, {}},
+      {[] { foundation::core::except::raise("a:b:Own", u"x"); }, {"a:b:Own(x)"}},
+      {[&] { throw two; }, {"a:b:First(1)", "a:b:Second()"}},
+      {[] { throw collection(); }, {failed + "the work failed without a reason)"}},
+      {[] { throw std::runtime_error("why"); }, {failed + "why)"}},
+      {[] { throw std::bad_alloc(); }, {failed + "std::bad_alloc)"}},
+      {[] { throw 1; }, {failed + "the work failed without a reason)"}},
+  };
+  for (const auto& [work, expected] : kCases) EXPECT_EQ(session.collected(work), expected);
+  ObjectManager none;
+  none.safeTransaction([] {}, two);
+  EXPECT_EQ(two.errors().back().GetID(), "simulation_data_repository:sdr:InternalError");
+}
+
+TEST(SafeTransaction, RollsBackAsAWhole) {
+  RepositoryFixture session;
+  session.loadRuns(R"([{"id":7}])");
+  const auto held = session.run(7);
+  EXPECT_EQ(session.collected([&] {
+    EXPECT_EQ(held->getOrderIndex(), 1);  // on its row while others are written
+    session.loadSignals("[" + signalJson(1, 7, "a") + "]");
+    EXPECT_EQ(support::raisedBy([&] { session.loadSignals(R"([{"id":2}])"); }).empty(), false);
+    EXPECT_EQ(session.names(7), "a ");
+    EXPECT_EQ(session.named(u"a", 7).size(), 1u);
+    foundation::core::except::raise("a:b:Own");
+  }),
+            std::vector<std::string>{"a:b:Own()"});
+  EXPECT_EQ(session.names(7), "");
+  EXPECT_TRUE(session.named(u"a", 7).empty());
+  EXPECT_EQ(session.collected([&] { session.loadSignals("[" + signalJson(1, 7, "b") + "]"); }).size(), 0u);
+  EXPECT_EQ(session.names(7), "b ");
+}

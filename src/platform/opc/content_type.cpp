@@ -1,6 +1,7 @@
 #include "platform/opc/content_type.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/opc/percent_encoding.h"
 #include "platform/opc/zip/exception.h"
@@ -9,7 +10,7 @@
 namespace opc::model {
 namespace {
 
-bool isStoredCharacter(unsigned char byte) { return byte == '%' || percent::isTokenCharacter(byte); }
+bool isStoredCharacter(char byte) { return byte == '%' || percent::kTokenLiterals.contains(byte); }
 
 bool isToken(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), isStoredCharacter);
@@ -25,18 +26,20 @@ ContentType::ContentType(std::u16string_view decoded) {
   if (slash == std::string::npos || narrow.find('/', slash + 1) != std::string::npos) {
     raise("opc:name:NoContentType", decoded);
   }
-  encoded_ =
-      narrow.substr(0, slash + 1) + percent::encode(narrow.substr(slash + 1), percent::isTokenCharacter);
-  if (!tryFromEncoded(encoded_)) raise("opc:name:NoContentType", decoded);
+  const auto type = tryFromEncoded(narrow.substr(0, slash + 1) +
+                                   percent::encode(narrow.substr(slash + 1), percent::kTokenLiterals));
+  if (!type) raise("opc:name:NoContentType", decoded);
+  encoded_ = type->encoded_;
 }
+
+ContentType::ContentType(std::string encoded)
+    : encoded_(std::make_shared<const std::string>(std::move(encoded))) {}
 
 std::optional<ContentType> ContentType::tryFromEncoded(std::string_view encoded) {
   const std::size_t slash = encoded.find('/');
   if (slash == std::string_view::npos) return std::nullopt;
   if (!isToken(encoded.substr(0, slash)) || !isToken(encoded.substr(slash + 1))) return std::nullopt;
-  ContentType type;
-  type.encoded_ = encoded;
-  return type;
+  return ContentType(std::string(encoded));
 }
 
 ContentType ContentType::fromEncoded(std::string_view encoded) {
@@ -48,18 +51,19 @@ ContentType ContentType::fromEncoded(std::string_view encoded) {
 std::u16string ContentType::text() const { return getType() + u'/' + getSubType(); }
 
 std::u16string ContentType::getType() const {
-  return fl::i18n::to_ustring(encoded_.substr(0, encoded_.find('/')));
+  return fl::i18n::to_ustring(encoded_->substr(0, encoded_->find('/')));
 }
 
 std::u16string ContentType::getSubType() const {
-  const std::string subType = encoded_.substr(encoded_.find('/') + 1);
+  const std::string subType = encoded_->substr(encoded_->find('/') + 1);
   const std::optional<std::string> decoded = percent::decode(subType);
   if (!decoded || !fl::i18n::is_well_formed(*decoded)) return fl::i18n::to_ustring(subType);
   return fl::i18n::to_ustring(*decoded);
 }
 
 bool ContentType::operator==(const ContentType& other) const {
-  return percent::toLower(encoded_) == percent::toLower(other.encoded_);
+  if (encoded_ == other.encoded_) return true;
+  return percent::toLower(encoded()) == percent::toLower(other.encoded());
 }
 
 }  // namespace opc::model

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +9,7 @@ namespace opc::model {
 
 /// A media type, "type/subtype" (RFC 9110, 8.3.1; parameters are not allowed by the conventions). Decoded
 /// text for callers; what a media type cannot carry, and "%", is percent-encoded in the stored subtype.
+/// Copies share the text, because thousands of parts have one type.
 class ContentType {
  public:
   /// From decoded text. Everything after the "/" is the subtype, so what looks like a parameter is encoded as
@@ -22,7 +24,7 @@ class ContentType {
   /// The same, with nothing instead of an error.
   static std::optional<ContentType> tryFromEncoded(std::string_view encoded);
 
-  const std::string& encoded() const { return encoded_; }
+  const std::string& encoded() const { return *encoded_; }
   std::u16string text() const;
   std::u16string getType() const;
   /// Decoded, what follows the "/". A subtype that is not sound percent-encoding of UTF-8 is given as it
@@ -33,8 +35,8 @@ class ContentType {
   bool operator==(const ContentType& other) const;
 
  private:
-  ContentType() = default;
-  std::string encoded_;
+  explicit ContentType(std::string encoded);
+  std::shared_ptr<const std::string> encoded_;
 };
 
 }  // namespace opc::model

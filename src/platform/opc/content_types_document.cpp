@@ -12,12 +12,13 @@ namespace {
 constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/content-types";
 constexpr std::string_view kRelationshipsType = "application/vnd.openxmlformats-package.relationships+xml";
 constexpr std::string_view kName = "[Content_Types].xml";
+constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
 
 /// What an extension is compared by: without a leading dot, encoded as it would be in a name, in lower case.
 std::string extensionKey(std::string_view written) {
   if (!written.empty() && written[0] == '.') written.remove_prefix(1);
   const std::optional<std::string> decoded = percent::decode(written);
-  return percent::toLower(percent::encode(decoded ? *decoded : written, percent::isSegmentCharacter));
+  return percent::toLower(percent::encode(decoded ? *decoded : written, percent::kSegmentLiterals));
 }
 
 /// What follows the last "." of the last segment; nothing without one.
@@ -55,42 +56,45 @@ class ContentTypesDocument::Reader : public xml::ListReader {
   }
   void refuseText() const override { refuse("opc:contentTypes:UnexpectedText", package_); }
 
-  std::string required(const xml::Attributes& attributes, std::string_view name) const {
+  std::string_view required(const xml::Attributes& attributes, std::string_view name) const {
     const auto value = attributes.find(name);
     if (!value) refuse("opc:contentTypes:MissingAttribute", package_, name);
-    return std::string(*value);
+    return *value;
   }
 
-  model::ContentType type(const xml::Attributes& attributes) const {
-    const std::string written = required(attributes, "ContentType");
+  /// Equal texts give one type, which is checked and kept once.
+  const model::ContentType& type(const xml::Attributes& attributes) {
+    const std::string_view written = required(attributes, "ContentType");
+    if (const auto known = types_.find(written); known != types_.end()) return known->second;
     std::optional<model::ContentType> type = model::ContentType::tryFromEncoded(written);
     if (!type) refuse("opc:contentTypes:NoContentType", package_, written);
-    return *std::move(type);
+    return types_.emplace(written, *std::move(type)).first->second;
   }
 
   void readDefault(const xml::Attributes& attributes) {
-    Item item{Kind::Default, required(attributes, "Extension"), type(attributes)};
-    std::string key = extensionKey(item.written);
-    if (document_.defaults_.contains(key))
-      refuse("opc:contentTypes:DuplicateDefault", package_, item.written);
-    document_.append(document_.defaults_, std::move(key), std::move(item));
+    const std::string_view written = required(attributes, "Extension");
+    if (!document_.append(Kind::Default, extensionKey(written), written, type(attributes))) {
+      refuse("opc:contentTypes:DuplicateDefault", package_, written);
+    }
   }
 
   void readOverride(const xml::Attributes& attributes) {
-    Item item{Kind::Override, required(attributes, "PartName"), type(attributes)};
-    std::optional<std::string> key = model::nameKey(item.written);
-    if (!key) refuse("opc:contentTypes:BadPartName", package_, item.written);
-    if (document_.overrides_.contains(*key))
-      refuse("opc:contentTypes:DuplicateOverride", package_, item.written);
-    document_.append(document_.overrides_, *std::move(key), std::move(item));
+    const std::string_view written = required(attributes, "PartName");
+    const model::ContentType& itsType = type(attributes);
+    std::optional<std::string> key = model::nameKey(written);
+    if (!key) refuse("opc:contentTypes:BadPartName", package_, written);
+    if (!document_.append(Kind::Override, *std::move(key), written, itsType)) {
+      refuse("opc:contentTypes:DuplicateOverride", package_, written);
+    }
   }
 
   ContentTypesDocument& document_;
   const std::string_view package_;
+  std::unordered_map<std::string, model::ContentType, TextHash, std::equal_to<>> types_;
 };
 
 ContentTypesDocument::ContentTypesDocument() {
-  append(defaults_, "rels", {Kind::Default, "rels", model::ContentType::fromEncoded(kRelationshipsType)});
+  append(Kind::Default, "rels", "rels", model::ContentType::fromEncoded(kRelationshipsType));
 }
 
 ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::string_view packagePath,
@@ -98,22 +102,30 @@ ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::st
   if (bytes.size() > limits.contentTypeBytes)
     refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
   ContentTypesDocument document{NoItems()};
+  document.overrides_.reserve(bytes.size() / kBytesPerItem);
+  document.items_.reserve(bytes.size() / kBytesPerItem);
   Reader reader(document, packagePath);
   xml::read(bytes, {packagePath, kName}, limits.xmlDepth, reader);
   return document;
 }
 
-void ContentTypesDocument::append(Places& places, std::string key, Item item) {
-  places.emplace(std::move(key), items_.size());
-  items_.emplace_back(std::move(item));
+bool ContentTypesDocument::append(Kind kind, std::string key, std::string_view written,
+                                  const model::ContentType& type) {
+  Places& places = kind == Kind::Default ? defaults_ : overrides_;
+  if (!places.try_emplace(std::move(key), items_.size()).second) return false;
+  items_.emplace_back(Item{kind, written_.add(written), type});
+  return true;
 }
 
 const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view encodedName) const {
-  const std::string key = overrideKey(encodedName);
+  return contentTypeOfKey(overrideKey(encodedName));
+}
+
+const model::ContentType* ContentTypesDocument::contentTypeOfKey(std::string_view key) const {
   if (const auto found = overrides_.find(key); found != overrides_.end()) return &items_[found->second]->type;
   const std::string_view extension = extensionOf(key);
   if (extension.empty()) return nullptr;
-  const auto found = defaults_.find(std::string(extension));
+  const auto found = defaults_.find(extension);
   return found == defaults_.end() ? nullptr : &items_[found->second]->type;
 }
 
@@ -123,7 +135,7 @@ void ContentTypesDocument::setOverride(std::string_view encodedName, const model
     items_[found->second]->type = type;
     return;
   }
-  append(overrides_, std::move(key), {Kind::Override, std::string(encodedName), type});
+  append(Kind::Override, std::move(key), encodedName, type);
 }
 
 void ContentTypesDocument::removeOverride(std::string_view encodedName) {
@@ -141,7 +153,7 @@ std::string ContentTypesDocument::toBytes() const {
     if (!item) continue;
     const bool isDefault = item->kind == Kind::Default;
     writer.open(isDefault ? "Default" : "Override")
-        .attribute(isDefault ? "Extension" : "PartName", item->written);
+        .attribute(isDefault ? "Extension" : "PartName", written_.at(item->written));
     writer.attribute("ContentType", item->type.encoded()).close();
   }
   return writer.close().take();

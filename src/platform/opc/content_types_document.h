@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +9,7 @@
 
 #include "platform/opc/content_type.h"
 #include "platform/opc/document_place.h"
+#include "platform/opc/text_store.h"
 #include "platform/opc/zip/limits.h"
 
 namespace opc {
@@ -31,6 +33,8 @@ class ContentTypesDocument {
   /// The type of a part: its override, else the default of its extension (what follows the last "." of the
   /// last segment), else null. Valid until the list changes.
   const model::ContentType* contentTypeOf(std::string_view encodedName) const;
+  /// The same for a name that is known to be a key, as `PartName::key` gives it.
+  const model::ContentType* contentTypeOfKey(std::string_view key) const;
 
   /// Replaces the part's override in its place, or adds one at the end. The name must be canonical ASCII.
   void setOverride(std::string_view encodedName, const model::ContentType& type);
@@ -44,16 +48,18 @@ class ContentTypesDocument {
   enum class Kind { Default, Override };
   struct Item {
     Kind kind;
-    std::string written;  ///< the extension or part name, as the document has it
+    TextStore::Place written;  ///< the extension or part name, as the document has it
     model::ContentType type;
   };
-  using Places = std::unordered_map<std::string, std::size_t>;
+  using Places = std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>>;
   struct NoItems {};
   explicit ContentTypesDocument(NoItems) {}
-  void append(Places& places, std::string key, Item item);
+  /// Whether the key was not there yet; otherwise nothing changes.
+  bool append(Kind kind, std::string key, std::string_view written, const model::ContentType& type);
 
   // A removed override leaves an empty place, so that the others keep theirs.
   std::vector<std::optional<Item>> items_;
+  TextStore written_;
   Places defaults_, overrides_;  // by lower-case extension, by name key
 };
 

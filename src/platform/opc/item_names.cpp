@@ -51,7 +51,9 @@ ItemKind kindOfItem(std::string_view itemName) {
 }
 
 std::optional<model::PartName> partNameOfItem(std::string_view itemName) {
-  return model::PartName::tryFromEncoded("/" + std::string(itemName));
+  std::string name;
+  name.reserve(itemName.size() + 1);
+  return model::PartName::tryFromEncoded(name.append("/").append(itemName));
 }
 
 std::optional<std::string> sourceOfRelationships(std::string_view itemName) {

@@ -34,6 +34,7 @@ class PackageIndex::Reader {
     index_.directory_ = zip::Directory::read(*file_, limits_);
     sortItems();
     readContentTypes();
+    index_.parts_.reserve(partItems_.size());
     for (const EntryPlace place : partItems_) addItem(place);
     indexParts();
     for (const EntryPlace place : relationshipItems_) addRelationships(place);
@@ -76,7 +77,7 @@ class PackageIndex::Reader {
   void addItem(EntryPlace place) {
     auto name = partNameOfItem(entryAt(place).name);
     if (!name) return;
-    const model::ContentType* type = index_.contentTypes_.contentTypeOf(name->key());
+    const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(name->key());
     if (type) {
       index_.parts_.push_back({std::move(*name), *type, place, {}, {}});
     } else if (!index_.otherItems_.insert(name->key()).second) {

@@ -1,5 +1,8 @@
 #include "platform/opc/part_name.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "platform/opc/percent_encoding.h"
 #include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
@@ -8,8 +11,6 @@ namespace opc::model {
 namespace {
 
 constexpr std::size_t kMaximalLength = 16 * 1024;
-
-bool isPathCharacter(unsigned char byte) { return byte == '/' || percent::isSegmentCharacter(byte); }
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lower) {
   return percent::toLower(text) == lower;
@@ -42,10 +43,28 @@ const char* brokenRule(std::string_view name) {
 /// Whether a "%2F" or "%5C" hides a separator inside a segment.
 bool hasEncodedSeparator(std::string_view encoded) {
   for (std::size_t at = encoded.find('%'); at != std::string_view::npos; at = encoded.find('%', at + 1)) {
-    const std::string escape = percent::toLower(encoded.substr(at, 3));
-    if (escape == "%2f" || escape == "%5c") return true;
+    const std::string_view escape = encoded.substr(at, 3);
+    if (escape == "%2F" || escape == "%2f" || escape == "%5C" || escape == "%5c") return true;
   }
   return false;
+}
+
+/// Nearly every name in a package is what we would write ourselves, of ASCII: then it need not be decoded and
+/// encoded again to find its canonical form, and the rules can be checked on it as it stands.
+bool isCanonical(std::string_view encoded) {
+  return percent::isEncodedPrintable(encoded, percent::kPathLiterals) && !hasEncodedSeparator(encoded);
+}
+
+/// Of a canonical name.
+std::u16string decodeCanonical(std::string_view encoded) {
+  if (encoded.find('%') == std::string_view::npos) return {encoded.begin(), encoded.end()};
+  const std::optional<std::string> narrow = percent::decode(encoded);
+  return {narrow->begin(), narrow->end()};
+}
+
+std::string keyOf(const std::string& encoded) {
+  const bool isKey = std::ranges::none_of(encoded, [](char c) { return c >= 'A' && c <= 'Z'; });
+  return isKey ? std::string() : percent::toLower(encoded);
 }
 
 }  // namespace
@@ -58,19 +77,23 @@ struct PartName::Parsed {
 };
 
 PartName::PartName(Parsed&& parsed)
-    : text_(std::move(parsed.text)), encoded_(std::move(parsed.encoded)), key_(percent::toLower(encoded_)) {}
+    : text_(std::move(parsed.text)), encoded_(std::move(parsed.encoded)), key_(keyOf(encoded_)) {}
 
 PartName::PartName(std::u16string_view decoded) : text_(decoded) {
   if (!fl::i18n::is_well_formed(decoded)) raise("opc:name:LoneSurrogate", decoded);
   const std::string narrow = fl::i18n::to_string(decoded);
   if (const char* rule = brokenRule(narrow)) raise(rule, decoded);
-  encoded_ = percent::encode(narrow, isPathCharacter);
+  encoded_ = percent::encode(narrow, percent::kPathLiterals);
   if (encoded_.size() > kMaximalLength) raise("opc:name:TooLong", decoded.substr(0, 64));
-  key_ = percent::toLower(encoded_);
+  key_ = keyOf(encoded_);
 }
 
 PartName::Parsed PartName::parse(std::string_view encoded) {
   const auto broken = [](const char* rule) { return Parsed{rule, {}, {}}; };
+  if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
+    if (const char* rule = brokenRule(encoded)) return broken(rule);
+    return {nullptr, decodeCanonical(encoded), std::string(encoded)};
+  }
   // Three bytes are the longest encoding of one, so a longer text cannot have a short enough canonical form.
   if (encoded.size() > 3 * kMaximalLength) return broken("opc:name:TooLong");
   if (hasEncodedSeparator(encoded)) return broken("opc:name:EncodedSlash");
@@ -78,7 +101,7 @@ PartName::Parsed PartName::parse(std::string_view encoded) {
   if (!narrow) return broken("opc:name:BadPercentEncoding");
   if (!fl::i18n::is_well_formed(*narrow)) return broken("opc:name:NotUtf8");
   if (const char* rule = brokenRule(*narrow)) return broken(rule);
-  Parsed parsed{nullptr, fl::i18n::to_ustring(*narrow), percent::encode(*narrow, isPathCharacter)};
+  Parsed parsed{nullptr, fl::i18n::to_ustring(*narrow), percent::encode(*narrow, percent::kPathLiterals)};
   if (parsed.encoded.size() > kMaximalLength) return broken("opc:name:TooLong");
   return parsed;
 }
@@ -95,6 +118,16 @@ std::optional<PartName> PartName::tryFromEncoded(std::string_view encoded) {
   return PartName(std::move(parsed));
 }
 
+std::optional<std::u16string> PartName::tryDecode(std::string_view encoded) {
+  if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
+    if (brokenRule(encoded) != nullptr) return std::nullopt;
+    return decodeCanonical(encoded);
+  }
+  Parsed parsed = parse(encoded);
+  if (parsed.rule != nullptr) return std::nullopt;
+  return std::move(parsed.text);
+}
+
 std::string PartName::relationshipPartName() const { return relationshipPartNameOf(encoded_); }
 
 std::string relationshipPartNameOf(std::string_view encodedName) {
@@ -106,9 +139,10 @@ std::string relationshipPartNameOf(std::string_view encodedName) {
 
 std::optional<std::string> nameKey(std::string_view encoded) {
   if (encoded.empty() || encoded[0] != '/' || hasEncodedSeparator(encoded)) return std::nullopt;
+  if (percent::isEncodedPrintable(encoded, percent::kPathLiterals)) return percent::toLower(encoded);
   const std::optional<std::string> narrow = percent::decode(encoded);
   if (!narrow || !fl::i18n::is_well_formed(*narrow)) return std::nullopt;
-  return percent::toLower(percent::encode(*narrow, isPathCharacter));
+  return percent::toLower(percent::encode(*narrow, percent::kPathLiterals));
 }
 
 }  // namespace opc::model

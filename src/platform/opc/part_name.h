@@ -25,13 +25,15 @@ class PartName {
 
   /// The same, with nothing instead of an error.
   static std::optional<PartName> tryFromEncoded(std::string_view encoded);
+  /// Only the `text` of what `tryFromEncoded` gives.
+  static std::optional<std::u16string> tryDecode(std::string_view encoded);
 
   const std::u16string& text() const { return text_; }
   const std::string& encoded() const { return encoded_; }
 
   /// The encoded form in lower case: what names are compared, sorted and looked up by.
-  const std::string& key() const { return key_; }
-  bool operator==(const PartName& other) const { return key_ == other.key_; }
+  const std::string& key() const { return key_.empty() ? encoded_ : key_; }
+  bool operator==(const PartName& other) const { return key() == other.key(); }
 
   /// The name of the relationship part of this part ("/a/_rels/b.txt.rels"), encoded.
   std::string relationshipPartName() const;
@@ -42,7 +44,8 @@ class PartName {
   static Parsed parse(std::string_view encoded);
 
   std::u16string text_;
-  std::string encoded_, key_;
+  std::string encoded_;
+  std::string key_;  // empty if it is the encoded form itself
 };
 
 /// The name of the relationship part of a part given by its encoded name; of the package for an empty one.

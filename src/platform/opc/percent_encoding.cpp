@@ -5,14 +5,6 @@
 namespace opc::percent {
 namespace {
 
-bool isAlphanumeric(unsigned char byte) {
-  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
-}
-
-bool isOneOf(std::string_view characters, unsigned char byte) {
-  return characters.find(static_cast<char>(byte)) != std::string_view::npos;
-}
-
 /// The value of a hex digit, or -1.
 int hexValue(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
@@ -23,27 +15,34 @@ int hexValue(char digit) {
 
 }  // namespace
 
-bool isSegmentCharacter(unsigned char byte) {
-  return isAlphanumeric(byte) || isOneOf("-._~!$&'()*+,;=:@", byte);
-}
-
-bool isTokenCharacter(unsigned char byte) { return isAlphanumeric(byte) || isOneOf("!#$&'*+-.^_`|~", byte); }
-
-std::string encode(std::string_view bytes, IsLiteral isLiteral) {
+std::string encode(std::string_view bytes, const Literals& literals) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(bytes.size());
   for (const char character : bytes) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (isLiteral(byte)) {
+    if (literals.contains(character)) {
       encoded += character;
       continue;
     }
+    const auto byte = static_cast<unsigned char>(character);
     encoded += '%';
     encoded += kDigits[byte >> 4];
     encoded += kDigits[byte & 15];
   }
   return encoded;
+}
+
+bool isEncodedPrintable(std::string_view text, const Literals& literals) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (literals.contains(text[at])) continue;
+    if (text[at] != '%' || text.size() - at < 3) return false;
+    const int high = hexValue(text[at + 1]), low = hexValue(text[at + 2]);
+    if (high < 2 || high > 7 || low < 0 || text[at + 2] > 'F') return false;
+    const int byte = high * 16 + low;
+    if (byte > '~' || literals.contains(static_cast<char>(byte))) return false;
+    at += 2;
+  }
+  return true;
 }
 
 std::optional<std::string> decode(std::string_view encoded) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -7,16 +8,35 @@
 /// Percent-encoding (RFC 3986, 2.1) of bytes.
 namespace opc::percent {
 
-/// Whether a byte stands for itself.
-using IsLiteral = bool (*)(unsigned char);
+/// The bytes that stand for themselves.
+class Literals {
+ public:
+  /// ASCII letters and digits, and these.
+  constexpr explicit Literals(std::string_view further) {
+    constexpr std::string_view kAlphanumeric =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    for (const char character : kAlphanumeric) members_[static_cast<unsigned char>(character)] = true;
+    for (const char character : further) members_[static_cast<unsigned char>(character)] = true;
+  }
+  constexpr bool contains(char byte) const { return members_[static_cast<unsigned char>(byte)]; }
+
+ private:
+  std::array<bool, 256> members_{};
+};
 
 /// RFC 3986 pchar: what a path segment carries as it is.
-bool isSegmentCharacter(unsigned char byte);
+inline constexpr Literals kSegmentLiterals("-._~!$&'()*+,;=:@");
+/// The same and the slash.
+inline constexpr Literals kPathLiterals("/-._~!$&'()*+,;=:@");
 /// RFC 9110 tchar without "%": what a media type carries as it is.
-bool isTokenCharacter(unsigned char byte);
+inline constexpr Literals kTokenLiterals("!#$&'*+-.^_`|~");
 
 /// Every byte that is not literal becomes "%XX" with upper-case hex.
-std::string encode(std::string_view bytes, IsLiteral isLiteral);
+std::string encode(std::string_view bytes, const Literals& literals);
+
+/// Whether a text is exactly what `encode` makes of printable ASCII. If not, it may still be what it makes of
+/// other bytes.
+bool isEncodedPrintable(std::string_view text, const Literals& literals);
 
 /// Decodes once. Nothing if a "%" is not followed by two hex digits.
 std::optional<std::string> decode(std::string_view encoded);

@@ -17,17 +17,21 @@ enum class TargetMode { Internal, External };
 /// texts, because listings of many thousand relationships are copied.
 class Relationship {
  public:
+  using Type = std::shared_ptr<const std::u16string>;
+  /// Relationships of one type may share it.
+  Relationship(std::string id, Type type, URI target, TargetMode mode);
   Relationship(std::string id, std::u16string type, URI target, TargetMode mode);
 
   const std::string& getID() const { return texts_->id; }
-  const std::u16string& getType() const { return texts_->type; }
+  const std::u16string& getType() const { return *texts_->type; }
+  const Type& sharedType() const { return texts_->type; }
   const URI& getTarget() const { return texts_->target; }
   TargetMode getTargetMode() const { return mode_; }
 
  private:
   struct Texts {
     std::string id;
-    std::u16string type;
+    Type type;
     URI target;
   };
   std::shared_ptr<const Texts> texts_;

@@ -1,6 +1,7 @@
 #include "platform/opc/relationships_document.h"
 
 #include <charconv>
+#include <functional>
 
 #include "platform/opc/target_resolution.h"
 #include "platform/opc/xml_list_reader.h"
@@ -18,6 +19,7 @@ using model::URI;
 
 constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/relationships";
 constexpr std::string_view kIdPrefix = "rId";
+constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
 
 std::string numberedId(std::uint64_t number) { return std::string(kIdPrefix).append(std::to_string(number)); }
 
@@ -57,12 +59,21 @@ class RelationshipsDocument::Reader : public xml::ListReader {
     }
     refuseBase(attributes);
     const std::string_view target = required(attributes, "Target");
-    std::u16string type = fl::i18n::to_ustring(required(attributes, "Type"));
+    Relationship::Type type = sharedType(required(attributes, "Type"));
     const TargetMode targetMode = mode(attributes);
     URI uri = targetMode == TargetMode::Internal ? resolveTarget(document_.source_, target)
                                                  : URI::asWritten(fl::i18n::to_ustring(target));
-    document_.append(
-        {Relationship(id(attributes), std::move(type), std::move(uri), targetMode), std::string(target)});
+    const std::string_view written = id(attributes);
+    Relationship link(std::string(written), std::move(type), std::move(uri), targetMode);
+    if (document_.append(std::move(link), target)) return;
+    refuse("opc:relationships:DuplicateId", package_, part_, written);
+  }
+
+  /// Equal texts give one type, because many thousand relationships have the same.
+  Relationship::Type sharedType(std::string_view written) {
+    if (const auto known = types_.find(written); known != types_.end()) return known->second;
+    auto type = std::make_shared<const std::u16string>(fl::i18n::to_ustring(written));
+    return types_.emplace(written, std::move(type)).first->second;
   }
 
   void refuseElement(const xml::Name& name) const override {
@@ -87,18 +98,17 @@ class RelationshipsDocument::Reader : public xml::ListReader {
     refuse("opc:relationships:BadTargetMode", package_, part_, written);
   }
 
-  std::string id(const xml::Attributes& attributes) const {
+  std::string_view id(const xml::Attributes& attributes) const {
     const std::string_view written = required(attributes, "Id");
     if (!xml::isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
-    std::string id(written);
-    if (document_.byId_.contains(id)) refuse("opc:relationships:DuplicateId", package_, part_, id);
-    return id;
+    return written;
   }
 
   RelationshipsDocument& document_;
   const std::string_view package_;
   const std::string part_;
   const zip::Limits& limits_;
+  std::unordered_map<std::string, Relationship::Type, TextHash, std::equal_to<>> types_;
 };
 
 RelationshipsDocument::RelationshipsDocument(std::string source) : source_(std::move(source)) {}
@@ -110,6 +120,8 @@ RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::
   if (bytes.size() > limits.relationshipBytes) {
     refuse("opc:relationships:TooLarge", packagePath, reader.part(), limits.relationshipBytes);
   }
+  document.byId_.reserve(bytes.size() / kBytesPerItem);
+  document.items_.reserve(bytes.size() / kBytesPerItem);
   xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
   return document;
 }
@@ -136,7 +148,7 @@ std::vector<Relationship> RelationshipsDocument::relationshipsByType(std::u16str
 }
 
 const Relationship* RelationshipsDocument::find(std::string_view id) const {
-  const auto found = byId_.find(std::string(id));
+  const auto found = byId_.find(id);
   return found == byId_.end() ? nullptr : &items_[found->second].link;
 }
 
@@ -146,15 +158,18 @@ const Relationship& RelationshipsDocument::add(std::u16string_view type, const U
   // Checked now, not when the document is written: by then it is too late to tell who asked.
   xml::toXmlText(type, packagePath);
   if (!id.empty() && !xml::isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
-  if (byId_.contains(std::string(id))) raise("opc:relationships:IdIsTaken", packagePath, id);
-  append({Relationship(id.empty() ? lowestFreeId() : std::string(id), std::u16string(type), target,
-                       TargetMode::Internal),
-          part.encoded()});
+  if (byId_.contains(id)) raise("opc:relationships:IdIsTaken", packagePath, id);
+  const bool isAsBefore = !items_.empty() && items_.back().link.getType() == type;
+  append(Relationship(
+             id.empty() ? lowestFreeId() : std::string(id),
+             isAsBefore ? items_.back().link.sharedType() : std::make_shared<const std::u16string>(type),
+             target, TargetMode::Internal),
+         part.encoded());
   return items_.back().link;
 }
 
 bool RelationshipsDocument::remove(std::string_view id) {
-  const auto found = byId_.find(std::string(id));
+  const auto found = byId_.find(id);
   if (found == byId_.end()) return false;
   items_[found->second].isRemoved = true;
   byId_.erase(found);
@@ -163,9 +178,11 @@ bool RelationshipsDocument::remove(std::string_view id) {
   return true;
 }
 
-void RelationshipsDocument::append(Item item) {
-  byId_.emplace(item.link.getID(), items_.size());
-  items_.push_back(std::move(item));
+bool RelationshipsDocument::append(Relationship link, std::string_view writtenTarget) {
+  items_.push_back({std::move(link), writtenTargets_.add(writtenTarget)});
+  const bool isNew = byId_.try_emplace(items_.back().link.getID(), items_.size() - 1).second;
+  if (!isNew) items_.pop_back();
+  return isNew;
 }
 
 std::string RelationshipsDocument::lowestFreeId() {
@@ -188,7 +205,7 @@ std::string RelationshipsDocument::toBytes() const {
     if (item.isRemoved) continue;
     writer.open("Relationship").attribute("Id", item.link.getID());
     writer.attribute("Type", fl::i18n::to_string(item.link.getType()))
-        .attribute("Target", item.writtenTarget);
+        .attribute("Target", writtenTargets_.at(item.writtenTarget));
     if (item.link.getTargetMode() == TargetMode::External) writer.attribute("TargetMode", "External");
     writer.close();
   }

@@ -10,6 +10,7 @@
 #include "platform/opc/document_place.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationship.h"
+#include "platform/opc/text_store.h"
 #include "platform/opc/zip/limits.h"
 
 namespace opc {
@@ -57,16 +58,19 @@ class RelationshipsDocument {
   class Reader;
   struct Item {
     model::Relationship link;
-    std::string writtenTarget;
+    TextStore::Place writtenTarget;
     bool isRemoved = false;
   };
-  void append(Item item);
+  /// Whether the ID was not there yet; otherwise nothing changes.
+  bool append(model::Relationship link, std::string_view writtenTarget);
   std::string lowestFreeId();
 
   std::string source_;
   // Removed items stay where they are, so that the others keep their places.
   std::vector<Item> items_;
-  std::unordered_map<std::string, std::size_t> byId_;
+  TextStore writtenTargets_;
+  // The keys lie in the relationships' texts, which copies of this share.
+  std::unordered_map<std::string_view, std::size_t> byId_;
   std::uint64_t nextNumber_ = 1;  // every rIdN below is taken or among the freed
   std::set<std::uint64_t> freedNumbers_;
 };

@@ -59,6 +59,12 @@ std::string withoutDotSegments(std::string_view path) {
   return endsInFolder ? resolved + '/' : resolved;
 }
 
+/// Absolute, without segments that start with a dot, and nothing but a path.
+bool isPlainPath(std::string_view target) {
+  return target.starts_with('/') && target.find("/.") == std::string_view::npos &&
+         percent::isEncodedPrintable(target, percent::kPathLiterals);
+}
+
 model::URI aboveRoot(std::string_view written) {
   return model::URI::asWritten(fl::i18n::to_ustring_lossy(std::string("/../").append(written)));
 }
@@ -66,11 +72,15 @@ model::URI aboveRoot(std::string_view written) {
 }  // namespace
 
 model::URI resolveTarget(std::string_view source, std::string_view target) {
+  // Most targets are absolute names that need no resolving.
+  if (isPlainPath(target)) {
+    if (auto text = model::PartName::tryDecode(target)) return model::URI::asWritten(*std::move(text));
+  }
   const std::string_view reference = trimmed(target);
   const std::string_view path = reference.substr(0, reference.find('#'));
   if (isMoreThanPath(path)) return aboveRoot(target);
   const std::string resolved = withoutDotSegments(merged(source, path));
-  if (auto part = model::PartName::tryFromEncoded(resolved)) return model::URI::asWritten(part->text());
+  if (auto text = model::PartName::tryDecode(resolved)) return model::URI::asWritten(*std::move(text));
   if (resolved.starts_with("/../")) {
     const std::optional<std::string> decoded = percent::decode(resolved);
     if (decoded && fl::i18n::is_well_formed(*decoded)) {

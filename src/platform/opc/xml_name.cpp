@@ -32,9 +32,15 @@ char32_t nextCharacter(const std::u16string& text, std::size_t& at) {
   return 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (text[at++] - 0xDC00);
 }
 
+bool isAsciiStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
+
+bool isAsciiFurther(char c) { return isAsciiStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+
 }  // namespace
 
 bool isNcName(std::string_view text) {
+  // The names that documents really have, of which there may be hundreds of thousands.
+  if (!text.empty() && isAsciiStart(text[0]) && std::ranges::all_of(text, isAsciiFurther)) return true;
   if (text.empty() || !fl::i18n::is_well_formed(text)) return false;
   const std::u16string wide = fl::i18n::to_ustring(text);
   for (std::size_t at = 0; at < wide.size();) {

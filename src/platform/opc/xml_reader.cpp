@@ -1,6 +1,7 @@
 #include "platform/opc/xml_reader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
@@ -32,6 +33,14 @@ Name split(const char* joined) {
   const std::size_t second = text.find(kSeparator, first + 1);
   if (second == std::string_view::npos) return {text.substr(0, first), text.substr(first + 1), {}};
   return {text.substr(0, first), text.substr(first + 1, second - first - 1), text.substr(second + 1)};
+}
+
+/// Like `split(joined).is(space, local)`, without measuring names that differ in their first letters.
+bool isNamed(const char* joined, std::string_view local, std::string_view space) {
+  if (!space.empty()) {
+    return std::strncmp(joined, space.data(), space.size()) == 0 && split(joined).is(space, local);
+  }
+  return std::strncmp(joined, local.data(), local.size()) == 0 && joined[local.size()] == '\0';
 }
 
 enum class Encoding { Utf8, Utf16LittleEndian, Utf16BigEndian };
@@ -173,7 +182,7 @@ Name Attributes::nameOf(const char* joined) { return split(joined); }
 
 std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
   for (const char** pair = pairs_; *pair != nullptr; pair += 2) {
-    if (nameOf(pair[0]).is(space, local)) return pair[1];
+    if (isNamed(pair[0], local, space)) return pair[1];
   }
   return std::nullopt;
 }

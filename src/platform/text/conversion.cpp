@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <type_traits>
 
 namespace fl::i18n {
 namespace {
@@ -80,11 +81,30 @@ void append(std::string& out, char32_t point) {
   }
 }
 
+// Nearly every text is ASCII from end to end, or at least begins so; that part is recognised many units at a
+// time and is copied as it stands.
+template <class In>
+std::size_t asciiPrefix(In text) {
+  constexpr std::size_t kBlock = 16;
+  std::size_t at = 0;
+  for (; text.size() - at >= kBlock; at += kBlock) {
+    unsigned all = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      all |= static_cast<std::make_unsigned_t<std::conditional_t<sizeof(text[0]) == 1, char, short>>>(
+          text[at + i]);
+    }
+    if (all >= 0x80) break;
+  }
+  return at;
+}
+
 template <class Out, class In, class OnIllFormed>
 Out convert(In text, const OnIllFormed& onIllFormed) {
+  const std::size_t prefix = asciiPrefix(text);
   Out out;
   out.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
+  out.assign(text.begin(), text.begin() + prefix);
+  for (std::size_t at = prefix; at < text.size();) {
     const std::size_t start = at;
     const auto point = nextCodePoint(text, at);
     append(out, point ? *point : onIllFormed(start));
@@ -94,7 +114,7 @@ Out convert(In text, const OnIllFormed& onIllFormed) {
 
 template <class In>
 bool wellFormed(In text) {
-  for (std::size_t at = 0; at < text.size();) {
+  for (std::size_t at = asciiPrefix(text); at < text.size();) {
     if (!nextCodePoint(text, at)) return false;
   }
   return true;

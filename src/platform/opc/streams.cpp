@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/opc/zip/exception.h"
+#include "platform/progress/progress.h"
 
 namespace opc {
 
@@ -12,6 +13,12 @@ namespace {
 
 // Large enough that the calls do not count, small enough to stay in the cache.
 using Block = std::array<char, 64 * 1024>;
+
+/// Reports about once per MiB.
+void report(const char16_t* activity, std::uint64_t copied, std::uint64_t expected) {
+  constexpr std::uint64_t kStep = std::uint64_t{1} << 20;
+  if (copied % kStep < sizeof(Block)) corvan::reportProgress({activity, copied, expected});
+}
 
 }  // namespace
 
@@ -25,20 +32,21 @@ std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
   return got == 0 ? -1 : static_cast<std::streamsize>(got);
 }
 
-std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t) {
+std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t expected) {
   Block block;
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
     to.write(block.data(), static_cast<std::streamsize>(count));
     if (!to) raise("opc:stream:CannotWrite", copied);
     copied += count;
+    report(u"Extracting", copied, expected);
   }
   // What the stream still buffers must meet a full disk here, not in a destructor that cannot say so.
   if (!to.flush()) raise("opc:stream:CannotWrite", copied);
   return copied;
 }
 
-std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t) {
+std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t expected) {
   // Whatever ends the copy early, what was copied so far must not pass for the whole.
   struct Abandon {
     OutputStream* unfinished;
@@ -54,8 +62,10 @@ std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t) {
     from.read(block.data(), block.size());
     if (from.bad()) raise("opc:stream:CannotRead", copied);
     const auto count = static_cast<std::size_t>(from.gcount());
-    if (count > 0) to.write(block.data(), count);
+    if (count == 0) break;
+    to.write(block.data(), count);
     copied += count;
+    report(u"Storing", copied, expected);
   }
   abandon.unfinished = nullptr;
   return copied;

@@ -2,6 +2,7 @@
 
 #include "assets/options.h"
 #include "platform/filesystem/filesystem.h"
+#include "platform/progress/progress.h"
 #include "tests/module/assets/user_files_fixture.h"
 #include "tests/support/file_size_limit.h"
 #include "tests/support/unprivileged.h"
@@ -240,6 +241,21 @@ TEST_F(Adding, TheDataDecidesAndNotTheSizeThatWasSaid) {
   call("addFile", {u"/proc/version"});  // 0 bytes, says the system
   got(u"version");
   EXPECT_EQ(textOnDisk("out/version"), TemporaryFolder().read("/proc/version"));
+}
+
+TEST_F(Adding, LongCopiesReportHowFarTheyHaveCome) {
+  constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
+  writeOnDisk("long", std::string(3 * kMebibyte, 'x'));
+  std::vector<std::uint64_t> reported;
+  const corvan::ProgressSubscription subscription([&](const corvan::Progress& progress) {
+    if (progress.total == 3 * kMebibyte) reported.push_back(progress.done / kMebibyte);
+  });
+  const std::vector<std::uint64_t> once = {1, 2, 3};
+  call("addFile", {onDisk("long")});
+  EXPECT_EQ(reported, once);
+  reported.clear();
+  got(u"long");
+  EXPECT_EQ(reported, once);
 }
 
 TEST_F(Adding, UnknownOptionsAreRefusedBeforeTheFileIsTouched) {

@@ -20,8 +20,9 @@ constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
 /// What happens to each entry of the opened file, and what is added.
 class SavePlan {
  public:
-  SavePlan(const std::string& path, PackageContents& contents, const std::string& spoolFolder)
-      : path_(path), contents_(contents), spoolFolder_(spoolFolder), emptyPart_(spoolFolder) {
+  SavePlan(const std::string& path, PackageContents& contents,
+           const std::shared_ptr<zip::SpoolStorage>& storage)
+      : path_(path), contents_(contents), storage_(storage), emptyPart_(storage) {
     emptyPart_.finish();
     fates_.resize(entries().size());
     for (const PartChange* change : contents.partChanges()) planPart(*change);
@@ -136,7 +137,7 @@ class SavePlan {
 
   // New documents stand before the new parts, where readers look first.
   void put(std::string name, std::optional<EntryPlace> old, const std::string& bytes) {
-    zip::Spool& document = documents_.emplace_back(spoolFolder_);
+    zip::Spool& document = documents_.emplace_back(storage_);
     document.write(bytes.data(), bytes.size());
     document.finish();
     if (old) {
@@ -148,7 +149,7 @@ class SavePlan {
 
   const std::string& path_;
   PackageContents& contents_;
-  const std::string& spoolFolder_;
+  const std::shared_ptr<zip::SpoolStorage>& storage_;
   zip::Spool emptyPart_;
   std::uint64_t relationshipBytes_ = 0;
   std::vector<Fate> fates_;
@@ -175,8 +176,9 @@ void createPackage(const std::string& path, const SavePlan& plan) {
 }  // namespace
 
 void savePackage(const std::string& path, PackageContents& contents,
-                 const std::shared_ptr<const zip::ArchiveFile>& file, const std::string& spoolFolder) {
-  const SavePlan plan(path, contents, spoolFolder);
+                 const std::shared_ptr<const zip::ArchiveFile>& file,
+                 const std::shared_ptr<zip::SpoolStorage>& storage) {
+  const SavePlan plan(path, contents, storage);
   if (file) return replacePackage(path, plan, *file, contents.index().directoryOffset());
   createPackage(path, plan);
 }

@@ -5,6 +5,7 @@
 
 #include "platform/opc/package_contents.h"
 #include "platform/opc/zip/archive_file.h"
+#include "platform/opc/zip/spool_storage.h"
 
 namespace opc {
 
@@ -14,8 +15,11 @@ namespace opc {
 /// what is new follows. The bytes of deleted and replaced parts are never in the new file. Where nothing was
 /// deleted and the file system can share blocks, what is new is appended to a clone.
 ///
+/// `storage` takes the new documents while they are prepared.
+///
 /// Raises opc::Exception if anything fails; the file is then as it was.
 void savePackage(const std::string& path, PackageContents& contents,
-                 const std::shared_ptr<const zip::ArchiveFile>& file, const std::string& spoolFolder);
+                 const std::shared_ptr<const zip::ArchiveFile>& file,
+                 const std::shared_ptr<zip::SpoolStorage>& storage);
 
 }  // namespace opc

@@ -48,7 +48,7 @@ std::shared_ptr<InputStream> PackageState::openInput(const PartName& name) {
 std::shared_ptr<OutputStream> PackageState::openOutput(const PartName& name) {
   PackageContents& contents = editContents();
   part(name);
-  auto data = std::make_shared<WrittenData>(spoolFolder());
+  auto data = std::make_shared<WrittenData>(spoolStorage());
   contents.replaceData(name.key(), data);
   return std::make_shared<PartOutputStream>(shared_from_this(), std::move(data));
 }
@@ -71,7 +71,7 @@ void PackageState::write(const PartName& name, std::string_view bytes) {
   openOutput(name)->write(bytes.data(), bytes.size());
 }
 
-void PackageState::save() { savePackage(path_, *contents_, file_, spoolFolder()); }
+void PackageState::save() { savePackage(path_, *contents_, file_, spoolStorage()); }
 
 void PackageState::close() noexcept {
   contents_.reset();
@@ -86,14 +86,14 @@ void PackageState::countInflated(std::uint64_t bytes) {
 
 // Beside the package, where the data goes in the end anyway and the temporary folder's size does not matter.
 // In a folder that cannot be written the data still finds a place, and it is the save that fails.
-std::string PackageState::spoolFolder() {
-  if (!spoolFolder_.empty()) return spoolFolder_;
+const std::shared_ptr<zip::SpoolStorage>& PackageState::spoolStorage() {
+  if (spoolStorage_) return spoolStorage_;
   std::error_code ignored;
   const std::filesystem::path target = std::filesystem::weakly_canonical(path_, ignored);
   std::filesystem::path folder = target.parent_path();
   if (access(folder.c_str(), W_OK | X_OK) != 0) folder = std::filesystem::temp_directory_path(ignored);
-  spoolFolder_ = folder.string();
-  return spoolFolder_;
+  spoolStorage_ = std::make_shared<zip::SpoolStorage>(folder.string());
+  return spoolStorage_;
 }
 
 }  // namespace opc::model

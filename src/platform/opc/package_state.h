@@ -11,6 +11,7 @@
 #include "platform/opc/streams.h"
 #include "platform/opc/zip/archive_file.h"
 #include "platform/opc/zip/limits.h"
+#include "platform/opc/zip/spool_storage.h"
 
 namespace opc::model {
 
@@ -52,7 +53,7 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   void countInflated(std::uint64_t bytes);
 
  private:
-  std::string spoolFolder();
+  const std::shared_ptr<zip::SpoolStorage>& spoolStorage();
 
   std::string path_;
   Access access_;
@@ -60,7 +61,8 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   std::shared_ptr<const zip::ArchiveFile> file_;
   std::optional<PackageContents> contents_;
   std::uint64_t inflated_ = 0;
-  std::string spoolFolder_;
+  // For all new data of this opening.
+  std::shared_ptr<zip::SpoolStorage> spoolStorage_;
 };
 
 }  // namespace opc::model

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <memory>
 #include <utility>
 
 #include "platform/opc/zip/spool.h"
@@ -9,7 +9,7 @@ namespace opc {
 
 /// The data of one part that was written since its package was opened, or is being written.
 struct WrittenData {
-  explicit WrittenData(std::string folder) : spool(std::move(folder)) {}
+  explicit WrittenData(std::shared_ptr<zip::SpoolStorage> storage) : spool(std::move(storage)) {}
 
   zip::Spool spool;
   /// Some of the data could not be kept, so the package must not be saved with it.

@@ -1,14 +1,9 @@
 #include "platform/opc/zip/spool.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <optional>
-#include <vector>
-
-#include <fcntl.h>
-#include <stdlib.h>
-#include <unistd.h>
+#include <utility>
 
 #include "platform/opc/zip/deflater.h"
 #include "platform/opc/zip/descriptor.h"
@@ -18,60 +13,60 @@
 namespace opc::zip {
 namespace {
 
-constexpr std::size_t kMemory = std::size_t{8} << 20;
 constexpr std::size_t kReadPiece = std::size_t{64} << 10;
-
-/// A file that has no name, so that nothing is left whatever becomes of the process.
-Descriptor openUnlinked(const std::string& folder) {
-  Descriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600));
-  if (file) return file;
-  std::string name = folder + "/.spool-XXXXXX";
-  file = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
-  if (!file) raise("opc:spool:CannotCreate", folder, systemReason(errno));
-  ::unlink(name.c_str());
-  return file;
-}
 
 }  // namespace
 
 struct Spool::State {
-  std::string folder;
+  explicit State(std::shared_ptr<SpoolStorage> shared) : storage(std::move(shared)) {}
+  ~State() { storage->giveMemoryBack(memory.size()); }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  const std::shared_ptr<SpoolStorage> storage;
   std::optional<Deflater> deflater{std::in_place};
-  std::vector<char> memory;
-  Descriptor file;
+  std::vector<char> memory;  // all of it, or nothing once there are extents
+  std::vector<Extent> extents;
   std::uint64_t size = 0, compressedSize = 0;
   std::uint32_t crc = 0;
   bool failed = false;
 
+  const std::string& folder() const { return storage->folder(); }
   void keep(const char* data, std::size_t count);
-  void moveToFile();
-  void store(std::uint64_t offset, const char* data, std::size_t count);
+  bool keepInMemory(const char* data, std::size_t count);
+  void store(const char* data, std::size_t count);
 };
 
 void Spool::State::keep(const char* data, std::size_t count) {
-  if (!file && memory.size() + count > kMemory) moveToFile();
-  if (file) {
-    store(compressedSize, data, count);
-  } else {
-    memory.insert(memory.end(), data, data + count);
-  }
+  if (!keepInMemory(data, count)) store(data, count);
   compressedSize += count;
 }
 
-void Spool::State::moveToFile() {
-  file = openUnlinked(folder);
-  store(0, memory.data(), memory.size());
+bool Spool::State::keepInMemory(const char* data, std::size_t count) {
+  if (!extents.empty()) return false;
+  // An allocation that fails only leaves the budget smaller.
+  if (storage->takeMemory(count)) {
+    memory.insert(memory.end(), data, data + count);
+    return true;
+  }
+  if (memory.empty()) return false;
+  store(memory.data(), memory.size());
+  storage->giveMemoryBack(memory.size());
   memory = {};
+  return false;
 }
 
-void Spool::State::store(std::uint64_t offset, const char* data, std::size_t count) {
-  const int error = writeAt(file.get(), offset, data, count);
-  if (error != 0) raise("opc:spool:CannotWrite", folder, systemReason(error));
+void Spool::State::store(const char* data, std::size_t count) {
+  const std::uint64_t begin = storage->append(data, count);
+  if (!extents.empty() && extents.back().end == begin) {
+    extents.back().end += count;
+  } else {
+    extents.push_back({begin, begin + count});
+  }
 }
 
-Spool::Spool(std::string folder) : state_(new State) {
-  state_->folder = folder.empty() ? "." : std::move(folder);
-}
+Spool::Spool(std::shared_ptr<SpoolStorage> storage) : state_(new State(std::move(storage))) {}
+Spool::Spool(std::string folder) : Spool(std::make_shared<SpoolStorage>(std::move(folder))) {}
 
 Spool::~Spool() = default;
 Spool::Spool(Spool&&) noexcept = default;
@@ -79,7 +74,7 @@ Spool& Spool::operator=(Spool&&) noexcept = default;
 
 void Spool::write(const void* data, std::size_t count) {
   State& state = *state_;
-  if (state.failed || isFinished()) raise("opc:spool:Ended", state.folder);
+  if (state.failed || isFinished()) raise("opc:spool:Ended", state.folder());
   // Until all of it is kept: what is half written must never be taken for a whole entry.
   state.failed = true;
   state.deflater->deflate(data, count, [&](const char* out, std::size_t size) { state.keep(out, size); });
@@ -90,7 +85,7 @@ void Spool::write(const void* data, std::size_t count) {
 
 void Spool::finish() {
   State& state = *state_;
-  if (state.failed) raise("opc:spool:Ended", state.folder);
+  if (state.failed) raise("opc:spool:Ended", state.folder());
   if (isFinished()) return;
   state.failed = true;
   state.deflater->finish([&](const char* out, std::size_t size) { state.keep(out, size); });
@@ -103,19 +98,33 @@ bool Spool::isFinished() const { return !state_->deflater.has_value(); }
 std::uint64_t Spool::size() const { return state_->size; }
 std::uint64_t Spool::compressedSize() const { return state_->compressedSize; }
 std::uint32_t Spool::checksum() const { return state_->crc; }
-int Spool::descriptor() const { return state_->file.get(); }
+int Spool::descriptor() const { return state_->extents.empty() ? -1 : state_->storage->descriptor(); }
+const std::vector<Spool::Extent>& Spool::extents() const { return state_->extents; }
 
 void Spool::readCompressed(std::uint64_t offset, void* into, std::size_t count) const {
   if (count == 0) return;
   const bool inside = offset <= state_->compressedSize && count <= state_->compressedSize - offset;
-  if (!isFinished() || !inside) raise("opc:spool:Damaged", state_->folder);
-  if (!state_->file) {
+  if (!isFinished() || !inside) raise("opc:spool:Damaged", state_->folder());
+  if (state_->extents.empty()) {
     std::memcpy(into, state_->memory.data() + offset, count);
     return;
   }
-  const ReadResult result = readAt(state_->file.get(), offset, into, count);
-  if (result.error != 0) raise("opc:spool:CannotRead", state_->folder, systemReason(result.error));
-  if (result.count < count) raise("opc:spool:Damaged", state_->folder);
+  auto* to = static_cast<char*>(into);
+  for (const Extent& extent : state_->extents) {
+    const std::uint64_t length = extent.end - extent.begin;
+    if (offset >= length) {
+      offset -= length;
+      continue;
+    }
+    const std::size_t piece = std::min<std::uint64_t>(count, length - offset);
+    const ReadResult result = readAt(descriptor(), extent.begin + offset, to, piece);
+    if (result.error != 0) raise("opc:spool:CannotRead", state_->folder(), systemReason(result.error));
+    if (result.count < piece) raise("opc:spool:Damaged", state_->folder());
+    to += piece;
+    count -= piece;
+    offset = 0;
+    if (count == 0) return;
+  }
 }
 
 struct Spool::Reader::State {
@@ -132,7 +141,7 @@ struct Spool::Reader::State {
   void feed();
   void takeOutput(const void* data, std::size_t count);
   void checkEnd() const;
-  [[noreturn]] void damaged() const { raise("opc:spool:Damaged", spool->state_->folder); }
+  [[noreturn]] void damaged() const { raise("opc:spool:Damaged", spool->state_->folder()); }
 };
 
 std::size_t Spool::Reader::State::read(void* into, std::size_t count) {
@@ -175,7 +184,7 @@ void Spool::Reader::State::checkEnd() const {
 }
 
 Spool::Reader::Reader(const Spool& spool) : state_(new State(spool)) {
-  if (!spool.isFinished()) raise("opc:spool:NotFinished", spool.state_->folder);
+  if (!spool.isFinished()) raise("opc:spool:NotFinished", spool.state_->folder());
 }
 
 Spool::Reader::~Reader() = default;

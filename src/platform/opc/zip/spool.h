@@ -4,15 +4,19 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
+
+#include "platform/opc/zip/spool_storage.h"
 
 namespace opc::zip {
 
-/// Takes the data of a new entry while it is written, deflates it at once and keeps the result: in memory up
-/// to 8 MiB, past that in an unlinked temporary file in the folder given, so that memory does not grow with
-/// the data.
+/// Takes the data of a new entry while it is written, deflates it at once and keeps the result in a storage
+/// that it may share with others: in memory while the storage has some left, past that in its file, so that
+/// memory does not grow with the data.
 class Spool {
  public:
-  /// `folder` (UTF-8) takes the temporary file if one is needed.
+  explicit Spool(std::shared_ptr<SpoolStorage> storage);
+  /// With a storage of its own in `folder` (UTF-8).
   explicit Spool(std::string folder);
   ~Spool();
   Spool(Spool&&) noexcept;
@@ -30,8 +34,13 @@ class Spool {
 
   /// Reads deflated bytes by position, once finished.
   void readCompressed(std::uint64_t offset, void* into, std::size_t count) const;
-  /// The unlinked file the deflated bytes lie in, or -1 while they are in memory.
+  /// A run of deflated bytes in the storage's file.
+  struct Extent {
+    std::uint64_t begin, end;
+  };
+  /// The file the deflated bytes lie in, or -1 if they are in memory; and where in it, in their order.
   int descriptor() const;
+  const std::vector<Extent>& extents() const;
 
   /// Reads the data back, uncompressed, front to back; checked as an entry's. The spool must outlive it.
   class Reader {

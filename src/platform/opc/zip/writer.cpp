@@ -123,7 +123,10 @@ void Writer::copyThroughMemory(Range range) {
 }
 
 void Writer::writeDeflated(const Spool& content) {
-  if (content.descriptor() >= 0) return copyRange({content.descriptor(), 0, content.compressedSize()});
+  if (content.descriptor() >= 0) {
+    for (const auto& [begin, end] : content.extents()) copyRange({content.descriptor(), begin, end});
+    return;
+  }
   std::vector<char> bytes(content.compressedSize());  // small: what is large lies in a file
   content.readCompressed(0, bytes.data(), bytes.size());
   write({bytes.data(), bytes.size()});

@@ -2,6 +2,7 @@
 
 #include "fileclass/file_class_info.h"
 #include "fileclass/get_compression.h"
+#include "platform/zobs/access.h"
 
 namespace orra::tavloxio {
 
@@ -12,8 +13,8 @@ void TAVLOXZOBSNamespaceInfo::populate(zobs::COSNamespace& holder) {
 void IOZOBSNamespaceInfo::populate(zobs::COSNamespace& holder) { addClassAndFunction(holder); }
 
 void addClassAndFunction(zobs::COSNamespace& io) {
-  io.addClass(new TavloxIOFileClassInfo, 0, 2);
-  io.addFunction(makeGetCompression(), 0, 2);
+  io.addClass(new TavloxIOFileClassInfo, zobs::kPublicAccess, zobs::kNoAccess);
+  io.addFunction(makeGetCompression(), zobs::kPublicAccess, zobs::kNoAccess);
 }
 
 }  // namespace orra::tavloxio

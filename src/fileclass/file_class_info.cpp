@@ -1,8 +1,10 @@
 #include "fileclass/file_class_info.h"
 
 #include "fileclass/methods.h"
+#include "fileclass/query_methods.h"
 #include "fileclass/user_file_methods.h"
 #include "metadata/metadata_cache_impl.h"
+#include "platform/zobs/access.h"
 #include "platform/zobs/class.h"
 
 namespace orra::tavloxio {
@@ -28,7 +30,7 @@ void addMethods(zobs::COSClass& file) {
 void addProperties(zobs::COSClass& file) {
   using Cache = MetadataCache;
   constexpr char kInteger[] = "int32 scalar", kLogical[] = "logical scalar";
-  constexpr int kGet = 0, kSet = 2;                         // everybody may get them, nobody may set them
+  constexpr int kGet = zobs::kPublicAccess, kSet = zobs::kNoAccess;
   constexpr std::uint32_t kFirst = 0x800, kFurther = 0x40;  // attribute words that the host takes as they are
 
   file.addProperty("Filename", kTextType, &Cache::getFilename, kGet, kSet, kFirst, u"TAVLOX file name");

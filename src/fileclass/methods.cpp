@@ -1,7 +1,6 @@
 #include "fileclass/methods.h"
 
 #include "package/scoped_ref.h"
-#include "platform/errors/except_with_causes.h"
 #include "platform/zobs/class.h"
 #include "platform/zobs/namespace.h"
 
@@ -24,10 +23,6 @@ void TavloxIOFileSetFileDescription::invoke(zobs::COSClient&, int*, zobs::Value*
                                             std::span<const zobs::Value> inputs) {
   const ScopedRef ref(OpenMode::Modify, *metadataCacheOf(inputs[0]).getFilename());
   ref.file().setDescription(textOf(inputs[1]));
-}
-
-void NotAvailableYet::invoke(zobs::COSClient&, int*, zobs::Value*, int, std::span<const zobs::Value>) {
-  foundation::core::except::raise("Corvan:ObjectSystem:MethodNotAvailableYet", getName()->text());
 }
 
 }  // namespace orra::tavloxio

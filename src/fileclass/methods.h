@@ -20,17 +20,4 @@ class TavloxIOFileSetFileDescription final : public ORRATavloxIOZOBSMethodInfo {
               std::span<const zobs::Value> inputs) override;
 };
 
-/// A method that is registered with its signature before its work is there:
-/// Corvan:ObjectSystem:MethodNotAvailableYet.
-class NotAvailableYet : public ORRATavloxIOZOBSMethodInfo {
- public:
-  void invoke(zobs::COSClient& client, int* producedOutputs, zobs::Value* outputs, int requestedOutputs,
-              std::span<const zobs::Value> inputs) override;
-};
-
-class TavloxIOFileGetAllRunIDs final : public NotAvailableYet {};
-class TavloxIOFileGetRunInfo final : public NotAvailableYet {};
-class TavloxIOFileGetAllSignalsInfo final : public NotAvailableYet {};
-class TavloxIOFileGetSignalInfoByName final : public NotAvailableYet {};
-
 }  // namespace orra::tavloxio

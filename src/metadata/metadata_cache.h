@@ -1,8 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "metadata/signals.h"
+#include "platform/repository/set.h"
 
 namespace orra::tavloxio {
 
@@ -34,6 +38,16 @@ class MetadataCache {
 
   /// The identifiers of the session's runs, in the order of the run list.
   virtual std::vector<std::int32_t> getRunIDs() = 0;
+
+  // The three below load the session into its repository first, unless that has been done for the file as it
+  // is now; see SessionRepository for the errors.
+
+  /// The run of an identifier of the run list.
+  virtual std::shared_ptr<Set> lookupRun(std::int32_t runIdentifier) = 0;
+
+  /// The signals of that name, and all signals; run by run in the order of the run list.
+  virtual Signals lookupSignalsByName(const std::u16string& name) = 0;
+  virtual Signals lookupAllSignals() = 0;
 };
 
 }  // namespace orra::tavloxio

@@ -18,6 +18,7 @@ void MetadataCacheImpl::setFilename(const std::u16string& name) {
   filename_ = fl::filesystem::absolute(name);
   metadataStamp_ = boost::posix_time::ptime();
   metadata_.clear();
+  repository_.release();
 }
 
 bool MetadataCacheImpl::isUpToDate() { return fileModificationTime(filename_) == metadataStamp_; }
@@ -45,6 +46,21 @@ bool MetadataCacheImpl::getContainsComparison() { return get<bool>(MetadataKey::
 std::vector<std::int32_t> MetadataCacheImpl::getRunIDs() {
   const ScopedRef ref(OpenMode::Read, filename_);
   return runIdentifiers(readRunList(ref).get());
+}
+
+std::shared_ptr<Set> MetadataCacheImpl::lookupRun(std::int32_t runIdentifier) {
+  repository_.ensureLoaded(filename_);
+  return repository_.lookupRun(runIdentifier);
+}
+
+Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
+  repository_.ensureLoaded(filename_);
+  return repository_.signalsByName(getRunIDs(), name);
+}
+
+Signals MetadataCacheImpl::lookupAllSignals() {
+  repository_.ensureLoaded(filename_);
+  return repository_.allSignals(getRunIDs());
 }
 
 const MetadataValue& MetadataCacheImpl::upToDateValue(MetadataKey key) {

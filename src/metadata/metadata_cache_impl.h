@@ -6,6 +6,7 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include "metadata/metadata_cache.h"
+#include "metadata/session_repository.h"
 
 namespace orra::tavloxio {
 
@@ -37,6 +38,9 @@ class MetadataCacheImpl final : public MetadataCache {
   bool getContainsView() override;
   bool getContainsComparison() override;
   std::vector<std::int32_t> getRunIDs() override;
+  std::shared_ptr<Set> lookupRun(std::int32_t runIdentifier) override;
+  Signals lookupSignalsByName(const std::u16string& name) override;
+  Signals lookupAllSignals() override;
 
  private:
   /// Reads every value if the file has changed since they were read.
@@ -50,6 +54,7 @@ class MetadataCacheImpl final : public MetadataCache {
   std::u16string filename_;
   boost::posix_time::ptime metadataStamp_;
   std::unordered_map<MetadataKey, MetadataValue> metadata_;
+  SessionRepository repository_;
 };
 
 }  // namespace orra::tavloxio

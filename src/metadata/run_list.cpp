@@ -15,7 +15,7 @@ std::unique_ptr<ObjRefArrayJSON> readRunList(const file::ScopedRef& ref) {
   const auto parts = findPartsByRelationshipType(ref, tavlox::relationship_types::kRunData);
   if (parts.empty()) return nullptr;
   PartStream stream(parts.front(), StartAt::Beginning);
-  auto runs = std::make_unique<ObjRefArrayJSON>("run list");
+  auto runs = std::make_unique<ObjRefArrayJSON>(kRunListKind);
   runs->load(stream);
   return runs;
 }
@@ -46,7 +46,7 @@ std::int32_t countSignals(const file::ScopedRef& ref) {
   std::uint32_t count = 0;
   for (const auto& part : findPartsByRelationshipType(ref, tavlox::relationship_types::kSignalsData)) {
     PartStream stream(part, StartAt::Current);
-    ObjRefArrayJSON signals("signals part");
+    ObjRefArrayJSON signals(kSignalsPartKind);
     signals.load(stream);
     count += static_cast<std::uint32_t>(signals.size());
   }

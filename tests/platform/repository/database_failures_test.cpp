@@ -2,13 +2,13 @@
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/platform/repository/repository_fixture.h"
 #include "tests/support/file_size_limit.h"
+#include "tests/support/other_connection.h"
 
 using namespace orra;
 namespace fs = std::filesystem;
@@ -42,21 +42,6 @@ class LoadedRepository : public RepositoryFixture {
   }
 };
 
-/// A second connection with a lock.
-class OtherConnection {
- public:
-  OtherConnection(const fs::path& path, const char* sql) {
-    EXPECT_EQ(sqlite3_open(path.c_str(), &handle_), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr), SQLITE_OK);
-  }
-  ~OtherConnection() { sqlite3_close(handle_); }
-  OtherConnection(const OtherConnection&) = delete;
-  OtherConnection& operator=(const OtherConnection&) = delete;
-
- private:
-  sqlite3* handle_ = nullptr;
-};
-
 void overwrite(const fs::path& path, std::streamoff offset, std::size_t count) {
   std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
   file.seekp(offset);
@@ -86,7 +71,7 @@ std::size_t filesIn(const fs::path& folder) {
 TEST(DatabaseFailures, LockedByASecondConnection) {
   LoadedRepository session;
   {
-    const OtherConnection other(session.database(), "BEGIN EXCLUSIVE");
+    const support::OtherConnection other(session.database(), "BEGIN EXCLUSIVE");
     const std::string locked = "sqldb:ssdb:Locked(" + session.database().string() + ", database is locked)";
     EXPECT_EQ(session.collected([&] { session.readAll(); }), std::vector<std::string>{locked});
     EXPECT_EQ(support::raisedBy([&] { session.named(u"n", 7); }), locked);
@@ -102,7 +87,7 @@ TEST(DatabaseFailures, ReadingHoldsNoLockAfterwards) {
   session.run(7)->getModel();
   signals[3]->getName();
   EXPECT_EQ(session.collected([&] { signals[4]->getName(); }).size(), 0u);
-  const OtherConnection other(session.database(), "PRAGMA busy_timeout=0; BEGIN EXCLUSIVE");
+  const support::OtherConnection other(session.database(), "PRAGMA busy_timeout=0; BEGIN EXCLUSIVE");
 }
 
 TEST(DatabaseFailures, OverwrittenPages) {

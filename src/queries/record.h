@@ -1,0 +1,43 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/arrays/host_array.h"
+#include "platform/text/conversion.h"
+
+/// What the host structures of runs and signals are made of.
+namespace orra::tavloxio {
+
+/// One field of a record: its name, and how its value is read from the repository's object.
+template <class Object>
+struct RecordField {
+  std::u16string_view name;
+  corvan::HostArray (*read)(const Object&);
+};
+
+/// A 1×count structure array with the fields in the order of the table.
+template <class Object>
+corvan::HostArray makeRecords(std::span<const RecordField<Object>> fields, std::size_t count) {
+  std::vector<std::u16string_view> names;
+  for (const auto& field : fields) names.push_back(field.name);
+  return corvan::HostArray::structure(1, count, names);
+}
+
+/// Fills the element at `index` from the object, field by field.
+template <class Object>
+void fillRecord(corvan::HostArray& records, std::size_t index, std::span<const RecordField<Object>> fields,
+                const Object& object) {
+  for (std::size_t field = 0; field < fields.size(); ++field) {
+    records.setField(index, field, fields[field].read(object));
+  }
+}
+
+inline corvan::HostArray textValue(const std::u16string& text) { return corvan::HostArray::charRow(text); }
+inline corvan::HostArray textValue(const std::string& narrow) {
+  return textValue(fl::i18n::to_ustring(narrow));
+}
+
+}  // namespace orra::tavloxio

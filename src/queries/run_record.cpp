@@ -1,0 +1,94 @@
+#include "queries/run_record.h"
+
+#include <cmath>
+#include <limits>
+
+#include "metadata/transaction.h"
+#include "platform/repository/object_manager.h"
+#include "platform/repository/set.h"
+#include "platform/repository/strings.h"
+#include "queries/record.h"
+
+namespace orra::tavloxio {
+
+using corvan::HostArray;
+
+namespace {
+
+template <const auto& Key>
+HostArray metadata(const Set& run) {
+  return textValue(run.getRunMetaDataUstring(Key));
+}
+
+template <auto Getter>
+HostArray text(const Set& run) {
+  return textValue((run.*Getter)());
+}
+
+template <auto Getter>
+HostArray number(const Set& run) {
+  return HostArray::doubleScalar((run.*Getter)());
+}
+
+// The identifier is the caller's, not the repository's: it is set when the record is made.
+HostArray identifierSetByCaller(const Set&) { return HostArray(); }
+
+HostArray runIndex(const Set& run) {
+  return HostArray::int32Scalar(static_cast<std::int32_t>(run.getRunNumber()));
+}
+
+const RecordField<Set> kFields[] = {
+    {u"id", identifierSetByCaller},
+    {u"Name", text<&Set::getRunDisplayName>},
+    {u"Description", metadata<strings::Description>},
+    {u"Tag", metadata<strings::Tag>},
+    {u"DateCreated", text<&Set::getDateString>},
+    {u"RunIndex", runIndex},
+    {u"Model", text<&Set::getModel>},
+    {u"SimMode", text<&Set::getSimMode>},
+    {u"StartTime", number<&Set::getStartTime>},
+    {u"StopTime", number<&Set::getStopTime>},
+    {u"BrinVersion", metadata<strings::BrinVersion>},
+    {u"ModelVersion", metadata<strings::ModelVersion>},
+    {u"UserID", metadata<strings::UserID>},
+    {u"MachineName", metadata<strings::MachineName>},
+    {u"Platform", metadata<strings::Platform>},
+    {u"TaskName", metadata<strings::TaskName>},
+    {u"SolverType", metadata<strings::SolverType>},
+    {u"SolverName", metadata<strings::SolverName>},
+    {u"SolverStepSize", metadata<strings::SolverMaxStepSize>},  // what hosts know as the step size
+    {u"Status", text<&Set::getRunStatus>},
+    {u"StopEventSource", metadata<strings::StopEventSource>},
+    {u"StopEventDescription", metadata<strings::StopEventDescription>},
+    {u"ExecutionErrors", metadata<strings::ExecutionErrors>},
+    {u"ExecutionWarnings", metadata<strings::ExecutionWarnings>},
+    {u"ModelInitializationTime", number<&Set::getUpdateTime>},  // updating is what initialises a model
+    {u"ModelExecutionTime", number<&Set::getSimTime>},
+    {u"ModelTerminationTime", number<&Set::getTermTime>},
+    {u"ModelTotalElapsedTime", number<&Set::getTotalTime>},
+    {u"UserString", metadata<strings::UserString>},
+};
+
+}  // namespace
+
+HostArray runIdentifierColumn(MetadataCache& cache) { return HostArray::int32Column(cache.getRunIDs()); }
+
+std::int32_t toRunIdentifier(const HostArray& value) {
+  if (!value.isNumeric() || !value.isScalar() || value.isEmpty()) return 0;
+  const double whole = std::trunc(value.scalarAsDouble());
+  constexpr double kLowest = std::numeric_limits<std::int32_t>::min();
+  constexpr double kHighest = std::numeric_limits<std::int32_t>::max();
+  // Written so that a value that is not a number is outside, too.
+  return whole >= kLowest && whole <= kHighest ? static_cast<std::int32_t>(whole) : 0;
+}
+
+HostArray runRecord(MetadataCache& cache, std::int32_t runIdentifier) {
+  const std::shared_ptr<Set> run = cache.lookupRun(runIdentifier);
+  const std::span<const RecordField<Set>> fields(kFields);
+  HostArray record = makeRecords(fields, 1);
+  runTransaction(*run->getObjectReference().getObjectManager(), [&] { fillRecord(record, 0, fields, *run); });
+  record.setField(0, u"id", HostArray::int32Scalar(runIdentifier));
+  return record;
+}
+
+}  // namespace orra::tavloxio

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <functional>
+
+#include "metadata/session_repository.h"
+#include "platform/arrays/host_array.h"
+
+namespace orra::tavloxio {
+
+/// The 1×N structure array that describes signals in 19 fields, from whatever query finds them. Raises what
+/// the query raises, and the repository's failures as throwCollected translates them.
+corvan::HostArray signalRecords(const std::function<Signals()>& query);
+
+}  // namespace orra::tavloxio

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "metadata/metadata_cache_impl.h"
+#include "metadata/transaction.h"
+#include "platform/export_file/relationship_types.h"
+#include "queries/run_record.h"
+#include "queries/signal_record.h"
+#include "tests/support/raised.h"
+#include "tests/support/session_fixture.h"
+
+/// Queries on one session file. Nothing waits: pauses are counted.
+class Queries : public ::testing::Test {
+ protected:
+  Queries() {
+    setenv("TMPDIR", databases_.path().c_str(), 1);
+    pauses = 0;
+    orra::tavloxio::pauseBeforeRaising = [] { ++pauses; };
+  }
+  ~Queries() override { unsetenv("TMPDIR"); }
+
+  void bind(const support::SessionFixture::Fill& fill) {
+    cache_.setFilename(sessions_.write("s.tavlox", fill));
+  }
+  /// Writes the file anew, so that the next query sees the change.
+  void rewrite(const support::SessionFixture::Fill& fill) {
+    sessions_.write("s.tavlox", fill);
+    sessions_.touch("s.tavlox", std::chrono::seconds(++rewritten_));
+  }
+
+  corvan::HostArray run(std::int32_t identifier) { return orra::tavloxio::runRecord(cache_, identifier); }
+  corvan::HostArray allSignals() {
+    return orra::tavloxio::signalRecords([&] { return cache_.lookupAllSignals(); });
+  }
+  corvan::HostArray signalsNamed(const std::u16string& name) {
+    return orra::tavloxio::signalRecords([&] { return cache_.lookupSignalsByName(name); });
+  }
+
+  /// The database files there are.
+  std::vector<std::filesystem::path> databases() const {
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(databases_.path())) {
+      if (entry.is_regular_file()) found.push_back(entry.path());
+    }
+    return found;
+  }
+
+  support::SessionFixture sessions_;
+  orra::tavloxio::MetadataCacheImpl cache_;
+  static inline int pauses = 0;
+
+ private:
+  support::TemporaryFolder databases_;
+  int rewritten_ = 0;
+};
+
+/// The fields of the element at `index`, as "name=value" lines: texts as they are, numbers in brackets with
+/// their class.
+inline std::string describeRecord(const corvan::HostArray& records, std::size_t index) {
+  std::string text;
+  for (std::size_t field = 0; field < records.fieldNames().size(); ++field) {
+    const corvan::HostArray& value = records.fieldAt(index, field);
+    text += fl::i18n::to_string(records.fieldNames()[field]) + "=";
+    if (value.kind() == corvan::ArrayKind::Char) {
+      text += fl::i18n::to_string(value.text());
+    } else if (value.numericClass() == corvan::NumericClass::Int32) {
+      text += "int32[";
+      for (const std::int32_t number : value.values<std::int32_t>()) text += std::to_string(number) + " ";
+      text += "]" + std::to_string(value.rows()) + "x" + std::to_string(value.columns());
+    } else {
+      char number[32];
+      std::snprintf(number, sizeof number, "double[%g]", value.scalarAsDouble());
+      text += number;
+    }
+    text += "\n";
+  }
+  return text;
+}

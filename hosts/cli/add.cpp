@@ -72,9 +72,8 @@ std::vector<zobs::Value> inputsFor(const Request& request, const std::u16string&
 /// What was stored although a later path failed.
 std::u16string storedBeforeHint(std::size_t paths, const Addition& failed) {
   std::string hint;
-  if (paths > 0)
-    hint =
-        fmt::format("the {} before it {} stored", paths == 1 ? "path" : "paths", paths == 1 ? "is" : "are");
+  if (paths == 1) hint = "the path before it is stored";
+  if (paths > 1) hint = fmt::format("the {} paths before it are stored", paths);
   if (failed.storedNames.size() > 1) {
     hint += fmt::format("{}some files of the folder may be stored, \"tavlox list\" shows which",
                         hint.empty() ? "" : "; ");

@@ -1,6 +1,8 @@
 #include "hosts/cli/command_line.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -19,7 +21,8 @@ using foundation::core::except::raise;
 // More words than any system passes to a program.
 constexpr int kNoLimit = 1 << 29;
 
-// Stands before a word in square brackets, which the parser would otherwise take for a list of words.
+// Stands before a word that the parser would otherwise take for something else: one in square brackets for a
+// list of words, one that begins with "-" for an option.
 constexpr char kOneWord = '\x01';
 
 CLI::Option* addParameter(CLI::App& app, const Parameter& parameter) {
@@ -80,13 +83,18 @@ void refuseUnknownCommand(int argumentCount, const char* const* arguments) {
   }
 }
 
-/// The words as the parser wants them: the last one first, the program left out.
+/// The words as the parser wants them: the last one first, the program left out. A "--" is taken care of
+/// here, since the parser forgets the command at it.
 std::vector<std::string> parserWords(int argumentCount, const char* const* arguments) {
   std::vector<std::string> words;
-  for (int i = argumentCount - 1; i > 0; --i) {
-    words.emplace_back(arguments[i]);
-    if (words.back().starts_with('[')) words.back().insert(0, 1, kOneWord);
+  bool areOptionsOver = false;
+  for (int i = 1; i < argumentCount; ++i) {
+    std::string word = arguments[i];
+    if (word == "--" && !std::exchange(areOptionsOver, true)) continue;
+    if (areOptionsOver || word.starts_with('[') || word.starts_with(kOneWord)) word.insert(0, 1, kOneWord);
+    words.push_back(std::move(word));
   }
+  std::ranges::reverse(words);
   return words;
 }
 

@@ -37,8 +37,8 @@ std::vector<std::u16string> textsOf(const HostArray& cells) {
 
 ExitCode runGet(const Request& request) {
   const std::u16string &path = request.one("FILE"), &search = request.one("ENTRY");
-  const std::u16string folder =
-      fl::filesystem::absolute(request.has("--output") ? request.one("--output") : u".");
+  const std::u16string folder = request.has("--output") ? fl::filesystem::absolute(request.one("--output"))
+                                                        : fl::filesystem::current_path();
   const zobs::COSInterfacePointer file = openFile(request, path);
   if (!request.has("--force")) refuseToOverwrite(file, search, folder);
   const auto written =

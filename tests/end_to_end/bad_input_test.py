@@ -29,7 +29,8 @@ class BadFiles(ProgramTest):
 
     def test_every_command_refuses_it_and_says_which_rule_it_breaks(self):
         for name in self.write_bad_files():
-            for words in (["info", name], ["compression", name], ["describe", name, "text"]):
+            for words in (["info", name], ["compression", name], ["describe", name, "text"], ["runs", name],
+                          ["list", name], ["add", name, "."], ["get", name, "a"], ["delete", name, "a"]):
                 with self.subTest(words):
                     error = self.error_of(*words)
                     self.assertEqual(error["identifier"], "tavlox:general:UnableToReadFile")
@@ -45,7 +46,8 @@ class BadFiles(ProgramTest):
         self.assertRegex(second, r"^  because: .* \[opc:.*\]$")
 
     def test_a_missing_file_is_called_missing(self):
-        for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o", "no"]):
+        for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o", "no"],
+                      ["signals", "no"], ["add", "no", "no"], ["get", "no", "a"]):
             with self.subTest(words):
                 error = self.error_of(*words)
                 self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
@@ -84,7 +86,14 @@ class WrongCommandLines(ProgramTest):
     LINES = [
         ([], "tavlox:cli:NoCommand"),
         (["inof", "s.tavlox"], "tavlox:cli:UnknownCommand"),
+        (["--module=info", "inof"], "tavlox:cli:UnknownCommand"),
         (["info"], "tavlox:cli:WrongCommandLine"),
+        (["add", "s.tavlox"], "tavlox:cli:WrongCommandLine"),
+        (["list", "s.tavlox", "a", "b"], "tavlox:cli:WrongCommandLine"),
+        (["get", "s.tavlox", "a", "-o"], "tavlox:cli:WrongCommandLine"),
+        (["signals", "s.tavlox", "v(out)"], "tavlox:cli:WrongCommandLine"),
+        *((["runs", "s.tavlox", "1", word], "tavlox:cli:NotARunID")
+          for word in ("x", "", "2.9", "1e3", " 1", "+1", "2147483648", "99999999999999999999")),
         (["--verbose"], "tavlox:cli:WrongCommandLine"),
         (["info", "--verbose", "s.tavlox"], "tavlox:cli:WrongCommandLine"),
         (["compression", "s.tavlox", "t.tavlox"], "tavlox:cli:WrongCommandLine"),
@@ -106,6 +115,11 @@ class WrongCommandLines(ProgramTest):
             with self.subTest(words):
                 self.assertEqual(self.error_of(*words, exit_code=2)["identifier"], identifier)
 
+    def test_a_command_is_looked_for_behind_the_options(self):
+        for words in (["--json", "inof"], ["--module", "info", "--json", "inof"]):
+            error = json.loads(self.run_program(*words, exit_code=2)[1])["error"]
+            self.assertEqual(error["identifier"], "tavlox:cli:UnknownCommand")
+
     def test_they_change_nothing(self):
         before = self.record().read_bytes()
         self.run_program("describe", "s.tavlox", "one", "two", exit_code=2)
@@ -114,9 +128,12 @@ class WrongCommandLines(ProgramTest):
 
 class Surroundings(ProgramTest):
     def test_help_leads_with_examples(self):
-        for words in (["--help"], ["info", "--help"], ["compression", "-h"], ["describe", "--help"], ["record", "--help"]):
+        commands = ["record", "info", "runs", "signals", "compression", "describe", "list", "add", "get", "delete"]
+        for words in (["--help"], ["info", "-h"], *([command, "--help"] for command in commands)):
             with self.subTest(words):
                 self.assertEqual(self.output_of(*words).splitlines()[2], "Examples:")
+        help = self.output_of("--help")
+        self.assertEqual([line.split()[0] for line in help.split("Commands:\n")[1].split("\n\n")[0].splitlines()], commands)
         self.assertRegex(self.output_of("--version"), r"^tavlox \d+\.\d+\.\d+\n$")
 
     def test_words_that_look_like_something_else_are_file_names(self):

@@ -69,6 +69,7 @@ TEST(HostJson, TablesShowTextsAsTheyAreAndOtherValuesAsJson) {
   EXPECT_EQ(tavlox::cli::cellText(HostArray::charRow(u"a \"b\"")), u"a \"b\"");
   EXPECT_EQ(tavlox::cli::cellText(HostArray::int32Scalar(3)), u"3");
   EXPECT_EQ(tavlox::cli::cellText(HostArray::logicalScalar(false)), u"false");
+  EXPECT_EQ(tavlox::cli::cellText(HostArray::doubleScalar(std::numeric_limits<double>::quiet_NaN())), u"");
 }
 
 }  // namespace

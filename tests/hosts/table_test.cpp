@@ -1,5 +1,7 @@
 #include "hosts/cli/table.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "hosts/cli/terminal.h"
@@ -16,6 +18,25 @@ TEST(Table, IsAlignedForPeopleAndTabSeparatedForPrograms) {
   EXPECT_EQ(table.format(TableStyle::Aligned), "Name       Rows\nhot        1000\ncaf\xC3\xA9 noir\n");
   EXPECT_EQ(table.format(TableStyle::TabSeparated), "hot\t1000\ncaf\xC3\xA9 noir\t\n");
   EXPECT_EQ(table.format(TableStyle::AlignedInColour).substr(0, 4), "\x1b[1m");
+}
+
+TEST(Table, OfManyRowsIsHandedOverInPieces) {
+  const tavlox::cli::Rows rows{.count = 20000, .row = [](std::size_t i) {
+                                 return std::vector<std::string>{std::to_string(i), "x"};
+                               }};
+  for (const TableStyle style : {TableStyle::Aligned, TableStyle::TabSeparated}) {
+    std::string text;
+    std::size_t longest = 0;
+    tavlox::cli::writeTable({"n", "v"}, rows, style, [&](std::string_view piece) {
+      text += piece;
+      longest = std::max(longest, piece.size());
+    });
+    const bool isAligned = style == TableStyle::Aligned;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), isAligned ? 20001 : 20000);
+    EXPECT_TRUE(text.starts_with(isAligned ? "n      v\n0      x\n" : "0\tx\n1\tx\n"));
+    EXPECT_TRUE(text.ends_with(isAligned ? "19999  x\n" : "19999\tx\n"));
+    EXPECT_LT(longest, 65u * 1024);
+  }
 }
 
 TEST(Table, ValuesCannotBreakLinesOrDriveTheTerminal) {

@@ -1,0 +1,209 @@
+import json
+import os
+import unittest
+import urllib.parse
+import zipfile
+
+from program import ProgramTest
+
+ODD_NAMES = ["my run (1).csv", "Gr\u00f6\u00dfe.csv", "100%.txt", "a#b.csv", "\u65e5\u672c.dat", "tab\there.txt",
+             "two\nlines", "-dash", "[1].txt", "%41.txt", "a&b<c>'d\".txt", "no extension"]
+
+
+class UserFiles(ProgramTest):
+    def entry_data(self, name):
+        """The data of an entry, which zipfile knows under its percent-encoded name."""
+        found = [data for entry, data in self.parts().items() if "/" + urllib.parse.unquote(entry) == name]
+        self.assertEqual(len(found), 1, f"{name}: {list(self.parts())}")
+        return found[0]
+
+    def listed(self, *search):
+        return [entry["FullPath"] for entry in self.json_of("list", "s.tavlox", *search)]
+
+    def write_tree(self):
+        """plots/a.png, plots/b, plots/sub/c and a link plots/link to plots/b."""
+        (self.folder / "plots" / "sub").mkdir(parents=True)
+        for name in ("a.png", "b", "sub/c"):
+            (self.folder / "plots" / name).write_text(f"this is {name}")
+        (self.folder / "plots" / "link").symlink_to("b")
+
+    def assert_refused(self, identifier, *words, arguments=None, **options):
+        """A run that fails, names why, and leaves the package and the folder as they were."""
+        before, names = (self.folder / "s.tavlox").read_bytes(), self.names_in_folder()
+        error = self.error_of(*words, **options)
+        self.assertEqual(error["identifier"], identifier, error)
+        if arguments is not None:
+            self.assertEqual(error["arguments"], arguments)
+        self.assertEqual((self.folder / "s.tavlox").read_bytes(), before)
+        self.assertEqual(self.names_in_folder(), names)
+        return error
+
+
+class RoundTrip(UserFiles):
+    def test_odd_names_go_in_show_and_come_out_unchanged(self):
+        self.record()
+        session = self.parts()
+        for number, name in enumerate(ODD_NAMES):
+            with self.subTest(name):
+                data = f"{number}: {name}".encode() * 1000
+                self.write(name, data)
+                entry = "/user/" + name
+                words = ["s.tavlox", "--", name]
+                self.assertEqual(self.json_of("add", *words)["Added"], [entry])
+                self.assertEqual(self.listed(entry), [entry])
+                self.assertEqual(self.entry_data(entry), data)
+                copy = self.folder / "out" / name
+                self.assertEqual(self.json_of("get", "-o", "out", *words)["Written"], [str(copy.resolve())])
+                self.assertEqual(copy.read_bytes(), data)
+                self.assertEqual(self.json_of("delete", *words)["Removed"], [entry])
+                self.assertEqual(self.listed(entry), [])
+        left = self.parts()
+        self.assertEqual({name: left[name] for name in session if name.startswith("session/")},
+                         {name: session[name] for name in session if name.startswith("session/")})
+        self.assertFalse([name for name in left if name.startswith("user/")])
+
+    def test_people_get_a_line_for_each_entry_with_its_name_escaped(self):
+        self.record()
+        self.write("two\nlines.txt", "x")
+        self.assertEqual(self.output_of("add", "s.tavlox", "two\nlines.txt"), "/user/two\\nlines.txt\n")
+        self.assertEqual(self.output_of("list", "s.tavlox", "/user"), "/user/two\\nlines.txt\ttwo\\nlines.txt\ttxt\n")
+        self.assertRegex(self.output_of("get", "s.tavlox", "two\nlines.txt", "-o", "out"), r"/out/two\\nlines.txt\n$")
+        self.assertEqual(self.output_of("delete", "s.tavlox", "/user"), "/user/two\\nlines.txt\n")
+
+    def test_a_folder_is_stored_flat_and_extracted_below_its_path(self):
+        self.record()
+        self.write_tree()
+        added = self.json_of("add", "s.tavlox", "plots", "--path", "/user/p")["Added"]
+        self.assertEqual(sorted(added), ["/user/p/a.png", "/user/p/b", "/user/p/link"])
+        self.assertEqual(sorted(self.listed("/user/")), sorted(added))
+        self.assertEqual(self.entry_data("/user/p/link"), b"this is b")
+        self.json_of("get", "s.tavlox", "/user/p", "--output", "out")
+        self.assertEqual((self.folder / "out/user/p/a.png").read_text(), "this is a.png")
+        self.json_of("get", "s.tavlox", "a.png")
+        self.assertEqual((self.folder / "p/a.png").read_text(), "this is a.png")
+
+    def test_searches_differ_between_list_get_and_delete(self):
+        self.record()
+        self.write("runs.json", "mine")
+        self.json_of("add", "s.tavlox", "runs.json")
+        self.assertEqual(sorted(self.listed("runs.json")), ["/session/runs.json", "/user/runs.json"])
+        for everything in ("", "*", "/"):
+            self.assertEqual(self.listed(everything), self.listed())
+        self.assertEqual(len(self.json_of("get", "s.tavlox", "runs.json", "-o", "out")["Written"]), 1)
+        self.assertEqual(self.json_of("delete", "s.tavlox", "runs.json")["Removed"], ["/user/runs.json"])
+        self.assertEqual(self.listed("nothing"), [])
+        for command in ("get", "delete"):
+            for search, identifier in [("nothing", "EntryDoesNotExist"), ("", "EntryDoesNotExist"),
+                                       ("*", "EntryDoesNotExist"), ("/user/no", "EntryDoesNotExist"),
+                                       ("user/a.txt", "UnsupportedSearch")]:
+                with self.subTest(command=command, search=search):
+                    self.assert_refused("tavlox_io:general:" + identifier, command, "s.tavlox", search)
+
+
+class Add(UserFiles):
+    def test_replacing_has_to_be_asked_for(self):
+        self.record()
+        self.write("a.txt", "old")
+        self.json_of("add", "s.tavlox", "a.txt")
+        self.write("a.txt", "new")
+        error = self.assert_refused("tavlox_io:general:CannotAddEntry", "add", "s.tavlox", "a.txt")
+        self.assertEqual(error["arguments"][0], "a.txt")
+        self.assertEqual(self.json_of("add", "s.tavlox", "a.txt", "--replace")["Added"], ["/user/a.txt"])
+        self.assertEqual(self.entry_data("/user/a.txt"), b"new")
+
+    def test_paths_that_store_nothing_are_errors_before_anything_is_stored(self):
+        self.record()
+        self.write("good.txt", "good")
+        (self.folder / "empty").mkdir()
+        (self.folder / "folders only" / "sub").mkdir(parents=True)
+        os.mkfifo(self.folder / "pipe")
+        (self.folder / "dangling").symlink_to("nowhere")
+        for path, identifier in [("missing", "tavlox:general:FileNotFound"), ("", "tavlox:general:FileNotFound"),
+                                 ("dangling", "tavlox:general:FileNotFound"), ("empty", "tavlox:cli:NoFilesInFolder"),
+                                 ("folders only", "tavlox:cli:NoFilesInFolder"), ("pipe", "tavlox:cli:NeitherFileNorFolder")]:
+            with self.subTest(path):
+                self.assert_refused(identifier, "add", "s.tavlox", "good.txt", path, arguments=[path])
+
+    def test_what_was_stored_before_an_error_is_said(self):
+        self.record()
+        for name in ("a/1.txt", "2.txt", "1.txt", "3.txt"):
+            (self.folder / name).parent.mkdir(exist_ok=True)
+            self.write(name, name)
+        words = ["add", "s.tavlox", "2.txt", "a/1.txt", "1.txt", "3.txt"]
+        output, errors = self.run_program(*words, exit_code=1)
+        self.assertEqual(output, "/user/2.txt\n/user/1.txt\n")
+        self.assertRegex(errors, r"\[tavlox_io:general:CannotAddEntry\]\n(  because: .*\n)*  hint: the 2 paths before it are stored\n$")
+        self.assertEqual(self.listed("/user"), ["/user/2.txt", "/user/1.txt"])
+        self.assertEqual(self.entry_data("/user/1.txt"), b"a/1.txt")
+
+    def test_names_that_no_package_can_have_are_refused(self):
+        self.record()
+        self.write("a.txt", "a")
+        self.write("back\\slash.txt", "a")
+        for name, folder in [("a.txt", "relative"), ("a.txt", "/user/../x"), ("back\\slash.txt", "/user")]:
+            with self.subTest(name=name, folder=folder):
+                self.assert_refused("tavlox_io:general:CannotAddEntry", "add", "s.tavlox", name, "--path", folder)
+
+
+class Get(UserFiles):
+    def setUp(self):
+        super().setUp()
+        self.record()
+        self.write("a.txt", "from the package")
+        self.json_of("add", "s.tavlox", "a.txt")
+        self.json_of("add", "s.tavlox", "a.txt", "--path", "/user/sub")
+
+    def test_nothing_is_overwritten_unless_forced(self):
+        self.write("a.txt", "precious")
+        error = self.assert_refused("tavlox:cli:OutputExists", "get", "s.tavlox", "a.txt")
+        self.assertEqual(error["arguments"], [str(self.folder / "a.txt")])
+        self.assertEqual((self.folder / "a.txt").read_text(), "precious")
+        self.assertEqual(len(self.json_of("get", "s.tavlox", "a.txt", "--force")["Written"]), 2)
+        self.assertEqual((self.folder / "a.txt").read_text(), "from the package")
+        self.assert_refused("tavlox:cli:OutputExists", "get", "s.tavlox", "a.txt")
+
+    def test_a_link_in_the_way_is_not_written_through(self):
+        (self.folder / "a.txt").unlink()
+        (self.folder / "a.txt").symlink_to("elsewhere")
+        self.assert_refused("tavlox:cli:OutputExists", "get", "s.tavlox", "a.txt")
+
+    def test_folders_that_cannot_be_written_are_errors(self):
+        (self.folder / "locked").mkdir()
+        (self.folder / "locked").chmod(0o555)
+        for folder, identifier in [("locked", "tavlox:save:FolderNotWritable"),
+                                   ("a.txt", "tavlox_io:general:InvalidOutputPath"),
+                                   ("a.txt/below", "tavlox_io:general:InvalidOutputPath")]:
+            with self.subTest(folder):
+                self.assert_refused(identifier, "get", "s.tavlox", "a.txt", "-o", folder, "--force")
+
+
+class Delete(UserFiles):
+    def test_the_session_is_removed_only_by_force(self):
+        self.record()
+        self.write("a.txt", "a")
+        self.json_of("add", "s.tavlox", "a.txt")
+        self.json_of("add", "s.tavlox", "a.txt", "--path", "/userdata")
+        for search, named in [("/", "/session/runs.json"), ("/session", "/session/runs.json"), ("/userdata", "/userdata/a.txt")]:
+            with self.subTest(search):
+                error = self.assert_refused("tavlox:cli:NotAUserFile", "delete", "s.tavlox", search)
+                self.assertIn(named, error["arguments"][1])
+        self.assertEqual(self.output_of("delete", "s.tavlox", "/userdata", "--force"), "/userdata/a.txt\n")
+        self.assertEqual(self.output_of("delete", "s.tavlox", "/user"), "/user/a.txt\n")
+
+    def test_an_entry_without_its_part_can_be_removed_by_force(self):
+        self.record()
+        self.write("a.txt", "a")
+        self.json_of("add", "s.tavlox", "a.txt")
+        entries = self.parts()
+        with zipfile.ZipFile(self.folder / "s.tavlox", "w") as package:
+            for name, data in entries.items():
+                if not name.startswith("user/"):
+                    package.writestr(name, data)
+        self.error_of("list", "s.tavlox")
+        self.error_of("delete", "s.tavlox", "a.txt")
+        self.assertEqual(self.output_of("delete", "s.tavlox", "a.txt", "--force"), "a.txt\n")
+        self.assertNotIn("/user/a.txt", self.listed())
+
+
+if __name__ == "__main__":
+    unittest.main()

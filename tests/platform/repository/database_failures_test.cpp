@@ -105,7 +105,7 @@ TEST(DatabaseFailures, OverwrittenPages) {
 
 TEST(DatabaseFailures, IllFormedTextIsCorruption) {
   LoadedRepository session;
-  OtherConnection(session.database(), "UPDATE signals SET name = CAST(x'FF' AS TEXT)");
+  support::OtherConnection(session.database(), "UPDATE signals SET name = CAST(x'FF' AS TEXT)");
   EXPECT_EQ(session.readingFails(), "sqldb:ssdb:Corrupt");
 }
 
@@ -128,7 +128,7 @@ TEST(DatabaseFailures, ADeletedFileLivesOnWhileItIsOpen) {
 TEST(DatabaseFailures, VanishedRows) {
   LoadedRepository session;
   const auto signals = session.signalsOf(7);
-  OtherConnection(session.database(), "DELETE FROM signals WHERE rowid % 2 = 0; DELETE FROM runs");
+  support::OtherConnection(session.database(), "DELETE FROM signals WHERE rowid % 2 = 0; DELETE FROM runs");
   EXPECT_EQ(support::raisedBy([&] { signals[1]->getName(); }),
             "simulation_data_repository:sdr:InternalError()");
   EXPECT_EQ(support::raisedBy([&] { signals[0]->getRun()->getModel(); }),

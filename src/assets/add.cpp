@@ -77,7 +77,7 @@ std::vector<std::u16string> addPathToPackage(const file::ScopedRef& ref, const s
 std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& diskPath,
                             const AddOptions& options) {
   const std::u16string native = fs::make_native_form(diskPath);
-  const std::u16string name = entryNameFor(options.path, native);
+  std::u16string name = entryNameFor(options.path, native);
   // Opened before anything is changed: a file that cannot be read must leave the package as it was.
   std::ifstream file = fs::open_for_reading(native);
   const std::uint64_t size = fs::status(native).size;

@@ -1,5 +1,6 @@
 #include "package/open_file_cache.h"
 
+#include <optional>
 #include <utility>
 
 #include "platform/filesystem/filesystem.h"
@@ -13,12 +14,12 @@ using tavlox::DataExportFile;
 
 struct CacheEntry {
   std::u16string path;
-  std::shared_ptr<DataExportFileCache> cached;  // null while nothing is cached
+  std::shared_ptr<DataExportFileCache> cached;
 };
 
 // The module's only process-wide object. It needs no construction at load, and its destruction at unload
 // releases the package that is still held.
-constinit CacheEntry openFileCache;
+constinit std::optional<CacheEntry> openFileCache;
 
 [[noreturn]] void raiseNotFound(const std::u16string& path) {
   throw opc::model::PackageNotFound(fl::i18n::to_string(path));
@@ -33,10 +34,10 @@ std::shared_ptr<DataExportFile> openForModification(const std::u16string& path) 
 
 std::shared_ptr<DataExportFile> reopenCached(const std::u16string& path) {
   if (!fl::filesystem::exists(path)) {
-    openFileCache = {};
+    openFileCache.reset();
     raiseNotFound(path);
   }
-  auto file = openFileCache.cached->file();
+  auto file = openFileCache->cached->file();
   if (!file->getPackageImpl().isOpen()) file->getPackageImpl().open(packageMode(OpenMode::Read));
   return file;
 }
@@ -47,7 +48,7 @@ std::shared_ptr<DataExportFile> openNew(const std::u16string& path) {
   file->initReadPackage(path);
   file->modifyReadPackage(path);
   // Replaced only now: a file that cannot be read must leave the previous one cached.
-  openFileCache = {path, std::make_shared<DataExportFileCache>(file)};
+  openFileCache = CacheEntry{path, std::make_shared<DataExportFileCache>(file)};
   return file;
 }
 
@@ -55,7 +56,7 @@ std::shared_ptr<DataExportFile> openNew(const std::u16string& path) {
 
 std::shared_ptr<DataExportFile> openDataExportFile(OpenMode mode, const std::u16string& path) {
   if (mode == OpenMode::Modify) return openForModification(path);
-  const bool isCached = openFileCache.cached != nullptr && openFileCache.path == path;
+  const bool isCached = openFileCache.has_value() && openFileCache->path == path;
   return isCached ? reopenCached(path) : openNew(path);
 }
 

@@ -1,5 +1,5 @@
-// Any bytes as a run list and as a signals part: they are loaded, or refused with the one error that says why, and a
-// walk over the rows that were kept sees what the load saw.
+// Any bytes as a run list and as a signals part: they are loaded, or refused with the one error that says
+// why, and a walk over the rows that were kept sees what the load saw.
 
 #include <cstdint>
 #include <cstdlib>

@@ -7,9 +7,7 @@
 
 namespace opc::zip {
 
-Inflater::Inflater() : state_(new inflate_state) {
-  isal_inflate_init(state_.get());
-}
+Inflater::Inflater() : state_(new inflate_state) { isal_inflate_init(state_.get()); }
 Inflater::~Inflater() = default;
 Inflater::Inflater(Inflater&&) noexcept = default;
 Inflater& Inflater::operator=(Inflater&&) noexcept = default;

@@ -2,14 +2,13 @@
 
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "sample_data.h"
 #include "tests/support/file_size_limit.h"
+#include "tests/support/memory.h"
 #include "tests/support/raised.h"
 #include "tests/support/temporary_folder.h"
 
@@ -94,29 +93,16 @@ TEST_F(SpoolTest, TheFolderIsOnlyNeededByLargeData) {
             "opc:spool:CannotCreate(" + folder.narrow("missing") + ", No such file or directory)");
 }
 
-// Of 187 MiB. The address sanitizer holds on to what was freed, by up to 256 MiB.
-#ifdef __SANITIZE_ADDRESS__
-constexpr std::uint64_t kMostGrowth = 1024 * kMiB;
-#else
-constexpr std::uint64_t kMostGrowth = 32 * kMiB;
-#endif
-
 std::size_t openDescriptors() {
   using Iterator = std::filesystem::directory_iterator;
   return static_cast<std::size_t>(std::distance(Iterator("/proc/self/fd"), Iterator()));
-}
-
-std::uint64_t residentBytes() {
-  std::uint64_t total = 0, resident = 0;
-  std::ifstream("/proc/self/statm") >> total >> resident;
-  return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
 TEST_F(SpoolTest, ManySpoolsShareOneFileAndOneBudget) {
   const std::string data = samples::noise(64 << 10);
   const auto storage = std::make_shared<SpoolStorage>(folder.path().string());
   const std::size_t before = openDescriptors();
-  const std::uint64_t memoryBefore = residentBytes();
+  const long memoryBefore = support::peakKibibytes();
   std::deque<Spool> spools;
   for (int i = 0; i < 3000; ++i) {
     Spool& fresh = spools.emplace_back(storage);
@@ -124,7 +110,7 @@ TEST_F(SpoolTest, ManySpoolsShareOneFileAndOneBudget) {
     fresh.finish();
   }
   EXPECT_LE(openDescriptors(), before + 1);
-  EXPECT_LT(residentBytes(), memoryBefore + kMostGrowth);
+  EXPECT_LT(support::peakKibibytes() - memoryBefore, (32 << 10) + support::kHeldBySanitizer) << "of 187 MiB";
   EXPECT_TRUE(readBack(spools.front(), kMiB) == data);
   EXPECT_TRUE(readBack(spools.back(), kMiB) == data);
 }

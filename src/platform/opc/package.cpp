@@ -20,10 +20,10 @@ std::string narrowPath(const std::u16string& path) {
   return fl::i18n::to_string(path);
 }
 
-std::shared_ptr<const PackageIndex> readIndex(const std::shared_ptr<const zip::ArchiveFile>& file,
-                                              const zip::Limits& limits) {
+std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                            const zip::Limits& limits) {
   try {
-    return PackageIndex::read(file, limits);
+    return PackageIndex::of(file, limits);
   } catch (const PackageOpenFailed&) {
     throw;
   } catch (const Exception& broken) {  // data that does not match its checksum, for one
@@ -56,7 +56,7 @@ std::shared_ptr<PackageState> Package::openState(OpenMode mode) {
     return std::make_shared<PackageState>(path, Access::Change, limits_, nullptr, index_);
   }
   auto file = std::make_shared<const zip::ArchiveFile>(path);
-  if (!index_ || !index_->describes(file->identity())) index_ = readIndex(file, limits_);
+  if (!index_ || !index_->describes(file->identity(), limits_)) index_ = indexOf(file, limits_);
   const Access access = mode == OpenMode::Modify ? Access::Change : Access::Read;
   return std::make_shared<PackageState>(path, access, limits_, std::move(file), index_);
 }

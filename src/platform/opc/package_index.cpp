@@ -1,6 +1,7 @@
 #include "platform/opc/package_index.h"
 
 #include <chrono>
+#include <mutex>
 #include <utility>
 
 #include "platform/opc/item_names.h"
@@ -30,6 +31,7 @@ class PackageIndex::Reader {
 
   void read() {
     index_.identity_ = file_->identity();
+    index_.limits_ = limits_;
     index_.mayHaveChangedUnseen_ = isJustChanged(file_->identity());
     index_.directory_ = zip::Directory::read(*file_, limits_);
     sortItems();
@@ -150,8 +152,23 @@ std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage() {
   return std::shared_ptr<const PackageIndex>(new PackageIndex);
 }
 
-bool PackageIndex::describes(const zip::FileIdentity& current) const {
-  return identity_ == current && !mayHaveChangedUnseen_;
+std::shared_ptr<const PackageIndex> PackageIndex::of(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                                     const zip::Limits& limits) {
+  static constinit std::mutex mutex;
+  static constinit std::weak_ptr<const PackageIndex> lastRead;
+  {
+    const std::lock_guard lock(mutex);
+    auto known = lastRead.lock();
+    if (known && known->describes(file->identity(), limits)) return known;
+  }
+  auto index = read(file, limits);
+  const std::lock_guard lock(mutex);
+  lastRead = index;
+  return index;
+}
+
+bool PackageIndex::describes(const zip::FileIdentity& current, const zip::Limits& limits) const {
+  return identity_ == current && limits_ == limits && !mayHaveChangedUnseen_;
 }
 
 const std::vector<zip::Entry>& PackageIndex::entries() const {

@@ -41,15 +41,17 @@ struct IndexedPart {
 /// created.
 class PackageIndex {
  public:
-  /// Raises PackageOpenFailed, with the rule that is broken. The relationships of every part are read here,
-  /// because malformed ones refuse the package.
-  static std::shared_ptr<const PackageIndex> read(const std::shared_ptr<const zip::ArchiveFile>& file,
-                                                  const zip::Limits& limits);
+  /// The index of the file that was just opened. It is read unless somebody still holds the one that was read
+  /// last and that describes the same file, as happens when one package is opened by several names or first
+  /// to look at and then to change. Raises PackageOpenFailed, with the rule that is broken. The relationships
+  /// of every part are read here, because malformed ones refuse the package.
+  static std::shared_ptr<const PackageIndex> of(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                                const zip::Limits& limits);
   /// Of a package that is not written yet.
   static std::shared_ptr<const PackageIndex> ofNewPackage();
 
-  /// Whether this still describes the file that was just opened.
-  bool describes(const zip::FileIdentity& current) const;
+  /// Whether this describes the file that was just opened, as it is now, under the same limits.
+  bool describes(const zip::FileIdentity& current, const zip::Limits& limits) const;
 
   /// In the order of the directory; none in a new package.
   const std::vector<zip::Entry>& entries() const;
@@ -76,8 +78,11 @@ class PackageIndex {
  private:
   class Reader;
   PackageIndex() = default;
+  static std::shared_ptr<const PackageIndex> read(const std::shared_ptr<const zip::ArchiveFile>& file,
+                                                  const zip::Limits& limits);
 
   zip::FileIdentity identity_;
+  zip::Limits limits_;
   bool mayHaveChangedUnseen_ = false;
   std::optional<zip::Directory> directory_;  // nothing in a new package
   ContentTypesDocument contentTypes_;

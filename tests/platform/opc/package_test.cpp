@@ -209,6 +209,10 @@ TEST(Reopening, SharesTheIndexOfAnUnchangedFile) {
   package.close();
   package.open(OpenMode::Modify);
   EXPECT_EQ(package.index(), first);
+  Package another(fixture.path());
+  another.open(OpenMode::Modify);
+  EXPECT_EQ(another.index(), first);
+  EXPECT_THROW(Package(fixture.path(), {.entries = 1}).open(OpenMode::Read), PackageOpenFailed);
   package.close();
 
   fixture.add(u"/b.txt", "two").path();

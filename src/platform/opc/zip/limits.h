@@ -15,6 +15,8 @@ struct Limits {
   std::uint64_t contentTypeBytes = std::uint64_t{64} << 20;
   int xmlDepth = 64;
   std::uint64_t inflatedBytesPerOpen = std::uint64_t{64} << 30;
+
+  bool operator==(const Limits&) const = default;
 };
 
 }  // namespace opc::zip

@@ -3,9 +3,8 @@ import os
 import pty
 import subprocess
 import unittest
-import zipfile
 
-from program import COLD, HOT, PROGRAM, ProgramTest
+from program import COLD, CONTENT_TYPES, HOT, PROGRAM, ProgramTest
 
 NAMES = ["Filename", "Description", "LastModified", "Version", "Compression", "NumRuns", "NumSignals", "ContainsView",
          "ContainsComparison"]
@@ -23,9 +22,7 @@ class Info(ProgramTest):
         self.assertEqual([line.split("\t") for line in lines], [list(pair) for pair in zip(NAMES, shown)])
 
     def test_a_package_without_a_session_has_empty_properties(self):
-        with zipfile.ZipFile(self.folder / "plain.tavlox", "w") as package:
-            package.writestr("[Content_Types].xml",
-                             '<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"/>')
+        self.write_package("plain.tavlox", {"[Content_Types].xml": CONTENT_TYPES})
         info = self.json_of("info", "plain.tavlox")
         self.assertEqual([info[name] for name in NAMES[3:]], ["", "", 0, 0, False, False])
         self.assertEqual(self.output_of("compression", "plain.tavlox"), "\n")

@@ -14,6 +14,7 @@ EXAMPLES = Path(os.environ["TAVLOX_EXAMPLES"])
 
 HOT = "time [s],v(out) [V],i(r1) [A]\n0,0,0\n0.1,0.5,1e-3\n0.2,0.75,5e-4\n"
 COLD = "time [ms],v(out) [V]\n10,0\n20,1\n50,nan\n"
+CONTENT_TYPES = '<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"/>'
 
 
 class ProgramTest(unittest.TestCase):
@@ -41,7 +42,7 @@ class ProgramTest(unittest.TestCase):
 
     def error_of(self, *words, exit_code=1, **options):
         """The object that describes the one error of a run that prints nothing else."""
-        output, errors = self.run_program(words[0], "--json", *words[1:], exit_code=exit_code, **options)
+        output, errors = self.run_program("--json", *words, exit_code=exit_code, **options)
         self.assertEqual(output, "")
         return json.loads(errors)["error"]
 
@@ -58,6 +59,11 @@ class ProgramTest(unittest.TestCase):
         for file in files:
             (self.folder / file).unlink()
         return self.folder / name
+
+    def write_package(self, name, entries):
+        with zipfile.ZipFile(self.folder / name, "w") as package:
+            for entry, data in entries.items():
+                package.writestr(entry, data)
 
     def parts(self, name="s.tavlox"):
         """Every entry of a package with its data; zipfile checks the checksums."""

@@ -35,24 +35,25 @@ class Record(ProgramTest):
         parts = self.parts()
         for number, table in enumerate(tables, 1):
             self.assertEqual(parts[f"session/data/{number}.csv"], table.read_bytes())
-        info = self.json_of("info", "s.tavlox")
-        columns = [len(table.read_text().splitlines()[0].split(",")) - 1 for table in tables]
-        self.assertEqual((info["NumRuns"], info["NumSignals"]), (len(tables), sum(columns)))
+        headings = [heading for table in tables for heading in table.read_text().splitlines()[0].split(",")[1:]]
+        self.assertEqual([signal["DataSource"] for signal in self.json_of("signals", "s.tavlox")], headings)
 
     def test_each_run_is_a_line(self):
         self.write("hot.csv", HOT)
-        self.write("one row.csv", "t,v\n5,1\n")
-        output = self.output_of("record", "s.tavlox", "hot.csv", "one row.csv")
-        self.assertEqual(output, "1\thot\t2\t3\t0\t0.2\t0.1\n2\tone row\t1\t1\t5\t5\t\n")
+        self.write("one row.v2.csv", "t,v\n5,1\n")
+        output = self.output_of("record", "s.tavlox", "hot.csv", "one row.v2.csv")
+        self.assertEqual(output, "1\thot\t2\t3\t0\t0.2\t0.1\n2\tone row.v2\t1\t1\t5\t5\t\n")
 
-    def test_a_bad_table_leaves_nothing_behind_and_is_named(self):
+    def test_a_bad_table_is_named_and_leaves_everything_as_it_was(self):
         self.write("hot.csv", HOT)
         self.write("bad.csv", "time,v\n0,1\n1,2,3\n")
-        error = self.error_of("record", "s.tavlox", "hot.csv", "bad.csv")
+        self.write("s.tavlox", "precious")
+        error = self.error_of("record", "s.tavlox", "hot.csv", "bad.csv", "--force")
         self.assertEqual((error["identifier"], error["arguments"]),
                          ("tavlox:record:UnevenRow", ["bad.csv", "3", "3", "2"]))
         self.assertEqual(error["message"], '"bad.csv", line 3, column 3: the row does not have the 2 cells that the heading has.')
-        self.assertEqual(self.names_in_folder(), ["bad.csv", "hot.csv"])
+        self.assertEqual((self.folder / "s.tavlox").read_text(), "precious")
+        self.assertEqual(self.names_in_folder(), ["bad.csv", "hot.csv", "s.tavlox"])
 
     def test_an_existing_file_is_replaced_only_when_asked(self):
         self.write("hot.csv", HOT)

@@ -1,8 +1,6 @@
-import json
 import os
 import unittest
 import urllib.parse
-import zipfile
 
 from program import ProgramTest
 
@@ -21,11 +19,12 @@ class UserFiles(ProgramTest):
         return [entry["FullPath"] for entry in self.json_of("list", "s.tavlox", *search)]
 
     def write_tree(self):
-        """plots/a.png, plots/b, plots/sub/c and a link plots/link to plots/b."""
+        """plots/a.png, plots/b, plots/sub/c, a link plots/link to plots/b, and a pipe."""
         (self.folder / "plots" / "sub").mkdir(parents=True)
         for name in ("a.png", "b", "sub/c"):
             (self.folder / "plots" / name).write_text(f"this is {name}")
         (self.folder / "plots" / "link").symlink_to("b")
+        os.mkfifo(self.folder / "plots" / "pipe")
 
     def assert_refused(self, identifier, *words, arguments=None, **options):
         """A run that fails, names why, and leaves the package and the folder as they were."""
@@ -93,9 +92,8 @@ class RoundTrip(UserFiles):
         self.assertEqual(self.json_of("delete", "s.tavlox", "runs.json")["Removed"], ["/user/runs.json"])
         self.assertEqual(self.listed("nothing"), [])
         for command in ("get", "delete"):
-            for search, identifier in [("nothing", "EntryDoesNotExist"), ("", "EntryDoesNotExist"),
-                                       ("*", "EntryDoesNotExist"), ("/user/no", "EntryDoesNotExist"),
-                                       ("user/a.txt", "UnsupportedSearch")]:
+            for search, identifier in [("nothing", "EntryDoesNotExist"), ("*", "EntryDoesNotExist"),
+                                       ("/user/no", "EntryDoesNotExist"), ("user/a.txt", "UnsupportedSearch")]:
                 with self.subTest(command=command, search=search):
                     self.assert_refused("tavlox_io:general:" + identifier, command, "s.tavlox", search)
 
@@ -135,14 +133,6 @@ class Add(UserFiles):
         self.assertRegex(errors, r"\[tavlox_io:general:CannotAddEntry\]\n(  because: .*\n)*  hint: the 2 paths before it are stored\n$")
         self.assertEqual(self.listed("/user"), ["/user/2.txt", "/user/1.txt"])
         self.assertEqual(self.entry_data("/user/1.txt"), b"a/1.txt")
-
-    def test_names_that_no_package_can_have_are_refused(self):
-        self.record()
-        self.write("a.txt", "a")
-        self.write("back\\slash.txt", "a")
-        for name, folder in [("a.txt", "relative"), ("a.txt", "/user/../x"), ("back\\slash.txt", "/user")]:
-            with self.subTest(name=name, folder=folder):
-                self.assert_refused("tavlox_io:general:CannotAddEntry", "add", "s.tavlox", name, "--path", folder)
 
 
 class Get(UserFiles):
@@ -195,10 +185,7 @@ class Delete(UserFiles):
         self.write("a.txt", "a")
         self.json_of("add", "s.tavlox", "a.txt")
         entries = self.parts()
-        with zipfile.ZipFile(self.folder / "s.tavlox", "w") as package:
-            for name, data in entries.items():
-                if not name.startswith("user/"):
-                    package.writestr(name, data)
+        self.write_package("s.tavlox", {name: data for name, data in entries.items() if not name.startswith("user/")})
         self.error_of("list", "s.tavlox")
         self.error_of("delete", "s.tavlox", "a.txt")
         self.assertEqual(self.output_of("delete", "s.tavlox", "a.txt", "--force"), "a.txt\n")

@@ -34,11 +34,6 @@ TEST(ErrorReport, EndsWithTheHint) {
   const except_with_causes error("nowhere:one:First", {u"x"});
   EXPECT_EQ(tavlox::cli::errorAsText(error, u"look\nhere"),
             "tavlox: error: nowhere:one:First: x [nowhere:one:First]\n  hint: look\\nhere\n");
-  EXPECT_EQ(
-      tavlox::cli::errorAsJson(error, u"look"),
-      R"({"error":{"identifier":"nowhere:one:First","arguments":["x"],"message":"nowhere:one:First: x",)"
-      R"("hint":"look"}})"
-      "\n");
 }
 
 }  // namespace

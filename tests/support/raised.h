@@ -31,4 +31,11 @@ std::string raisedBy(const Action& action) {
   return "";
 }
 
+/// The identifier alone of what raisedBy gives.
+template <class Action>
+std::string identifierRaisedBy(const Action& action) {
+  const std::string raised = raisedBy(action);
+  return raised.substr(0, raised.find('('));
+}
+
 }  // namespace support

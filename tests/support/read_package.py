@@ -7,6 +7,8 @@ import sys
 import xml.etree.ElementTree as xml
 import zipfile
 
+OFFICE = "application/vnd.openxmlformats-package."
+CORE = "http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties"
 TYPES = "{http://schemas.openxmlformats.org/package/2006/content-types}"
 
 
@@ -22,7 +24,7 @@ def content_types(archive):
 
 def shown(data):
     text = data.decode("utf-8", "backslashreplace")
-    return text if len(text) < 60 else f"({len(data)} bytes)"
+    return text if len(text) < 400 else f"({len(data)} bytes)"
 
 
 with zipfile.ZipFile(sys.argv[1]) as archive:
@@ -33,12 +35,15 @@ with zipfile.ZipFile(sys.argv[1]) as archive:
         is_document = name.lower().endswith((".rels", "core.xml")) or name == "[Content_Types].xml"
         print(name if is_document else f"{name} [{type_of(name)}] {shown(archive.read(name))}")
         if name.lower().endswith(".rels"):
-            assert type_of(name) == "application/vnd.openxmlformats-package.relationships+xml", name
+            assert type_of(name) == OFFICE + "relationships+xml", name
     for name in archive.namelist():
         if name.lower().endswith(".rels"):
             for link in xml.fromstring(archive.read(name)):
                 kind = link.get("Type").rpartition("/")[2]
                 print(f"{name}: {link.get('Id')} {kind} {link.get('Target')}")
+                if kind == "core-properties":
+                    assert link.get("Type") == CORE, link.get("Type")
+                    assert type_of(link.get("Target").lstrip("/")) == OFFICE + "core-properties+xml", name
         elif name.endswith("core.xml"):
             for element in xml.fromstring(archive.read(name)):
                 print(f"{element.tag.rpartition('}')[2]}: {element.text or ''}")

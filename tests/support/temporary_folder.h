@@ -41,6 +41,10 @@ class TemporaryFolder {
     std::ifstream file(path_ / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
+  /// How many files and folders lie directly in it.
+  std::size_t entryCount() const {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(path_), {}));
+  }
 
  private:
   std::filesystem::path path_;

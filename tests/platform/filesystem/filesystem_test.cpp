@@ -1,6 +1,5 @@
 #include "platform/filesystem/filesystem.h"
 
-#include <functional>
 #include <string>
 
 #include <fcntl.h>
@@ -11,11 +10,13 @@
 #include <boost/date_time/posix_time/time_formatters.hpp>
 
 #include "platform/filesystem/error.h"
+#include "tests/support/raised.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/unprivileged.h"
 
 namespace fs = fl::filesystem;
 namespace std_fs = std::filesystem;
+using support::identifierRaisedBy;
 using support::TemporaryFolder;
 
 namespace {
@@ -23,15 +24,6 @@ namespace {
 void stamp(const TemporaryFolder& folder, const char* name, std::int64_t seconds, long nanoseconds) {
   const timespec times[2] = {{0, UTIME_OMIT}, {seconds, nanoseconds}};
   ASSERT_EQ(utimensat(AT_FDCWD, folder.narrow(name).c_str(), times, 0), 0);
-}
-
-std::string identifierOf(const std::function<void()>& operation) {
-  try {
-    operation();
-  } catch (const fs::Error& error) {
-    return error.GetID();
-  }
-  return "no error";
 }
 
 }  // namespace
@@ -97,13 +89,13 @@ TEST(Filesystem, ExistsUnlessTheSystemSaysOtherwise) {
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(fs::exists(c.path), c.exists);
-    EXPECT_EQ(identifierOf([&] { fs::status(c.path); }) == "no error", c.exists);
+    EXPECT_EQ(identifierRaisedBy([&] { fs::status(c.path); }).empty(), c.exists);
   }
 
   chmod(folder.narrow("locked").c_str(), 0);
   const support::Unprivileged user;
   EXPECT_TRUE(fs::exists(folder.wide("locked/inside.txt")));
-  EXPECT_EQ(identifierOf([&] { fs::status(folder.wide("locked/inside.txt")); }),
+  EXPECT_EQ(identifierRaisedBy([&] { fs::status(folder.wide("locked/inside.txt")); }),
             "fl:filesystem:StatusFailed");
 }
 
@@ -112,12 +104,12 @@ TEST(Filesystem, FailuresNameThePathAndTheReason) {
   folder.write("file", "");
   folder.write("full/file", "");
   const std::u16string missing = folder.wide("missing"), below = folder.wide("file/below");
-  EXPECT_EQ(identifierOf([&] { fs::set_permissions(missing, fs::Permissions::OwnerAll); }),
+  EXPECT_EQ(identifierRaisedBy([&] { fs::set_permissions(missing, fs::Permissions::OwnerAll); }),
             "fl:filesystem:PermissionsFailed");
-  EXPECT_EQ(identifierOf([&] { fs::create_directories(below); }), "fl:filesystem:CreateFolderFailed");
-  EXPECT_EQ(identifierOf([&] { fs::remove(folder.wide("full")); }), "fl:filesystem:RemoveFailed");
-  EXPECT_EQ(identifierOf([&] { fs::remove(u"\xDC00"); }), "fl:filesystem:ImpossibleName");
-  EXPECT_EQ(identifierOf([&] { fs::DirectoryIterator(u"a\xD800z"); }), "fl:filesystem:ImpossibleName");
+  EXPECT_EQ(identifierRaisedBy([&] { fs::create_directories(below); }), "fl:filesystem:CreateFolderFailed");
+  EXPECT_EQ(identifierRaisedBy([&] { fs::remove(folder.wide("full")); }), "fl:filesystem:RemoveFailed");
+  EXPECT_EQ(identifierRaisedBy([&] { fs::remove(u"\xDC00"); }), "fl:filesystem:ImpossibleName");
+  EXPECT_EQ(identifierRaisedBy([&] { fs::DirectoryIterator(u"a\xD800z"); }), "fl:filesystem:ImpossibleName");
   try {
     fs::status(missing);
     FAIL();
@@ -168,5 +160,5 @@ TEST(Filesystem, TheTemporaryFolderIsTheChosenOne) {
   setenv("TMPDIR", "", 1);
   EXPECT_EQ(fs::temp_directory_path(), u"/tmp");
   setenv("TMPDIR", "/\xFF", 1);
-  EXPECT_EQ(identifierOf([] { fs::temp_directory_path(); }), "fl:filesystem:PathNotUtf8");
+  EXPECT_EQ(identifierRaisedBy([] { fs::temp_directory_path(); }), "fl:filesystem:PathNotUtf8");
 }

@@ -32,12 +32,9 @@ class LoadedRepository : public RepositoryFixture {
   void readAll() {
     for (const auto& signal : signalsOf(7)) signal->getName();
   }
-  /// The identifiers of what a transaction that reads everything collects.
+  /// The identifier of the first error that a transaction that reads everything collects.
   std::string readingFails() {
-    return identifierOf(collected([&] { readAll(); }));
-  }
-
-  static std::string identifierOf(const std::vector<std::string>& errors) {
+    const auto errors = collected([&] { readAll(); });
     return errors.empty() ? "" : errors.front().substr(0, errors.front().find('('));
   }
 };
@@ -63,7 +60,7 @@ void inKilledProcess(const std::function<void()>& work) {
 }
 
 std::size_t filesIn(const fs::path& folder) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
 }  // namespace

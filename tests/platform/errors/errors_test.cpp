@@ -1,9 +1,7 @@
-#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "platform/errors/bad_alloc.h"
 #include "platform/errors/collection.h"
 #include "platform/errors/except_with_causes.h"
 
@@ -58,12 +56,4 @@ TEST(Errors, ARaisedCollectionAnswersWithItsFirstError) {
   EXPECT_TRUE(collection::get_empty_instance().empty());
   EXPECT_EQ(collection::get_empty_instance().GetID(), "");
   EXPECT_STREQ(collection::get_empty_instance().what(), "");
-}
-
-TEST(Errors, OutOfMemoryIsCaughtAsTheStandardsOwn) {
-  try {
-    throw bad_alloc();
-  } catch (const std::bad_alloc& error) {
-    EXPECT_NE(std::string(error.what()).find("Out of memory"), std::string::npos);
-  }
 }

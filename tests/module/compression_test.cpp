@@ -56,10 +56,6 @@ TEST_F(CompressionRecord, IsPassedOnAsItIsOrFailsWithTheJsonLibrarysOwnError) {
   }
 }
 
-TEST_F(CompressionRecord, MayBeMissing) {
-  EXPECT_EQ(compressionOf(sessions_.write("s.tavlox", support::fillTwoRuns)), u"");
-}
-
 TEST_F(CompressionRecord, IsTheFirstOfSeveral) {
   const auto path = sessions_.write("s.tavlox", [](tavlox::SessionWriter& session) {
     for (const std::string number : {"1", "2"}) {

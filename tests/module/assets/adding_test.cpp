@@ -34,14 +34,11 @@ struct Name {
 const Name kNames[] = {
     {"my run (1).csv", "my%20run%20(1).csv", "csv"},
     {"Größe.csv", "Gr%C3%B6%C3%9Fe.csv", "csv"},
-    {"100%.txt", "100%25.txt", "txt"},
     {"%41.txt", "%2541.txt", "txt"},
     {"a#b?.csv", "a%23b%3F.csv", "csv"},
     {"日本.dat", "%E6%97%A5%E6%9C%AC.dat", "dat"},
     {"<&>\"'.xml", "%3C&%3E%22'.xml", "xml"},
-    {"archive.tar.gz", "archive.tar.gz", "gz"},
     {"noext", "noext", ""},
-    {".hidden", ".hidden", ""},
     {"~", "~", ""},
     {"x.Größe", "x.Gr%C3%B6%C3%9Fe", "Größe"},
     {"x.a b", "x.a%20b", "a b"},
@@ -65,20 +62,6 @@ TEST_F(Adding, NamesComeOutAsTheyWentIn) {
     EXPECT_EQ(joined(got(entry)), std::string("out/user/") + c.name);
     EXPECT_EQ(textOnDisk(std::string("out/user/") + c.name), c.name);
   }
-}
-
-TEST_F(Adding, StoresTheFilesAndLinksOfAFolderButNoSubfolders) {
-  writeOnDisk("in/a.txt", "a");
-  writeOnDisk("in/sub/c.txt", "c");
-  writeOnDisk("elsewhere.csv", "linked");
-  linkOnDisk("../elsewhere.csv", "in/link.dat");
-  ASSERT_EQ(mkfifo(package_.folder().narrow("in/pipe").c_str(), 0600), 0);
-  call("addFile", {onDisk("in")});
-  auto entries = listed();
-  std::ranges::sort(entries);
-  EXPECT_EQ(joined(entries), "/user/a.txt /user/link.dat");
-  got(u"link.dat");
-  EXPECT_EQ(textOnDisk("out/link.dat"), "linked");
 }
 
 TEST_F(Adding, WhatIsNotThereIsQuietlyNotAdded) {
@@ -168,18 +151,6 @@ TEST_F(Adding, AnEntryThatCannotGiveWayIsKept) {
   }
 }
 
-TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsWhatWasAddedBefore) {
-  for (const char* name : {"in/a", "in/b", "in/c", "in/d", "in/e"}) writeOnDisk(name, name);
-  std::vector<std::string> names;  // in the order of the folder
-  fl::filesystem::DirectoryIterator files(onDisk("in"));
-  while (const auto file = files.next()) {
-    names.push_back(fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
-  }
-  package_.add(u"/user/" + fl::i18n::to_ustring(names[2]), "unlinked");
-  EXPECT_EQ(errorOf("addFile", {onDisk("in")}), refusalOf(names[2]));
-  EXPECT_EQ(joined(listed()), "/user/" + names[0] + " /user/" + names[1]);
-}
-
 // The package must not be touched by these, also not to make way for them.
 TEST_F(Adding, AFileThatCannotBeOpenedLeavesThePackageAsItWas) {
   for (const char* entry : {"folder", "nothing", "pipe", "secret"}) {
@@ -224,17 +195,23 @@ TEST_F(Adding, HalfAFileIsNeverSaved) {
   EXPECT_EQ(contents(), before);
 }
 
-TEST_F(Adding, AFileThatBreaksOffKeepsTheFilesBeforeIt) {
-  for (const char* name : {"in/a", "in/c", "in/e"}) writeOnDisk(name, name);
+TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsTheFilesBeforeIt) {
+  for (const char* name : {"in/a", "in/b", "in/c", "in/e"}) writeOnDisk(name, name);
   linkOnDisk("/proc/self/mem", "in/d");
-  writeOnDisk("in/b", "");
-  std::vector<std::string> before;
+  std::vector<std::string> entries;  // in the order of the folder
   fl::filesystem::DirectoryIterator files(onDisk("in"));
-  for (auto file = files.next(); file && !file->path.ends_with(u"/d"); file = files.next()) {
-    before.push_back("/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
+  while (const auto file = files.next()) {
+    entries.push_back("/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
   }
+  const auto broken = std::ranges::find(entries, "/user/d");
   EXPECT_EQ(errorOf("addFile", {onDisk("in")}), "opc:stream:CannotRead(0)");
-  EXPECT_EQ(listed(), before);
+  EXPECT_EQ(listed(), std::vector<std::string>(entries.begin(), broken));
+
+  std::filesystem::remove(package_.folder().path() / "in/d");
+  entries.erase(broken);
+  package_.replaceBytes(PackageFixture().add(fl::i18n::to_ustring(entries[2]), "unlinked").bytes());
+  EXPECT_EQ(errorOf("addFile", {onDisk("in")}), refusalOf(entries[2].substr(6)));
+  EXPECT_EQ(listed(), std::vector<std::string>(entries.begin(), entries.begin() + 2));
 }
 
 TEST_F(Adding, TheDataDecidesAndNotTheSizeThatWasSaid) {

@@ -67,13 +67,6 @@ TEST_F(Queries, ACorruptDatabaseIsAnInternalError) {
   EXPECT_EQ(pauses, 1);
 }
 
-TEST_F(Queries, ARunThatTheDatabaseLostIsNoSuchRun) {
-  bind(support::fillTwoRuns);
-  run(7);
-  const OtherConnection other(databases().at(0), "DELETE FROM runs");
-  EXPECT_EQ(raisedBy([&] { run(7); }), "simulation_data_repository:sdr:NoSuchRun()");
-}
-
 TEST_F(Queries, TheFirstCollectedErrorDecides) {
   using foundation::core::except::collection;
   collection errors;

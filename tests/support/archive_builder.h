@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace support {
 
@@ -171,5 +172,20 @@ class ArchiveBuilder {
            end.comment;
   }
 };
+
+/// A package as another program might write it. `relationships` are elements of the package's own list; items
+/// that end in .txt are parts, and hold their names.
+inline std::string foreignPackage(const std::string& relationships, const std::vector<std::string>& items) {
+  const std::string format = "http://schemas.openxmlformats.org/package/2006/";
+  ArchiveBuilder archive;
+  archive.add("[Content_Types].xml", "<Types xmlns=\"" + format +
+                                         "content-types\"><Default Extension=\"rels\" ContentType=\"" +
+                                         "application/vnd.openxmlformats-package.relationships+xml\"/>" +
+                                         "<Default Extension=\"txt\" ContentType=\"text/plain\"/></Types>");
+  archive.add("_rels/.rels",
+              "<Relationships xmlns=\"" + format + "relationships\">" + relationships + "</Relationships>");
+  for (const std::string& item : items) archive.add(item, item);
+  return archive.bytes();
+}
 
 }  // namespace support

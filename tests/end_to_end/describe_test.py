@@ -29,12 +29,6 @@ class Describe(ProgramTest):
         changed = {name for name in before.keys() | after.keys() if before.get(name) != after.get(name)}
         self.assertLessEqual(changed, {"docProps/core.xml", "_rels/.rels", "[Content_Types].xml"})
 
-    def test_a_value_with_line_ends_stays_one_line_in_a_table(self):
-        self.record()
-        self.output_of("describe", "s.tavlox", "one\ntwo\u009b31m")
-        lines = self.output_of("info", "s.tavlox").splitlines()
-        self.assertEqual((len(lines), lines[1]), (9, "Description\tone\\ntwo\\u009B31m"))
-
     def assert_refused_untouched(self, path, cause, **options):
         before, names = path.read_bytes(), self.names_in_folder()
         error = self.error_of("describe", "s.tavlox", "changed", **options)

@@ -30,7 +30,6 @@ const BadTable kBadTables[] = {
     {"", "EmptyTable(t.csv, 1, 1)"},
     {"\n\n", "EmptyTable(t.csv, 1, 1)"},
     {"time,v\n", "NoRows(t.csv, 2, 1)"},
-    {"time\n0\n", "NoSignals(t.csv, 1, 2)"},
     {"time;v\n0;1\n", "NoSignals(t.csv, 1, 2)"},
     {"time,,v\n0,1,2\n", "EmptyHeading(t.csv, 1, 2)"},
     {"time,v\xFF\n0,1\n", "HeadingNotUtf8(t.csv, 1, 2)"},

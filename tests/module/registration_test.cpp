@@ -41,11 +41,6 @@ void expectEverythingIsRegistered() {
   EXPECT_EQ(io->functions()[0]->getName()->text(), "getCompression");
 }
 
-TEST(Registration, OnANewHost) {
-  CvInitialize_orra_tavlox_io();
-  expectEverythingIsRegistered();
-}
-
 TEST(Registration, BesideAnExistingOuterNamespace) {
   COSNamespace::addNamespace(new OtherModulesNamespace("tavlox"));
   CvInitialize_orra_tavlox_io();
@@ -59,7 +54,7 @@ TEST(Registration, IntoBothNamespacesWhenTheyExist) {
   expectEverythingIsRegistered();
 }
 
-TEST(Registration, HappensOnceAndStays) {
+TEST(Registration, OnANewHostHappensOnceAndStays) {
   CvInitialize_orra_tavlox_io();
   CvInitialize_orra_tavlox_io();
   CvTerminate_orra_orra_tavlox_io();

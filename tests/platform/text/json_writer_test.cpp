@@ -51,17 +51,8 @@ TEST(JsonWriter, Texts) {
 }
 
 TEST(JsonWriter, DoublesReadBackAsTheSameNumber) {
-  const double kNumbers[] = {0.1,
-                             1.0 / 3,
-                             1e22,
-                             1e23,
-                             5e-324,
-                             2.2250738585072014e-308,
-                             1.7976931348623157e308,
-                             -0.0,
-                             9007199254740993.0,
-                             123456789012345680.0};
-  for (const double number : kNumbers) {
+  for (const double number : {0.1, 1.0 / 3, 1e22, 1e23, 5e-324, 2.2250738585072014e-308,
+                              1.7976931348623157e308, -0.0, 9007199254740993.0}) {
     JsonWriter json;
     json.value(number);
     const double back = std::strtod(json.text().c_str(), nullptr);

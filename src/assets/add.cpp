@@ -31,8 +31,8 @@ struct NewEntry {
 /// removed, and creating the new part will fail, when no relationship leads to a part of exactly this name.
 std::optional<std::u16string> removeReplaced(opc::model::Package& package, const std::u16string& name) {
   if (!package.hasPart(PartName(name))) return std::nullopt;
-  for (const Relationship& link : package.getRelationships(opc::model::ExcludeMode::None)) {
-    if (link.getTargetMode() == TargetMode::External || link.getTarget().text() != name) continue;
+  for (const Relationship& link : package.getRelationshipsByTarget(opc::model::URI(name))) {
+    if (link.getTargetMode() == TargetMode::External) continue;
     removeUserEntry(package, link);
     return link.getType();
   }

@@ -3,7 +3,6 @@
 #include "platform/opc/part_name.h"
 #include "platform/opc/percent_encoding.h"
 #include "platform/opc/xml_list_reader.h"
-#include "platform/opc/xml_writer.h"
 #include "platform/opc/zip/exception.h"
 
 namespace opc {
@@ -11,6 +10,7 @@ namespace {
 
 constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/content-types";
 constexpr std::string_view kRelationshipsType = "application/vnd.openxmlformats-package.relationships+xml";
+constexpr std::string_view kRoot = "Types";
 constexpr std::string_view kName = "[Content_Types].xml";
 constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
 
@@ -42,7 +42,7 @@ class ContentTypesDocument::Reader : public xml::ListReader {
 
  private:
   void readRoot(const xml::Name& name, const xml::Attributes&) override {
-    if (!name.is(kNamespace, "Types")) refuse("opc:contentTypes:WrongRoot", package_, name.local);
+    if (!name.is(kNamespace, kRoot)) refuse("opc:contentTypes:WrongRoot", package_, name.local);
   }
 
   void readItem(const xml::Name& name, const xml::Attributes& attributes) override {
@@ -50,6 +50,9 @@ class ContentTypesDocument::Reader : public xml::ListReader {
     if (name.local == "Override") return readOverride(attributes);
     refuseElement(name);
   }
+
+  void endItem(xml::Span item) override { document_.items_.back().written = item; }
+  void endRoot(xml::ListText text) override { document_.text_ = std::move(text); }
 
   void refuseElement(const xml::Name& name) const override {
     refuse("opc:contentTypes:UnexpectedElement", package_, name.local);
@@ -73,7 +76,7 @@ class ContentTypesDocument::Reader : public xml::ListReader {
 
   void readDefault(const xml::Attributes& attributes) {
     const std::string_view written = required(attributes, "Extension");
-    if (!document_.append(Kind::Default, extensionKey(written), written, type(attributes))) {
+    if (!document_.append(Kind::Default, extensionKey(written), type(attributes), {})) {
       refuse("opc:contentTypes:DuplicateDefault", package_, written);
     }
   }
@@ -81,9 +84,9 @@ class ContentTypesDocument::Reader : public xml::ListReader {
   void readOverride(const xml::Attributes& attributes) {
     const std::string_view written = required(attributes, "PartName");
     const model::ContentType& itsType = type(attributes);
-    std::optional<std::string> key = model::nameKey(written);
+    const std::optional<std::string> key = model::nameKey(written);
     if (!key) refuse("opc:contentTypes:BadPartName", package_, written);
-    if (!document_.append(Kind::Override, *std::move(key), written, itsType)) {
+    if (!document_.append(Kind::Override, *key, itsType, {})) {
       refuse("opc:contentTypes:DuplicateOverride", package_, written);
     }
   }
@@ -93,28 +96,39 @@ class ContentTypesDocument::Reader : public xml::ListReader {
   std::unordered_map<std::string, model::ContentType, TextHash, std::equal_to<>> types_;
 };
 
-ContentTypesDocument::ContentTypesDocument() {
-  append(Kind::Default, "rels", "rels", model::ContentType::fromEncoded(kRelationshipsType));
+ContentTypesDocument::ContentTypesDocument(Read) : text_(kRoot, kNamespace) {}
+
+ContentTypesDocument::ContentTypesDocument() : ContentTypesDocument(Read()) {
+  const xml::Span written =
+      text_.append("Default", {{"Extension", "rels"}, {"ContentType", kRelationshipsType}});
+  append(Kind::Default, "rels", model::ContentType::fromEncoded(kRelationshipsType), written);
 }
 
 ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::string_view packagePath,
                                                  const zip::Limits& limits) {
   if (bytes.size() > limits.contentTypeBytes)
     refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
-  ContentTypesDocument document{NoItems()};
-  document.overrides_.reserve(bytes.size() / kBytesPerItem);
+  ContentTypesDocument document{Read()};
   document.items_.reserve(bytes.size() / kBytesPerItem);
+  document.texts_.reserve(bytes.size() / 2);
   Reader reader(document, packagePath);
   xml::read(bytes, {packagePath, kName}, limits.xmlDepth, reader);
   return document;
 }
 
-bool ContentTypesDocument::append(Kind kind, std::string key, std::string_view written,
-                                  const model::ContentType& type) {
-  Places& places = kind == Kind::Default ? defaults_ : overrides_;
-  if (!places.try_emplace(std::move(key), items_.size()).second) return false;
-  items_.emplace_back(Item{kind, written_.add(written), type});
-  return true;
+bool ContentTypesDocument::append(Kind kind, std::string_view key, const model::ContentType& type,
+                                  xml::Span written) {
+  items_.push_back({texts_.add(key), type, written});
+  zip::PlaceTable& places = kind == Kind::Default ? defaults_ : overrides_;
+  const bool isNew = places.add(items_.size() - 1, [this](std::size_t place) { return keyAt(place); });
+  if (!isNew) items_.pop_back();
+  return isNew;
+}
+
+const ContentTypesDocument::Item* ContentTypesDocument::find(Kind kind, std::string_view key) const {
+  const zip::PlaceTable& places = kind == Kind::Default ? defaults_ : overrides_;
+  const auto place = places.find(key, [this](std::size_t at) { return keyAt(at); });
+  return place ? &items_[*place] : nullptr;
 }
 
 const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view encodedName) const {
@@ -122,41 +136,24 @@ const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view e
 }
 
 const model::ContentType* ContentTypesDocument::contentTypeOfKey(std::string_view key) const {
-  if (const auto found = overrides_.find(key); found != overrides_.end()) return &items_[found->second]->type;
-  const std::string_view extension = extensionOf(key);
-  if (extension.empty()) return nullptr;
-  const auto found = defaults_.find(extension);
-  return found == defaults_.end() ? nullptr : &items_[found->second]->type;
+  const Item* item = find(Kind::Override, key);
+  if (item == nullptr && !extensionOf(key).empty()) item = find(Kind::Default, extensionOf(key));
+  return item == nullptr ? nullptr : &item->type;
 }
 
 void ContentTypesDocument::setOverride(std::string_view encodedName, const model::ContentType& type) {
-  std::string key = overrideKey(encodedName);
-  if (const auto found = overrides_.find(key); found != overrides_.end()) {
-    items_[found->second]->type = type;
-    return;
-  }
-  append(Kind::Override, std::move(key), encodedName, type);
+  removeOverride(encodedName);
+  const xml::Span written =
+      text_.append("Override", {{"PartName", encodedName}, {"ContentType", type.encoded()}});
+  append(Kind::Override, overrideKey(encodedName), type, written);
 }
 
 void ContentTypesDocument::removeOverride(std::string_view encodedName) {
-  const auto found = overrides_.find(overrideKey(encodedName));
-  if (found == overrides_.end()) return;
-  items_[found->second].reset();
-  overrides_.erase(found);
-}
-
-std::string ContentTypesDocument::toBytes() const {
-  // Names and types are ASCII or were read from XML, so nothing in here can be refused.
-  xml::Writer writer({});
-  writer.open("Types").attribute("xmlns", kNamespace);
-  for (const std::optional<Item>& item : items_) {
-    if (!item) continue;
-    const bool isDefault = item->kind == Kind::Default;
-    writer.open(isDefault ? "Default" : "Override")
-        .attribute(isDefault ? "Extension" : "PartName", written_.at(item->written));
-    writer.attribute("ContentType", item->type.encoded()).close();
-  }
-  return writer.close().take();
+  const std::string key = overrideKey(encodedName);
+  const Item* item = find(Kind::Override, key);
+  if (item == nullptr) return;
+  text_.cut(item->written);
+  overrides_.remove(key, [this](std::size_t at) { return keyAt(at); });
 }
 
 }  // namespace opc

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/opc/content_type.h"
 #include "platform/opc/document_place.h"
 #include "platform/opc/text_store.h"
+#include "platform/opc/xml_list_text.h"
 #include "platform/opc/zip/limits.h"
+#include "platform/opc/zip/place_table.h"
 
 namespace opc {
 
@@ -20,7 +19,8 @@ namespace opc {
 /// be named here as well.
 ///
 /// A default written ".json", with the dot, is taken for "json", since writers in the wild do so. Elements
-/// and attributes of foreign namespaces are skipped; they are not written back.
+/// and attributes of foreign namespaces are skipped. Writing keeps everything that was not removed as it was
+/// written, the skipped included.
 class ContentTypesDocument {
  public:
   /// The list of a new package: relationship parts and nothing else.
@@ -36,31 +36,33 @@ class ContentTypesDocument {
   /// The same for a name that is known to be a key, as `PartName::key` gives it.
   const model::ContentType* contentTypeOfKey(std::string_view key) const;
 
-  /// Replaces the part's override in its place, or adds one at the end. The name must be canonical ASCII.
+  /// Adds the part's override at the end, in the place of another. The name must be canonical ASCII.
   void setOverride(std::string_view encodedName, const model::ContentType& type);
   /// Removing what is not there is no error.
   void removeOverride(std::string_view encodedName);
 
-  std::string toBytes() const;
+  std::string toBytes() const { return text_.toBytes(); }
 
  private:
   class Reader;
   enum class Kind { Default, Override };
   struct Item {
-    Kind kind;
-    TextStore::Place written;  ///< the extension or part name, as the document has it
+    TextStore::Place key;  ///< lower-case extension, or name key
     model::ContentType type;
+    xml::Span written;
   };
-  using Places = std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>>;
-  struct NoItems {};
-  explicit ContentTypesDocument(NoItems) {}
+  struct Read {};
+  explicit ContentTypesDocument(Read);
   /// Whether the key was not there yet; otherwise nothing changes.
-  bool append(Kind kind, std::string key, std::string_view written, const model::ContentType& type);
+  bool append(Kind kind, std::string_view key, const model::ContentType& type, xml::Span written);
+  const Item* find(Kind kind, std::string_view key) const;
+  std::string_view keyAt(std::size_t place) const { return texts_.at(items_[place].key); }
 
-  // A removed override leaves an empty place, so that the others keep theirs.
-  std::vector<std::optional<Item>> items_;
-  TextStore written_;
-  Places defaults_, overrides_;  // by lower-case extension, by name key
+  xml::ListText text_;
+  // Removed items stay where they are, so that the others keep their places.
+  std::vector<Item> items_;
+  TextStore texts_;
+  zip::PlaceTable defaults_, overrides_;
 };
 
 }  // namespace opc

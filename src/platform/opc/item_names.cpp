@@ -51,9 +51,11 @@ ItemKind kindOfItem(std::string_view itemName) {
 }
 
 std::optional<model::PartName> partNameOfItem(std::string_view itemName) {
-  std::string name;
-  name.reserve(itemName.size() + 1);
-  return model::PartName::tryFromEncoded(name.append("/").append(itemName));
+  return model::PartName::tryFromEncoded(std::string("/").append(itemName));
+}
+
+std::optional<std::string> keyOfItem(std::string_view itemName) {
+  return model::PartName::tryKey(std::string("/").append(itemName));
 }
 
 std::optional<std::string> sourceOfRelationships(std::string_view itemName) {
@@ -64,9 +66,7 @@ std::optional<std::string> sourceOfRelationships(std::string_view itemName) {
   std::string source(sourceFolder);
   if (!source.empty()) source += '/';
   source += base;
-  const auto name = partNameOfItem(source);
-  if (!name) return std::nullopt;
-  return name->key();
+  return keyOfItem(source);
 }
 
 }  // namespace opc

@@ -22,6 +22,9 @@ ItemKind kindOfItem(std::string_view itemName);
 /// Nothing if no part can be called so.
 std::optional<model::PartName> partNameOfItem(std::string_view itemName);
 
+/// PartName::key of that name.
+std::optional<std::string> keyOfItem(std::string_view itemName);
+
 /// The key of the part whose relationships an item of kind Relationships holds: empty text for the package
 /// ("_rels/.rels"), nothing if no part can be called so.
 std::optional<std::string> sourceOfRelationships(std::string_view itemName);

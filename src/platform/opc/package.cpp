@@ -105,6 +105,10 @@ std::vector<Relationship> Package::getRelationshipsByType(std::u16string_view ty
   return state().contents().relationships().relationshipsByType(type);
 }
 
+std::vector<Relationship> Package::getRelationshipsByTarget(const URI& target) const {
+  return state().contents().relationshipsByTarget(target.text());
+}
+
 Relationship Package::createInternalRelationship(std::u16string_view type, const URI& target,
                                                  std::string_view id) {
   return state().editContents().addRelationship(type, target, id);

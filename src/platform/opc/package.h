@@ -78,6 +78,9 @@ class Package : public RelationshipSource {
 
   std::vector<Relationship> getRelationships(ExcludeMode exclude) const override;
   std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const override;
+  /// Those whose target is exactly this text, in the order of the document; without a walk over all of them,
+  /// for who asks often.
+  std::vector<Relationship> getRelationshipsByTarget(const URI& target) const;
   Relationship createInternalRelationship(std::u16string_view type, const URI& target,
                                           std::string_view id) override;
   void deleteRelationship(std::string_view id) override;

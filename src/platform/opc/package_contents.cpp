@@ -14,8 +14,8 @@ constexpr std::string_view kRelationshipsType = "application/vnd.openxmlformats-
 // The list of content types and the package's relationships, which may have to be added.
 constexpr std::size_t kDocuments = 2;
 
-PartView viewOf(const IndexedPart& part) {
-  return {part.name, part.type, part.entry, nullptr, part.relationships.get()};
+PartView viewOf(const PackageIndex& index, const IndexedPart& part) {
+  return {index.nameOf(part), part.type, part.entry, nullptr, part.relationships.get()};
 }
 
 PartView viewOf(const PartChange& change) {
@@ -44,15 +44,15 @@ std::optional<PartView> PackageContents::find(const std::string& key) const {
   }
   const IndexedPart* part = index_->find(key);
   if (!part) return std::nullopt;
-  return viewOf(*part);
+  return viewOf(*index_, *part);
 }
 
 std::vector<model::PartName> PackageContents::names() const {
   std::vector<model::PartName> names;
   for (const IndexedPart& part : index_->parts()) {
-    const auto found = changes_.find(part.name.key());
+    const auto found = changes_.find(index_->keyOf(part));
     const bool isGone = found != changes_.end() && (found->second.isDeleted || found->second.creation != 0);
-    if (!isGone) names.push_back(part.name);
+    if (!isGone) names.push_back(index_->nameOf(part));
   }
   for (const PartChange* change : partChanges()) {
     if (change->creation != 0 && !change->isDeleted) names.push_back(change->name);
@@ -108,7 +108,7 @@ std::set<std::string_view>& PackageContents::sortedKeys() {
   if (sortedKeys_) return *sortedKeys_;
   sortedKeys_.emplace();
   for (const IndexedPart& part : index_->parts()) {
-    if (!changes_.contains(part.name.key())) sortedKeys_->insert(part.name.key());
+    if (!changes_.contains(index_->keyOf(part))) sortedKeys_->insert(index_->keyOf(part));
   }
   for (const auto& [key, change] : changes_) {
     if (!change.isDeleted) sortedKeys_->insert(key);
@@ -120,7 +120,8 @@ PartChange& PackageContents::change(const std::string& key) {
   const auto found = changes_.find(key);
   if (found != changes_.end()) return found->second;
   const IndexedPart* part = index_->find(key);
-  return changes_.try_emplace(key, PartChange{part->name, part->type, part, {}, {}, {}, {}}).first->second;
+  return changes_.try_emplace(key, PartChange{index_->nameOf(*part), part->type, part, {}, {}, {}, {}})
+      .first->second;
 }
 
 void PackageContents::remove(const std::string& key) {
@@ -166,6 +167,19 @@ const RelationshipsDocument& PackageContents::relationships() const {
   return relationships_ ? *relationships_ : index_->relationships();
 }
 
+std::vector<model::Relationship> PackageContents::relationshipsByTarget(const std::u16string& target) const {
+  if (!idsByTarget_) {
+    idsByTarget_.emplace();
+    for (const model::Relationship& link : relationships().relationships()) {
+      idsByTarget_->emplace(link.getTarget().text(), link.getID());
+    }
+  }
+  std::vector<model::Relationship> links;
+  const auto [begin, end] = idsByTarget_->equal_range(target);
+  for (auto entry = begin; entry != end; ++entry) links.push_back(*relationships().find(entry->second));
+  return links;
+}
+
 const RelationshipsDocument* PackageContents::changedRelationships() const {
   return relationships_ ? &*relationships_ : nullptr;
 }
@@ -190,11 +204,17 @@ model::Relationship PackageContents::addRelationship(std::u16string_view type, c
   model::Relationship added = editRelationships().add(type, target, id, path_);
   ++relationshipCount_;
   isChanged_ = true;  // only now: a refused relationship is no change
+  if (idsByTarget_) idsByTarget_->emplace(target.text(), added.getID());
   return added;
 }
 
 void PackageContents::removeRelationship(std::string_view id) {
-  if (!relationships().find(id)) return;
+  const auto link = relationships().find(id);
+  if (!link) return;
+  if (idsByTarget_) {
+    const auto [begin, end] = idsByTarget_->equal_range(link->getTarget().text());
+    idsByTarget_->erase(std::find_if(begin, end, [&](const auto& entry) { return entry.second == id; }));
+  }
   editRelationships().remove(id);
   --relationshipCount_;
   isChanged_ = true;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -12,6 +14,7 @@
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/package_index.h"
 #include "platform/opc/relationships_document.h"
+#include "platform/opc/text_store.h"
 #include "platform/opc/written_data.h"
 
 namespace opc {
@@ -31,7 +34,7 @@ struct PartChange {
 
 /// One part as it is now. Valid until the part is deleted.
 struct PartView {
-  const model::PartName& name;
+  model::PartName name;
   const model::ContentType& type;
   /// Where its data stands in the opened file; nothing if it is new or was replaced.
   std::optional<EntryPlace> entry;
@@ -64,6 +67,8 @@ class PackageContents {
   void replaceData(const std::string& key, std::shared_ptr<WrittenData> data);
 
   const RelationshipsDocument& relationships() const;
+  /// The package's relationships whose target is exactly this text, in their order.
+  std::vector<model::Relationship> relationshipsByTarget(const std::u16string& target) const;
   model::Relationship addRelationship(std::u16string_view type, const model::URI& target,
                                       std::string_view id);
   void removeRelationship(std::string_view id);
@@ -107,10 +112,13 @@ class PackageContents {
   bool isOnlyAddition_ = true;
   std::uint64_t creations_ = 0;
   // Never erased from, so that views and keys stay valid.
-  std::unordered_map<std::string, PartChange> changes_;
+  std::unordered_map<std::string, PartChange, TextHash, std::equal_to<>> changes_;
   std::optional<ContentTypesDocument> contentTypes_;
   std::optional<RelationshipsDocument> relationships_;
   std::vector<EntryPlace> droppedOrphans_;
+  // Of the package's relationships, in their order where targets are equal; only once somebody asks by
+  // target, as replacing many files in one go does.
+  mutable std::optional<std::multimap<std::u16string, std::string>> idsByTarget_;
   // Of the parts there are, for finding derived names; sorted only once a part is created.
   std::optional<std::set<std::string_view>> sortedKeys_;
 };

@@ -37,8 +37,8 @@ class PackageIndex::Reader {
     sortItems();
     readContentTypes();
     index_.parts_.reserve(partItems_.size());
+    index_.partsByKey_.reserve(partItems_.size());
     for (const EntryPlace place : partItems_) addItem(place);
-    indexParts();
     for (const EntryPlace place : relationshipItems_) addRelationships(place);
   }
 
@@ -77,25 +77,15 @@ class PackageIndex::Reader {
   }
 
   void addItem(EntryPlace place) {
-    auto name = partNameOfItem(entryAt(place).name);
-    if (!name) return;
-    const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(name->key());
-    if (type) {
-      index_.parts_.push_back({std::move(*name), *type, place, {}, {}});
-    } else if (!index_.otherItems_.insert(name->key()).second) {
-      refuseEquivalent(place);
-    }
-  }
-
-  // Only now that the parts no longer move: the map's keys lie in them.
-  void indexParts() {
-    auto& byKey = index_.partsByKey_;
-    byKey.reserve(index_.parts_.size());
-    for (std::size_t i = 0; i < index_.parts_.size(); ++i) {
-      const IndexedPart& part = index_.parts_[i];
-      const bool isNew = byKey.emplace(part.name.key(), i).second;
-      if (!isNew || index_.otherItems_.contains(part.name.key())) refuseEquivalent(part.entry);
-    }
+    const auto key = keyOfItem(entryAt(place).name);
+    if (!key) return;
+    const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(*key);
+    const bool isTaken = type ? index_.otherItems_.contains(*key) : !index_.otherItems_.insert(*key).second;
+    if (isTaken) refuseEquivalent(place);
+    if (!type) return;
+    index_.parts_.push_back({place, index_.keys_.add(*key), *type, {}, {}});
+    const auto keyAt = [this](std::size_t at) { return index_.keyOf(index_.parts_[at]); };
+    if (!index_.partsByKey_.add(index_.parts_.size() - 1, keyAt)) refuseEquivalent(place);
   }
 
   void addRelationships(EntryPlace place) {
@@ -107,15 +97,15 @@ class PackageIndex::Reader {
       index_.relationships_ = readRelationships(place, {});
       return;
     }
-    const auto found = index_.partsByKey_.find(*source);
-    if (found == index_.partsByKey_.end()) {
+    const IndexedPart* found = index_.find(*source);
+    if (!found) {
       index_.orphans_.emplace(*source, place);
       return;
     }
-    IndexedPart& part = index_.parts_[found->second];
+    IndexedPart& part = index_.parts_[static_cast<std::size_t>(found - index_.parts_.data())];
     part.relationshipsEntry = place;
-    part.relationships =
-        std::make_shared<const RelationshipsDocument>(readRelationships(place, part.name.encoded()));
+    part.relationships = std::make_shared<const RelationshipsDocument>(
+        readRelationships(place, index_.nameOf(part).encoded()));
   }
 
   // The limits hold for all relationships of the package together. A link in the place of a document says
@@ -183,8 +173,12 @@ std::string_view PackageIndex::comment() const {
 std::uint64_t PackageIndex::directoryOffset() const { return directory_ ? directory_->offset() : 0; }
 
 const IndexedPart* PackageIndex::find(std::string_view key) const {
-  const auto found = partsByKey_.find(key);
-  return found == partsByKey_.end() ? nullptr : &parts_[found->second];
+  const auto found = partsByKey_.find(key, [this](std::size_t place) { return keyOf(parts_[place]); });
+  return found ? &parts_[*found] : nullptr;
+}
+
+model::PartName PackageIndex::nameOf(const IndexedPart& part) const {
+  return partNameOfItem(entries()[part.entry].name).value();
 }
 
 std::optional<EntryPlace> PackageIndex::orphanedRelationships(const std::string& key) const {

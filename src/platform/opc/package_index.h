@@ -13,20 +13,22 @@
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationships_document.h"
+#include "platform/opc/text_store.h"
 #include "platform/opc/zip/archive_file.h"
 #include "platform/opc/zip/directory.h"
 #include "platform/opc/zip/limits.h"
+#include "platform/opc/zip/place_table.h"
 
 namespace opc {
 
 /// The place of an entry in its directory.
 using EntryPlace = std::size_t;
 
-/// One part as the opened file has it.
+/// One part as the opened file has it; its name is that of the entry.
 struct IndexedPart {
-  model::PartName name;
-  model::ContentType type;
   EntryPlace entry = 0;
+  TextStore::Place key;
+  model::ContentType type;
   std::optional<EntryPlace> relationshipsEntry;
   std::shared_ptr<const RelationshipsDocument>
       relationships;  ///< null when the part has no relationship part
@@ -70,6 +72,8 @@ class PackageIndex {
   const std::vector<IndexedPart>& parts() const { return parts_; }
   /// By PartName::key; null if there is none.
   const IndexedPart* find(std::string_view key) const;
+  std::string_view keyOf(const IndexedPart& part) const { return keys_.at(part.key); }
+  model::PartName nameOf(const IndexedPart& part) const;
   /// Whether an item that is no part stands under this key.
   bool isNameOfItem(const std::string& key) const { return otherItems_.contains(key); }
   /// The relationship part that stands there for a part that does not.
@@ -90,7 +94,8 @@ class PackageIndex {
   std::optional<EntryPlace> contentTypesEntry_, relationshipsEntry_;
   std::size_t relationshipCount_ = 0;
   std::vector<IndexedPart> parts_;
-  std::unordered_map<std::string_view, std::size_t> partsByKey_;  // the keys lie in parts_
+  TextStore keys_;
+  zip::PlaceTable partsByKey_;
   std::unordered_set<std::string> otherItems_;
   std::unordered_map<std::string, EntryPlace> orphans_;
 };

@@ -128,6 +128,16 @@ std::optional<std::u16string> PartName::tryDecode(std::string_view encoded) {
   return std::move(parsed.text);
 }
 
+std::optional<std::string> PartName::tryKey(std::string_view encoded) {
+  if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
+    if (brokenRule(encoded) != nullptr) return std::nullopt;
+    return percent::toLower(encoded);
+  }
+  const Parsed parsed = parse(encoded);
+  if (parsed.rule != nullptr) return std::nullopt;
+  return percent::toLower(parsed.encoded);
+}
+
 std::string PartName::relationshipPartName() const { return relationshipPartNameOf(encoded_); }
 
 std::string relationshipPartNameOf(std::string_view encodedName) {

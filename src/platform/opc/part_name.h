@@ -27,6 +27,8 @@ class PartName {
   static std::optional<PartName> tryFromEncoded(std::string_view encoded);
   /// Only the `text` of what `tryFromEncoded` gives.
   static std::optional<std::u16string> tryDecode(std::string_view encoded);
+  /// Only the `key` of it.
+  static std::optional<std::string> tryKey(std::string_view encoded);
 
   const std::u16string& text() const { return text_; }
   const std::string& encoded() const { return encoded_; }

@@ -4,10 +4,6 @@
 
 namespace opc::model {
 
-Relationship::Relationship(std::string id, std::u16string type, URI target, TargetMode mode)
-    : Relationship(std::move(id), std::make_shared<const std::u16string>(std::move(type)), std::move(target),
-                   mode) {}
-
 Relationship::Relationship(std::string id, Type type, URI target, TargetMode mode)
     : texts_(std::make_shared<const Texts>(Texts{std::move(id), std::move(type), std::move(target)})),
       mode_(mode) {}

@@ -20,7 +20,6 @@ class Relationship {
   using Type = std::shared_ptr<const std::u16string>;
   /// Relationships of one type may share it.
   Relationship(std::string id, Type type, URI target, TargetMode mode);
-  Relationship(std::string id, std::u16string type, URI target, TargetMode mode);
 
   const std::string& getID() const { return texts_->id; }
   const std::u16string& getType() const { return *texts_->type; }

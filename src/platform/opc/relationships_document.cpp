@@ -61,13 +61,13 @@ class RelationshipsDocument::Reader : public xml::ListReader {
     const std::string_view target = required(attributes, "Target");
     Relationship::Type type = sharedType(required(attributes, "Type"));
     const TargetMode targetMode = mode(attributes);
-    URI uri = targetMode == TargetMode::Internal ? resolveTarget(document_.source_, target)
-                                                 : URI::asWritten(fl::i18n::to_ustring(target));
     const std::string_view written = id(attributes);
-    Relationship link(std::string(written), std::move(type), std::move(uri), targetMode);
-    if (document_.append(std::move(link), target)) return;
+    if (document_.append(written, std::move(type), target, targetMode, {})) return;
     refuse("opc:relationships:DuplicateId", package_, part_, written);
   }
+
+  void endItem(xml::Span item) override { document_.items_.back().written = item; }
+  void endRoot(xml::ListText text) override { document_.text_ = std::move(text); }
 
   /// Equal texts give one type, because many thousand relationships have the same.
   Relationship::Type sharedType(std::string_view written) {
@@ -111,7 +111,8 @@ class RelationshipsDocument::Reader : public xml::ListReader {
   std::unordered_map<std::string, Relationship::Type, TextHash, std::equal_to<>> types_;
 };
 
-RelationshipsDocument::RelationshipsDocument(std::string source) : source_(std::move(source)) {}
+RelationshipsDocument::RelationshipsDocument(std::string source)
+    : source_(std::move(source)), text_("Relationships", kNamespace) {}
 
 RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::string source,
                                                    std::string_view packagePath, const zip::Limits& limits) {
@@ -122,19 +123,28 @@ RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::
   }
   document.byId_.reserve(bytes.size() / kBytesPerItem);
   document.items_.reserve(bytes.size() / kBytesPerItem);
+  document.texts_.reserve(bytes.size() / 2);
   xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
   return document;
 }
 
 std::string RelationshipsDocument::partName() const { return model::relationshipPartNameOf(source_); }
 
+Relationship RelationshipsDocument::linkOf(const Item& item) const {
+  const std::string_view target = texts_.at(item.target);
+  return {std::string(texts_.at(item.id)), item.type,
+          item.mode == TargetMode::Internal ? resolveTarget(source_, target)
+                                            : URI::asWritten(fl::i18n::to_ustring(target)),
+          item.mode};
+}
+
 std::vector<Relationship> RelationshipsDocument::relationships(model::ExcludeMode exclude) const {
   std::vector<Relationship> links;
   links.reserve(size());
   for (const Item& item : items_) {
-    const bool isExternal = item.link.getTargetMode() == TargetMode::External;
+    const bool isExternal = item.mode == TargetMode::External;
     if (item.isRemoved || (isExternal && exclude == model::ExcludeMode::External)) continue;
-    links.push_back(item.link);
+    links.push_back(linkOf(item));
   }
   return links;
 }
@@ -142,45 +152,52 @@ std::vector<Relationship> RelationshipsDocument::relationships(model::ExcludeMod
 std::vector<Relationship> RelationshipsDocument::relationshipsByType(std::u16string_view type) const {
   std::vector<Relationship> links;
   for (const Item& item : items_) {
-    if (!item.isRemoved && item.link.getType() == type) links.push_back(item.link);
+    if (!item.isRemoved && *item.type == type) links.push_back(linkOf(item));
   }
   return links;
 }
 
-const Relationship* RelationshipsDocument::find(std::string_view id) const {
-  const auto found = byId_.find(id);
-  return found == byId_.end() ? nullptr : &items_[found->second].link;
+std::optional<std::size_t> RelationshipsDocument::placeOf(std::string_view id) const {
+  return byId_.find(id, [this](std::size_t place) { return idAt(place); });
 }
 
-const Relationship& RelationshipsDocument::add(std::u16string_view type, const URI& target,
-                                               std::string_view id, std::string_view packagePath) {
+std::optional<Relationship> RelationshipsDocument::find(std::string_view id) const {
+  const auto place = placeOf(id);
+  if (!place) return std::nullopt;
+  return linkOf(items_[*place]);
+}
+
+Relationship RelationshipsDocument::add(std::u16string_view type, const URI& target, std::string_view id,
+                                        std::string_view packagePath) {
   const model::PartName part(target.text());
   // Checked now, not when the document is written: by then it is too late to tell who asked.
-  xml::toXmlText(type, packagePath);
+  const std::string narrowType = xml::toXmlText(type, packagePath);
   if (!id.empty() && !xml::isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
-  if (byId_.contains(id)) raise("opc:relationships:IdIsTaken", packagePath, id);
-  const bool isAsBefore = !items_.empty() && items_.back().link.getType() == type;
-  append(Relationship(
-             id.empty() ? lowestFreeId() : std::string(id),
-             isAsBefore ? items_.back().link.sharedType() : std::make_shared<const std::u16string>(type),
-             target, TargetMode::Internal),
-         part.encoded());
-  return items_.back().link;
+  if (placeOf(id)) raise("opc:relationships:IdIsTaken", packagePath, id);
+  const std::string itsId = id.empty() ? lowestFreeId() : std::string(id);
+  const bool isAsBefore = !items_.empty() && *items_.back().type == type;
+  const xml::Span written =
+      text_.append("Relationship", {{"Id", itsId}, {"Type", narrowType}, {"Target", part.encoded()}});
+  append(itsId, isAsBefore ? items_.back().type : std::make_shared<const std::u16string>(type),
+         part.encoded(), TargetMode::Internal, written);
+  return linkOf(items_.back());
 }
 
 bool RelationshipsDocument::remove(std::string_view id) {
-  const auto found = byId_.find(id);
-  if (found == byId_.end()) return false;
-  items_[found->second].isRemoved = true;
-  byId_.erase(found);
+  const auto place = placeOf(id);
+  if (!place) return false;
   const std::uint64_t number = numberOf(id);
   if (number != 0 && number < nextNumber_) freedNumbers_.insert(number);
+  text_.cut(items_[*place].written);
+  items_[*place].isRemoved = true;
+  byId_.remove(id, [this](std::size_t at) { return idAt(at); });
   return true;
 }
 
-bool RelationshipsDocument::append(Relationship link, std::string_view writtenTarget) {
-  items_.push_back({std::move(link), writtenTargets_.add(writtenTarget)});
-  const bool isNew = byId_.try_emplace(items_.back().link.getID(), items_.size() - 1).second;
+bool RelationshipsDocument::append(std::string_view id, Relationship::Type type, std::string_view target,
+                                   TargetMode mode, xml::Span written) {
+  items_.push_back({texts_.add(id), texts_.add(target), std::move(type), mode, written});
+  const bool isNew = byId_.add(items_.size() - 1, [this](std::size_t place) { return idAt(place); });
   if (!isNew) items_.pop_back();
   return isNew;
 }
@@ -189,27 +206,12 @@ std::string RelationshipsDocument::lowestFreeId() {
   while (!freedNumbers_.empty()) {
     std::string id = numberedId(freedNumbers_.extract(freedNumbers_.begin()).value());
     // Somebody may have asked for it by name since it was freed.
-    if (!byId_.contains(id)) return id;
+    if (!placeOf(id)) return id;
   }
   while (true) {
     std::string id = numberedId(nextNumber_++);
-    if (!byId_.contains(id)) return id;
+    if (!placeOf(id)) return id;
   }
-}
-
-std::string RelationshipsDocument::toBytes() const {
-  // Every text was read from XML or checked when it was added, so nothing in here can be refused.
-  xml::Writer writer({});
-  writer.open("Relationships").attribute("xmlns", kNamespace);
-  for (const Item& item : items_) {
-    if (item.isRemoved) continue;
-    writer.open("Relationship").attribute("Id", item.link.getID());
-    writer.attribute("Type", fl::i18n::to_string(item.link.getType()))
-        .attribute("Target", writtenTargets_.at(item.writtenTarget));
-    if (item.link.getTargetMode() == TargetMode::External) writer.attribute("TargetMode", "External");
-    writer.close();
-  }
-  return writer.close().take();
 }
 
 }  // namespace opc

@@ -1,17 +1,19 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/opc/document_place.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationship.h"
 #include "platform/opc/text_store.h"
+#include "platform/opc/xml_list_text.h"
 #include "platform/opc/zip/limits.h"
+#include "platform/opc/zip/place_table.h"
 
 namespace opc {
 
@@ -21,8 +23,8 @@ namespace opc {
 /// no part. External targets are as written, always.
 ///
 /// Elements and attributes of foreign namespaces are skipped (markup-compatibility extras occur in the wild),
-/// but xml:base is refused, since it would change where targets lead. Writing keeps each relationship's
-/// target as it was written, and leaves the skipped extras out.
+/// but xml:base is refused, since it would change where targets lead. Writing keeps everything that was not
+/// removed as it was written, the skipped extras included.
 class RelationshipsDocument {
  public:
   /// No relationships yet. `source` is the encoded name of the part, or empty for the package.
@@ -36,41 +38,48 @@ class RelationshipsDocument {
   std::string partName() const;
 
   std::size_t size() const { return byId_.size(); }
-  bool isEmpty() const { return byId_.empty(); }
+  bool isEmpty() const { return byId_.size() == 0; }
 
   /// In the order of the document.
   std::vector<model::Relationship> relationships(model::ExcludeMode exclude = model::ExcludeMode::None) const;
   std::vector<model::Relationship> relationshipsByType(std::u16string_view type) const;
-  /// Null if there is none. Valid until the document changes.
-  const model::Relationship* find(std::string_view id) const;
+  std::optional<model::Relationship> find(std::string_view id) const;
 
   /// Adds an internal relationship at the end; its target is written absolute. An empty ID asks for the
   /// lowest free "rIdN". Raises opc::Exception, naming the package, if the ID is taken or is not an XML name,
   /// or the type cannot be written; and as PartName does if the target is no part name.
-  const model::Relationship& add(std::u16string_view type, const model::URI& target, std::string_view id,
-                                 std::string_view packagePath);
+  model::Relationship add(std::u16string_view type, const model::URI& target, std::string_view id,
+                          std::string_view packagePath);
   /// Whether there was one of that ID.
   bool remove(std::string_view id);
 
-  std::string toBytes() const;
+  std::string toBytes() const { return text_.toBytes(); }
 
  private:
   class Reader;
+  /// A relationship in the words of the document. What callers see is made when they ask, because most of the
+  /// many thousand that a package may have are never looked at.
   struct Item {
-    model::Relationship link;
-    TextStore::Place writtenTarget;
+    TextStore::Place id, target;
+    model::Relationship::Type type;
+    model::TargetMode mode;
+    xml::Span written;
     bool isRemoved = false;
   };
   /// Whether the ID was not there yet; otherwise nothing changes.
-  bool append(model::Relationship link, std::string_view writtenTarget);
+  bool append(std::string_view id, model::Relationship::Type type, std::string_view target,
+              model::TargetMode mode, xml::Span written);
+  model::Relationship linkOf(const Item& item) const;
+  std::string_view idAt(std::size_t place) const { return texts_.at(items_[place].id); }
+  std::optional<std::size_t> placeOf(std::string_view id) const;
   std::string lowestFreeId();
 
   std::string source_;
+  xml::ListText text_;
   // Removed items stay where they are, so that the others keep their places.
   std::vector<Item> items_;
-  TextStore writtenTargets_;
-  // The keys lie in the relationships' texts, which copies of this share.
-  std::unordered_map<std::string_view, std::size_t> byId_;
+  TextStore texts_;
+  zip::PlaceTable byId_;
   std::uint64_t nextNumber_ = 1;  // every rIdN below is taken or among the freed
   std::set<std::uint64_t> freedNumbers_;
 };

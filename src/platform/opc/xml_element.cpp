@@ -18,7 +18,7 @@ class TreeBuilder : public Handler {
     declarations_.push_back({std::string(prefix), std::string(space)});
   }
 
-  void start(const Name& name, const Attributes& attributes) override {
+  void start(const Name& name, const Attributes& attributes, Span) override {
     Element element;
     element.name = keep(name);
     element.declarations = std::move(declarations_);
@@ -29,7 +29,7 @@ class TreeBuilder : public Handler {
     path_.push_back(std::move(element));
   }
 
-  void end() override {
+  void end(Span) override {
     Element element = std::move(path_.back());
     path_.pop_back();
     if (path_.empty()) {

@@ -110,6 +110,12 @@ class Reading {
            XML_ErrorString(error));
   }
 
+  /// Where the tag that is being reported stands.
+  Span tag() const {
+    const auto begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get()));
+    return {begin, begin + static_cast<std::size_t>(XML_GetCurrentByteCount(parser_.get()))};
+  }
+
   template <class Work>
   static void guard(void* self, Work work) noexcept {
     auto& reading = *static_cast<Reading*>(self);
@@ -143,13 +149,13 @@ class Reading {
       if (++reading.depth_ > reading.depthLimit_) {
         refuse("opc:xml:TooDeep", reading.place_.package, reading.place_.part, reading.depthLimit_);
       }
-      reading.handler_.start(split(name), Attributes(attributes));
+      reading.handler_.start(split(name), Attributes(attributes), reading.tag());
     });
   }
   static void onEnd(void* self, const char*) {
     guard(self, [](Reading& reading) {
       --reading.depth_;
-      reading.handler_.end();
+      reading.handler_.end(reading.tag());
     });
   }
   static void onText(void* self, const char* piece, int length) {
@@ -176,6 +182,7 @@ class Reading {
 }  // namespace
 
 Handler::~Handler() = default;
+void Handler::begin(std::string_view) {}
 void Handler::declare(std::string_view, std::string_view) {}
 
 Name Attributes::nameOf(const char* joined) { return split(joined); }
@@ -194,6 +201,7 @@ void read(std::string_view bytes, const DocumentPlace& place, int depthLimit, Ha
     narrow = transcode(bytes, encoding, place);
     bytes = narrow;
   }
+  handler.begin(bytes);
   Reading(place, depthLimit, encoding, handler).read(bytes);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/opc/document_place.h"
@@ -14,6 +15,10 @@ inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/na
 struct Name {
   std::string_view space, local, prefix;
 
+  /// With its prefix.
+  std::string written() const {
+    return prefix.empty() ? std::string(local) : std::string(prefix).append(":").append(local);
+  }
   bool is(std::string_view otherSpace, std::string_view otherLocal) const {
     return local == otherLocal && space == otherSpace;
   }
@@ -38,14 +43,22 @@ class Attributes {
   const char** pairs_;
 };
 
+/// A piece of a document's text, from one byte to before another.
+struct Span {
+  std::size_t begin = 0, end = 0;
+};
+
 /// Is told what a document consists of, in its order. All texts are UTF-8. It may raise.
 class Handler {
  public:
   virtual ~Handler();
+  /// Comes first: the whole document, which the spans below are pieces of.
+  virtual void begin(std::string_view document);
   /// Comes before the element that carries the declaration.
   virtual void declare(std::string_view prefix, std::string_view space);
-  virtual void start(const Name& name, const Attributes& attributes) = 0;
-  virtual void end() = 0;
+  virtual void start(const Name& name, const Attributes& attributes, Span tag) = 0;
+  /// The tag of an element that is written as one empty tag is the empty piece behind that.
+  virtual void end(Span tag) = 0;
   /// A run of text may come in several pieces.
   virtual void text(std::string_view piece) = 0;
 };

@@ -32,9 +32,9 @@ std::optional<char16_t> unwritableIn(std::string_view text) {
 
 }  // namespace
 
-Writer::Writer(std::string_view packagePath)
-    : packagePath_(packagePath),
-      document_("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n") {}
+Writer::Writer(std::string_view packagePath, Start start) : packagePath_(packagePath) {
+  if (start == Start::Document) document_ = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n";
+}
 
 Writer& Writer::open(std::string_view name) {
   endTag();

@@ -6,13 +6,16 @@
 
 namespace opc::xml {
 
-/// Writes one XML document in UTF-8, front to back; names are given as they are to be written, prefixes
-/// included. `open("a").attribute("b", "c").text("d").close();` Every reader gets back exactly the texts that
-/// were given: carriage returns, and in attributes tabs and line feeds, are written as references.
+/// Writes one XML document, or a piece of one, in UTF-8, front to back; names are given as they are to be
+/// written, prefixes included. `open("a").attribute("b", "c").text("d").close();` Every reader gets back
+/// exactly the texts that were given: carriage returns, and in attributes tabs and line feeds, are written as
+/// references.
 class Writer {
  public:
-  /// Starts with the XML declaration. `packagePath` (UTF-8) is for messages and must outlive the writer.
-  explicit Writer(std::string_view packagePath);
+  enum class Start { Document, Fragment };
+  /// A document starts with the XML declaration. `packagePath` (UTF-8) is for messages and must outlive the
+  /// writer.
+  explicit Writer(std::string_view packagePath, Start start = Start::Document);
 
   Writer& open(std::string_view name);
   /// Belongs to the element that was just opened. Raises opc::Exception for a character that XML 1.0 cannot

@@ -388,6 +388,31 @@ TEST(NewParts, AreReadBackBeforeTheyAreSaved) {
             "opc:part:NotFound(" + fixture.narrowPath() + ", /a.txt)");
 }
 
+TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
+  PackageFixture fixture;
+  fixture.add(u"/a.txt", "");
+  Package package(fixture.path());
+  package.open(OpenMode::Modify);
+  const auto link = [&](const char* id) { package.createInternalRelationship(u"t", URI(u"/x"), id); };
+  const auto found = [&] {
+    std::string ids;
+    for (const auto& each : package.getRelationshipsByTarget(URI(u"/x"))) ids += each.getID() + " ";
+    return ids;
+  };
+  link("b");
+  link("a");
+  EXPECT_EQ(found(), "b a ");
+  package.deleteRelationship("b");
+  link("c");
+  EXPECT_EQ(found(), "a c ");
+  package.createInternalRelationship(u"t", URI(u"/X"), "b");
+  EXPECT_EQ(found(), "a c ") << "an identifier that led there before, and a target that is only equivalent";
+  link("d");
+  package.deleteRelationship("d");
+  link("d");
+  EXPECT_EQ(found(), "a c d ");
+}
+
 TEST(Streams, RaiseWhenTheOtherEndFails) {
   PackageFixture fixture;
   fixture.add(u"/a.txt", "text");

@@ -1,10 +1,9 @@
 #include "platform/opc/zip/entry_names.h"
 
 #include <algorithm>
-#include <bit>
-#include <functional>
 
 #include "platform/opc/zip/exception.h"
+#include "platform/opc/zip/place_table.h"
 
 namespace opc::zip {
 namespace {
@@ -18,41 +17,6 @@ bool hasClimbingSegment(std::string_view name) {
   }
   return false;
 }
-
-/// An open-addressed table of entries by name.
-class NameTable {
- public:
-  enum class Added { Yes, Duplicate, TooManyProbes };
-
-  explicit NameTable(const std::vector<Entry>& entries)
-      : entries_(entries), slots_(std::bit_ceil(2 * entries.size() + 1)) {}
-
-  Added add(std::uint32_t index) {
-    const std::size_t hash = std::hash<std::string_view>()(entries_[index].name);
-    const auto tag = static_cast<std::uint32_t>(hash >> 32);
-    for (std::size_t probe = 0; probe < kMaximalProbes; ++probe) {
-      Slot& slot = slots_[(hash + probe) & (slots_.size() - 1)];
-      if (slot.entry == 0) {
-        slot = {index + 1, tag};
-        return Added::Yes;
-      }
-      if (slot.tag == tag && entries_[slot.entry - 1].name == entries_[index].name) return Added::Duplicate;
-    }
-    return Added::TooManyProbes;
-  }
-
- private:
-  // Far more than chance needs in a table that is at most half full.
-  static constexpr std::size_t kMaximalProbes = 128;
-
-  struct Slot {
-    std::uint32_t entry = 0;  ///< index + 1; 0 is free
-    std::uint32_t tag = 0;    ///< the other half of the hash, so that few names are compared in vain
-  };
-
-  const std::vector<Entry>& entries_;
-  std::vector<Slot> slots_;
-};
 
 void checkSortedNamesDiffer(const std::vector<Entry>& entries, const std::string& path) {
   std::vector<std::string_view> names;
@@ -73,11 +37,12 @@ void checkName(std::string_view name, const std::string& path) {
 }
 
 void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path) {
-  NameTable table(entries);
-  for (std::uint32_t index = 0; index < entries.size(); ++index) {
-    const NameTable::Added added = table.add(index);
-    if (added == NameTable::Added::Duplicate) refuse("opc:zip:DuplicateName", path, entries[index].name);
-    if (added == NameTable::Added::TooManyProbes) return checkSortedNamesDiffer(entries, path);
+  const auto nameAt = [&](std::size_t place) { return entries[place].name; };
+  PlaceTable table;
+  table.reserve(entries.size());
+  for (std::size_t place = 0; place < entries.size(); ++place) {
+    if (!table.add(place, nameAt)) refuse("opc:zip:DuplicateName", path, entries[place].name);
+    if (table.isCrowded()) return checkSortedNamesDiffer(entries, path);
   }
 }
 

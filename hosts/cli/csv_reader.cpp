@@ -13,7 +13,7 @@ namespace {
 
 using foundation::core::except::raise;
 
-constexpr std::size_t kLongestCell = 64 * 1024;
+constexpr std::size_t kLongestCell = std::size_t{64} * 1024;
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "hosts/cli/error_report.h"
 
-#include <cstdio>
 #include <new>
 
 #include <Poco/Exception.h>
@@ -89,14 +88,14 @@ void report(const std::exception_ptr& failure, OutputFormat format, const std::u
   try {
     eraseProgress();
     except_with_causes error = describe(failure, path);
-    for (except_with_causes& cause : findCauses(error)) error.addCause(std::move(cause));
+    for (const except_with_causes& cause : findCauses(error)) error.addCause(cause);
     const std::string text =
         format == OutputFormat::Json ? errorAsJson(error, hint) : errorAsText(error, hint);
-    std::fputs(text.c_str(), stderr);
+    printError(text);
   } catch (const std::bad_alloc&) {
-    std::fputs("tavlox: error: Out of memory. Close other programs or data and try again.\n", stderr);
+    printError("tavlox: error: Out of memory. Close other programs or data and try again.\n");
   } catch (const std::exception& second) {
-    std::fprintf(stderr, "tavlox: error: %s\n", second.what());
+    for (const char* const piece : {"tavlox: error: ", second.what(), "\n"}) printError(piece);
   }
 }
 

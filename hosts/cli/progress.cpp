@@ -59,11 +59,11 @@ void ProgressDisplay::show(const corvan::Progress& progress) {
   isShown = true;
   // The last column stays free: a full line would move some terminals to the next one.
   const std::string line = progressLine(progress, columnsOf(stderr) - 1);
-  std::fputs(fmt::format("\r{}\x1b[K", line).c_str(), stderr);
+  printError(fmt::format("\r{}\x1b[K", line));
 }
 
 void eraseProgress() {
-  if (isShown) std::fputs("\r\x1b[K", stderr);
+  if (isShown) printError("\r\x1b[K");
   isShown = false;
 }
 

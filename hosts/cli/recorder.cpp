@@ -21,13 +21,14 @@ namespace {
 namespace fs = fl::filesystem;
 using foundation::core::except::raise;
 
-constexpr std::size_t kPieceSize = 256 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
 
 template <auto Free>
 struct FreeWith {
   template <class T>
   void operator()(T* handle) const noexcept {
-    Free(handle);
+    // A file that was only read loses nothing when it cannot be closed.
+    static_cast<void>(Free(handle));
   }
 };
 using File = std::unique_ptr<std::FILE, FreeWith<std::fclose>>;
@@ -39,7 +40,7 @@ class TableFile {
       : path_(path), file_(std::fopen(fl::i18n::to_string(path).c_str(), "rbe")) {
     if (!file_) refuse(errno);
     // The pieces read are large, a second buffer would only be copied through.
-    std::setvbuf(file_.get(), nullptr, _IONBF, 0);
+    static_cast<void>(std::setvbuf(file_.get(), nullptr, _IONBF, 0));
     opened_ = status();
   }
 

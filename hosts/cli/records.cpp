@@ -11,7 +11,7 @@ namespace {
 
 using corvan::HostArray;
 
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
 
 /// Where the columns' fields stand in the structure.
 std::vector<std::size_t> fieldsOf(const HostArray& structures, std::span<const Column> columns) {
@@ -30,6 +30,7 @@ void printTable(const HostArray& structures, std::span<const Column> columns) {
   for (const Column& column : columns) headings.emplace_back(column.heading);
   const auto row = [&, fields = fieldsOf(structures, columns)](std::size_t index) {
     std::vector<std::string> values;
+    values.reserve(fields.size());
     for (const std::size_t field : fields)
       values.push_back(singleLine(cellText(structures.fieldAt(index, field))));
     return values;

@@ -12,7 +12,7 @@ namespace tavlox::cli {
 namespace {
 
 constexpr std::string_view kGap = "  ";
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
 
 /// The last value of a row is not padded: no line ends in spaces.
 std::string alignedLine(const std::vector<std::string>& values, const std::vector<std::size_t>& widths) {

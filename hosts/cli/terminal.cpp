@@ -40,6 +40,10 @@ void appendEscaped(std::u16string& line, char16_t unit) {
 
 }  // namespace
 
+void printError(std::string_view text) noexcept {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+}
+
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
 
 std::size_t columnsOf(std::FILE* terminal) {

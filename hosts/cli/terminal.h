@@ -9,6 +9,9 @@ namespace tavlox::cli {
 
 bool isTerminal(std::FILE* stream);
 
+/// Says it on standard error. If that fails there is nowhere left to say so.
+void printError(std::string_view text) noexcept;
+
 /// How many columns the terminal has; 80 if it does not say.
 std::size_t columnsOf(std::FILE* terminal);
 

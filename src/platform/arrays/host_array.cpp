@@ -131,12 +131,12 @@ HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows
     return;
   }
   Block* const created = ElementBlock::create(rows, columns, bytes);
-  std::memcpy(data_, &created, sizeof created);
+  std::memcpy(data_, &created, sizeof(void*));
   rows_ = kInBlock;
 }
 
 HostArray::HostArray(ArrayKind kind, Block* block) noexcept : kind_(kind), rows_(kInBlock) {
-  std::memcpy(data_, &block, sizeof block);
+  std::memcpy(data_, &block, sizeof(void*));
 }
 
 HostArray::HostArray(const HostArray& other) noexcept
@@ -309,7 +309,7 @@ void HostArray::setField(std::size_t index, std::size_t field, HostArray value) 
 
 HostArray::Block* HostArray::block() const noexcept {
   Block* pointer = nullptr;
-  std::memcpy(&pointer, data_, sizeof pointer);
+  std::memcpy(&pointer, data_, sizeof(void*));
   return pointer;
 }
 
@@ -319,7 +319,7 @@ void HostArray::unshare() {
   Block* const shared = block();
   if (!shared->isShared()) return;
   Block* const own = shared->copy();
-  std::memcpy(data_, &own, sizeof own);
+  std::memcpy(data_, &own, sizeof(void*));
   shared->release();
 }
 

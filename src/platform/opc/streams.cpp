@@ -12,7 +12,7 @@ namespace opc {
 namespace {
 
 // Large enough that the calls do not count, small enough to stay in the cache.
-using Block = std::array<char, 64 * 1024>;
+using Block = std::array<char, std::size_t{64} * 1024>;
 
 /// Reports about once per MiB.
 void report(const char16_t* activity, std::uint64_t copied, std::uint64_t expected) {

@@ -72,7 +72,7 @@ std::string privateFolder() {
       "/orra-repositories-" + std::to_string(::geteuid());
   // The first name may be taken by a user who wants to read along, or to be in the way.
   for (int attempt = 1; attempt <= kMostAttempts; ++attempt) {
-    const std::string path = attempt == 1 ? base : base + "-" + std::to_string(attempt);
+    std::string path = attempt == 1 ? base : base + "-" + std::to_string(attempt);
     if (::mkdir(path.c_str(), kOwnerOnly) != 0 && errno != EEXIST) refuse(path, errno);
     if (makePrivate(path)) return path;
   }

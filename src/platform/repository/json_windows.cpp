@@ -10,8 +10,8 @@
 namespace orra {
 namespace {
 
-constexpr std::size_t kWindowBytes = 1024 * 1024;
-constexpr std::size_t kMaximalElementBytes = 256 * 1024 * 1024;
+constexpr std::size_t kWindowBytes = std::size_t{1024} * 1024;
+constexpr std::size_t kMaximalElementBytes = std::size_t{256} * 1024 * 1024;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kWhitespace = " \t\n\r";
 

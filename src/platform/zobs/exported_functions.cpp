@@ -22,6 +22,7 @@ template <class T>
 const T* tableAt(const link_map& map, ElfW(Addr) address) {
   // Most machines' loaders relocate these addresses in place; some leave them relative to the library.
   if (address < map.l_addr) address += map.l_addr;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader gives addresses as numbers
   return reinterpret_cast<const T*>(address);
 }
 

@@ -40,7 +40,7 @@ std::size_t longestName(const FilePlace& place) {
 /// character, and a checksum, so that it stays this name's own.
 std::string shortened(const std::string& name, std::size_t room) {
   std::array<char, 10> sum{};
-  ::snprintf(sum.data(), sum.size(), "~%08x", checksum(0, name.data(), name.size()));
+  static_cast<void>(::snprintf(sum.data(), sum.size(), "~%08x", checksum(0, name.data(), name.size())));
   std::size_t end = room > 9 ? room - 9 : 0;
   while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
   return name.substr(0, end) + sum.data();

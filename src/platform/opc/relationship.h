@@ -23,7 +23,6 @@ class Relationship {
 
   const std::string& getID() const { return texts_->id; }
   const std::u16string& getType() const { return *texts_->type; }
-  const Type& sharedType() const { return texts_->type; }
   const URI& getTarget() const { return texts_->target; }
   TargetMode getTargetMode() const { return mode_; }
 

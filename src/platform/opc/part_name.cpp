@@ -10,7 +10,7 @@
 namespace opc::model {
 namespace {
 
-constexpr std::size_t kMaximalLength = 16 * 1024;
+constexpr std::size_t kMaximalLength = std::size_t{16} * 1024;
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lower) {
   return percent::toLower(text) == lower;

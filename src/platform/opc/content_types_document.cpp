@@ -110,7 +110,7 @@ ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::st
     refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
   ContentTypesDocument document{Read()};
   document.items_.reserve(bytes.size() / kBytesPerItem);
-  document.texts_.reserve(bytes.size() / 2);
+  document.texts_.reserve(bytes.size() / 2);  // the rest is markup
   Reader reader(document, packagePath);
   xml::read(bytes, {packagePath, kName}, limits.xmlDepth, reader);
   return document;

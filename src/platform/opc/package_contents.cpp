@@ -204,7 +204,7 @@ model::Relationship PackageContents::addRelationship(std::u16string_view type, c
   model::Relationship added = editRelationships().add(type, target, id, path_);
   ++relationshipCount_;
   isChanged_ = true;  // only now: a refused relationship is no change
-  if (idsByTarget_) idsByTarget_->emplace(target.text(), added.getID());
+  if (idsByTarget_) idsByTarget_->emplace(added.getTarget().text(), added.getID());
   return added;
 }
 

@@ -123,7 +123,7 @@ RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::
   }
   document.byId_.reserve(bytes.size() / kBytesPerItem);
   document.items_.reserve(bytes.size() / kBytesPerItem);
-  document.texts_.reserve(bytes.size() / 2);
+  document.texts_.reserve(bytes.size() / 2);  // the rest is markup
   xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
   return document;
 }

@@ -11,7 +11,7 @@
 #include <sys/resource.h>
 
 #include "platform/export_file/session_writer.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
 #include "platform/zobs/dispatch.h"
 #include "platform/zobs/module_loader.h"

@@ -5,7 +5,7 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

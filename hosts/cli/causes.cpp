@@ -4,9 +4,9 @@
 
 #include <unistd.h>
 
-#include "platform/filesystem/filesystem.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

@@ -3,7 +3,7 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/terminal.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {

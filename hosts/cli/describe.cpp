@@ -1,7 +1,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 
 #include "hosts/cli/module.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

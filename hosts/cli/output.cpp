@@ -7,7 +7,7 @@
 #include "hosts/cli/progress.h"
 #include "hosts/cli/terminal.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {

@@ -3,7 +3,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/recorder.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

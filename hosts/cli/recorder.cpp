@@ -11,7 +11,7 @@
 
 #include "hosts/cli/sample_table.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/progress/progress.h"
 #include "platform/text/conversion.h"
 

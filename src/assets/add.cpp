@@ -5,9 +5,9 @@
 
 #include "assets/names.h"
 #include "assets/walkers.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
 #include "platform/opc/streams.h"
-#include "platform/opc/zip/exception.h"
 
 namespace orra::tavloxio::part {
 

@@ -4,10 +4,10 @@
 
 #include "assets/names.h"
 #include "assets/walkers.h"
-#include "platform/filesystem/error.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/error.h"
+#include "platform/files/filesystem.h"
 #include "platform/opc/streams.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace orra::tavloxio::part {

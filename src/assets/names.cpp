@@ -1,7 +1,7 @@
 #include "assets/names.h"
 
-#include "platform/filesystem/filesystem.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
 
 namespace orra::tavloxio::part {
 

@@ -1,7 +1,7 @@
 #include "assets/walkers.h"
 
 #include "assets/names.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 
 namespace orra::tavloxio::part {
 

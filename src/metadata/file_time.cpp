@@ -3,7 +3,7 @@
 #include <ctime>
 
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace orra::tavloxio {

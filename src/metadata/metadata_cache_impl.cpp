@@ -5,7 +5,7 @@
 #include "package/compression.h"
 #include "package/session_parts.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 
 namespace orra::tavloxio {
 

@@ -5,7 +5,7 @@
 #include "package/part_stream.h"
 #include "package/session_parts.h"
 #include "platform/errors/collection.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/repository/load_signals.h"
 #include "platform/repository/obj_ref_array_json.h"
 

@@ -3,8 +3,8 @@
 #include <optional>
 #include <utility>
 
-#include "platform/filesystem/filesystem.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace orra::tavloxio::file {

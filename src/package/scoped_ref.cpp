@@ -4,7 +4,7 @@
 
 #include "package/open_file_cache.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 
 namespace orra::tavloxio::file {
 namespace {

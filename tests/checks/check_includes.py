@@ -14,13 +14,13 @@ PLATFORM = {  # a folder and what it may include
     "platform/text": set(),
     "platform/progress": set(),
     "platform/errors": {"text"},
-    "platform/filesystem": BASE,
+    "platform/files": BASE,
     "platform/arrays": BASE,
     "platform/zobs": BASE | {"arrays"},
-    "platform/opc/zip": BASE | {"filesystem"},
-    "platform/opc": BASE | {"filesystem", "opc/zip"},
-    "platform/export_file": BASE | {"filesystem", "opc/zip", "opc"},
-    "platform/repository": BASE | {"filesystem", "opc/zip", "opc"},
+    "platform/zip": BASE | {"files"},
+    "platform/opc": BASE | {"files", "zip"},
+    "platform/export_file": BASE | {"files", "zip", "opc"},
+    "platform/repository": BASE | {"files", "zip", "opc"},
 }
 WHOLE_PLATFORM = set(PLATFORM)
 ALLOWED = {area: {f"platform/{name}" for name in names} for area, names in PLATFORM.items()} | {

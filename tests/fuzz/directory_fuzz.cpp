@@ -7,9 +7,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "platform/opc/zip/directory.h"
-#include "platform/opc/zip/entry_reader.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
+#include "platform/zip/directory.h"
+#include "platform/zip/entry_reader.h"
 
 namespace {
 
@@ -20,8 +20,8 @@ void require(bool holds) {
   if (!holds) std::abort();
 }
 
-void readEntry(const std::shared_ptr<const opc::zip::ArchiveFile>& file, const opc::zip::Entry& entry) {
-  opc::zip::EntryReader reader(file, entry);
+void readEntry(const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Entry& entry) {
+  zip::EntryReader reader(file, entry);
   std::array<char, 1000> buffer;
   std::uint64_t total = 0;
   try {
@@ -35,9 +35,9 @@ void readEntry(const std::shared_ptr<const opc::zip::ArchiveFile>& file, const o
   }
 }
 
-void checkLayout(const opc::zip::Directory& directory, std::uint64_t fileSize) {
+void checkLayout(const zip::Directory& directory, std::uint64_t fileSize) {
   require(directory.offset() <= fileSize);
-  for (const opc::zip::Entry& entry : directory.entries()) {
+  for (const zip::Entry& entry : directory.entries()) {
     require(entry.headerOffset < entry.dataOffset && entry.dataOffset <= entry.endOffset);
     require(entry.endOffset <= directory.offset() &&
             entry.compressedSize <= entry.endOffset - entry.dataOffset);
@@ -51,10 +51,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(descriptor >= 0 && write(descriptor, data, size) == static_cast<ssize_t>(size));
   try {
     const auto file =
-        std::make_shared<const opc::zip::ArchiveFile>("/proc/self/fd/" + std::to_string(descriptor));
-    const auto directory = opc::zip::Directory::read(*file);
+        std::make_shared<const fl::filesystem::InputFile>("/proc/self/fd/" + std::to_string(descriptor));
+    const auto directory = zip::Directory::read(*file);
     checkLayout(directory, size);
-    for (const opc::zip::Entry& entry : directory.entries()) readEntry(file, entry);
+    for (const zip::Entry& entry : directory.entries()) readEntry(file, entry);
   } catch (const opc::model::PackageOpenFailed&) {
   }
   close(descriptor);

@@ -5,11 +5,11 @@
 #include <string>
 #include <string_view>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/core_properties.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationships_document.h"
-#include "platform/opc/zip/exception.h"
 
 namespace {
 

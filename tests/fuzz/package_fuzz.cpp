@@ -4,8 +4,8 @@
 #include <fstream>
 #include <string>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/package.h"
-#include "platform/opc/zip/exception.h"
 #include "tests/support/temporary_folder.h"
 
 // Whatever the bytes are: opening refuses them, or what was opened can be listed, read, changed, saved, and
@@ -53,7 +53,7 @@ void changeAndSave(Package& package) {
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   static const support::TemporaryFolder folder;
   folder.write("fuzz.zip", {reinterpret_cast<const char*>(data), size});
-  opc::zip::Limits limits;
+  zip::Limits limits;
   limits.inflatedBytesPerOpen = 1 << 24;
   limits.contentTypeBytes = limits.relationshipBytes = 1 << 20;
   Package package(folder.wide("fuzz.zip"), limits);

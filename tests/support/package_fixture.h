@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "platform/opc/package.h"
-#include "platform/opc/zip/directory.h"
+#include "platform/zip/directory.h"
 #include "tests/support/temporary_folder.h"
 
 namespace support {
@@ -70,9 +70,9 @@ class PackageFixture {
   /// Changes a byte in the middle of the data of an entry, which must not be empty; entries count from 0 in
   /// the order of the directory.
   void corruptEntry(std::size_t entry) {
-    const opc::zip::ArchiveFile file(narrowPath());
-    const auto directory = opc::zip::Directory::read(file);
-    const opc::zip::Entry& damaged = directory.entries().at(entry);
+    const fl::filesystem::InputFile file(narrowPath());
+    const auto directory = zip::Directory::read(file);
+    const zip::Entry& damaged = directory.entries().at(entry);
     std::string changed = bytes();
     changed.at(damaged.dataOffset + damaged.compressedSize / 2) ^= 0x55;
     replaceBytes(changed);

@@ -1,7 +1,7 @@
 #include "platform/export_file/data_export_file.h"
 
-#include "platform/filesystem/filesystem.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox {

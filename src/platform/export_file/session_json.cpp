@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 

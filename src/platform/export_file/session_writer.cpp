@@ -3,12 +3,12 @@
 #include <random>
 #include <unordered_map>
 
+#include "platform/errors/package_errors.h"
 #include "platform/export_file/data_export_file.h"
 #include "platform/export_file/json_array_part.h"
 #include "platform/export_file/relationship_types.h"
 #include "platform/export_file/session_json.h"
-#include "platform/filesystem/filesystem.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 

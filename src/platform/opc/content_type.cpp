@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/percent_encoding.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace opc::model {

@@ -1,9 +1,9 @@
 #include "platform/opc/content_types_document.h"
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/percent_encoding.h"
 #include "platform/opc/xml_list_reader.h"
-#include "platform/opc/zip/exception.h"
 
 namespace opc {
 namespace {

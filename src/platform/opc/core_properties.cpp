@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/xml_writer.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace opc {

@@ -7,7 +7,7 @@
 #include "platform/opc/core_property.h"
 #include "platform/opc/document_place.h"
 #include "platform/opc/xml_element.h"
-#include "platform/opc/zip/limits.h"
+#include "platform/zip/limits.h"
 
 namespace opc {
 

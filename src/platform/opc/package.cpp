@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/package_core_properties.h"
 #include "platform/opc/package_index.h"
 #include "platform/opc/package_state.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace opc::model {
@@ -20,7 +20,7 @@ std::string narrowPath(const std::u16string& path) {
   return fl::i18n::to_string(path);
 }
 
-std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const zip::ArchiveFile>& file,
+std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const fl::filesystem::InputFile>& file,
                                             const zip::Limits& limits) {
   try {
     return PackageIndex::of(file, limits);
@@ -55,7 +55,7 @@ std::shared_ptr<PackageState> Package::openState(OpenMode mode) {
     index_ = PackageIndex::ofNewPackage();
     return std::make_shared<PackageState>(path, Access::Change, limits_, nullptr, index_);
   }
-  auto file = std::make_shared<const zip::ArchiveFile>(path);
+  auto file = std::make_shared<const fl::filesystem::InputFile>(path);
   if (!index_ || !index_->describes(file->identity(), limits_)) index_ = indexOf(file, limits_);
   const Access access = mode == OpenMode::Modify ? Access::Change : Access::Read;
   return std::make_shared<PackageState>(path, access, limits_, std::move(file), index_);

@@ -9,7 +9,7 @@
 #include "platform/opc/core_property.h"
 #include "platform/opc/part.h"
 #include "platform/opc/relationship.h"
-#include "platform/opc/zip/limits.h"
+#include "platform/zip/limits.h"
 
 namespace opc {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 
 namespace opc {
 

@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/core_properties.h"
 #include "platform/opc/document_place.h"
-#include "platform/opc/zip/exception.h"
 
 namespace opc {
 

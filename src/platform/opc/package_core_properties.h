@@ -6,7 +6,7 @@
 
 #include "platform/opc/core_property.h"
 #include "platform/opc/package_state.h"
-#include "platform/opc/zip/limits.h"
+#include "platform/zip/limits.h"
 
 namespace opc {
 

@@ -4,9 +4,9 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/item_names.h"
-#include "platform/opc/zip/entry_reader.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/zip/entry_reader.h"
 
 namespace opc {
 
@@ -16,7 +16,7 @@ namespace {
 // second change of the same size would go unseen.
 constexpr std::int64_t kClockTick = 20'000'000;  // nanoseconds
 
-bool isJustChanged(const zip::FileIdentity& identity) {
+bool isJustChanged(const fl::filesystem::FileIdentity& identity) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count() - identity.changed < kClockTick;
 }
@@ -26,7 +26,8 @@ bool isJustChanged(const zip::FileIdentity& identity) {
 /// Reads an index, entry by entry.
 class PackageIndex::Reader {
  public:
-  Reader(const std::shared_ptr<const zip::ArchiveFile>& file, const zip::Limits& limits, PackageIndex& index)
+  Reader(const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits,
+         PackageIndex& index)
       : file_(file), limits_(limits), index_(index) {}
 
   void read() {
@@ -124,15 +125,15 @@ class PackageIndex::Reader {
     refuse("opc:package:EquivalentNames", file_->path(), entryAt(place).name);
   }
 
-  std::shared_ptr<const zip::ArchiveFile> file_;
+  std::shared_ptr<const fl::filesystem::InputFile> file_;
   zip::Limits limits_;  // what is left of them
   PackageIndex& index_;
   std::vector<EntryPlace> partItems_, relationshipItems_;
   std::unordered_set<std::string> relationshipSources_;
 };
 
-std::shared_ptr<const PackageIndex> PackageIndex::read(const std::shared_ptr<const zip::ArchiveFile>& file,
-                                                       const zip::Limits& limits) {
+std::shared_ptr<const PackageIndex> PackageIndex::read(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits) {
   const std::shared_ptr<PackageIndex> index(new PackageIndex);
   Reader(file, limits, *index).read();
   return index;
@@ -142,8 +143,8 @@ std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage() {
   return std::shared_ptr<const PackageIndex>(new PackageIndex);
 }
 
-std::shared_ptr<const PackageIndex> PackageIndex::of(const std::shared_ptr<const zip::ArchiveFile>& file,
-                                                     const zip::Limits& limits) {
+std::shared_ptr<const PackageIndex> PackageIndex::of(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits) {
   static constinit std::mutex mutex;
   static constinit std::weak_ptr<const PackageIndex> lastRead;
   {
@@ -157,7 +158,7 @@ std::shared_ptr<const PackageIndex> PackageIndex::of(const std::shared_ptr<const
   return index;
 }
 
-bool PackageIndex::describes(const zip::FileIdentity& current, const zip::Limits& limits) const {
+bool PackageIndex::describes(const fl::filesystem::FileIdentity& current, const zip::Limits& limits) const {
   return identity_ == current && limits_ == limits && !mayHaveChangedUnseen_;
 }
 

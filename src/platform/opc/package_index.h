@@ -10,14 +10,14 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/files/input_file.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationships_document.h"
 #include "platform/opc/text_store.h"
-#include "platform/opc/zip/archive_file.h"
-#include "platform/opc/zip/directory.h"
-#include "platform/opc/zip/limits.h"
-#include "platform/opc/zip/place_table.h"
+#include "platform/zip/directory.h"
+#include "platform/zip/limits.h"
+#include "platform/zip/place_table.h"
 
 namespace opc {
 
@@ -47,13 +47,13 @@ class PackageIndex {
   /// last and that describes the same file, as happens when one package is opened by several names or first
   /// to look at and then to change. Raises PackageOpenFailed, with the rule that is broken. The relationships
   /// of every part are read here, because malformed ones refuse the package.
-  static std::shared_ptr<const PackageIndex> of(const std::shared_ptr<const zip::ArchiveFile>& file,
+  static std::shared_ptr<const PackageIndex> of(const std::shared_ptr<const fl::filesystem::InputFile>& file,
                                                 const zip::Limits& limits);
   /// Of a package that is not written yet.
   static std::shared_ptr<const PackageIndex> ofNewPackage();
 
   /// Whether this describes the file that was just opened, as it is now, under the same limits.
-  bool describes(const zip::FileIdentity& current, const zip::Limits& limits) const;
+  bool describes(const fl::filesystem::FileIdentity& current, const zip::Limits& limits) const;
 
   /// In the order of the directory; none in a new package.
   const std::vector<zip::Entry>& entries() const;
@@ -82,10 +82,10 @@ class PackageIndex {
  private:
   class Reader;
   PackageIndex() = default;
-  static std::shared_ptr<const PackageIndex> read(const std::shared_ptr<const zip::ArchiveFile>& file,
-                                                  const zip::Limits& limits);
+  static std::shared_ptr<const PackageIndex> read(
+      const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits);
 
-  zip::FileIdentity identity_;
+  fl::filesystem::FileIdentity identity_;
   zip::Limits limits_;
   bool mayHaveChangedUnseen_ = false;
   std::optional<zip::Directory> directory_;  // nothing in a new package

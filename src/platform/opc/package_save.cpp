@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "platform/errors/package_errors.h"
+#include "platform/files/durable_file.h"
 #include "platform/opc/item_names.h"
-#include "platform/opc/zip/durable_file.h"
-#include "platform/opc/zip/exception.h"
-#include "platform/opc/zip/writer.h"
+#include "platform/zip/writer.h"
 
 namespace opc {
 
@@ -32,7 +32,7 @@ class SavePlan {
     checkRelationshipBytes();
   }
 
-  void write(zip::Writer& writer, const zip::ArchiveFile* file, bool isClone) const {
+  void write(zip::Writer& writer, const fl::filesystem::InputFile* file, bool isClone) const {
     for (EntryPlace place = 0; place < fates_.size(); ++place) {
       const zip::Entry& entry = entries()[place];
       const Fate& fate = fates_[place];
@@ -157,17 +157,18 @@ class SavePlan {
   std::deque<zip::Spool> documents_;
 };
 
-void replacePackage(const std::string& path, const SavePlan& plan, const zip::ArchiveFile& file,
+void replacePackage(const std::string& path, const SavePlan& plan, const fl::filesystem::InputFile& file,
                     std::uint64_t directoryOffset) {
-  using Start = zip::DurableFile::Start;
-  zip::DurableFile output(path, file.identity(), plan.mayClone() ? Start::CloneOrEmpty : Start::Empty);
+  using Start = fl::filesystem::DurableFile::Start;
+  fl::filesystem::DurableFile output(path, file.identity(),
+                                     plan.mayClone() ? Start::CloneOrEmpty : Start::Empty);
   zip::Writer writer(output.descriptor(), path, output.isClone() ? directoryOffset : 0);
   plan.write(writer, &file, output.isClone());
   output.commit();
 }
 
 void createPackage(const std::string& path, const SavePlan& plan) {
-  zip::DurableFile output(path);
+  fl::filesystem::DurableFile output(path);
   zip::Writer writer(output.descriptor(), path);
   plan.write(writer, nullptr, false);
   output.commit();
@@ -176,7 +177,7 @@ void createPackage(const std::string& path, const SavePlan& plan) {
 }  // namespace
 
 void savePackage(const std::string& path, PackageContents& contents,
-                 const std::shared_ptr<const zip::ArchiveFile>& file,
+                 const std::shared_ptr<const fl::filesystem::InputFile>& file,
                  const std::shared_ptr<zip::SpoolStorage>& storage) {
   const SavePlan plan(path, contents, storage);
   if (file) return replacePackage(path, plan, *file, contents.index().directoryOffset());

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
+#include "platform/files/input_file.h"
 #include "platform/opc/package_contents.h"
-#include "platform/opc/zip/archive_file.h"
-#include "platform/opc/zip/spool_storage.h"
+#include "platform/zip/spool_storage.h"
 
 namespace opc {
 
@@ -19,7 +19,7 @@ namespace opc {
 ///
 /// Raises opc::Exception if anything fails; the file is then as it was.
 void savePackage(const std::string& path, PackageContents& contents,
-                 const std::shared_ptr<const zip::ArchiveFile>& file,
+                 const std::shared_ptr<const fl::filesystem::InputFile>& file,
                  const std::shared_ptr<zip::SpoolStorage>& storage);
 
 }  // namespace opc

@@ -5,15 +5,15 @@
 
 #include <unistd.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/package_save.h"
 #include "platform/opc/part_streams.h"
-#include "platform/opc/zip/entry_reader.h"
-#include "platform/opc/zip/exception.h"
+#include "platform/zip/entry_reader.h"
 
 namespace opc::model {
 
 PackageState::PackageState(std::string path, Access access, const zip::Limits& limits,
-                           std::shared_ptr<const zip::ArchiveFile> file,
+                           std::shared_ptr<const fl::filesystem::InputFile> file,
                            std::shared_ptr<const PackageIndex> index)
     : path_(std::move(path)), access_(access), limits_(limits), file_(std::move(file)) {
   contents_.emplace(path_, std::move(index), limits_);

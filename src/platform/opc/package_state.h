@@ -5,13 +5,13 @@
 #include <optional>
 #include <string>
 
+#include "platform/files/input_file.h"
 #include "platform/opc/package_contents.h"
 #include "platform/opc/package_index.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/streams.h"
-#include "platform/opc/zip/archive_file.h"
-#include "platform/opc/zip/limits.h"
-#include "platform/opc/zip/spool_storage.h"
+#include "platform/zip/limits.h"
+#include "platform/zip/spool_storage.h"
 
 namespace opc::model {
 
@@ -24,7 +24,8 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
 
   /// `file` is null for a package that is not written yet. The path is UTF-8.
   PackageState(std::string path, Access access, const zip::Limits& limits,
-               std::shared_ptr<const zip::ArchiveFile> file, std::shared_ptr<const PackageIndex> index);
+               std::shared_ptr<const fl::filesystem::InputFile> file,
+               std::shared_ptr<const PackageIndex> index);
 
   const std::string& path() const { return path_; }
   bool isOpen() const { return contents_.has_value(); }
@@ -48,7 +49,7 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   /// Drops file and changes. What still holds the state finds it closed.
   void close() noexcept;
 
-  const std::shared_ptr<const zip::ArchiveFile>& file() const { return file_; }
+  const std::shared_ptr<const fl::filesystem::InputFile>& file() const { return file_; }
   /// Raises opc::Exception once all streams of this opening together have given more than the limit.
   void countInflated(std::uint64_t bytes);
 
@@ -58,7 +59,7 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   std::string path_;
   Access access_;
   zip::Limits limits_;
-  std::shared_ptr<const zip::ArchiveFile> file_;
+  std::shared_ptr<const fl::filesystem::InputFile> file_;
   std::optional<PackageContents> contents_;
   std::uint64_t inflated_ = 0;
   // For all new data of this opening.

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 
 namespace opc {
 

@@ -8,7 +8,7 @@
 #include "platform/opc/part_name.h"
 #include "platform/opc/streams.h"
 #include "platform/opc/written_data.h"
-#include "platform/opc/zip/entry_reader.h"
+#include "platform/zip/entry_reader.h"
 
 namespace opc {
 

@@ -3,11 +3,11 @@
 #include <charconv>
 #include <functional>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/target_resolution.h"
 #include "platform/opc/xml_list_reader.h"
 #include "platform/opc/xml_name.h"
 #include "platform/opc/xml_writer.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace opc {

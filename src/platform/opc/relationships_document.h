@@ -12,8 +12,8 @@
 #include "platform/opc/relationship.h"
 #include "platform/opc/text_store.h"
 #include "platform/opc/xml_list_text.h"
-#include "platform/opc/zip/limits.h"
-#include "platform/opc/zip/place_table.h"
+#include "platform/zip/limits.h"
+#include "platform/zip/place_table.h"
 
 namespace opc {
 

@@ -4,7 +4,7 @@
 #include <istream>
 #include <ostream>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 #include "platform/progress/progress.h"
 
 namespace opc {

@@ -1,6 +1,6 @@
 #include "platform/opc/uri.h"
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 #include "platform/text/conversion.h"
 
 namespace opc::model {

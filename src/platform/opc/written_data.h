@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "platform/opc/zip/spool.h"
+#include "platform/zip/spool.h"
 
 namespace opc {
 

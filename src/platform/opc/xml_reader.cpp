@@ -9,8 +9,8 @@
 
 #include <expat.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/percent_encoding.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 
 namespace opc::xml {

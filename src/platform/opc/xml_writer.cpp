@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 #include "platform/text/conversion.h"
 
 namespace opc::xml {

@@ -12,15 +12,15 @@
 #include <unistd.h>
 
 #include "platform/errors/except_with_causes.h"
-#include "platform/filesystem/error.h"
-#include "platform/filesystem/filesystem.h"
-#include "platform/filesystem/native_name.h"
+#include "platform/files/error.h"
+#include "platform/files/filesystem.h"
+#include "platform/files/native_name.h"
 
 namespace orra {
 
+using fl::filesystem::Descriptor;
+using fl::filesystem::systemReason;
 using foundation::core::except::raise;
-using opc::zip::Descriptor;
-using opc::zip::systemReason;
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/opc/zip/descriptor.h"
+#include "platform/files/descriptor.h"
 
 namespace orra {
 
@@ -29,7 +29,7 @@ class DatabaseFile {
 
  private:
   std::string path_;
-  opc::zip::Descriptor lock_;
+  fl::filesystem::Descriptor lock_;
   bool kept_ = false;
 };
 

@@ -8,13 +8,13 @@
 
 #include <simdjson.h>
 
-#include "platform/filesystem/filesystem.h"
-#include "platform/opc/zip/spool.h"
+#include "platform/files/filesystem.h"
 #include "platform/repository/json_windows.h"
 #include "platform/repository/members.h"
 #include "platform/repository/session_data_error.h"
 #include "platform/repository/strings.h"
 #include "platform/text/conversion.h"
+#include "platform/zip/spool.h"
 
 namespace orra {
 namespace {
@@ -146,7 +146,7 @@ struct ObjRefArrayJSON::References {
 };
 
 struct ObjRefArrayJSON::Text {
-  opc::zip::Spool spool{fl::i18n::to_string(fl::filesystem::temp_directory_path())};
+  zip::Spool spool{fl::i18n::to_string(fl::filesystem::temp_directory_path())};
   bool empty = true;
 
   /// Windows become one array again.
@@ -212,7 +212,7 @@ std::string ObjRefArrayJSON::getPropertyString(std::size_t index, std::string_vi
 
 void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) const {
   if (text_ == nullptr) raise("simulation_data_repository:sdr:InternalError");
-  opc::zip::Spool::Reader reader(text_->spool);
+  zip::Spool::Reader reader(text_->spool);
   forEachRowOf([&](char* into, std::size_t count) { return reader.read(into, count); }, kind_,
                [](std::string_view) {}, visit);
 }

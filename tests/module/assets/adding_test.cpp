@@ -1,7 +1,7 @@
 #include <sys/stat.h>
 
 #include "assets/options.h"
-#include "platform/filesystem/filesystem.h"
+#include "platform/files/filesystem.h"
 #include "platform/progress/progress.h"
 #include "tests/module/assets/user_files_fixture.h"
 #include "tests/support/file_size_limit.h"

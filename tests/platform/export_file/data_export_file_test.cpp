@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/export_file/session_writer.h"
-#include "platform/opc/zip/exception.h"
 #include "tests/support/archive_builder.h"
 #include "tests/support/temporary_folder.h"
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/opc/zip/exception.h"
+#include "platform/errors/package_errors.h"
 #include "tests/support/memory.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"

@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/core_properties.h"
 #include "platform/opc/relationships_document.h"
 #include "platform/opc/target_resolution.h"
 #include "platform/opc/xml_element.h"
 #include "platform/opc/xml_reader.h"
-#include "platform/opc/zip/exception.h"
 #include "platform/text/conversion.h"
 #include "tests/support/temporary_folder.h"
 

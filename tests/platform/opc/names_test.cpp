@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/content_type.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/uri.h"
-#include "platform/opc/zip/exception.h"
 
 namespace opc::model {
 namespace {

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/package_index.h"
-#include "platform/opc/zip/exception.h"
 #include "tests/platform/opc/raw_archive.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"

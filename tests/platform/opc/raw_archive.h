@@ -9,8 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "platform/opc/zip/spool.h"
-#include "platform/opc/zip/writer.h"
+#include "platform/zip/spool.h"
+#include "platform/zip/writer.h"
 
 namespace tests {
 
@@ -19,9 +19,9 @@ using Items = std::vector<std::pair<std::string, std::string>>;
 
 inline void writeArchive(const std::string& path, const Items& items, std::string_view comment = {}) {
   const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  opc::zip::Writer writer(descriptor, path);
+  zip::Writer writer(descriptor, path);
   for (const auto& [name, bytes] : items) {
-    opc::zip::Spool content(std::filesystem::path(path).parent_path());
+    zip::Spool content(std::filesystem::path(path).parent_path());
     content.write(bytes.data(), bytes.size());
     content.finish();
     writer.add(name, content);

@@ -10,8 +10,8 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/package_index.h"
-#include "platform/opc/zip/exception.h"
 #include "tests/platform/opc/raw_archive.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"
@@ -237,7 +237,7 @@ TEST(Saving, KeepsThePackageWhenItsLastPartGoes) {
 TEST(Saving, WritesNothingWithoutAChange) {
   PackageFixture fixture;
   fixture.addLinked(u"/a", "x");
-  const zip::FileIdentity before = zip::ArchiveFile(fixture.narrowPath()).identity();
+  const fl::filesystem::FileIdentity before = fl::filesystem::InputFile(fixture.narrowPath()).identity();
   EXPECT_EQ(change(fixture.path(),
                    [](Package& package) {
                      package.deletePart(PartName(u"/b"));
@@ -248,7 +248,7 @@ TEST(Saving, WritesNothingWithoutAChange) {
                      EXPECT_THROW(package.setCoreProperty(CoreProperty::Description, u"\u0001"), Exception);
                    }),
             "");
-  EXPECT_EQ(zip::ArchiveFile(fixture.narrowPath()).identity(), before);
+  EXPECT_EQ(fl::filesystem::InputFile(fixture.narrowPath()).identity(), before);
 }
 
 // A list without a default for relationship parts, a link where they should be, and relationships of no part
@@ -313,7 +313,7 @@ TEST(Saving, StaysWithinWhatCanBeOpened) {
 /// The items of an archive as they lie in it, and what the directory says of them besides where that is.
 std::map<std::string, std::string> itemsOf(const std::string& path) {
   constexpr std::size_t kOffsetField = 42, kOffsetBytes = 4;
-  const zip::ArchiveFile file(path);
+  const fl::filesystem::InputFile file(path);
   const auto directory = zip::Directory::read(file);
   std::map<std::string, std::string> items;
   for (const zip::Entry& entry : directory.entries()) {

@@ -4,7 +4,7 @@
 
 #include "platform/errors/bad_alloc.h"
 #include "platform/errors/except_with_causes.h"
-#include "platform/opc/zip/descriptor.h"
+#include "platform/files/descriptor.h"
 
 namespace orra::sql {
 
@@ -62,7 +62,8 @@ void Database::fail(int code) const {
       raise("sqldb:ssdb:Corrupt", path_, text);
     case SQLITE_IOERR:
     case SQLITE_CANTOPEN:
-      if (const int reason = sqlite3_system_errno(handle())) text += ": " + opc::zip::systemReason(reason);
+      if (const int reason = sqlite3_system_errno(handle()))
+        text += ": " + fl::filesystem::systemReason(reason);
       break;
     default:
       break;

@@ -1,0 +1,7 @@
+#include "platform/files/error.h"
+
+namespace fl::filesystem {
+
+Error::~Error() = default;
+
+}  // namespace fl::filesystem

@@ -1,7 +1,0 @@
-#include "platform/filesystem/error.h"
-
-namespace fl::filesystem {
-
-Error::~Error() = default;
-
-}  // namespace fl::filesystem

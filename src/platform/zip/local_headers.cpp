@@ -1,0 +1,250 @@
+#include "platform/zip/local_headers.h"
+
+#include <algorithm>
+#include <array>
+#include <numeric>
+#include <optional>
+
+#include "platform/errors/package_errors.h"
+#include "platform/zip/extra_fields.h"
+#include "platform/zip/little_endian.h"
+#include "platform/zip/record_flags.h"
+
+namespace zip {
+using opc::refuse;
+
+namespace {
+
+constexpr std::uint32_t kHeaderSignature = 0x04034b50;
+constexpr std::uint32_t kDescriptorSignature = 0x08074b50;
+constexpr std::size_t kHeaderSize = 30;
+constexpr std::size_t kLargestDescriptor = 24;
+/// Large enough for the largest header, small enough to stay in the processor's cache.
+constexpr std::uint64_t kWindow = std::uint64_t{256} << 10;
+/// Reading over a gap of this length costs no more than a read of its own.
+constexpr std::uint64_t kGapWorthReading = std::uint64_t{8} << 10;
+/// What a local header's extra fields usually stay below.
+constexpr std::uint64_t kUsualExtra = 64;
+
+/// A local header cut into its pieces.
+struct Header {
+  std::string_view name, extra;
+  std::uint16_t flags, method;
+  std::uint32_t checksum;
+  std::uint64_t compressedSize, size;
+  bool hasZip64 = false;
+
+  bool isStreamed() const { return (flags & kHasDescriptor) != 0; }
+};
+
+/// Whether the header gave all numbers itself, so that nothing rests on a descriptor.
+enum class Given { InHeader, InDescriptor };
+
+/// One of the four ways to write a data descriptor.
+struct DescriptorForm {
+  std::size_t signature, width;  ///< in bytes
+  std::size_t size() const { return signature + 4 + 2 * width; }
+};
+constexpr std::array<DescriptorForm, 4> kDescriptorForms = {{{4, 4}, {4, 8}, {0, 4}, {0, 8}}};
+
+bool matches(const DescriptorForm& form, const char* at, const Entry& entry) {
+  if (form.signature != 0 && load32(at) != kDescriptorSignature) return false;
+  at += form.signature;
+  const auto number = [&](const char* place) { return form.width == 8 ? load64(place) : load32(place); };
+  return load32(at) == entry.checksum && number(at + 4) == entry.compressedSize &&
+         number(at + 4 + form.width) == entry.size;
+}
+
+class HeaderCheck {
+ public:
+  HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
+              std::uint64_t directoryOffset);
+  void run();
+
+ private:
+  void check(Entry& entry);
+  Header readHeader(Entry& entry);
+  void checkName(const Entry& entry, const Header& header) const;
+  void readZip64Sizes(const Entry& entry, Header& header) const;
+  Given checkNumbers(const Entry& entry, const Header& header) const;
+  std::uint64_t descriptorSize(const Entry& entry, const Header& header, Given given);
+
+  /// Refuses the entry if it reaches from `offset` into the next entry or the directory.
+  void requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const;
+  /// Where the next entry in the file, or the directory, starts.
+  std::uint64_t nextOffset() const;
+  const Entry& inFileOrder(std::size_t place) const { return entries_[order_[place]]; }
+
+  /// Bytes of the file that lie before the directory; valid until the next call.
+  const char* bytes(std::uint64_t offset, std::size_t count);
+  void fillWindow(std::uint64_t offset, std::uint64_t count);
+
+  template <class... Argument>
+  [[noreturn]] void refuseEntry(std::string_view identifier, const Entry& entry,
+                                const Argument&... more) const {
+    refuse(identifier, file_.path(), entry.name, more...);
+  }
+
+  const fl::filesystem::InputFile& file_;
+  std::vector<Entry>& entries_;
+  const std::uint64_t directoryOffset_;
+  std::vector<std::uint32_t> order_;  ///< of the entries in the file
+  std::size_t following_ = 0;         ///< place in `order_` behind the entry that is being checked
+
+  std::unique_ptr<char[]> window_ = std::make_unique_for_overwrite<char[]>(kWindow);
+  std::uint64_t windowOffset_ = 0, windowEnd_ = 0;
+};
+
+HeaderCheck::HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
+                         std::uint64_t directoryOffset)
+    : file_(file), entries_(entries), directoryOffset_(directoryOffset), order_(entries.size()) {
+  std::iota(order_.begin(), order_.end(), 0);
+  const auto liesBefore = [&](std::uint32_t a, std::uint32_t b) {
+    return entries_[a].headerOffset < entries_[b].headerOffset;
+  };
+  if (!std::is_sorted(order_.begin(), order_.end(), liesBefore))
+    std::sort(order_.begin(), order_.end(), liesBefore);
+}
+
+void HeaderCheck::run() {
+  for (const std::uint32_t index : order_) {
+    ++following_;
+    check(entries_[index]);
+  }
+}
+
+void HeaderCheck::check(Entry& entry) {
+  Header header = readHeader(entry);
+  if ((header.flags & kAnyEncryption) != 0) refuseEntry("opc:zip:Encrypted", entry);
+  if (header.method != static_cast<std::uint16_t>(entry.method) || (header.flags & kPatchData) != 0) {
+    refuseEntry("opc:zip:LocalMethodDiffers", entry);
+  }
+  checkName(entry, header);
+  if (!header.extra.empty()) readZip64Sizes(entry, header);
+  const Given given = checkNumbers(entry, header);
+  entry.endOffset = entry.dataOffset + entry.compressedSize;
+  if (header.isStreamed()) entry.endOffset += descriptorSize(entry, header, given);
+}
+
+Header HeaderCheck::readHeader(Entry& entry) {
+  requireRoom(entry, entry.headerOffset, kHeaderSize);
+  const char* at = bytes(entry.headerOffset, kHeaderSize);
+  if (load32(at) != kHeaderSignature) refuseEntry("opc:zip:LocalHeaderMissing", entry);
+  const std::size_t name = load16(at + 26), extra = load16(at + 28);
+  const std::size_t whole = kHeaderSize + name + extra;
+  requireRoom(entry, entry.headerOffset, whole);
+  entry.dataOffset = entry.headerOffset + whole;
+  requireRoom(entry, entry.dataOffset, entry.compressedSize);
+
+  at = bytes(entry.headerOffset, whole);
+  Header header{};
+  header.name = {at + kHeaderSize, name};
+  header.extra = {at + kHeaderSize + name, extra};
+  header.flags = load16(at + 6);
+  header.method = load16(at + 8);
+  header.checksum = load32(at + 14);
+  header.compressedSize = load32(at + 18);
+  header.size = load32(at + 22);
+  return header;
+}
+
+void HeaderCheck::checkName(const Entry& entry, const Header& header) const {
+  if (header.name != entry.name) refuseEntry("opc:zip:LocalNameDiffers", entry, header.name);
+  const std::uint16_t centralFlags = load16(entry.centralRecord.data() + 8);
+  if (((header.flags ^ centralFlags) & kUtf8Name) == 0) return;
+  // In ASCII both say the same.
+  const bool isAscii =
+      std::all_of(entry.name.begin(), entry.name.end(), [](unsigned char c) { return c < 0x80; });
+  if (!isAscii) refuseEntry("opc:zip:TwoNames", entry);
+}
+
+void HeaderCheck::readZip64Sizes(const Entry& entry, Header& header) const {
+  const auto fields = ExtraFields::parse(header.extra);
+  if (!fields) refuseEntry("opc:zip:ExtraFieldBroken", entry);
+  if (fields->givesOtherNameThan(entry.name)) refuseEntry("opc:zip:TwoNames", entry);
+  if (!fields->zip64) return;
+  header.hasZip64 = true;
+  Zip64Numbers numbers(*fields->zip64);
+  const bool isWhole =
+      numbers.replaceMark(header.size, 0xFFFFFFFF) && numbers.replaceMark(header.compressedSize, 0xFFFFFFFF);
+  if (!isWhole) refuseEntry("opc:zip:Zip64FieldBroken", entry);
+}
+
+Given HeaderCheck::checkNumbers(const Entry& entry, const Header& header) const {
+  // A writer that streams does not know the numbers yet and leaves zero, or the mark that refers to 64 bits.
+  const auto isLeftOpen = [&](std::uint64_t size) {
+    return header.isStreamed() && (size == 0 || size == 0xFFFFFFFF);
+  };
+  const bool sameChecksum = header.checksum == entry.checksum;
+  const bool sameCompressed = header.compressedSize == entry.compressedSize;
+  const bool sameSize = header.size == entry.size;
+  if (!sameChecksum && !(header.isStreamed() && header.checksum == 0)) {
+    refuseEntry("opc:zip:LocalChecksumDiffers", entry);
+  }
+  if ((!sameCompressed && !isLeftOpen(header.compressedSize)) || (!sameSize && !isLeftOpen(header.size))) {
+    refuseEntry("opc:zip:LocalSizesDiffer", entry);
+  }
+  return sameChecksum && sameCompressed && sameSize ? Given::InHeader : Given::InDescriptor;
+}
+
+std::uint64_t HeaderCheck::descriptorSize(const Entry& entry, const Header& header, Given given) {
+  const std::uint64_t room = nextOffset() - entry.endOffset;
+  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(room, kLargestDescriptor));
+  const char* at = bytes(entry.endOffset, count);
+  std::uint64_t best = 0;
+  for (const DescriptorForm& form : kDescriptorForms) {
+    if (form.size() > count || !matches(form, at, entry)) continue;
+    // An empty entry's descriptor reads the same in both widths. The one that leaves no gap is meant.
+    if (form.size() == room) return room;
+    const bool hasExpectedWidth = (form.width == 8) == header.hasZip64;
+    if (best == 0 || hasExpectedWidth) best = form.size();
+  }
+  if (best != 0) return best;
+
+  // Some writers set the flag and then give the numbers in the header after all.
+  const bool hasSignature = count >= 4 && load32(at) == kDescriptorSignature;
+  const bool mustBeOne = hasSignature || room == 12 || room == 20;
+  if (given == Given::InDescriptor || mustBeOne) refuseEntry("opc:zip:DescriptorDiffers", entry);
+  return 0;
+}
+
+void HeaderCheck::requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const {
+  if (offset > directoryOffset_ || count > directoryOffset_ - offset)
+    refuseEntry("opc:zip:EntryOutOfBounds", entry);
+  const std::uint64_t end = nextOffset();
+  if (offset > end || count > end - offset)
+    refuseEntry("opc:zip:EntriesOverlap", entry, inFileOrder(following_).name);
+}
+
+std::uint64_t HeaderCheck::nextOffset() const {
+  return following_ == order_.size() ? directoryOffset_
+                                     : std::min(directoryOffset_, inFileOrder(following_).headerOffset);
+}
+
+const char* HeaderCheck::bytes(std::uint64_t offset, std::size_t count) {
+  if (offset < windowOffset_ || offset + count > windowEnd_) fillWindow(offset, count);
+  return window_.get() + (offset - windowOffset_);
+}
+
+void HeaderCheck::fillWindow(std::uint64_t offset, std::uint64_t count) {
+  std::uint64_t end = offset + count + kUsualExtra;
+  for (std::size_t place = following_; place < order_.size() && end - offset < kWindow; ++place) {
+    const Entry& next = inFileOrder(place);
+    if (next.headerOffset > end + kGapWorthReading) break;
+    end = std::max(end, next.headerOffset + kHeaderSize + next.name.size() + kUsualExtra);
+  }
+  end = std::min({end, offset + kWindow, directoryOffset_});
+  // Emptied first: a failed read must not leave bytes of two places.
+  windowEnd_ = windowOffset_ = offset;
+  file_.read(offset, window_.get(), end - offset);
+  windowEnd_ = end;
+}
+
+}  // namespace
+
+void checkLocalHeaders(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
+                       std::uint64_t directoryOffset) {
+  HeaderCheck(file, entries, directoryOffset).run();
+}
+
+}  // namespace zip

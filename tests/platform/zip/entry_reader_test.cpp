@@ -1,0 +1,100 @@
+#include "platform/zip/entry_reader.h"
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "platform/errors/package_errors.h"
+#include "tests/support/archive_builder.h"
+#include "tests/support/raised.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zip {
+namespace {
+
+using support::ArchiveBuilder;
+using Packing = ArchiveBuilder::Packing;
+
+std::string sampleText() {
+  std::string text;
+  for (int i = 0; i < 90000; ++i) text += std::to_string(i * 7919 % 100003) + ",";
+  return text;
+}
+
+/// One archive with one entry of `content`, opened.
+struct OneEntry {
+  explicit OneEntry(const ArchiveBuilder& archive)
+      : file(std::make_shared<const fl::filesystem::InputFile>(
+            folder.write("a.zip", archive.bytes()).string())),
+        directory(Directory::read(*file)) {}
+
+  const Entry& entry() const { return directory.entries()[0]; }
+
+  support::TemporaryFolder folder;
+  std::shared_ptr<const fl::filesystem::InputFile> file;
+  Directory directory;
+};
+
+TEST(EntryReader, GivesTheSameBytesInPiecesOfAnySize) {
+  const std::string text = sampleText();
+  for (const Packing packing : {Packing::Stored, Packing::Deflated}) {
+    ArchiveBuilder archive;
+    archive.add("text", text, packing);
+    const OneEntry one(archive);
+    for (const std::size_t piece :
+         {std::size_t{1}, std::size_t{7}, std::size_t{4096}, text.size(), text.size() + 1}) {
+      EntryReader reader(one.file, one.entry());
+      std::string read, buffer(piece, '\0');
+      while (const std::size_t count = reader.read(buffer.data(), piece)) read.append(buffer, 0, count);
+      EXPECT_TRUE(read == text) << piece;
+      EXPECT_EQ(reader.read(buffer.data(), piece), 0U) << "the end stays the end";
+    }
+  }
+}
+
+// Who knows the size reads exactly that much and never asks for the end.
+TEST(EntryReader, ChecksBeforeTheLastByteIsHandedOut) {
+  ArchiveBuilder archive;
+  auto& entry = archive.add("text", "0123456789");
+  entry.local.checksum = ++entry.central.checksum;
+  const OneEntry one(archive);
+  EntryReader reader(one.file, one.entry());
+  char buffer[10];
+  EXPECT_EQ(reader.read(buffer, 9), 9U);
+  const std::string expected = "opc:zip:ChecksumDiffers(" + one.file->path() + ", text)";
+  EXPECT_EQ(support::raisedBy([&] { reader.read(buffer, 1); }), expected);
+  EXPECT_EQ(support::raisedBy([&] { reader.read(buffer, 1); }), expected) << "a failed reader stays failed";
+  EntryReader moved(std::move(reader));
+  EXPECT_EQ(support::raisedBy([&] { moved.read(buffer, 1); }), expected);
+}
+
+TEST(EntryReader, ReportsAFileThatShrank) {
+  for (const Packing packing : {Packing::Stored, Packing::Deflated}) {
+    ArchiveBuilder archive;
+    archive.add("text", sampleText(), packing);
+    const OneEntry one(archive);
+    std::filesystem::resize_file(one.file->path(), 1000);
+    EXPECT_EQ(support::raisedBy([&] { readWhole(one.file, one.entry(), 1 << 24); }),
+              "opc:zip:EndsEarly(" + one.file->path() + ")");
+  }
+}
+
+// A hundred bytes that claim to be an exabyte must not ask for the memory.
+TEST(EntryReader, DoesNotBelieveADeclaredSize) {
+  ArchiveBuilder archive;
+  auto& entry = archive.add("text", "0123456789");
+  entry.local.size = entry.central.size = std::uint64_t{1} << 60;
+  entry.useZip64(0);
+  entry.central.compressedSize = entry.local.compressedSize = entry.data.size();
+  for (auto* header : {&entry.local, &entry.central})
+    header->extra = support::extraField(1, support::littleEndian(std::uint64_t{1} << 60, 8));
+  entry.offset.reset();
+  const OneEntry one(archive);
+  EXPECT_EQ(support::raisedBy([&] { readWhole(one.file, one.entry(), ~std::uint64_t{0}); }),
+            "opc:zip:DataTooShort(" + one.file->path() + ", text)");
+  EXPECT_EQ(support::raisedBy([&] { readWhole(one.file, one.entry(), 1000); }),
+            "opc:zip:EntryTooLarge(" + one.file->path() + ", text, 1000)");
+}
+
+}  // namespace
+}  // namespace zip

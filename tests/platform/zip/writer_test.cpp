@@ -1,0 +1,281 @@
+#include "platform/zip/writer.h"
+
+#include <filesystem>
+#include <list>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "outside_tools.h"
+#include "platform/files/descriptor.h"
+#include "sample_data.h"
+#include "tests/support/file_size_limit.h"
+#include "tests/support/raised.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zip {
+namespace {
+
+using support::raisedBy;
+
+constexpr std::uint64_t kFarAway = std::uint64_t{5} << 30;
+
+/// Entries with everything that a directory can say of them, and a comment behind all.
+constexpr char kMakeRichArchive[] = R"(
+def entry(name, data, method, extra=b"", comment=b"", mode=0o644, made=3):
+    info = zipfile.ZipInfo(name, (1999, 12, 31, 23, 59, 58))
+    info.compress_type, info.extra, info.comment = method, extra, comment
+    info.external_attr, info.create_system = (0o100000 | mode) << 16, made
+    archive.writestr(info, data)
+with zipfile.ZipFile(path, "w") as archive:
+    entry("plain.txt", "plain " * 500, 8)
+    entry("extra.bin", bytes(range(256)), 0, extra=struct.pack("<HH4s", 0xCAFE, 4, b"keep"))
+    entry("dropped.txt", "to be left out " * 100, 8)
+    entry("comment.sh", "echo", 8, comment="a comment".encode(), mode=0o755, made=0)
+    entry("gr\u00fc\u00dfe.txt", "utf-8 name", 8, extra=struct.pack("<HH", 0xBEEF, 0), comment=b"both")
+    archive.comment = b"about the whole archive"
+)";
+
+constexpr char kMakeStreamedArchive[] = R"(
+class Pipe:
+    def __init__(self, file): self.file = file
+    def write(self, data): return self.file.write(data)
+    def flush(self): pass
+with open(path, "wb") as file, zipfile.ZipFile(Pipe(file), "w", 8) as archive:
+    for i in range(5): archive.writestr(f"streamed{i}.txt", f"entry {i} " * 300)
+)";
+
+/// One line an entry, with all that has to survive.
+constexpr char kList[] = R"(
+with zipfile.ZipFile(path) as archive:
+    def others(extra):
+        fields = b""
+        while len(extra) >= 4:
+            kind, size = struct.unpack("<HH", extra[:4])
+            if kind != 1: fields += extra[:4 + size]
+            extra = extra[4 + size:]
+        return fields.hex()
+    for i in sorted(archive.infolist(), key=lambda i: i.filename):
+        print(i.filename, i.date_time, others(i.extra), i.comment, hex(i.external_attr), i.create_system, hex(i.flag_bits),
+              i.compress_type, i.CRC, i.file_size, hash(archive.read(i)) and len(archive.read(i)))
+    print(archive.comment)
+)";
+
+/// One archive that is read, kept open as the writer asks for it.
+struct Source {
+  explicit Source(const std::string& path) : file(path), directory(Directory::read(file)) {}
+  const Entry& entry(std::string_view name) const {
+    for (const Entry& entry : directory.entries()) {
+      if (entry.name == name) return entry;
+    }
+    throw std::out_of_range("no entry of that name");
+  }
+  fl::filesystem::InputFile file;
+  Directory directory;
+};
+
+std::string withoutLine(std::string lines, const std::string& start) {
+  const std::size_t at = lines.find(start);
+  return at == std::string::npos ? lines : lines.erase(at, lines.find('\n', at) + 1 - at);
+}
+
+struct WriterTest : testing::Test {
+  support::TemporaryFolder folder;
+  std::list<Source> sources;
+
+  std::string pathOf(std::string_view name) const { return folder.narrow(name); }
+
+  const Source& make(std::string_view name, const std::string& script) {
+    const outside::Outcome outcome = outside::python(pathOf(name), script);
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    return sources.emplace_back(pathOf(name));
+  }
+  fl::filesystem::Descriptor openOutput(std::string_view name) const {
+    return fl::filesystem::Descriptor(::open(pathOf(name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  }
+  Spool spooled(std::string_view data) const {
+    Spool spool(folder.path().string());
+    spool.write(data.data(), data.size());
+    spool.finish();
+    return spool;
+  }
+  std::string list(std::string_view name) const { return outside::python(pathOf(name), kList).output; }
+};
+
+TEST_F(WriterTest, CopiedEntriesKeepEverythingThatIsSaidOfThem) {
+  const Source& source = make("rich.zip", kMakeRichArchive);
+  const fl::filesystem::Descriptor output = openOutput("out.zip");
+  Writer writer(output.get(), pathOf("out.zip"));
+  for (const Entry& entry : source.directory.entries()) {
+    if (entry.name != "dropped.txt") writer.copy(source.file, entry);
+  }
+  writer.finish(source.directory.comment());
+
+  EXPECT_EQ(outside::complaintsAbout(pathOf("out.zip")), "");
+  EXPECT_EQ(list("out.zip"), withoutLine(list("rich.zip"), "dropped.txt"));
+  EXPECT_EQ(folder.read("out.zip").find("dropped.txt"), std::string::npos);  // not even its bytes are left
+}
+
+TEST_F(WriterTest, DescriptorsBehindDataAreCopiedInAnyOrder) {
+  const Source& source = make("streamed.zip", kMakeStreamedArchive);
+  const fl::filesystem::Descriptor output = openOutput("out.zip");
+  Writer writer(output.get(), pathOf("out.zip"));
+  for (const int i : {3, 4, 0, 1}) writer.copy(source.file, source.directory.entries().at(i));
+  writer.finish("");
+
+  EXPECT_EQ(outside::complaintsAbout(pathOf("out.zip")), "");
+  EXPECT_EQ(list("out.zip"), withoutLine(list("streamed.zip"), "streamed2.txt"));
+}
+
+TEST_F(WriterTest, CopiesAcrossFileSystems) {
+  const Source& source = make("rich.zip", kMakeRichArchive);
+  const std::string elsewhere = "/dev/shm/tavlox-writer-" + std::to_string(getpid()) + ".zip";
+  const fl::filesystem::Descriptor output(
+      ::open(elsewhere.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!output) GTEST_SKIP() << "no memory file system";
+  Writer writer(output.get(), elsewhere);
+  for (const Entry& entry : source.directory.entries()) writer.copy(source.file, entry);
+  writer.finish(source.directory.comment());
+  const std::string listed = outside::python(elsewhere, kList).output;
+  std::filesystem::remove(elsewhere);
+  EXPECT_EQ(listed, list("rich.zip"));
+}
+
+TEST_F(WriterTest, NewEntriesAreReadByOthers) {
+  const fl::filesystem::Descriptor output = openOutput("out.zip");
+  ASSERT_EQ(ftruncate(output.get(), 50'000'000), 0);  // what stood there before is cut off
+  const std::string noise = samples::noise(100'000);
+  {
+    Writer writer(output.get(), pathOf("out.zip"));
+    writer.add("empty", spooled(""));
+    writer.add("rows.csv", spooled(samples::rows(3'000'000)));
+    writer.add("noise.bin", spooled(noise));
+    writer.add("large noise.bin", spooled(samples::noise(9 << 20)));
+    writer.add("Größe.txt", spooled("tiny"));
+    writer.finish("a comment");
+  }
+  EXPECT_EQ(outside::complaintsAbout(pathOf("out.zip")), "");
+  const outside::Outcome read = outside::python(pathOf("out.zip"), R"(
+import time
+with zipfile.ZipFile(path) as archive:
+    for i in archive.infolist():
+        age = abs(time.mktime(i.date_time + (0, 0, -1)) - time.time())
+        print(i.filename, i.compress_type, hex(i.flag_bits), hex(i.external_attr), i.create_system, len(archive.read(i)), i.extra, age < 60)
+    print(archive.comment))");
+  EXPECT_EQ(read.output,
+            "empty 0 0x0 0x81a40000 3 0 b'' True\n"
+            "rows.csv 8 0x0 0x81a40000 3 3000000 b'' True\n"
+            "noise.bin 0 0x0 0x81a40000 3 100000 b'' True\n"
+            "large noise.bin 0 0x0 0x81a40000 3 9437184 b'' True\n"
+            "Größe.txt 0 0x800 0x81a40000 3 4 b'' True\n"
+            "b'a comment'\n");
+  EXPECT_NE(folder.read("out.zip").find(noise), std::string::npos);
+  EXPECT_LT(std::filesystem::file_size(pathOf("out.zip")), 12'000'000);
+}
+
+TEST_F(WriterTest, CountsPastSixteenBits) {
+  const Spool content = spooled("x");
+  for (const std::size_t count : {65'534U, 65'535U}) {
+    const fl::filesystem::Descriptor output = openOutput("many.zip");
+    Writer writer(output.get(), pathOf("many.zip"));
+    for (std::size_t i = 0; i < count; ++i) writer.add("entry" + std::to_string(i), content);
+    writer.finish("");
+    EXPECT_EQ(outside::complaintsAbout(pathOf("many.zip")), "") << count;
+    EXPECT_EQ(outside::python(pathOf("many.zip"), "print(len(zipfile.ZipFile(path).namelist()))").output,
+              std::to_string(count) + "\n");
+    EXPECT_EQ(Source(pathOf("many.zip")).directory.entries().size(), count);
+  }
+}
+
+TEST_F(WriterTest, OffsetsPastThirtyTwoBits) {
+  const Source& rich = make("rich.zip", kMakeRichArchive);
+  const Source& streamed = make("streamed.zip", kMakeStreamedArchive);
+  std::filesystem::copy_file(pathOf("rich.zip"), pathOf("far.zip"));
+  {
+    const fl::filesystem::Descriptor output = openOutput("far.zip");
+    Writer writer(output.get(), pathOf("far.zip"), kFarAway);
+    for (const Entry& entry : rich.directory.entries()) writer.keep(entry);
+    for (const Entry& entry : streamed.directory.entries()) writer.copy(streamed.file, entry);
+    writer.add("new.txt", spooled("new"));
+    writer.finish(rich.directory.comment());
+  }
+  EXPECT_EQ(outside::complaintsAbout(pathOf("far.zip")), "");
+  const std::string listed = list("far.zip");
+  for (const char* name : {"comment.sh", "extra.bin", "streamed4.txt", "new.txt"}) {
+    EXPECT_NE(listed.find(name), std::string::npos) << listed;
+  }
+
+  // Back to a small archive, where no offset needs the wide field any more.
+  const Source far(pathOf("far.zip"));
+  EXPECT_GT(far.entry("streamed0.txt").headerOffset, kFarAway - 1);
+  const fl::filesystem::Descriptor output = openOutput("near.zip");
+  Writer writer(output.get(), pathOf("near.zip"));
+  for (const Entry& entry : far.directory.entries()) writer.copy(far.file, entry);
+  writer.finish(far.directory.comment());
+  EXPECT_EQ(outside::complaintsAbout(pathOf("near.zip")), "");
+  EXPECT_EQ(list("near.zip"), listed);
+  EXPECT_LT(std::filesystem::file_size(pathOf("near.zip")), 100'000);
+}
+
+/// A central record whose ZIP64 field stands between two others and holds both sizes, and an offset that is
+/// now far.
+TEST_F(WriterTest, TheOffsetJoinsSizesThatAreWideAlready) {
+  std::string plain;
+  appendCentralRecord(plain, {"big.bin", Method::Stored, {0, 33}, 0, kFarAway, kFarAway, 100});
+  const std::string sizes = plain.substr(46 + 7);
+  std::string record = plain.substr(0, 46 + 7) + std::string("\xFE\xCA\0\0", 4) + sizes + "\x99";
+  record[30] = static_cast<char>(sizes.size() + 5);
+  Entry entry{.name = "big.bin", .centralRecord = record, .compressedSize = kFarAway, .size = kFarAway};
+
+  std::string moved;
+  ASSERT_TRUE(appendMovedRecord(moved, entry, kFarAway + 7));
+  std::string offset("\7\0\0\x40\1\0\0\0", 8), expected = record;
+  expected.insert(46 + 7 + 4 + sizes.size(), offset);
+  expected[30] = static_cast<char>(sizes.size() + 5 + 8);
+  expected[46 + 7 + 4 + 2] = 24;
+  expected.replace(42, 4, "\xFF\xFF\xFF\xFF");
+  EXPECT_TRUE(moved == expected);
+
+  entry.centralRecord = moved;
+  std::string back;
+  ASSERT_TRUE(appendMovedRecord(back, entry, 100));
+  EXPECT_TRUE(back == expected.replace(46 + 7 + 4 + sizes.size(), 8, std::string("\x64\0\0\0\0\0\0\0", 8)));
+}
+
+TEST_F(WriterTest, WhatDoesNotFitIsRefused) {
+  const Source& source = make("rich.zip", kMakeRichArchive);
+  const std::string path = pathOf("out.zip");
+  const fl::filesystem::Descriptor output = openOutput("out.zip");
+  Writer writer(output.get(), path);
+  EXPECT_EQ(raisedBy([&] { writer.add(std::string(65'536, 'n'), spooled("")); }),
+            "opc:save:NameTooLong(" + path + ", " + std::string(80, 'n') + ")");
+  EXPECT_EQ(raisedBy([&] { writer.finish(std::string(65'536, 'c')); }),
+            "opc:save:CommentTooLong(" + path + ")");
+  EXPECT_EQ(raisedBy([&] { writer.add("open", Spool(folder.path().string())); }),
+            "opc:save:ContentNotFinished(" + path + ", open)");
+
+  writer.copy(source.file, source.directory.entries().back());
+  std::filesystem::resize_file(pathOf("rich.zip"), 100);
+  EXPECT_EQ(raisedBy([&] { writer.finish(""); }), "opc:save:OriginalShrank(" + path + ")");
+}
+
+TEST_F(WriterTest, AFullDiskIsReported) {
+  const Source& source = make("rich.zip", kMakeRichArchive);
+  const std::string path = pathOf("out.zip");
+  const fl::filesystem::Descriptor output = openOutput("out.zip");
+  const Spool large = spooled(samples::noise(9 << 20)), small = spooled(samples::noise(5000));
+  const std::string full = "opc:save:CannotWrite(" + path + ", File too large)";
+  const support::FileSizeLimit limit(300);
+  EXPECT_EQ(raisedBy([&] { Writer(output.get(), path).add("large", large); }), full);
+  EXPECT_EQ(raisedBy([&] { Writer(output.get(), path).add("small", small); }), full);
+  EXPECT_EQ(raisedBy([&] {
+              Writer writer(output.get(), path);
+              for (const Entry& entry : source.directory.entries()) writer.copy(source.file, entry);
+              writer.finish("");
+            }),
+            full);
+}
+
+}  // namespace
+}  // namespace zip

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace tavlox::cli {
 

@@ -9,7 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "hosts/cli/help.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

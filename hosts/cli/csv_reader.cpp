@@ -5,7 +5,7 @@
 
 #include <csv.h>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace tavlox::cli {
 

@@ -1,7 +1,7 @@
 #include "hosts/cli/entries.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace tavlox::cli {
 namespace {

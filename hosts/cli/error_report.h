@@ -4,7 +4,7 @@
 #include <string>
 
 #include "hosts/cli/command.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 /// How failures are told to people and to other programs. Everything goes to standard error.
 namespace tavlox::cli {

@@ -3,7 +3,7 @@
 #include "hosts/cli/entries.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 

@@ -2,7 +2,7 @@
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/progress.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace {
 

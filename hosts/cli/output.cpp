@@ -6,7 +6,7 @@
 
 #include "hosts/cli/progress.h"
 #include "hosts/cli/terminal.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 
 namespace tavlox::cli {

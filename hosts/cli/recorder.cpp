@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 
 #include "hosts/cli/sample_table.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 #include "platform/progress/progress.h"
 #include "platform/text/conversion.h"

@@ -5,7 +5,7 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/records.h"
 #include "hosts/cli/run_hint.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

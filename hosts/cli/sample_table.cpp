@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {

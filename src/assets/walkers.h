@@ -5,7 +5,7 @@
 #include <string>
 
 #include "package/scoped_ref.h"
-#include "platform/errors/collection.h"
+#include "platform/errors/exceptions.h"
 #include "platform/opc/package.h"
 
 /// How entries of a package are selected: by walking its package-level relationships. What is done with each

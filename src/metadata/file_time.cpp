@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 

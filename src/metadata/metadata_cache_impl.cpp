@@ -4,7 +4,7 @@
 #include "metadata/run_list.h"
 #include "package/compression.h"
 #include "package/session_parts.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 
 namespace orra::tavloxio {

@@ -4,7 +4,7 @@
 #include "metadata/transaction.h"
 #include "package/part_stream.h"
 #include "package/session_parts.h"
-#include "platform/errors/collection.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 #include "platform/repository/load_signals.h"
 #include "platform/repository/obj_ref_array_json.h"

@@ -2,7 +2,7 @@
 
 #include <boost/function.hpp>
 
-#include "platform/errors/collection.h"
+#include "platform/errors/exceptions.h"
 #include "platform/repository/object_manager.h"
 
 /// How failures of the session repository become errors of the module.

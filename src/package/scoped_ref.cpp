@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "package/open_file_cache.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/errors/package_errors.h"
 
 namespace orra::tavloxio::file {

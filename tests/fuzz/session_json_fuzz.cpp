@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/repository/obj_ref_array_json.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <exception>
 #include <string>
 
-#include "platform/errors/user_exception.h"
+#include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
 namespace support {

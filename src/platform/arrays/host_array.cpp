@@ -7,8 +7,7 @@
 #include <utility>
 
 #include "platform/arrays/host_array_blocks.h"
-#include "platform/errors/bad_alloc.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace corvan {
 namespace {

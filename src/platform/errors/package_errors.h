@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 /// The errors of the package library. They stand with the container because it is the lowest layer that
 /// raises them.

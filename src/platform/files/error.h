@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 namespace fl::filesystem {
 

@@ -6,7 +6,7 @@
 
 #include <boost/function.hpp>
 
-#include "platform/errors/collection.h"
+#include "platform/errors/exceptions.h"
 
 namespace orra {
 

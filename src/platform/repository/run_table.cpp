@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/repository/member_binding.h"
 #include "platform/repository/members.h"
 #include "platform/repository/obj_ref_array_json.h"

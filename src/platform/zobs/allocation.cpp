@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "platform/errors/bad_alloc.h"
+#include "platform/errors/exceptions.h"
 
 void utFree(void* memory) noexcept { std::free(memory); }
 

@@ -1,6 +1,6 @@
 // What the host's info classes answer where a module does not say otherwise.
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/zobs/access.h"
 #include "platform/zobs/class_info.h"
 #include "platform/zobs/method_info.h"

@@ -4,7 +4,7 @@
 #include <limits>
 #include <optional>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/zobs/class.h"
 #include "platform/zobs/dispatch.h"
 

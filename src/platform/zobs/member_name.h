@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/zobs/method_info.h"
 
 namespace zobs {

@@ -5,7 +5,7 @@
 
 #include <dlfcn.h>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 #include "platform/zobs/exported_functions.h"
 

@@ -1,7 +1,7 @@
 #include <sys/stat.h>
 
 #include "assets/extract.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "tests/module/assets/user_files_fixture.h"
 #include "tests/support/archive_builder.h"
 #include "tests/support/file_size_limit.h"

@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/errors/collection.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 
 using namespace foundation::core::except;
 

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/repository/members.h"
 #include "platform/repository/strings.h"
 

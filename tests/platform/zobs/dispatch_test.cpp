@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "registered_infos.h"
 #include "tests/support/raised.h"
 

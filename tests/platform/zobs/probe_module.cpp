@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/zobs/class.h"
 #include "platform/zobs/namespace.h"
 

@@ -2,8 +2,7 @@
 
 #include <sqlite3.h>
 
-#include "platform/errors/bad_alloc.h"
-#include "platform/errors/except_with_causes.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/descriptor.h"
 
 namespace orra::sql {

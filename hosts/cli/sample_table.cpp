@@ -67,7 +67,8 @@ SampleTable::SampleTable(std::u16string path)
       byteOrderMark_("\xEF\xBB\xBF") {}
 
 template <class... Argument>
-void SampleTable::refuse(std::string_view identifier, CellPlace place, const Argument&... further) const {
+void SampleTable::refuse(fl::i18n::MessageId<3 + sizeof...(Argument)> identifier, CellPlace place,
+                         const Argument&... further) const {
   foundation::core::except::raise(identifier, path_, place.line, place.column, further...);
 }
 

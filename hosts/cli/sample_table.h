@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/cli/csv_reader.h"
+#include "platform/errors/message_id.h"
 
 namespace tavlox::cli {
 
@@ -57,7 +58,8 @@ class SampleTable {
   void endHeading(CellPlace cellAfterLast);
 
   template <class... Argument>
-  [[noreturn]] void refuse(std::string_view identifier, CellPlace place, const Argument&... further) const;
+  [[noreturn]] void refuse(fl::i18n::MessageId<3 + sizeof...(Argument)> identifier, CellPlace place,
+                           const Argument&... further) const;
 
   std::u16string path_;
   CsvReader reader_;

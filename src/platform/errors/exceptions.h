@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/errors/message_id.h"
+
 /// The errors of the platform and its modules: one with an identifier and arguments, an ordered collection of
 /// them, and out of memory.
 namespace foundation::core::except {
@@ -73,7 +75,7 @@ std::u16string toArgument(Number number) {
 
 /// Raises one message-ID error. The whole identifier stands at the call, so that a search finds it.
 template <class... Argument>
-[[noreturn]] void raise(std::string_view identifier, const Argument&... arguments) {
+[[noreturn]] void raise(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   throw except_with_causes(identifier, {toArgument(arguments)...});
 }
 
@@ -89,7 +91,7 @@ class collection : public IUserException {
   /// Adds one error at the end.
   void add(except_with_causes error) { errors_.push_back(std::move(error)); }
   template <class... Argument>
-  void add(std::string_view identifier, const Argument&... arguments) {
+  void add(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
     errors_.emplace_back(identifier, Arguments{toArgument(arguments)...});
   }
 
@@ -109,7 +111,8 @@ class collection : public IUserException {
 
 /// Raises a collection that holds one error.
 template <class... Argument>
-[[noreturn]] void raiseCollection(std::string_view identifier, const Argument&... arguments) {
+[[noreturn]] void raiseCollection(fl::i18n::MessageId<sizeof...(Argument)> identifier,
+                                  const Argument&... arguments) {
   collection errors;
   errors.add(identifier, arguments...);
   throw errors;

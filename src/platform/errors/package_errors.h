@@ -35,13 +35,13 @@ class PackageOpenFailed : public Exception {
 }  // namespace model
 
 template <class Error = Exception, class... Argument>
-[[noreturn]] void raise(std::string_view identifier, const Argument&... arguments) {
+[[noreturn]] void raise(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   throw Error(identifier, {foundation::core::except::toArgument(arguments)...});
 }
 
 /// Refuses to open a package.
 template <class... Argument>
-[[noreturn]] void refuse(std::string_view identifier, const Argument&... arguments) {
+[[noreturn]] void refuse(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   raise<model::PackageOpenFailed>(identifier, arguments...);
 }
 

@@ -15,7 +15,7 @@ class Error : public foundation::core::except::except_with_causes {
 };
 
 template <class... Argument>
-[[noreturn]] void raise(std::string_view identifier, const Argument&... arguments) {
+[[noreturn]] void raise(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   throw Error(identifier, {foundation::core::except::toArgument(arguments)...});
 }
 

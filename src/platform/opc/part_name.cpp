@@ -22,22 +22,24 @@ bool isRelationshipPart(std::string_view folder, std::string_view file) {
          equalsIgnoringCase(file.substr(file.size() - 5), ".rels");
 }
 
-/// The rule that a decoded name breaks, as an identifier; null if it breaks none.
-const char* brokenRule(std::string_view name) {
-  if (name.empty() || name[0] != '/') return "opc:name:NoLeadingSlash";
-  if (name.find('\0') != std::string_view::npos) return "opc:name:NulCharacter";
-  if (name.find('\\') != std::string_view::npos) return "opc:name:Backslash";
+using Rule = fl::i18n::MessageId<1>;
+
+/// The rule that a decoded name breaks, if it breaks one.
+std::optional<Rule> brokenRule(std::string_view name) {
+  if (name.empty() || name[0] != '/') return Rule("opc:name:NoLeadingSlash");
+  if (name.find('\0') != std::string_view::npos) return Rule("opc:name:NulCharacter");
+  if (name.find('\\') != std::string_view::npos) return Rule("opc:name:Backslash");
   std::string_view previous;
   for (std::size_t start = 1; start <= name.size();) {
     const std::size_t end = std::min(name.find('/', start), name.size());
     const std::string_view segment = name.substr(start, end - start);
-    if (segment.empty()) return "opc:name:EmptySegment";
-    if (segment.back() == '.') return "opc:name:TrailingDot";
-    if (isRelationshipPart(previous, segment)) return "opc:name:RelationshipPart";
+    if (segment.empty()) return Rule("opc:name:EmptySegment");
+    if (segment.back() == '.') return Rule("opc:name:TrailingDot");
+    if (isRelationshipPart(previous, segment)) return Rule("opc:name:RelationshipPart");
     previous = segment;
     start = end + 1;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 /// Whether a "%2F" or "%5C" hides a separator inside a segment.
@@ -71,7 +73,7 @@ std::string keyOf(const std::string& encoded) {
 
 /// A name that was looked at: either the rule it breaks or what it consists of.
 struct PartName::Parsed {
-  const char* rule = nullptr;
+  std::optional<Rule> rule;
   std::u16string text;
   std::string encoded;
 };
@@ -82,59 +84,60 @@ PartName::PartName(Parsed&& parsed)
 PartName::PartName(std::u16string_view decoded) : text_(decoded) {
   if (!fl::i18n::is_well_formed(decoded)) raise("opc:name:LoneSurrogate", decoded);
   const std::string narrow = fl::i18n::to_string(decoded);
-  if (const char* rule = brokenRule(narrow)) raise(rule, decoded);
+  if (const auto rule = brokenRule(narrow)) raise(*rule, decoded);
   encoded_ = percent::encode(narrow, percent::kPathLiterals);
   if (encoded_.size() > kMaximalLength) raise("opc:name:TooLong", decoded.substr(0, 64));
   key_ = keyOf(encoded_);
 }
 
 PartName::Parsed PartName::parse(std::string_view encoded) {
-  const auto broken = [](const char* rule) { return Parsed{rule, {}, {}}; };
+  const auto broken = [](Rule rule) { return Parsed{rule, {}, {}}; };
   if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
-    if (const char* rule = brokenRule(encoded)) return broken(rule);
-    return {nullptr, decodeCanonical(encoded), std::string(encoded)};
+    if (const auto rule = brokenRule(encoded)) return broken(*rule);
+    return {std::nullopt, decodeCanonical(encoded), std::string(encoded)};
   }
   // Three bytes are the longest encoding of one, so a longer text cannot have a short enough canonical form.
-  if (encoded.size() > 3 * kMaximalLength) return broken("opc:name:TooLong");
-  if (hasEncodedSeparator(encoded)) return broken("opc:name:EncodedSlash");
+  if (encoded.size() > 3 * kMaximalLength) return broken(Rule("opc:name:TooLong"));
+  if (hasEncodedSeparator(encoded)) return broken(Rule("opc:name:EncodedSlash"));
   const std::optional<std::string> narrow = percent::decode(encoded);
-  if (!narrow) return broken("opc:name:BadPercentEncoding");
-  if (!fl::i18n::is_well_formed(*narrow)) return broken("opc:name:NotUtf8");
-  if (const char* rule = brokenRule(*narrow)) return broken(rule);
-  Parsed parsed{nullptr, fl::i18n::to_ustring(*narrow), percent::encode(*narrow, percent::kPathLiterals)};
-  if (parsed.encoded.size() > kMaximalLength) return broken("opc:name:TooLong");
+  if (!narrow) return broken(Rule("opc:name:BadPercentEncoding"));
+  if (!fl::i18n::is_well_formed(*narrow)) return broken(Rule("opc:name:NotUtf8"));
+  if (const auto rule = brokenRule(*narrow)) return broken(*rule);
+  Parsed parsed{std::nullopt, fl::i18n::to_ustring(*narrow),
+                percent::encode(*narrow, percent::kPathLiterals)};
+  if (parsed.encoded.size() > kMaximalLength) return broken(Rule("opc:name:TooLong"));
   return parsed;
 }
 
 PartName PartName::fromEncoded(std::string_view encoded) {
   Parsed parsed = parse(encoded);
-  if (parsed.rule != nullptr) raise(parsed.rule, encoded.substr(0, kMaximalLength));
+  if (parsed.rule) raise(*parsed.rule, encoded.substr(0, kMaximalLength));
   return PartName(std::move(parsed));
 }
 
 std::optional<PartName> PartName::tryFromEncoded(std::string_view encoded) {
   Parsed parsed = parse(encoded);
-  if (parsed.rule != nullptr) return std::nullopt;
+  if (parsed.rule) return std::nullopt;
   return PartName(std::move(parsed));
 }
 
 std::optional<std::u16string> PartName::tryDecode(std::string_view encoded) {
   if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
-    if (brokenRule(encoded) != nullptr) return std::nullopt;
+    if (brokenRule(encoded)) return std::nullopt;
     return decodeCanonical(encoded);
   }
   Parsed parsed = parse(encoded);
-  if (parsed.rule != nullptr) return std::nullopt;
+  if (parsed.rule) return std::nullopt;
   return std::move(parsed.text);
 }
 
 std::optional<std::string> PartName::tryKey(std::string_view encoded) {
   if (encoded.size() <= kMaximalLength && isCanonical(encoded)) {
-    if (brokenRule(encoded) != nullptr) return std::nullopt;
+    if (brokenRule(encoded)) return std::nullopt;
     return percent::toLower(encoded);
   }
   const Parsed parsed = parse(encoded);
-  if (parsed.rule != nullptr) return std::nullopt;
+  if (parsed.rule) return std::nullopt;
   return percent::toLower(parsed.encoded);
 }
 

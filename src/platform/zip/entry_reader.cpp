@@ -28,7 +28,7 @@ struct EntryReader::State {
   void checkStreamEnd();
   void feed();
 
-  [[noreturn]] void fail(std::string_view identifier) const { raise(identifier, file->path(), name); }
+  [[noreturn]] void fail(fl::i18n::MessageId<2> identifier) const { raise(identifier, file->path(), name); }
 
   std::shared_ptr<const fl::filesystem::InputFile> file;
   std::string name;

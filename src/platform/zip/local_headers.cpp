@@ -80,7 +80,7 @@ class HeaderCheck {
   void fillWindow(std::uint64_t offset, std::uint64_t count);
 
   template <class... Argument>
-  [[noreturn]] void refuseEntry(std::string_view identifier, const Entry& entry,
+  [[noreturn]] void refuseEntry(fl::i18n::MessageId<2 + sizeof...(Argument)> identifier, const Entry& entry,
                                 const Argument&... more) const {
     refuse(identifier, file_.path(), entry.name, more...);
   }

@@ -70,7 +70,7 @@ TEST_F(Queries, ACorruptDatabaseIsAnInternalError) {
 TEST_F(Queries, TheFirstCollectedErrorDecides) {
   using foundation::core::except::collection;
   collection errors;
-  errors.add("other:component:Key", u"a");
+  errors.add(foundation::core::except::except_with_causes("other:component:Key", {u"a"}));
   errors.add("sqldb:ssdb:Corrupt", "file", "text");
   EXPECT_EQ(raisedBy([&] { throwCollected(errors); }), "other:component:Key(a)");
   try {

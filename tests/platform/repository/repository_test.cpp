@@ -178,11 +178,11 @@ TEST(SafeTransaction, CollectsWhatTheWorkRaises) {
   RepositoryFixture session;
   const std::string failed = "sqldb:ssdb:Failed(" + session.database().string() + ", ";
   collection two;
-  two.add("a:b:First", 1);
-  two.add("a:b:Second");
+  two.add(foundation::core::except::except_with_causes("a:b:First", {u"1"}));
+  two.add(foundation::core::except::except_with_causes("a:b:Second"));
   const std::pair<boost::function<void()>, Errors> kCases[] = {
       {[] {}, {}},
-      {[] { foundation::core::except::raise("a:b:Own", u"x"); }, {"a:b:Own(x)"}},
+      {[] { throw foundation::core::except::except_with_causes("a:b:Own", {u"x"}); }, {"a:b:Own(x)"}},
       {[&] { throw two; }, {"a:b:First(1)", "a:b:Second()"}},
       {[] { throw collection(); }, {failed + "the work failed without a reason)"}},
       {[] { throw std::runtime_error("why"); }, {failed + "why)"}},
@@ -205,7 +205,7 @@ TEST(SafeTransaction, RollsBackAsAWhole) {
     EXPECT_EQ(support::raisedBy([&] { session.loadSignals(R"([{"id":2}])"); }).empty(), false);
     EXPECT_EQ(session.names(7), "a ");
     EXPECT_EQ(session.named(u"a", 7).size(), 1u);
-    foundation::core::except::raise("a:b:Own");
+    throw foundation::core::except::except_with_causes("a:b:Own");
   }),
             std::vector<std::string>{"a:b:Own()"});
   EXPECT_EQ(session.names(7), "");

@@ -107,7 +107,7 @@ TEST(Namespace, ASecondDefinitionIsRefusedAndItsInfoFreed) {
   struct Strict : infos::Namespace {
     using Namespace::Namespace;
     void throwErrorForDefinitionOfExistingName(std::string_view name) const override {
-      if (name == "Class") foundation::core::except::raise("strict:own:Error", name);
+      if (name == "Class") throw foundation::core::except::except_with_causes("strict:own:Error", {u"Class"});
     }
   };
   COSNamespace::addNamespace(new Strict("strict"));

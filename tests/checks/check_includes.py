@@ -9,29 +9,27 @@ import re
 import sys
 from pathlib import Path
 
-BASE = {"errors", "progress", "text"}
-PLATFORM = {  # a folder and what it may include
+BASE = {"platform/errors", "platform/progress", "platform/text"}
+PACKAGE = BASE | {"platform/files", "platform/zip", "platform/opc"}
+ALLOWED = {  # a folder and what it may include beside itself
     "platform/text": set(),
     "platform/progress": set(),
-    "platform/errors": {"text"},
+    "platform/errors": {"platform/text"},
     "platform/files": BASE,
     "platform/arrays": BASE,
-    "platform/zobs": BASE | {"arrays"},
-    "platform/zip": BASE | {"files"},
-    "platform/opc": BASE | {"files", "zip"},
-    "platform/export_file": BASE | {"files", "zip", "opc"},
-    "platform/repository": BASE | {"files", "zip", "opc"},
+    "platform/zobs": BASE | {"platform/arrays"},
+    "platform/zip": BASE | {"platform/files"},
+    "platform/opc": PACKAGE,
+    "platform/export_file": PACKAGE,
+    "platform/repository": PACKAGE,
 }
-WHOLE_PLATFORM = set(PLATFORM)
-ALLOWED = {area: {f"platform/{name}" for name in names} for area, names in PLATFORM.items()} | {
-    "package": WHOLE_PLATFORM,
-    "metadata": WHOLE_PLATFORM | {"package"},
-    "queries": WHOLE_PLATFORM | {"package", "metadata"},
-    "assets": WHOLE_PLATFORM | {"package", "metadata"},
-    "fileclass": WHOLE_PLATFORM | {"package", "metadata", "queries", "assets"},
-    "entry": WHOLE_PLATFORM | {"package", "metadata", "queries", "assets", "fileclass"},
-}
-MODULE = set(ALLOWED) - WHOLE_PLATFORM
+PLATFORM = set(ALLOWED)
+ALLOWED["package"] = PLATFORM
+ALLOWED["metadata"] = PLATFORM | {"package"}
+ALLOWED["queries"] = ALLOWED["assets"] = PLATFORM | {"package", "metadata"}
+ALLOWED["fileclass"] = PLATFORM | {"package", "metadata", "queries", "assets"}
+ALLOWED["entry"] = ALLOWED["fileclass"] | {"fileclass"}
+MODULE = set(ALLOWED) - PLATFORM
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"(?!generated/)([^"]+)"|<([^>]+)>)', re.MULTILINE)
 # What ends in .h between angle brackets is a header of C, unless it belongs to one of these C++ libraries.
@@ -39,51 +37,34 @@ FOREIGN = re.compile(r"(?!(?:Poco|boost|fmt|pybind11)/).*\.h$")
 
 
 class Tree:
-    """The source files and what each includes."""
+    """The source files, the files of the tree that each includes, and the foreign headers."""
 
     def __init__(self, root):
-        self.root = root
-        files = [path for folder in ("src", "hosts") for path in (root / folder).rglob("*.[ch]*")]
-        self.files = sorted(path for path in files if path.suffix in (".h", ".cpp", ".hpp"))
-        self.own, self.foreign = {}, {}
-        for path in self.files:
-            found = INCLUDE.findall(path.read_text(encoding="utf-8"))
-            self.own[path] = [(name, self.resolve(path, name)) for name, _ in found if name]
-            self.foreign[path] = [name for _, name in found if name and FOREIGN.match(name)]
+        self.root, self.own, self.foreign = root, {}, {}
+        for path in sorted([*root.glob("src/**/*.[ch]*"), *root.glob("hosts/**/*.[ch]*")]):
+            if path.suffix in (".h", ".cpp", ".hpp"):
+                found = INCLUDE.findall(path.read_text(encoding="utf-8"))
+                self.own[path] = {name: self.resolve(path, name) for name, _ in found if name}
+                self.foreign[path] = [name for _, name in found if name and FOREIGN.match(name)]
 
     def resolve(self, path, name):
-        for folder in (path.parent, self.root / "src", self.root):
-            if (folder / name).is_file():
-                return (folder / name).resolve()
-        return None
+        places = (folder / name for folder in (path.parent, self.root / "src", self.root))
+        return next((place.resolve() for place in places if place.is_file()), None)
 
     def area(self, path):
         """The folder that the rules speak of: the longest known one, or "hosts/NAME"."""
-        relative = path.relative_to(self.root)
-        if relative.parts[0] == "hosts":
-            return "/".join(relative.parts[:2])
-        folders = "/".join(relative.parts[1:-1])
-        known = [area for area in ALLOWED if f"{folders}/".startswith(f"{area}/")]
-        return max(known, key=len, default=None)
+        parts = path.relative_to(self.root).parts
+        if parts[0] == "hosts":
+            return "/".join(parts[:2])
+        return next((area for area in ("/".join(parts[1:3]), parts[1]) if area in ALLOWED), None)
 
-    def reached(self, path):
-        """The foreign headers that `path` brings along, each with the file that names it."""
-        found, seen, waiting = set(), {path}, [path]
-        while waiting:
-            file = waiting.pop()
-            found |= {(name, file) for name in self.foreign[file]}
-            targets = {target for _, target in self.own[file] if target in self.own}
-            waiting += targets - seen
-            seen |= targets
-        return found
-
-
-def may_include(area, target):
-    if area == target:
-        return True
-    if area.startswith("hosts/"):
-        return target in WHOLE_PLATFORM
-    return target in ALLOWED[area]
+    def headers_of(self, path, seen):
+        """`path` and every file of the tree that it brings along."""
+        seen.add(path)
+        for target in self.own[path].values():
+            if target in self.own and target not in seen:
+                self.headers_of(target, seen)
+        return seen
 
 
 def problems_of(tree, path):
@@ -91,31 +72,26 @@ def problems_of(tree, path):
     if area is None:
         yield "lies in a folder that has no place in the order of includes"
         return
-    for name, target in tree.own[path]:
-        if target is None:
-            yield f'includes "{name}", which does not exist'
-        elif target not in tree.own:
-            yield f'includes "{name}" from outside the sources'
-        elif not may_include(area, tree.area(target) or "?"):
+    allowed = ALLOWED.get(area, PLATFORM) | {area}
+    for name, target in tree.own[path].items():
+        if target not in tree.own:
+            yield f'includes "{name}", which is no source'
+        elif tree.area(target) not in allowed:
             yield f'includes "{name}", but {area} must not include {tree.area(target)}'
-    if area in MODULE:
-        for name in tree.foreign[path]:
-            yield f"includes <{name}>: the module leaves that to the platform"
-    for name, header in sorted(tree.reached(path)):
+    for name in tree.foreign[path] if area in MODULE else ():
+        yield f"includes <{name}>: the module leaves that to the platform"
+    for header in sorted(tree.headers_of(path, set())):
         if tree.area(header) != area:
-            yield f"reaches <{name}> through {header.relative_to(tree.root)}, a header private to its folder"
+            for name in tree.foreign[header]:
+                yield f"reaches <{name}> through {header.relative_to(tree.root)}, private to its folder"
 
 
 def main(root):
     tree = Tree(Path(root).resolve())
-    count = 0
-    for path in tree.files:
-        for problem in problems_of(tree, path):
-            print(f"{path.relative_to(tree.root)}: {problem}")
-            count += 1
-    if not tree.files:
-        print("there are no sources to check")
-    return 0 if tree.files and count == 0 else 1
+    problems = [(path, problem) for path in tree.own for problem in problems_of(tree, path)]
+    for path, problem in problems:
+        print(f"{path.relative_to(tree.root)}: {problem}")
+    return 1 if problems or not tree.own else 0
 
 
 if __name__ == "__main__":

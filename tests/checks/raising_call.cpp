@@ -1,0 +1,5 @@
+#include "platform/errors/exceptions.h"
+
+using namespace foundation::core::except;
+
+void raisingCall() { CALL; }

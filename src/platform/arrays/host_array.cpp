@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <type_traits>
-#include <utility>
+#include <memory>
 
-#include "platform/arrays/host_array_blocks.h"
 #include "platform/errors/exceptions.h"
 
 namespace corvan {
@@ -14,53 +12,25 @@ namespace {
 
 using foundation::core::except::raise;
 
-struct ClassFacts {
-  std::string_view name;
-  std::size_t size;
-};
-
 // In the order of NumericClass.
-constexpr std::array<ClassFacts, 10> kClasses{{{"double", 8},
-                                               {"single", 4},
-                                               {"int8", 1},
-                                               {"int16", 2},
-                                               {"int32", 4},
-                                               {"int64", 8},
-                                               {"uint8", 1},
-                                               {"uint16", 2},
-                                               {"uint32", 4},
-                                               {"uint64", 8}}};
+constexpr std::array<std::string_view, 10> kClassNames{"double", "single", "int8",   "int16",  "int32",
+                                                       "int64",  "uint8",  "uint16", "uint32", "uint64"};
 
 // In the order of ArrayKind.
 constexpr std::array<std::string_view, 5> kKindNames{"numeric", "logical", "char", "cell", "struct"};
 
-template <class T>
-struct ClassOf;
-template <>
-struct ClassOf<double> : std::integral_constant<NumericClass, NumericClass::Double> {};
-template <>
-struct ClassOf<float> : std::integral_constant<NumericClass, NumericClass::Single> {};
-template <>
-struct ClassOf<std::int8_t> : std::integral_constant<NumericClass, NumericClass::Int8> {};
-template <>
-struct ClassOf<std::int16_t> : std::integral_constant<NumericClass, NumericClass::Int16> {};
-template <>
-struct ClassOf<std::int32_t> : std::integral_constant<NumericClass, NumericClass::Int32> {};
-template <>
-struct ClassOf<std::int64_t> : std::integral_constant<NumericClass, NumericClass::Int64> {};
-template <>
-struct ClassOf<std::uint8_t> : std::integral_constant<NumericClass, NumericClass::UInt8> {};
-template <>
-struct ClassOf<std::uint16_t> : std::integral_constant<NumericClass, NumericClass::UInt16> {};
-template <>
-struct ClassOf<std::uint32_t> : std::integral_constant<NumericClass, NumericClass::UInt32> {};
-template <>
-struct ClassOf<std::uint64_t> : std::integral_constant<NumericClass, NumericClass::UInt64> {};
+/// What the maker gives for the C++ type of a numeric class.
+template <class Maker>
+auto forType(NumericClass numericClass, const Maker& make) {
+  return [&]<class... T>(const std::tuple<T...>*) {
+    return std::array{make.template operator()<T>()...}[static_cast<std::size_t>(numericClass)];
+  }(static_cast<const NumericTypes*>(nullptr));
+}
 
 std::size_t elementSize(ArrayKind kind, NumericClass numericClass) {
   if (kind == ArrayKind::Logical) return sizeof(bool);
   if (kind == ArrayKind::Char) return sizeof(char16_t);
-  return kClasses[static_cast<std::size_t>(numericClass)].size;
+  return forType(numericClass, []<class T>() { return sizeof(T); });
 }
 
 /// The bytes of so many elements, or out of memory where no allocation could be that large.
@@ -77,32 +47,6 @@ double firstAsDouble(const std::byte* elements) {
   return static_cast<double>(*reinterpret_cast<const T*>(elements));
 }
 
-double numberAsDouble(NumericClass numericClass, const std::byte* elements) {
-  switch (numericClass) {
-    case NumericClass::Double:
-      return firstAsDouble<double>(elements);
-    case NumericClass::Single:
-      return firstAsDouble<float>(elements);
-    case NumericClass::Int8:
-      return firstAsDouble<std::int8_t>(elements);
-    case NumericClass::Int16:
-      return firstAsDouble<std::int16_t>(elements);
-    case NumericClass::Int32:
-      return firstAsDouble<std::int32_t>(elements);
-    case NumericClass::Int64:
-      return firstAsDouble<std::int64_t>(elements);
-    case NumericClass::UInt8:
-      return firstAsDouble<std::uint8_t>(elements);
-    case NumericClass::UInt16:
-      return firstAsDouble<std::uint16_t>(elements);
-    case NumericClass::UInt32:
-      return firstAsDouble<std::uint32_t>(elements);
-    case NumericClass::UInt64:
-      return firstAsDouble<std::uint64_t>(elements);
-  }
-  return 0;
-}
-
 template <class T>
 HostArray filled(HostArray array, std::span<const T> values) {
   std::ranges::copy(values, array.template mutableValues<T>().begin());
@@ -111,14 +55,96 @@ HostArray filled(HostArray array, std::span<const T> values) {
 
 }  // namespace
 
+/// What copies of one array share when it does not fit in place.
+struct HostArray::Block {
+  Block(std::size_t rowCount, std::size_t columnCount) : rows(rowCount), columns(columnCount) {}
+  Block(const Block& other) : rows(other.rows), columns(other.columns) {}
+  Block& operator=(const Block&) = delete;
+  virtual ~Block() = default;
+  virtual Block* copy() const = 0;
+
+  /// Destroys the block with its last reference.
+  void release() noexcept;
+
+  // Blocks differ in size from their type, so the sized form of delete must not be chosen for them.
+  static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void* operator new(std::size_t size, std::size_t extra) { return ::operator new(size + extra); }
+  static void operator delete(void* memory) { ::operator delete(memory); }
+  static void operator delete(void* memory, std::size_t) { ::operator delete(memory); }
+
+  std::size_t references = 1;
+  std::size_t rows, columns;
+  Block* nextDoomed = nullptr;
+};
+
+void HostArray::Block::release() noexcept {
+  if (--references != 0) return;
+  // Cells may be nested as deeply as memory allows. What a dying block lets go of waits in this list, so that
+  // deep nesting costs no stack.
+  static Block* doomed = nullptr;
+  static bool isEmptying = false;
+  nextDoomed = doomed;
+  doomed = this;
+  if (isEmptying) return;
+  isEmptying = true;
+  while (doomed != nullptr) {
+    Block* const next = doomed;
+    doomed = next->nextDoomed;
+    delete next;
+  }
+  isEmptying = false;
+}
+
+/// Numbers, logicals or code units, in the same heap block, behind this head.
+struct HostArray::ElementBlock final : Block {
+  ElementBlock(std::size_t rowCount, std::size_t columnCount, std::size_t bytes)
+      : Block(rowCount, columnCount), byteCount(bytes) {}
+
+  static ElementBlock* create(std::size_t rowCount, std::size_t columnCount, std::size_t bytes) {
+    auto* const block = new (bytes) ElementBlock(rowCount, columnCount, bytes);
+    std::memset(block->elements(), 0, bytes);
+    return block;
+  }
+  Block* copy() const override {
+    auto* const block = new (byteCount) ElementBlock(rows, columns, byteCount);
+    std::memcpy(block->elements(), elements(), byteCount);
+    return block;
+  }
+
+  std::byte* elements() { return reinterpret_cast<std::byte*>(this + 1); }
+  const std::byte* elements() const { return reinterpret_cast<const std::byte*>(this + 1); }
+
+  std::size_t byteCount;
+};
+
+struct HostArray::CellBlock final : Block {
+  CellBlock(std::size_t rowCount, std::size_t columnCount)
+      : Block(rowCount, columnCount), values(rowCount * columnCount) {}
+  Block* copy() const override { return new CellBlock(*this); }
+
+  std::vector<HostArray> values;
+};
+
+/// One column of values per field, in the order of the names. The names never change, so copies share them.
+struct HostArray::StructureBlock final : Block {
+  StructureBlock(std::size_t rowCount, std::size_t columnCount, std::vector<std::u16string> fieldNames)
+      : Block(rowCount, columnCount),
+        names(std::make_shared<const std::vector<std::u16string>>(std::move(fieldNames))),
+        fields(names->size(), std::vector<HostArray>(rowCount * columnCount)) {}
+  Block* copy() const override { return new StructureBlock(*this); }
+
+  std::shared_ptr<const std::vector<std::u16string>> names;
+  std::vector<std::vector<HostArray>> fields;
+};
+
 NumericClass numericClassByName(std::string_view name) {
-  const auto found = std::ranges::find(kClasses, name, &ClassFacts::name);
-  if (found == kClasses.end()) raise("Corvan:Arrays:UnknownClass", name);
-  return static_cast<NumericClass>(found - kClasses.begin());
+  const auto found = std::ranges::find(kClassNames, name);
+  if (found == kClassNames.end()) raise("Corvan:Arrays:UnknownClass", name);
+  return static_cast<NumericClass>(found - kClassNames.begin());
 }
 
 std::string_view nameOf(NumericClass numericClass) {
-  return kClasses[static_cast<std::size_t>(numericClass)].name;
+  return kClassNames[static_cast<std::size_t>(numericClass)];
 }
 
 HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns)
@@ -141,7 +167,7 @@ HostArray::HostArray(ArrayKind kind, Block* block) noexcept : kind_(kind), rows_
 HostArray::HostArray(const HostArray& other) noexcept
     : kind_(other.kind_), numericClass_(other.numericClass_), rows_(other.rows_), columns_(other.columns_) {
   std::memcpy(data_, other.data_, sizeof data_);
-  if (isInBlock()) block()->retain();
+  if (isInBlock()) ++block()->references;
 }
 
 HostArray::HostArray(HostArray&& other) noexcept
@@ -222,57 +248,13 @@ double HostArray::scalarAsDouble() const {
   if (!isScalar()) raise("Corvan:Arrays:NotScalar", rows(), columns());
   if (kind_ == ArrayKind::Char) return text().front();
   if (kind_ == ArrayKind::Logical) return values<bool>().front() ? 1 : 0;
-  return numberAsDouble(numericClass_, elements());
+  return forType(numericClass_, []<class T>() { return &firstAsDouble<T>; })(elements());
 }
 
 std::u16string_view HostArray::text() const {
   requireKind(ArrayKind::Char);
   return {reinterpret_cast<const char16_t*>(elements()), elementCount()};
 }
-
-template <class T>
-void HostArray::requireElementsOf() const {
-  if constexpr (std::is_same_v<T, bool>) {
-    requireKind(ArrayKind::Logical);
-  } else if (!isNumeric() || numericClass_ != ClassOf<T>::value) {
-    raise("Corvan:Arrays:WrongClass", className(), nameOf(ClassOf<T>::value));
-  }
-}
-
-template <class T>
-std::span<const T> HostArray::values() const {
-  requireElementsOf<T>();
-  return {reinterpret_cast<const T*>(elements()), elementCount()};
-}
-
-template <class T>
-std::span<T> HostArray::mutableValues() {
-  requireElementsOf<T>();
-  return {reinterpret_cast<T*>(ownElements()), elementCount()};
-}
-
-template std::span<const bool> HostArray::values<bool>() const;
-template std::span<const double> HostArray::values<double>() const;
-template std::span<const float> HostArray::values<float>() const;
-template std::span<const std::int8_t> HostArray::values<std::int8_t>() const;
-template std::span<const std::int16_t> HostArray::values<std::int16_t>() const;
-template std::span<const std::int32_t> HostArray::values<std::int32_t>() const;
-template std::span<const std::int64_t> HostArray::values<std::int64_t>() const;
-template std::span<const std::uint8_t> HostArray::values<std::uint8_t>() const;
-template std::span<const std::uint16_t> HostArray::values<std::uint16_t>() const;
-template std::span<const std::uint32_t> HostArray::values<std::uint32_t>() const;
-template std::span<const std::uint64_t> HostArray::values<std::uint64_t>() const;
-template std::span<bool> HostArray::mutableValues<bool>();
-template std::span<double> HostArray::mutableValues<double>();
-template std::span<float> HostArray::mutableValues<float>();
-template std::span<std::int8_t> HostArray::mutableValues<std::int8_t>();
-template std::span<std::int16_t> HostArray::mutableValues<std::int16_t>();
-template std::span<std::int32_t> HostArray::mutableValues<std::int32_t>();
-template std::span<std::int64_t> HostArray::mutableValues<std::int64_t>();
-template std::span<std::uint8_t> HostArray::mutableValues<std::uint8_t>();
-template std::span<std::uint16_t> HostArray::mutableValues<std::uint16_t>();
-template std::span<std::uint32_t> HostArray::mutableValues<std::uint32_t>();
-template std::span<std::uint64_t> HostArray::mutableValues<std::uint64_t>();
 
 const HostArray& HostArray::cellAt(std::size_t index) const { return elementOf(cells().values, index); }
 
@@ -316,7 +298,7 @@ void HostArray::releaseBlock() noexcept { block()->release(); }
 
 void HostArray::unshare() {
   Block* const shared = block();
-  if (!shared->isShared()) return;
+  if (shared->references == 1) return;
   Block* const own = shared->copy();
   std::memcpy(data_, &own, sizeof(void*));
   shared->release();
@@ -357,6 +339,11 @@ std::size_t HostArray::fieldIndex(std::u16string_view name) const {
 void HostArray::requireKind(ArrayKind kind) const {
   if (kind_ != kind)
     raise("Corvan:Arrays:WrongClass", className(), kKindNames[static_cast<std::size_t>(kind)]);
+}
+
+void HostArray::requireClass(NumericClass numericClass) const {
+  if (isNumeric() && numericClass_ == numericClass) return;
+  raise("Corvan:Arrays:WrongClass", className(), nameOf(numericClass));
 }
 
 void HostArray::requireIndex(std::size_t index) const {

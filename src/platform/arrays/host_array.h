@@ -5,6 +5,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace corvan {
@@ -24,14 +27,28 @@ enum class NumericClass : std::uint8_t {
   UInt64
 };
 
+/// The C++ types of the numeric classes, in the order of NumericClass.
+using NumericTypes = std::tuple<double, float, std::int8_t, std::int16_t, std::int32_t, std::int64_t,
+                                std::uint8_t, std::uint16_t, std::uint32_t, std::uint64_t>;
+
+/// The numeric class that a C++ type stands for.
+template <class T>
+consteval NumericClass numericClassOf() {
+  return []<std::size_t... I>(std::index_sequence<I...>) {
+    static_assert((std::is_same_v<T, std::tuple_element_t<I, NumericTypes>> || ...), "no numeric class");
+    return NumericClass(((std::is_same_v<T, std::tuple_element_t<I, NumericTypes>> ? I : 0) + ...));
+  }
+  (std::make_index_sequence<std::tuple_size_v<NumericTypes>>());
+}
+
 /// The class of a host class name ("double", "int32"). Raises Corvan:Arrays:UnknownClass.
 NumericClass numericClassByName(std::string_view name);
 std::string_view nameOf(NumericClass numericClass);
 
 /// A value of the host: a two-dimensional array of numbers, logicals, UTF-16 code units, cells or structures,
 /// in column-major order. Copies share their data until one of them is changed. Scalars and short texts live
-/// in place; structure arrays keep one column of values per field. Values may be handed to another thread;
-/// one value must not be used by two threads at once, but copies of it may be.
+/// in place; structure arrays keep one column of values per field. Like all of the platform, not for two
+/// threads at once: copies share their count of references, which is not guarded.
 ///
 /// Asking an array for what it does not hold raises Corvan:Arrays:WrongClass, NotScalar, IndexOutOfRange or
 /// NoSuchField. Elements are counted from 0. A moved-from array is the empty double. What raises leaves the
@@ -84,10 +101,16 @@ class HostArray {
   /// The elements of a numeric array of the class that T stands for, or of a logical array for T = bool.
   /// Valid while this array stays where it is, unchanged.
   template <class T>
-  std::span<const T> values() const;
+  std::span<const T> values() const {
+    requireElementsOf<T>();
+    return {reinterpret_cast<const T*>(elements()), elementCount()};
+  }
   /// The same for writing; the data is no longer shared afterwards.
   template <class T>
-  std::span<T> mutableValues();
+  std::span<T> mutableValues() {
+    requireElementsOf<T>();
+    return {reinterpret_cast<T*>(ownElements()), elementCount()};
+  }
 
   const HostArray& cellAt(std::size_t index) const;
   void setCell(std::size_t index, HostArray value);
@@ -123,9 +146,16 @@ class HostArray {
   const HostArray& elementOf(const std::vector<HostArray>& column, std::size_t index) const;
   std::size_t fieldIndex(std::u16string_view name) const;
   void requireKind(ArrayKind kind) const;
+  void requireClass(NumericClass numericClass) const;
   void requireIndex(std::size_t index) const;
   template <class T>
-  void requireElementsOf() const;
+  void requireElementsOf() const {
+    if constexpr (std::is_same_v<T, bool>) {
+      requireKind(ArrayKind::Logical);
+    } else {
+      requireClass(numericClassOf<T>());
+    }
+  }
 
   // The elements themselves, or a pointer to a block with a reference of this array's own.
   alignas(8) std::byte data_[kInPlaceBytes] = {};

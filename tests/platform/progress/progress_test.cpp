@@ -1,24 +1,19 @@
 #include "platform/progress/progress.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
-
-using corvan::ProgressSubscription;
-using corvan::reportProgress;
 
 TEST(Progress, ReachesTheLatestSubscriberOnly) {
   std::string heard;
-  const auto report = [] { reportProgress({u"Counting", 1, 2}); };
-  report();
+  const auto hear = [&](std::string name) { return [&heard, name](const auto&) { heard += name; }; };
+  corvan::reportProgress({u"Counting", 1, 2});
   {
-    const ProgressSubscription outer([&](const corvan::Progress&) { heard += "outer "; });
+    const corvan::ProgressSubscription outer(hear("outer "));
     {
-      const ProgressSubscription inner([&](const corvan::Progress&) { heard += "inner "; });
-      report();
+      const corvan::ProgressSubscription inner(hear("inner "));
+      corvan::reportProgress({u"Counting", 1, 2});
     }
-    report();
+    corvan::reportProgress({u"Counting", 1, 2});
   }
-  report();
+  corvan::reportProgress({u"Counting", 1, 2});
   EXPECT_EQ(heard, "inner outer ");
 }

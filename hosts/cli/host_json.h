@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/text/json_writer.h"
-#include "platform/zobs/value.h"
+#include "platform/zobs/object.h"
 
 /// Host values as other programs and people read them.
 namespace tavlox::cli {

@@ -2,23 +2,19 @@
 
 #include <algorithm>
 
-#include "platform/zobs/member_name.h"
+#include "platform/errors/exceptions.h"
 #include "platform/zobs/namespace.h"
 
 namespace zobs {
 
-using foundation::core::except::raise;
-
-COSClass::COSClass(Registered<COSClassInfo> info, COSNamespace& holder, int getAccess, int setAccess)
+COSClass::COSClass(std::unique_ptr<COSClassInfo> info, COSNamespace& holder, Access access)
     : info_(std::move(info)),
       holder_(holder),
       identifier_(internal::makeInterned(holder.getName().text() + "." + info_->getName())),
-      access_{getAccess, setAccess} {}
-
-COSClass::~COSClass() = default;
+      access_(access) {}
 
 void COSClass::addMethod(COSMethodInfo* info) {
-  Registered<COSMethodInfo> method(info);
+  std::unique_ptr<COSMethodInfo> method(info);
   method->attach(*this);
   requireNewName(nameOf(*method));
   if (nameOf(*method) == info_->getName()) {
@@ -33,56 +29,46 @@ void COSClass::addProperty(COSProperty property) {
   properties_.push_back(std::move(property));
 }
 
-const std::vector<Registered<COSMethodInfo>>& COSClass::methods() {
-  define();
-  return methods_;
-}
-
-const std::vector<COSProperty>& COSClass::properties() {
-  define();
-  return properties_;
-}
-
 COSMethodInfo* COSClass::findMethod(std::string_view name) {
   define();
-  const auto found =
-      std::ranges::find_if(methods_, [&](const auto& method) { return nameOf(*method) == name; });
+  const auto found = std::ranges::find_if(methods_, [&](const auto& one) { return nameOf(*one) == name; });
   return found != methods_.end() ? found->get() : nullptr;
 }
 
 const COSProperty* COSClass::findProperty(std::string_view name) {
   define();
   const auto found =
-      std::ranges::find_if(properties_, [&](const auto& one) { return one.name.text() == name; });
+      std::ranges::find_if(properties_, [&](const COSProperty& one) { return one.name.text() == name; });
   return found != properties_.end() ? &*found : nullptr;
 }
 
-COSMethodInfo* COSClass::constructor() {
-  define();
-  return constructor_.get();
-}
-
 void COSClass::define() {
-  firstUse_.run([this] { info_->defineMembers(*this); },
-                [this, methodCount = methods_.size(), propertyCount = properties_.size(),
-                 hadConstructor = constructor_ != nullptr] {
-                  removeMembersFrom(methodCount, propertyCount, hadConstructor);
-                });
-}
-
-void COSClass::removeMembersFrom(std::size_t methodCount, std::size_t propertyCount, bool hadConstructor) {
-  methods_.erase(methods_.begin() + static_cast<std::ptrdiff_t>(methodCount), methods_.end());
-  properties_.erase(properties_.begin() + static_cast<std::ptrdiff_t>(propertyCount), properties_.end());
-  if (!hadConstructor) constructor_.reset();
+  if (isDefined_) return;
+  // Set before the work is done: the info may look at the members it has added so far.
+  isDefined_ = true;
+  const bool hadConstructor = constructor_ != nullptr;
+  const std::size_t methodCount = methods_.size(), propertyCount = properties_.size();
+  try {
+    info_->defineMembers(*this);
+  } catch (...) {
+    // A class with half of its members must not pass for a whole one.
+    if (!hadConstructor) constructor_.reset();
+    methods_.resize(methodCount);
+    properties_.resize(propertyCount);
+    isDefined_ = false;
+    throw;
+  }
 }
 
 void COSClass::requireNewName(std::string_view name) const {
   requireValidName(name);
   const bool isTaken =
       (constructor_ && nameOf(*constructor_) == name) ||
-      std::ranges::any_of(methods_, [&](const auto& method) { return nameOf(*method) == name; }) ||
-      std::ranges::any_of(properties_, [&](const auto& property) { return property.name.text() == name; });
-  if (isTaken) raise("Corvan:ObjectSystem:NameAlreadyDefined", identifier_.text() + "." + std::string(name));
+      std::ranges::any_of(methods_, [&](const auto& one) { return nameOf(*one) == name; }) ||
+      std::ranges::any_of(properties_, [&](const COSProperty& one) { return one.name.text() == name; });
+  if (!isTaken) return;
+  foundation::core::except::raise("Corvan:ObjectSystem:NameAlreadyDefined",
+                                  identifier_.text() + "." + std::string(name));
 }
 
 }  // namespace zobs

@@ -1,33 +1,43 @@
 #pragma once
 
+#include <concepts>
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include "platform/zobs/access.h"
-#include "platform/zobs/class_info.h"
-#include "platform/zobs/first_use.h"
-#include "platform/zobs/method_info.h"
-#include "platform/zobs/property.h"
+#include "platform/zobs/infos.h"
 
 namespace zobs {
 
-class COSNamespace;
-
-struct HostFree {
-  template <class Info>
-  void operator()(Info* info) const {
-    delete info;
-  }
+/// One registered property. Hosts can read it only: there is no setter. Attributes are words between the
+/// module and its hosts (0x800 and 0x40 are in use), which the object system keeps as given.
+struct COSProperty {
+  Interned name;
+  Interned type;
+  std::function<Value(void* instanceData)> getter;
+  Access access;
+  std::uint32_t attributes = 0;
+  std::u16string description;
 };
-template <class Info>
-using Registered = std::unique_ptr<Info, HostFree>;
 
-/// One registered class. Its members are defined when they are first asked for.
+/// What a getter of the instance data may give. Any other type would be converted to one of these silently.
+template <class T>
+concept PropertyResult =
+    std::same_as<T, const std::u16string*> || std::same_as<T, int> || std::same_as<T, bool>;
+
+/// A null pointer to a text is the empty text.
+inline Value toValue(const std::u16string* text) { return text != nullptr ? *text : std::u16string(); }
+inline Value toValue(int number) { return corvan::HostArray::int32Scalar(number); }
+inline Value toValue(bool logical) { return corvan::HostArray::logicalScalar(logical); }
+
+/// One registered class. Its members are defined when they are first looked at; adding to it from outside
+/// does not define them.
 class COSClass {
  public:
-  COSClass(Registered<COSClassInfo> info, COSNamespace& holder, int getAccess, int setAccess);
-  ~COSClass();
+  COSClass(std::unique_ptr<COSClassInfo> info, COSNamespace& holder, Access access);
 
   /// The dotted name, which also identifies the class's instance data in an object.
   Interned getIdentifier() const { return identifier_; }
@@ -36,40 +46,37 @@ class COSClass {
   /// Whether hosts may use the class, and whether they may replace it.
   Access getAccess() const { return access_; }
 
-  /// Takes over the info, also when it raises. The method named like the class is its constructor.
+  /// Takes over the info, also when it raises. The method named like the class is its constructor. Raises
+  /// Corvan:ObjectSystem:NameAlreadyDefined, as addProperty does, for a name that the class has already.
   void addMethod(COSMethodInfo* info);
-
-  /// Raises Corvan:ObjectSystem:NameAlreadyDefined, as addMethod does, for a name the class has already.
   template <class InstanceData, PropertyResult Result>
   void addProperty(std::string_view name, std::string_view type, Result (InstanceData::*getter)(),
                    int getAccess, int setAccess, std::uint32_t attributes, std::u16string_view description) {
-    addProperty(COSProperty{internal::makeInterned(name), internal::makeInterned(type),
-                            std::make_unique<GetterAdaptor<InstanceData, Result>>(getter), getAccess,
-                            setAccess, attributes, std::u16string(description)});
+    const auto read = [getter](void* data) { return toValue((static_cast<InstanceData*>(data)->*getter)()); };
+    addProperty({internal::makeInterned(name), internal::makeInterned(type), read,
+                 Access{getAccess, setAccess}, attributes, std::u16string(description)});
   }
 
   /// In registration order. The constructor is not among the methods.
-  const std::vector<Registered<COSMethodInfo>>& methods();
-  const std::vector<COSProperty>& properties();
-  /// Null if there is none of that name.
+  const std::vector<std::unique_ptr<COSMethodInfo>>& methods() { return define(), methods_; }
+  const std::vector<COSProperty>& properties() { return define(), properties_; }
+  /// These give null if there is none.
   COSMethodInfo* findMethod(std::string_view name);
   const COSProperty* findProperty(std::string_view name);
-  /// Null if the class has none.
-  COSMethodInfo* constructor();
+  COSMethodInfo* constructor() { return define(), constructor_.get(); }
 
  private:
   void addProperty(COSProperty property);
   void define();
-  void removeMembersFrom(std::size_t methodCount, std::size_t propertyCount, bool hadConstructor);
   void requireNewName(std::string_view name) const;
 
-  Registered<COSClassInfo> info_;
+  std::unique_ptr<COSClassInfo> info_;
   COSNamespace& holder_;
   Interned identifier_;
   Access access_;
-  FirstUse firstUse_;
-  Registered<COSMethodInfo> constructor_;
-  std::vector<Registered<COSMethodInfo>> methods_;
+  bool isDefined_ = false;
+  std::unique_ptr<COSMethodInfo> constructor_;
+  std::vector<std::unique_ptr<COSMethodInfo>> methods_;
   std::vector<COSProperty> properties_;
 };
 

@@ -1,14 +1,98 @@
 #include "platform/zobs/dispatch.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
+#include <optional>
 
-#include "platform/zobs/input_conversion.h"
-#include "platform/zobs/member_name.h"
+#include "platform/errors/exceptions.h"
 
 namespace zobs {
 namespace {
 
+using corvan::ArrayKind;
+using corvan::HostArray;
 using foundation::core::except::raise;
+
+/// An input as a type of the signature wants it. Nothing if it is not of the type and cannot become it.
+using Converted = std::optional<Value>;
+
+Converted toUnicodeString(const Value& input) {
+  if (std::holds_alternative<std::u16string>(input)) return input;
+  const auto* const array = std::get_if<HostArray>(&input);
+  if (array == nullptr || array->kind() != ArrayKind::Char || array->rows() > 1) return {};
+  return std::u16string(array->text());
+}
+
+Converted toAny(const Value& input) {
+  if (std::holds_alternative<HostArray>(input)) return input;
+  if (const auto* const text = std::get_if<std::u16string>(&input)) return HostArray::charRow(*text);
+  return {};
+}
+
+Converted toInt32Scalar(const Value& input) {
+  const auto* const array = std::get_if<HostArray>(&input);
+  if (array == nullptr || !array->isNumeric() || !array->isScalar()) return {};
+  const double number = array->scalarAsDouble();
+  using Limits = std::numeric_limits<std::int32_t>;
+  // A number that would have to be rounded or cut to size is more likely a mistake than meant. NaN compares
+  // false.
+  if (!(number >= Limits::min() && number <= Limits::max()) || number != std::trunc(number)) return {};
+  return HostArray::int32Scalar(static_cast<std::int32_t>(number));
+}
+
+Converted toLogicalScalar(const Value& input) {
+  const auto* const array = std::get_if<HostArray>(&input);
+  if (array == nullptr || !array->isScalar()) return {};
+  if (array->kind() == ArrayKind::Logical) return input;
+  if (!array->isNumeric() || std::isnan(array->scalarAsDouble())) return {};
+  return HostArray::logicalScalar(array->scalarAsDouble() != 0);
+}
+
+Converted toObjectOf(const std::string& className, const Value& input) {
+  const auto* const object = std::get_if<COSInterfacePointer>(&input);
+  if (object == nullptr || !*object) return {};
+  if ((*object)->getClass().getIdentifier().text() != className) return {};
+  return input;
+}
+
+Converted convert(const std::string& type, const Value& input) {
+  if (type == "unicodeString") return toUnicodeString(input);
+  if (type == "any") return toAny(input);
+  if (type == "int32 scalar") return toInt32Scalar(input);
+  if (type == "logical scalar") return toLogicalScalar(input);
+  return toObjectOf(type, input);
+}
+
+/// What the input is, for a message: its type, or size and class of a host value.
+std::string describe(const Value& input) {
+  if (std::holds_alternative<std::u16string>(input)) return "unicodeString";
+  if (const auto* const object = std::get_if<COSInterfacePointer>(&input); object != nullptr && *object) {
+    return (*object)->getClass().getIdentifier().text();
+  }
+  const auto* const array = std::get_if<HostArray>(&input);
+  if (array == nullptr) return "nothing";
+  return std::to_string(array->rows()) + "-by-" + std::to_string(array->columns()) + " " +
+         std::string(array->className());
+}
+
+/// The inputs as the method's signature wants them.
+std::vector<Value> convertInputs(const COSMethodInfo& method, std::vector<Value> inputs) {
+  const COSMethodSignature& signature = method.getSignature();
+  const std::vector<Interned>& types = signature.inputTypes();
+  if (inputs.size() < signature.requiredInputCount() || inputs.size() > types.size()) {
+    raise("Corvan:ObjectSystem:WrongInputCount", signatureText(method), inputs.size());
+  }
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    Converted converted = convert(types[i].text(), inputs[i]);
+    if (!converted) {
+      raise("Corvan:ObjectSystem:WrongInputType", signatureText(method), i + 1, types[i].text(),
+            describe(inputs[i]));
+    }
+    inputs[i] = std::move(*converted);
+  }
+  return inputs;
+}
 
 /// "tavlox.io.File" is the member "File" of the namespace "tavlox.io".
 struct DottedName {
@@ -25,26 +109,21 @@ void requirePublic(int access, const std::string& dottedName) {
   if (access != kPublicAccess) raise("Corvan:ObjectSystem:MemberIsNotPublic", dottedName);
 }
 
-/// How many outputs a call gets to see: what was requested, and one in any case, since a method may always
-/// give one.
-std::size_t visibleOutputs(int requested) { return static_cast<std::size_t>(std::max(requested, 1)); }
-
-void requireOutputs(const COSMethodInfo& method, int requested) {
-  const std::size_t given = method.getSignature().outputTypes().size();
-  if (visibleOutputs(requested) <= std::max<std::size_t>(given, 1)) return;
-  raise("Corvan:ObjectSystem:TooManyOutputs", signatureText(method), given, requested);
-}
-
 std::vector<Value> invoke(COSClient& client, COSMethodInfo& method, std::vector<Value> inputs,
                           int requestedOutputs) {
-  requireOutputs(method, requestedOutputs);
+  const std::size_t given = method.getSignature().outputTypes().size();
+  // One output may be requested of every method, also of one that gives none.
+  const std::size_t requested = static_cast<std::size_t>(std::max(requestedOutputs, 1));
+  const std::size_t slots = std::max<std::size_t>(given, 1);
+  if (requested > slots) {
+    raise("Corvan:ObjectSystem:TooManyOutputs", signatureText(method), given, requestedOutputs);
+  }
   inputs = convertInputs(method, std::move(inputs));
   // Methods may fill every output of their signature without asking how many are wanted.
-  std::vector<Value> outputs(
-      std::max(method.getSignature().outputTypes().size(), visibleOutputs(requestedOutputs)));
+  std::vector<Value> outputs(slots);
   int produced = 0;
   method.invoke(client, &produced, outputs.data(), requestedOutputs, inputs);
-  outputs.resize(std::min(static_cast<std::size_t>(std::max(produced, 0)), visibleOutputs(requestedOutputs)));
+  outputs.resize(std::min(static_cast<std::size_t>(std::max(produced, 0)), requested));
   return outputs;
 }
 
@@ -56,8 +135,9 @@ COSClass& classOf(const COSInterfacePointer& object, std::string_view member) {
 const COSProperty& propertyOf(const COSInterfacePointer& object, std::string_view name) {
   COSClass& objectClass = classOf(object, name);
   const COSProperty* const property = objectClass.findProperty(name);
-  if (property == nullptr)
+  if (property == nullptr) {
     raise("Corvan:ObjectSystem:NoSuchProperty", objectClass.getIdentifier().text(), name);
+  }
   return *property;
 }
 
@@ -88,10 +168,10 @@ COSInterfacePointer construct(COSClient& client, COSClass& objectClass, std::vec
   COSMethodInfo* const constructor = objectClass.constructor();
   if (constructor == nullptr) {
     if (!inputs.empty()) raise("Corvan:ObjectSystem:WrongInputCount", name + "()", inputs.size());
-    return COSInterfacePointer::create(objectClass);
+    return std::make_shared<COSObject>(objectClass);
   }
   inputs = convertInputs(*constructor, std::move(inputs));
-  COSInterfacePointer object = COSInterfacePointer::create(objectClass);
+  const auto object = std::make_shared<COSObject>(objectClass);
   std::vector<Value> outputs(std::max<std::size_t>(constructor->getSignature().outputTypes().size(), 1));
   outputs.front() = object;
   int produced = 0;
@@ -102,8 +182,8 @@ COSInterfacePointer construct(COSClient& client, COSClass& objectClass, std::vec
 Value getProperty(const COSInterfacePointer& object, std::string_view name) {
   const COSProperty& property = propertyOf(object, name);
   COSClass& objectClass = object->getClass();
-  requirePublic(property.getAccess, objectClass.getIdentifier().text() + "." + property.name.text());
-  return property.getter->get(object->getInstanceData(objectClass.getIdentifier()));
+  requirePublic(property.access.get, objectClass.getIdentifier().text() + "." + property.name.text());
+  return property.getter(object->getInstanceData(objectClass.getIdentifier()));
 }
 
 void setProperty(const COSInterfacePointer& object, std::string_view name, const Value&) {
@@ -127,10 +207,10 @@ std::vector<Value> callFunction(COSClient& client, std::string_view dottedName, 
                                 int requestedOutputs) {
   const auto [holder, member] = splitDotted(dottedName);
   COSNamespace* const found = COSNamespace::getNamespace(holder);
-  COSMethodInfo* const function = found != nullptr ? found->findFunction(member) : nullptr;
+  COSFunction* const function = found != nullptr ? found->findFunction(member) : nullptr;
   if (function == nullptr) raise("Corvan:ObjectSystem:NoSuchFunction", dottedName);
-  requirePublic(found->accessOf(*function).get, std::string(dottedName));
-  return invoke(client, *function, std::move(inputs), requestedOutputs);
+  requirePublic(function->access.get, std::string(dottedName));
+  return invoke(client, *function->info, std::move(inputs), requestedOutputs);
 }
 
 }  // namespace zobs

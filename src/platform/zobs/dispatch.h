@@ -4,9 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/zobs/class.h"
 #include "platform/zobs/namespace.h"
-#include "platform/zobs/value.h"
 
 /// What hosts do with registered classes and functions. Inputs are checked and converted against the
 /// signature before an invoke operation runs; a wrong count raises Corvan:ObjectSystem:WrongInputCount, a

@@ -1,59 +1,34 @@
-// What the host's info classes answer where a module does not say otherwise.
+#include "platform/zobs/infos.h"
+
+#include <cstdlib>
 
 #include "platform/errors/exceptions.h"
-#include "platform/zobs/access.h"
-#include "platform/zobs/class_info.h"
-#include "platform/zobs/method_info.h"
-#include "platform/zobs/namespace_info.h"
-#include "platform/zobs/property.h"
+
+void utFree(void* memory) noexcept { std::free(memory); }
 
 namespace zobs {
 
-COSNamespaceInfo::~COSNamespaceInfo() = default;
-std::u16string COSNamespaceInfo::getDescription() const { return {}; }
-std::u16string COSNamespaceInfo::getDetailedDescription() const { return {}; }
-bool COSNamespaceInfo::attemptToLoadInnerNamespace(COSNamespace&, std::string_view) { return false; }
-bool COSNamespaceInfo::attemptToLoadClass(COSNamespace&, std::string_view) { return false; }
-bool COSNamespaceInfo::attemptToLoadFunction(COSNamespace&, std::string_view) { return false; }
-bool COSNamespaceInfo::attemptToLoadType(COSNamespace&, std::string_view) { return false; }
-std::string COSNamespaceInfo::getMethodSelector() const { return {}; }
-bool COSNamespaceInfo::isDestructible() const { return false; }
-bool COSNamespaceInfo::isLocked() const { return false; }
-bool COSNamespaceInfo::canLoadDynamicContent() const { return false; }
-
-void COSNamespaceInfo::throwErrorForDefinitionOfExistingName(std::string_view name) const {
-  foundation::core::except::raise("Corvan:ObjectSystem:NameAlreadyDefined", name);
+void* HostAllocated::operator new(std::size_t size) {
+  void* const memory = std::calloc(1, size);
+  if (memory == nullptr) throw foundation::core::except::bad_alloc();
+  return memory;
 }
 
-COSClassInfo::~COSClassInfo() = default;
-std::u16string COSClassInfo::getDescription() const { return {}; }
-std::u16string COSClassInfo::getDetailedDescription() const { return {}; }
-int COSClassInfo::getAccess() const { return kPublicAccess; }
-bool COSClassInfo::isOkToDestroy() const { return true; }
-bool COSClassInfo::hasInstanceData() const { return false; }
-bool COSClassInfo::canThisClassContainOtherClass() const { return false; }
-bool COSClassInfo::isSealed() const { return false; }
-
-COSMethodInfo::~COSMethodInfo() = default;
-std::u16string COSMethodInfo::getDescription() const { return {}; }
-bool COSMethodInfo::isLookupScope() const { return false; }
-std::u16string COSMethodInfo::getDetailedDescription() const { return {}; }
-int COSMethodInfo::getMemberAccess() const { return kPublicAccess; }
-int COSMethodInfo::getExtendedAccess() const { return kPublicAccess; }
-bool COSMethodInfo::isFirstArgDispatch() const { return true; }
-bool COSMethodInfo::isStatic() const { return false; }
-bool COSMethodInfo::isAbstract() const { return false; }
-bool COSMethodInfo::isSealed() const { return false; }
-bool COSMethodInfo::isDestructible() const { return false; }
-bool COSMethodInfo::isLocked() const { return false; }
-bool COSMethodInfo::isExplicit() const { return false; }
-bool COSMethodInfo::doesMethodOverrideAllSignatures() const { return false; }
-void COSMethodInfo::attach(COSClass&) {}
+void HostAllocated::operator delete(void* memory) noexcept { utFree(memory); }
 
 std::unique_ptr<COSMethodSignature> COSMethodSignature::createMethodSignature() {
   return std::make_unique<COSMethodSignature>();
 }
 
-PropertyAdaptor::~PropertyAdaptor() = default;
+void requireValidName(std::string_view name) {
+  if (name.empty() || name.find('.') != std::string_view::npos) {
+    foundation::core::except::raise("Corvan:ObjectSystem:InvalidName", name);
+  }
+}
+
+// Here and not in the header, so that one library holds the type information that casts and catches compare.
+COSMethodInfo::~COSMethodInfo() = default;
+COSClassInfo::~COSClassInfo() = default;
+COSNamespaceInfo::~COSNamespaceInfo() = default;
 
 }  // namespace zobs

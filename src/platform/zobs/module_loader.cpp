@@ -1,26 +1,92 @@
 #include "platform/zobs/module_loader.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
 
 #include "platform/errors/exceptions.h"
+#include "platform/errors/free_with.h"
 #include "platform/text/conversion.h"
-#include "platform/zobs/exported_functions.h"
 
 namespace zobs {
 namespace {
 
+using foundation::core::except::FreeWith;
 using foundation::core::except::raise;
 using EntryPoint = void (*)();
+using Library = std::unique_ptr<void, FreeWith<dlclose>>;
 
-constexpr std::string_view kEntryPointPrefix = "CvInitialize_";
-
-struct CloseLibrary {
-  void operator()(void* library) const noexcept { dlclose(library); }
+/// Where a loaded library keeps its dynamic symbols.
+struct DynamicTables {
+  const ElfW(Sym) * symbols = nullptr;
+  const char* names = nullptr;
+  const std::uint32_t* hash = nullptr;
+  const std::uint32_t* gnuHash = nullptr;
 };
-using Library = std::unique_ptr<void, CloseLibrary>;
+
+template <class T>
+const T* tableAt(const link_map& map, ElfW(Addr) address) {
+  // Most machines' loaders relocate these addresses in place; some leave them relative to the library.
+  if (address < map.l_addr) address += map.l_addr;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader gives addresses as numbers
+  return reinterpret_cast<const T*>(address);
+}
+
+DynamicTables tablesOf(const link_map& map) {
+  DynamicTables tables;
+  for (const ElfW(Dyn)* entry = map.l_ld; entry->d_tag != DT_NULL; ++entry) {
+    const ElfW(Addr) address = entry->d_un.d_ptr;
+    if (entry->d_tag == DT_SYMTAB) tables.symbols = tableAt<ElfW(Sym)>(map, address);
+    if (entry->d_tag == DT_STRTAB) tables.names = tableAt<char>(map, address);
+    if (entry->d_tag == DT_HASH) tables.hash = tableAt<std::uint32_t>(map, address);
+    if (entry->d_tag == DT_GNU_HASH) tables.gnuHash = tableAt<std::uint32_t>(map, address);
+  }
+  return tables;
+}
+
+/// The GNU table does not say how many symbols there are: the last one ends the chain of the highest bucket.
+std::size_t countByGnuHash(const std::uint32_t* table) {
+  const std::uint32_t bucketCount = table[0], firstSymbol = table[1], filterWords = table[2];
+  const std::uint32_t* const buckets = table + 4 + filterWords * (sizeof(ElfW(Addr)) / sizeof(std::uint32_t));
+  const std::uint32_t* const chains = buckets + bucketCount;
+  std::uint32_t last = bucketCount == 0 ? 0 : *std::max_element(buckets, buckets + bucketCount);
+  if (last < firstSymbol) return firstSymbol;
+  while ((chains[last - firstSymbol] & 1) == 0) ++last;
+  return std::size_t{last} + 1;
+}
+
+std::size_t symbolCount(const DynamicTables& tables) {
+  if (tables.hash != nullptr) return tables.hash[1];
+  return tables.gnuHash != nullptr ? countByGnuHash(tables.gnuHash) : 0;
+}
+
+bool isExportedFunction(const ElfW(Sym) & symbol) {
+  // The two halves of st_info are laid out alike in 32-bit and 64-bit files.
+  const unsigned binding = ELF64_ST_BIND(symbol.st_info);
+  return ELF64_ST_TYPE(symbol.st_info) == STT_FUNC && symbol.st_shndx != SHN_UNDEF &&
+         (binding == STB_GLOBAL || binding == STB_WEAK);
+}
+
+/// The functions that the library itself exports under a name that begins with "CvInitialize_".
+std::vector<std::string> entryPointNames(void* library) {
+  link_map* map = nullptr;
+  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return {};
+  const DynamicTables tables = tablesOf(*map);
+  if (tables.symbols == nullptr || tables.names == nullptr) return {};
+  std::vector<std::string> found;
+  for (std::size_t i = 0, count = symbolCount(tables); i < count; ++i) {
+    const std::string_view name = tables.names + tables.symbols[i].st_name;
+    if (isExportedFunction(tables.symbols[i]) && name.starts_with("CvInitialize_")) found.emplace_back(name);
+  }
+  return found;
+}
 
 Library openLibrary(const std::u16string& path) {
   std::error_code failure;
@@ -38,7 +104,7 @@ Library openLibrary(const std::u16string& path) {
 }
 
 EntryPoint entryPointOf(void* library, const std::u16string& path) {
-  const std::vector<std::string> names = exportedFunctions(library, kEntryPointPrefix);
+  const std::vector<std::string> names = entryPointNames(library);
   if (names.empty()) {
     raise("Corvan:ObjectSystem:CannotLoadModule", path, "it exports no function named CvInitialize_...");
   }

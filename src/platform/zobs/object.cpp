@@ -1,10 +1,22 @@
 #include "platform/zobs/object.h"
 
-#include <utility>
+#include <set>
 
 #include "platform/zobs/class.h"
 
 namespace zobs {
+
+const std::string& Interned::text() const {
+  static const std::string none;
+  return text_ != nullptr ? *text_ : none;
+}
+
+Interned internal::makeInterned(std::string_view narrow) {
+  // Never freed: objects in static variables of a host use their names to the end. Elements of a set do not
+  // move.
+  static auto& names = *new std::set<std::string, std::less<>>;
+  return Interned(&*names.emplace(narrow).first);
+}
 
 COSObject::COSObject(COSClass& objectClass) : class_(objectClass) {
   if (class_.info().hasInstanceData()) instanceData_ = class_.info().createInstanceData();
@@ -15,36 +27,12 @@ COSObject::~COSObject() {
   try {
     class_.info().destroyInstanceData(instanceData_);
   } catch (...) {
-    // The last reference may go while another error is in flight, and there is nobody left to act on this
-    // one.
+    // The last reference may go while another error is in flight, and nobody is left to act on this one.
   }
 }
 
 void* COSObject::getInstanceData(Interned classIdentifier) const {
   return classIdentifier == class_.getIdentifier() ? instanceData_ : nullptr;
-}
-
-COSInterfacePointer COSInterfacePointer::create(COSClass& objectClass) {
-  COSInterfacePointer created;
-  created.object_ = new COSObject(objectClass);
-  created.object_->references_ = 1;
-  return created;
-}
-
-COSInterfacePointer::COSInterfacePointer(const COSInterfacePointer& other) : object_(other.object_) {
-  if (object_ != nullptr) ++object_->references_;
-}
-
-COSInterfacePointer::COSInterfacePointer(COSInterfacePointer&& other) noexcept
-    : object_(std::exchange(other.object_, nullptr)) {}
-
-COSInterfacePointer& COSInterfacePointer::operator=(COSInterfacePointer other) noexcept {
-  std::swap(object_, other.object_);
-  return *this;
-}
-
-COSInterfacePointer::~COSInterfacePointer() {
-  if (object_ != nullptr && --object_->references_ == 0) delete object_;
 }
 
 }  // namespace zobs

@@ -3,8 +3,7 @@
 #include <fstream>
 #include <optional>
 
-#include "assets/names.h"
-#include "assets/walkers.h"
+#include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/streams.h"
@@ -51,8 +50,8 @@ NewEntry createEntry(const file::ScopedRef& ref, const std::u16string& name,
     Part part = ref.package().createPart(PartName(name), contentType, {.size = size});
     return {part, ref.package().createInternalRelationship(relationshipType, opc::model::URI(name), "")};
   } catch (const opc::Exception& refusal) {
-    throw except_with_causes("tavlox_io:general:CannotAddEntry", Arguments{fileNameOf(name), ref.path()},
-                             {refusal});
+    throw except_with_causes("tavlox_io:general:CannotAddEntry",
+                             Arguments{fs::extract_filename(name), ref.path()}, {refusal});
   }
 }
 
@@ -77,12 +76,14 @@ std::vector<std::u16string> addPathToPackage(const file::ScopedRef& ref, const s
 std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& diskPath,
                             const AddOptions& options) {
   const std::u16string native = fs::make_native_form(diskPath);
-  std::u16string name = entryNameFor(options.path, native);
+  const std::u16string folder = fs::make_native_form(options.Path.empty() ? kUserFolder : options.Path);
+  // The folders above the file on disk are not kept.
+  std::u16string name = fs::make_generic_form(fs::concatenate(folder, fs::extract_filename(native)));
   // Opened before anything is changed: a file that cannot be read must leave the package as it was.
   std::ifstream file = fs::open_for_reading(native);
   const std::uint64_t size = fs::status(native).size;
   std::optional<std::u16string> replacedType;
-  if (options.replace) replacedType = removeReplaced(ref.package(), name);
+  if (options.Replace) replacedType = removeReplaced(ref.package(), name);
   NewEntry entry = createEntry(ref, name, replacedType.value_or(kUserAssetsRelationshipType),
                                contentTypeFor(native), size);
   try {

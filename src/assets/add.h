@@ -8,8 +8,8 @@
 namespace orra::tavloxio::part {
 
 struct AddOptions {
-  std::u16string path;   ///< the folder of the package to store in; the user folder if empty
-  bool replace = false;  ///< whether an entry of the same name gives way
+  std::u16string Path;   ///< the folder of the package to store in; the user folder if empty
+  bool Replace = false;  ///< whether an entry of the same name gives way
 };
 
 /// Stores a disk file, or each file lying directly in a folder, links included and subfolders left out. Gives

@@ -2,8 +2,7 @@
 
 #include <fstream>
 
-#include "assets/names.h"
-#include "assets/walkers.h"
+#include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
 #include "platform/files/error.h"
 #include "platform/files/filesystem.h"
@@ -60,22 +59,13 @@ std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const st
                                             const std::u16string& outputFolder) {
   const std::u16string folder =
       outputFolder.empty() ? fs::make_native_form(fs::current_path()) : prepareOutputDirectory(outputFolder);
-  // One empty text is the answer that hosts know for a folder that may not be written.
+  // One empty text is the answer that hosts know for a folder that may not be written; it is no error.
   if (!fs::status(folder).has(fs::Permissions::OwnerWrite)) return {u""};
 
   std::vector<std::u16string> written;
   collection errors;
-  switch (classify(name)) {
-    case Search::Absolute:
-      forEachPartUnderPath(ref, name, writerTo(folder, keepingThePath, written), errors);
-      break;
-    case Search::BareName:
-      forEachPartByFileName(ref, name, writerTo(folder, lessTheUserFolder, written), errors, kUserFolder);
-      break;
-    case Search::Unsupported:
-      errors.add("tavlox_io:general:UnsupportedSearch");
-      break;
-  }
+  const auto relativePath = isPackagePath(name) ? keepingThePath : lessTheUserFolder;
+  forEachPartFound(ref, name, writerTo(folder, relativePath, written), errors, kUserFolder);
   raiseGatheredErrors(errors, {});
   return written;
 }

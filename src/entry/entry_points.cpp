@@ -1,22 +1,50 @@
 #include "entry/entry_points.h"
 
-#include "entry/namespace_infos.h"
+#include "fileclass/file_class_info.h"
+#include "platform/zobs/namespace.h"
 
-using namespace orra::tavloxio;
-using zobs::COSNamespace;
-using zobs::internal::makeInterned;
+namespace orra::tavloxio {
+namespace {
+
+void addClassAndFunction(zobs::COSNamespace& io) {
+  io.addClass(new TavloxIOFileClassInfo, zobs::kPublicAccess, zobs::kNoAccess);
+  io.addFunction(makeGetCompression(), zobs::kPublicAccess, zobs::kNoAccess);
+}
+
+/// The namespace "tavlox.io".
+class IOZOBSNamespaceInfo final : public zobs::COSNamespaceInfo {
+ public:
+  std::string getName() const override { return "io"; }
+  void populate(zobs::COSNamespace& holder) override { addClassAndFunction(holder); }
+};
+
+/// The namespace "tavlox".
+class TAVLOXZOBSNamespaceInfo final : public zobs::COSNamespaceInfo {
+ public:
+  std::string getName() const override { return "tavlox"; }
+  void populate(zobs::COSNamespace& holder) override { holder.addInnerNamespace(new IOZOBSNamespaceInfo); }
+};
+
+}  // namespace
+}  // namespace orra::tavloxio
 
 void CvInitialize_orra_tavlox_io() {
+  using namespace orra::tavloxio;
+  using zobs::COSNamespace;
+  using zobs::internal::makeInterned;
+
   static constinit bool initialised = false;
   if (initialised) return;
   initialised = true;
 
-  COSNamespace* tavlox = COSNamespace::getNamespace(makeInterned("tavlox"));
+  // Another module may have registered one or both of the namespaces. What is missing is added by the
+  // populations.
+  COSNamespace* const tavlox = COSNamespace::getNamespace(makeInterned("tavlox"));
   if (tavlox == nullptr) {
     COSNamespace::addNamespace(new TAVLOXZOBSNamespaceInfo);
     return;
   }
-  COSNamespace* io = COSNamespace::getNamespace(makeInterned("tavlox.io"));
+  COSNamespace* const io = COSNamespace::getNamespace(makeInterned("tavlox.io"));
   if (io == nullptr) {
     tavlox->addInnerNamespace(new IOZOBSNamespaceInfo);
     return;

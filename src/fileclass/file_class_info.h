@@ -2,11 +2,12 @@
 
 #include <string>
 
-#include "platform/zobs/class_info.h"
+#include "platform/zobs/class.h"
 
+/// What the module gives its host: the class tavlox.io.File and the function tavlox.io.getCompression.
 namespace orra::tavloxio {
 
-/// The class tavlox.io.File: one object stands for one TAVLOX file.
+/// The class tavlox.io.File: one object stands for one TAVLOX file, and its instance data is a MetadataCache.
 class TavloxIOFileClassInfo final : public zobs::COSClassInfo {
  public:
   std::string getName() const override { return "File"; }
@@ -16,5 +17,11 @@ class TavloxIOFileClassInfo final : public zobs::COSClassInfo {
   bool hasInstanceData() const override { return true; }
   bool isSealed() const override { return true; }
 };
+
+/// The constructor and the methods of the class, in registration order.
+void addMethods(zobs::COSClass& file);
+
+/// A new info of the function getCompression, for the host to own.
+zobs::COSMethodInfo* makeGetCompression();
 
 }  // namespace orra::tavloxio

@@ -2,7 +2,6 @@
 
 #include "metadata/file_time.h"
 #include "metadata/run_list.h"
-#include "package/compression.h"
 #include "package/session_parts.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"

@@ -1,6 +1,5 @@
 #include "metadata/run_list.h"
 
-#include "package/part_stream.h"
 #include "package/session_parts.h"
 #include "platform/repository/strings.h"
 

@@ -2,7 +2,6 @@
 
 #include "metadata/file_time.h"
 #include "metadata/transaction.h"
-#include "package/part_stream.h"
 #include "package/session_parts.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"

@@ -1,17 +1,57 @@
 #include "package/scoped_ref.h"
 
 #include <exception>
+#include <optional>
 
-#include "package/open_file_cache.h"
-#include "platform/errors/exceptions.h"
 #include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
+#include "platform/text/conversion.h"
 
 namespace orra::tavloxio::file {
 namespace {
 
 using foundation::core::except::raise;
+using tavlox::DataExportFile;
 
-std::shared_ptr<tavlox::DataExportFile> openTranslated(OpenMode mode, const std::u16string& path) {
+struct DataExportFileCache {
+  std::u16string path;
+  std::shared_ptr<DataExportFile> file;
+};
+
+// Its destruction, when the module is unloaded, releases the package that is still held.
+constinit std::optional<DataExportFileCache> openFileCache;
+
+constexpr opc::interfaces::OpenMode packageMode(OpenMode mode) {
+  return mode == OpenMode::Modify ? opc::interfaces::OpenMode::Modify : opc::interfaces::OpenMode::Read;
+}
+
+std::shared_ptr<DataExportFile> openForModification(const std::u16string& path) {
+  auto file = std::make_shared<DataExportFile>(false);
+  file->modify(path);
+  file->getPackageImpl().open(packageMode(OpenMode::Modify));
+  return file;
+}
+
+std::shared_ptr<DataExportFile> openForReading(const std::u16string& path) {
+  const bool isCached = openFileCache.has_value() && openFileCache->path == path;
+  if (!fl::filesystem::exists(path)) {
+    if (isCached) openFileCache.reset();
+    throw opc::model::PackageNotFound(fl::i18n::to_string(path));
+  }
+  if (isCached) {
+    auto file = openFileCache->file;
+    if (!file->getPackageImpl().isOpen()) file->getPackageImpl().open(packageMode(OpenMode::Read));
+    return file;
+  }
+  auto file = std::make_shared<DataExportFile>(false);
+  file->initReadPackage(path);
+  file->modifyReadPackage(path);
+  // Replaced only now: a file that cannot be read must leave the previous one cached.
+  openFileCache = DataExportFileCache{path, file};
+  return file;
+}
+
+std::shared_ptr<DataExportFile> openTranslated(OpenMode mode, const std::u16string& path) {
   try {
     return openDataExportFile(mode, path);
   } catch (const opc::model::PackageNotFound&) {
@@ -21,26 +61,24 @@ std::shared_ptr<tavlox::DataExportFile> openTranslated(OpenMode mode, const std:
   }
 }
 
-void closeTranslated(tavlox::DataExportFile& file, const std::u16string& path) {
-  try {
-    file.closePackage();
-  } catch (const opc::Exception&) {
-    raise("tavlox_io:general:UnableToClosePackage", path);
-  }
-}
-
 }  // namespace
+
+std::shared_ptr<DataExportFile> openDataExportFile(OpenMode mode, const std::u16string& path) {
+  return mode == OpenMode::Modify ? openForModification(path) : openForReading(path);
+}
 
 ScopedRef::ScopedRef(OpenMode mode, const std::u16string& path)
     : file_(openTranslated(mode, path)), path_(path), errorsInFlight_(std::uncaught_exceptions()) {}
 
 ScopedRef::~ScopedRef() noexcept(false) {
+  // A second error during unwinding would end the process; the first one is what the caller must hear of.
+  const auto anotherIsInFlight = [this] { return std::uncaught_exceptions() > errorsInFlight_; };
   try {
-    closeTranslated(*file_, path_);
+    file_->closePackage();
+  } catch (const opc::Exception&) {
+    if (!anotherIsInFlight()) raise("tavlox_io:general:UnableToClosePackage", path_);
   } catch (...) {
-    // A second error during unwinding would end the process; the first one is what the caller must hear of.
-    if (std::uncaught_exceptions() > errorsInFlight_) return;
-    throw;
+    if (!anotherIsInFlight()) throw;
   }
 }
 

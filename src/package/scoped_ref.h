@@ -1,12 +1,23 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
-#include "package/open_mode.h"
 #include "platform/export_file/data_export_file.h"
 
+/// How the module opens package files.
 namespace orra::tavloxio::file {
+
+/// Queries read, changes modify.
+enum class OpenMode : std::int32_t { Read = 0, Modify = 1 };
+
+/// Gives an open file. The file most recently opened for reading is cached; its object survives the closing
+/// of its package, so that the next read of the same path, exactly as it is written, only reopens it. Modify
+/// always opens a new file and leaves the cache alone.
+///
+/// Raises opc::model::PackageNotFound if there is no such file, and what the package library raises.
+std::shared_ptr<tavlox::DataExportFile> openDataExportFile(OpenMode mode, const std::u16string& path);
 
 /// Lends one open package to the caller and closes it on scope exit. Readers of one path share a file object;
 /// a Modify handle never does. Closing a modified package saves it, so the destructor may raise.

@@ -1,10 +1,40 @@
 #include "package/session_parts.h"
 
+#include <Poco/JSON/Object.h>
+#include <Poco/JSON/ParseHandler.h>
+#include <Poco/JSON/Parser.h>
+
+#include "platform/text/conversion.h"
+
 namespace orra::tavloxio {
+namespace {
+
+opc::InputStreamSource sourceOver(const opc::model::Part& part, StartAt start) {
+  auto input = part.getInputStream();
+  if (start == StartAt::Beginning) input->restart();
+  return opc::InputStreamSource(std::move(input));
+}
+
+}  // namespace
 
 std::vector<opc::model::Part> findPartsByRelationshipType(const file::ScopedRef& ref,
                                                           std::u16string_view type) {
   return ref.file().getPartsByRelationshipType(type);
+}
+
+PartStream::PartStream(const opc::model::Part& part, StartAt start)
+    : boost::iostreams::stream<opc::InputStreamSource>(sourceOver(part, start)) {
+  // Without this a checksum error would look like the end of the data.
+  exceptions(std::ios::badbit);
+}
+
+std::u16string readCompressionType(const file::ScopedRef& ref) {
+  const auto parts = findPartsByRelationshipType(ref, tavlox::relationship_types::kCompression);
+  if (parts.empty()) return {};
+  PartStream stream(parts.front(), StartAt::Current);
+  Poco::JSON::Parser parser(new Poco::JSON::ParseHandler);  // the parser counts and frees its handler
+  const auto record = parser.parse(stream).extract<Poco::JSON::Object::Ptr>();
+  return fl::i18n::to_ustring(record->get("CompressionType").convert<std::string>());
 }
 
 }  // namespace orra::tavloxio

@@ -1,15 +1,12 @@
 #include <sys/stat.h>
 
 #include "assets/extract.h"
-#include "platform/errors/exceptions.h"
 #include "tests/module/assets/user_files_fixture.h"
 #include "tests/support/archive_builder.h"
 #include "tests/support/file_size_limit.h"
 
 namespace support {
 namespace {
-
-namespace std_fs = std::filesystem;
 
 class Extracting : public UserFiles {
  protected:
@@ -29,55 +26,54 @@ class Extracting : public UserFiles {
 TEST_F(Extracting, WritesIntoTheCurrentFolderUnlessToldOtherwise) {
   package_.addLinked(u"/user/a.png", "1").addLinked(u"/user/plots/a.png", "2");
   package_.folder().write("work/a.png", "longer than what replaces it");
-  std_fs::current_path(package_.folder().path() / "work");
+  std::filesystem::current_path(package_.folder().path() / "work");
   const corvan::HostArray paths = outputOf("getFile", {u"a.png"});
   ASSERT_EQ(paths.columns(), 2u);
   EXPECT_EQ(paths.cellAt(0).text(), onDisk("work/a.png"));
   EXPECT_EQ(textOnDisk("work/a.png"), "1");
   EXPECT_EQ(textOnDisk("work/plots/a.png"), "2");
-  // The path is relative, and neither it nor the option for another method matters.
   outputOf("getFile", {u"/user/a.png", u"OutputPath", u"deeper"});
   EXPECT_EQ(textOnDisk("work/deeper/user/a.png"), "1");
-  outputOf("getFile", {u"a.png", u"Path", u"/nowhere"});
-  EXPECT_FALSE(std_fs::exists("/nowhere"));
 }
 
 TEST_F(Extracting, NewFoldersAreTheirOwnersAndOldOnesAreLeftAlone) {
   package_.addLinked(u"/user/plots/a.png", "1");
-  std_fs::create_directory(package_.folder().path() / "old");
+  std::filesystem::create_directory(package_.folder().path() / "old");
   ASSERT_EQ(chmod(package_.folder().narrow("old").c_str(), 0755), 0);
   got(u"a.png", "old/parent/new");
   EXPECT_EQ(permissions("old"), 0755u);
   EXPECT_EQ(permissions("old/parent/new"), 0700u);
   EXPECT_EQ(permissions("old/parent/new/plots"), 0700u);
-}
 
-TEST_F(Extracting, AFolderThatItsOwnerMayNotWriteIsQuietlyLeftAlone) {
-  package_.addLinked(u"/user/a.png", "1");
-  std_fs::create_directory(package_.folder().path() / "out");
-  ASSERT_EQ(chmod(package_.folder().narrow("out").c_str(), 0577), 0);
+  // Where the owner may not write, one empty text is the answer.
+  ASSERT_EQ(chmod(package_.folder().narrow("old").c_str(), 0577), 0);
   for (const char16_t* entry : {u"a.png", u"no such entry", u"un/supported"}) {
-    const corvan::HostArray paths = outputOf("getFile", {entry, u"OutputPath", onDisk("out")});
+    const corvan::HostArray paths = outputOf("getFile", {entry, u"OutputPath", onDisk("old")});
     ASSERT_EQ(paths.columns(), 1u);
     EXPECT_EQ(paths.cellAt(0).kind(), corvan::ArrayKind::Char);
     EXPECT_EQ(paths.cellAt(0).rows(), 1u);
     EXPECT_EQ(paths.cellAt(0).columns(), 0u);
   }
-  EXPECT_EQ(joined(filesBelow(package_.folder().path() / "out")), "");
+  EXPECT_EQ(joined(filesBelow(package_.folder().path() / "old")), "parent/new/plots/a.png");
 }
 
 TEST_F(Extracting, OutputPathsThatCannotBeAreNamed) {
-  package_.addLinked(u"/user/a.png", "1").addLinked(u"/user/b/c.png", "2");
+  package_.addLinked(u"/user/a.png", "1")
+      .addLinked(u"/user/b/c.png", "2")
+      .addLinked(u"/user/fixture.tavlox", "3");
   writeOnDisk("file", "");
-  writeOnDisk("out/user/b", "in the place of a folder");
+  writeOnDisk("out/user/b", "where a folder should be");
   EXPECT_EQ(errorOfGetting(u"a.png", "file"), invalid("file/a.png"));
   EXPECT_EQ(errorOfGetting(u"a.png", "file/below"), invalid("file/below"));
-  EXPECT_EQ(errorOfGetting(u"/user/b/c.png", "out"), invalid("out/user/b/c.png"));
+  EXPECT_EQ(errorOfGetting(u"/user", "out"), invalid("out/user/b/c.png"));
+  EXPECT_EQ(textOnDisk("out/user/a.png"), "1") << "what was written before the error stays";
   EXPECT_EQ(errorOf("getFile", {u"a.png", u"OutputPath", u"a\xD800"}),
             "tavlox_io:general:InvalidOutputPath(a\uFFFD)");
-  // What is written before an error stays.
-  EXPECT_EQ(errorOfGetting(u"/user", "out"), invalid("out/user/b/c.png"));
-  EXPECT_EQ(textOnDisk("out/user/a.png"), "1");
+  // A package is not written over by its own entry.
+  const std::string before = package_.bytes();
+  std::filesystem::create_directory_symlink(".", package_.folder().path() / "link");
+  EXPECT_EQ(errorOfGetting(u"fixture.tavlox", "link"), invalid("link/fixture.tavlox"));
+  EXPECT_EQ(package_.bytes(), before);
 }
 
 TEST_F(Extracting, AFailedCopyIsNamedWithItsCause) {
@@ -102,23 +98,6 @@ TEST_F(Extracting, AFailedCopyIsNamedWithItsCause) {
   EXPECT_TRUE(causeOf().starts_with("opc:"));
 }
 
-TEST_F(Extracting, APackageIsNotWrittenOverByItsOwnEntry) {
-  package_.addLinked(u"/user/fixture.tavlox", "1");
-  const std::string before = package_.bytes();
-  std_fs::create_directory_symlink(".", package_.folder().path() / "link");
-  EXPECT_EQ(errorOfGetting(u"fixture.tavlox", "link"), invalid("link/fixture.tavlox"));
-  EXPECT_EQ(package_.bytes(), before);
-}
-
-TEST_F(Extracting, LinksInTheOutputFolderAreFollowed) {
-  package_.addLinked(u"/user/plots/a.png", "1");
-  std_fs::create_directory(package_.folder().path() / "real");
-  std_fs::create_directory(package_.folder().path() / "out");
-  std_fs::create_directory_symlink("../real", package_.folder().path() / "out/plots");
-  EXPECT_EQ(joined(got(u"a.png")), "real/a.png");
-  EXPECT_EQ(textOnDisk("real/a.png"), "1");
-}
-
 /// One sound user file, and a relationship that leads where it likes.
 std::string hostilePackage(const std::string& attributes, const std::string& item) {
   const auto link = [](const std::string& id, const std::string& more) {
@@ -135,21 +114,13 @@ struct Hostile {
 
 const Hostile kHostile[] = {
     {R"(Target="../evil.txt")", ""},
-    {R"(Target="/user/../../evil.txt")", ""},
     {R"(Target="/user/%2e%2e/%2e%2e/evil.txt")", ""},
     {R"(Target="/user/%2e%2e%2f%2e%2e%2fevil.txt")", "user/%2e%2e%2f%2e%2e%2fevil.txt"},
     {R"(Target="/user/..%5c..%5cevil.txt")", "user/..%5c..%5cevil.txt"},
-    {R"(Target="/user/..%2Fevil.txt")", "user/..%2Fevil.txt"},
-    {R"(Target="/user/%252e%252e/evil.txt")", ""},
     {R"(Target="/user/../../evil.txt" TargetMode="External")", ""},
     {R"(Target="/user/evil.txt" TargetMode="External")", "user/evil.txt"},
-    {R"(Target="/etc/evil.txt" TargetMode="External")", ""},
     {R"(Target="file:///tmp/evil.txt" TargetMode="External")", ""},
-    {R"(Target="evil.txt" TargetMode="External")", ""},
-    {R"(Target="/user//x/evil.txt")", ""},
-    {R"(Target="/user\..\..\evil.txt")", ""},
     {R"(Target="//host/evil.txt")", ""},
-    {R"(Target="/user/evil.txt?.txt")", ""},
     {R"(Target="")", ""},
 };
 
@@ -158,29 +129,28 @@ TEST_F(Extracting, NothingIsWrittenOutsideTheOutputFolderOrThatIsNoPart) {
     SCOPED_TRACE(hostile.attributes);
     const TemporaryFolder above;
     package_.replaceBytes(hostilePackage(hostile.attributes, hostile.item));
-    for (const char16_t* entry : {u"evil.txt", u"/user", u"/", u"/..", u"/../evil.txt", u"/etc/evil.txt",
-                                  u"/user/evil.txt", u"/user/../../evil.txt"}) {
+    for (const char16_t* entry :
+         {u"evil.txt", u"/user", u"/", u"/..", u"/../evil.txt", u"/user/../../evil.txt"}) {
       errorOf("getFile", {entry, u"OutputPath", above.wide("a/b/out")});
     }
     for (const std::string& file : filesBelow(above.path())) {
       EXPECT_TRUE(file == "a/b/out/user/ok.txt" || file == "a/b/out/ok.txt") << file;
     }
-    EXPECT_FALSE(std_fs::exists("/etc/evil.txt") || std_fs::exists("/tmp/evil.txt"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/evil.txt"));
     // The sound entry is not held back by the other one.
-    EXPECT_EQ(joined(listed({u"ok.txt"})), "/user/ok.txt");
-    EXPECT_EQ(joined(got(u"ok.txt")), "out/ok.txt");
+    EXPECT_EQ(listed({u"ok.txt"}), "/user/ok.txt");
+    EXPECT_EQ(got(u"ok.txt"), "out/ok.txt");
     call("deleteFile", {u"/user/ok.txt"});
-    EXPECT_EQ(joined(listed({u"ok.txt"})), "");
+    EXPECT_EQ(listed({u"ok.txt"}), "");
   }
 }
 
 TEST_F(Extracting, ExternalTargetsAreListedButAreNoParts) {
-  package_.replaceBytes(hostilePackage(R"(Target="/user/ok.txt" TargetMode="External")", ""));
-  EXPECT_EQ(joined(listed()), "/user/ok.txt /user/ok.txt");
-  EXPECT_EQ(errorOfGetting(u"/user/ok.txt", "out"),
-            "opc:package:ExternalTarget(" + package_.narrowPath() + ", evil, /user/ok.txt)");
-  // Nor does an external one lead to the part that it looks like, when that is to be replaced or deleted.
   package_.replaceBytes(hostilePackage(R"(Target="/user/new.txt" TargetMode="External")", "user/new.txt"));
+  EXPECT_EQ(listed(), "/user/ok.txt /user/new.txt");
+  EXPECT_EQ(errorOfGetting(u"new.txt", "out"),
+            "opc:package:ExternalTarget(" + package_.narrowPath() + ", evil, /user/new.txt)");
+  // Nor is the part that it looks like replaced or deleted.
   writeOnDisk("new.txt", "new");
   EXPECT_TRUE(errorOf("addFile", {onDisk("new.txt"), u"Replace", u"enable"})
                   .starts_with("tavlox_io:general:CannotAddEntry(new.txt, "));

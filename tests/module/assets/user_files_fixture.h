@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -54,7 +53,7 @@ class UserFiles : public ::testing::Test {
   }
 
   /// One field of every listed entry, in the order of the listing.
-  std::vector<std::string> listed(const Inputs& search = {}, std::u16string_view field = u"FullPath") {
+  std::string listed(const Inputs& search = {}, std::u16string_view field = u"FullPath") {
     const corvan::HostArray listing = outputOf("list", search);
     EXPECT_EQ(listing.rows(), 1u);
     EXPECT_EQ(listing.fieldNames(), (Inputs{u"FullPath", u"Name", u"Type"}));
@@ -62,11 +61,11 @@ class UserFiles : public ::testing::Test {
     for (std::size_t i = 0; i < listing.columns(); ++i) {
       texts.push_back(fl::i18n::to_string(listing.fieldAt(i, field).text()));
     }
-    return texts;
+    return joined(texts);
   }
 
   /// The paths that getFile answers with, seen from the test's folder.
-  std::vector<std::string> got(const std::u16string& entry, const std::string& folder = "out") {
+  std::string got(const std::u16string& entry, const std::string& folder = "out") {
     const corvan::HostArray paths = outputOf("getFile", {entry, u"OutputPath", onDisk(folder)});
     EXPECT_EQ(paths.rows(), 1u);
     std::vector<std::string> texts;
@@ -74,7 +73,7 @@ class UserFiles : public ::testing::Test {
       const std::filesystem::path path(paths.cellAt(i).text());
       texts.push_back(path.lexically_relative(package_.folder().path()).string());
     }
-    return texts;
+    return joined(texts);
   }
 
   std::u16string onDisk(std::string_view name) { return package_.folder().wide(name); }

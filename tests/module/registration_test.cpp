@@ -3,7 +3,6 @@
 #include "entry/entry_points.h"
 #include "platform/zobs/dispatch.h"
 #include "tests/support/raised.h"
-#include "tests/support/session_fixture.h"
 
 // Each case runs in a process of its own, so that each meets the registry as a new host does.
 namespace orra::tavloxio {
@@ -49,16 +48,19 @@ TEST(Registration, BesideAnExistingOuterNamespace) {
   expectEverythingIsRegistered();
 }
 
-TEST(Registration, IntoBothNamespacesWhenTheyExist) {
+void registerBothNamespaces() {
   COSNamespace::addNamespace(new OtherNamespace("tavlox"));
   COSNamespace::getNamespace("tavlox")->addInnerNamespace(new OtherNamespace("io"));
+}
+
+TEST(Registration, IntoBothNamespacesWhenTheyExist) {
+  registerBothNamespaces();
   CvInitialize_orra_tavlox_io();
   expectEverythingIsRegistered();
 }
 
 TEST(Registration, IsNotRepeatedAfterItFailed) {
-  COSNamespace::addNamespace(new OtherNamespace("tavlox"));
-  COSNamespace::getNamespace("tavlox")->addInnerNamespace(new OtherNamespace("io"));
+  registerBothNamespaces();
   COSNamespace::getNamespace("tavlox.io")->addClass(new OtherClass, 0, 2);
   EXPECT_EQ(raisedBy([] { CvInitialize_orra_tavlox_io(); }), "Corvan:ObjectSystem:NameAlreadyDefined(File)");
   EXPECT_EQ(raisedBy([] { CvInitialize_orra_tavlox_io(); }), "");
@@ -89,23 +91,6 @@ TEST(FileClass, HasTheMethodsAndPropertyWordsThatScriptsRelyOn) {
     EXPECT_EQ(properties[i].attributes, i < kFirstOfTheOtherWord ? 0x800u : 0x40u) << i;
   }
   EXPECT_EQ(file.findProperty("ContainsView")->description, u"Ture if TAVLOX file contains ORRA View");
-}
-
-TEST(FileClass, GivesEachObjectAFileOfItsOwn) {
-  CvInitialize_orra_tavlox_io();
-  const support::SessionFixture sessions;
-  zobs::COSClient client("test");
-  const auto open = [&](const char* name) {
-    return zobs::construct(client, zobs::findClass("tavlox.io.File"), {sessions.folder().wide(name)});
-  };
-  sessions.write("a.tavlox", support::fillTwoRuns);
-  sessions.write("b.tavlox", [](tavlox::SessionWriter& session) { session.setDescription(u"Ω"); });
-  const auto a = open("a.tavlox"), b = open("b.tavlox");
-  zobs::callMethod(client, a, "setFileDescription", {u" kept as it is "});
-  EXPECT_EQ(std::get<std::u16string>(zobs::getProperty(a, "Description")), u" kept as it is ");
-  EXPECT_EQ(std::get<std::u16string>(zobs::getProperty(b, "Description")), u"Ω");
-  EXPECT_EQ(raisedBy([&] { open("none.tavlox"); }),
-            "tavlox:general:FileNotFound(" + sessions.folder().narrow("none.tavlox") + ")");
 }
 
 }  // namespace

@@ -23,19 +23,6 @@ class Extracting : public UserFiles {
   }
 };
 
-TEST_F(Extracting, WritesIntoTheCurrentFolderUnlessToldOtherwise) {
-  package_.addLinked(u"/user/a.png", "1").addLinked(u"/user/plots/a.png", "2");
-  package_.folder().write("work/a.png", "longer than what replaces it");
-  std::filesystem::current_path(package_.folder().path() / "work");
-  const corvan::HostArray paths = outputOf("getFile", {u"a.png"});
-  ASSERT_EQ(paths.columns(), 2u);
-  EXPECT_EQ(paths.cellAt(0).text(), onDisk("work/a.png"));
-  EXPECT_EQ(textOnDisk("work/a.png"), "1");
-  EXPECT_EQ(textOnDisk("work/plots/a.png"), "2");
-  outputOf("getFile", {u"/user/a.png", u"OutputPath", u"deeper"});
-  EXPECT_EQ(textOnDisk("work/deeper/user/a.png"), "1");
-}
-
 TEST_F(Extracting, NewFoldersAreTheirOwnersAndOldOnesAreLeftAlone) {
   package_.addLinked(u"/user/plots/a.png", "1");
   std::filesystem::create_directory(package_.folder().path() / "old");

@@ -113,14 +113,12 @@ TEST(Namespace, AMissAsksTheInfoToLoad) {
       }
       return wanted == "Late";
     }
-    bool attemptToLoadFunction(COSNamespace&, std::string_view) override { return true; }
   };
   COSNamespace::addNamespace(new OnDemand("demand"));
   COSNamespace& demand = *COSNamespace::getNamespace("demand");
   EXPECT_EQ(raisedBy([&] { COSNamespace::getNamespace("demand.inner"); }), "not today");
   EXPECT_NE(demand.findClass("Late"), nullptr) << "asked again after an error";
   EXPECT_EQ(demand.findClass("Later"), nullptr);
-  EXPECT_EQ(demand.findFunction("promised but not added"), nullptr);
 }
 
 TEST(Class, IsDefinedOnceAndItsMembersShareOneSetOfNames) {

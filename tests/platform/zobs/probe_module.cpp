@@ -1,15 +1,10 @@
 // A module of the loader's tests. It is built several times, each time with other entry points.
 
-#include <stdexcept>
-
-#include "platform/errors/exceptions.h"
-#include "platform/zobs/class.h"
 #include "platform/zobs/namespace.h"
 
 namespace {
 
-class ProbeNamespace : public zobs::COSNamespaceInfo {
- public:
+struct ProbeNamespace : zobs::COSNamespaceInfo {
   std::string getName() const override { return PROBE_NAME; }
   void populate(zobs::COSNamespace&) override {}
 };

@@ -1,0 +1,28 @@
+#include "platform/text/text_index.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+TEST(TextIndex, FindsWhatIsThereAlsoInACopyOfTheList) {
+  std::vector<std::string> names;
+  const auto nameAt = [&](std::size_t index) -> std::string_view { return names[index]; };
+  fl::i18n::TextIndex byName;
+  for (int i = 0; i < 5000; ++i) {
+    names.push_back("part" + std::to_string(i));
+    ASSERT_TRUE(byName.add(names.size() - 1, nameAt));
+  }
+  names.push_back("part7");
+  EXPECT_FALSE(byName.add(5000, nameAt));
+  byName.remove("part8", nameAt);
+  byName.remove("never there", nameAt);
+  EXPECT_EQ(byName.size(), 4999U);
+
+  const fl::i18n::TextIndex copied = byName;
+  std::vector<std::string> copy = std::move(names);
+  const auto copyAt = [&](std::size_t index) -> std::string_view { return copy[index]; };
+  EXPECT_EQ(copied.find("part7", copyAt), 7U);
+  EXPECT_EQ(copied.find("part8", copyAt), std::nullopt);
+  EXPECT_EQ(copied.find("part4999", copyAt), 4999U);
+}

@@ -31,7 +31,7 @@ struct Spool::State {
   std::vector<Extent> extents;
   std::uint64_t size = 0, compressedSize = 0;
   std::uint32_t crc = 0;
-  bool failed = false;
+  bool isBroken = false;
 
   const std::string& folder() const { return storage->folder(); }
   void keep(const char* data, std::size_t count);
@@ -76,26 +76,29 @@ Spool& Spool::operator=(Spool&&) noexcept = default;
 
 void Spool::write(const void* data, std::size_t count) {
   State& state = *state_;
-  if (state.failed || isFinished()) raise("opc:spool:Ended", state.folder());
+  const bool mayGoOn = !state.isBroken && !isFinished();
   // Until all of it is kept: what is half written must never be taken for a whole entry.
-  state.failed = true;
+  state.isBroken = true;
+  if (!mayGoOn) raise("opc:spool:Ended", state.folder());
   state.deflater->deflate(data, count, [&](const char* out, std::size_t size) { state.keep(out, size); });
   state.crc = zip::checksum(state.crc, data, count);
   state.size += count;
-  state.failed = false;
+  state.isBroken = false;
 }
 
 void Spool::finish() {
   State& state = *state_;
-  if (state.failed) raise("opc:spool:Ended", state.folder());
+  if (state.isBroken) raise("opc:spool:Ended", state.folder());
   if (isFinished()) return;
-  state.failed = true;
+  state.isBroken = true;
   state.deflater->finish([&](const char* out, std::size_t size) { state.keep(out, size); });
-  state.failed = false;
+  state.isBroken = false;
   state.deflater.reset();  // its buffers are many times what a small entry needs
   state.memory.shrink_to_fit();
 }
 
+void Spool::abandon() noexcept { state_->isBroken = true; }
+bool Spool::isBroken() const { return state_->isBroken; }
 bool Spool::isFinished() const { return !state_->deflater.has_value(); }
 std::uint64_t Spool::size() const { return state_->size; }
 std::uint64_t Spool::compressedSize() const { return state_->compressedSize; }

@@ -28,6 +28,12 @@ class Spool {
   void finish();
   bool isFinished() const;
 
+  /// For a writer that cannot give all of the data. As after a write that failed, nothing more can be
+  /// written then and `finish` raises opc::Exception.
+  void abandon() noexcept;
+  /// Some of the data could not be kept, so what is here must not be taken for a whole entry.
+  bool isBroken() const;
+
   std::uint64_t size() const;            ///< uncompressed bytes written so far
   std::uint64_t compressedSize() const;  ///< valid once finished
   std::uint32_t checksum() const;        ///< CRC-32 of the uncompressed bytes

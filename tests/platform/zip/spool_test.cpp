@@ -84,6 +84,13 @@ TEST_F(SpoolTest, NothingIsTakenForWholeAfterTheDiskWasFull) {
   const std::string ended = "opc:spool:Ended(" + folder.path().string() + ")";
   EXPECT_EQ(raisedBy([&] { spool.write("x", 1); }), ended);
   EXPECT_EQ(raisedBy([&] { spool.finish(); }), ended);
+  EXPECT_TRUE(spool.isBroken());
+
+  Spool given(folder.path().string());
+  given.write("half", 4);
+  EXPECT_FALSE(given.isBroken());
+  given.abandon();
+  EXPECT_EQ(raisedBy([&] { given.finish(); }), ended);
 }
 
 TEST_F(SpoolTest, TheFolderIsOnlyNeededByLargeData) {
@@ -147,6 +154,7 @@ TEST_F(SpoolTest, MustBeFinishedToBeRead) {
             "opc:spool:NotFinished(" + folder.path().string() + ")");
   spool.finish();
   EXPECT_EQ(raisedBy([&] { spool.write("more", 4); }), "opc:spool:Ended(" + folder.path().string() + ")");
+  EXPECT_TRUE(spool.isBroken()) << "what came too late is missing";
   char byte = 0;
   EXPECT_EQ(raisedBy([&] { spool.readCompressed(spool.compressedSize(), &byte, 1); }),
             "opc:spool:Damaged(" + folder.path().string() + ")");

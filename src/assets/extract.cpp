@@ -4,7 +4,6 @@
 
 #include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
-#include "platform/files/error.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/streams.h"
 #include "platform/text/conversion.h"

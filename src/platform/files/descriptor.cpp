@@ -3,9 +3,34 @@
 #include <cerrno>
 #include <system_error>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/errors/package_errors.h"
+
 namespace fl::filesystem {
+namespace {
+
+std::int64_t nanoseconds(const timespec& time) {
+  return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
+}
+
+FileIdentity identityFrom(const struct stat& status) {
+  return {status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size),
+          nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+}
+
+Descriptor openForReading(const std::string& path) {
+  if (path.find('\0') != std::string::npos) throw opc::model::PackageNotFound(path);
+  // Opening a pipe that nobody writes to would otherwise wait for a writer.
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (file) return file;
+  if (errno == ENOENT || errno == ENOTDIR) throw opc::model::PackageNotFound(path);
+  opc::refuse("opc:zip:CannotOpen", path, systemReason(errno));
+}
+
+}  // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
   if (this == &other) return *this;
@@ -46,6 +71,23 @@ ReadResult readAt(int descriptor, std::uint64_t offset, void* into, std::size_t 
     done += static_cast<std::size_t>(got);
   }
   return {done, 0};
+}
+
+FileIdentity identityOf(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 ? identityFrom(status) : FileIdentity{};
+}
+
+InputFile::InputFile(std::string path) : path_(std::move(path)), file_(openForReading(path_)) {
+  struct stat status {};
+  if (::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode)) opc::refuse("opc:zip:NotAFile", path_);
+  identity_ = identityFrom(status);
+}
+
+void InputFile::read(std::uint64_t offset, void* into, std::size_t count) const {
+  const ReadResult result = readAt(file_.get(), offset, into, count);
+  if (result.error != 0) opc::raise("opc:zip:ReadFailed", path_, systemReason(result.error));
+  if (result.count < count) opc::raise("opc:zip:EndsEarly", path_);
 }
 
 }  // namespace fl::filesystem

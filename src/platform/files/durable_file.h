@@ -3,18 +3,18 @@
 #include <memory>
 #include <string>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 
 namespace fl::filesystem {
 
 /// A new version of a file, written beside it and put in its place by one rename: all there or not at all,
-/// also when the power fails.
+/// also when the power fails. This is the only way in which files are saved.
 ///
 /// Construction resolves symbolic links, takes an exclusive advisory lock (flock) on the original's inode,
-/// without waiting for it, and checks that the path still leads there, removes temporaries that killed
-/// processes left, and creates the temporary with the original's owner, mode and extended attributes.
-/// Destruction without `commit` removes the temporary; the original is then as it was. Raises opc::Exception,
-/// naming the path, on every failure.
+/// without waiting for it, and checks that the path still leads there. It removes temporaries that killed
+/// processes left and creates its own with the original's owner, mode and extended attributes. Destruction
+/// without `commit` removes the temporary; the original is then as it was. Raises opc::Exception, naming the
+/// path, on every failure.
 ///
 /// The new version is a new inode: further hard links keep the old one.
 class DurableFile {
@@ -27,7 +27,7 @@ class DurableFile {
   /// To replace the file at `path` (UTF-8), which must still be `expected`.
   DurableFile(const std::string& path, const FileIdentity& expected, Start start);
   /// To create `path`, which must not exist when `commit` is called; its mode is 0666 less what the process
-  /// masks.
+  /// masks. There is nothing to lock then, so two processes may prepare the same file; one of them fails.
   explicit DurableFile(const std::string& path);
   ~DurableFile();
   DurableFile(const DurableFile&) = delete;

@@ -8,23 +8,24 @@
 #include <fstream>
 #include <system_error>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/files/error.h"
-#include "platform/files/native_name.h"
+#include "platform/errors/free_with.h"
+#include "platform/files/descriptor.h"
+#include "platform/text/conversion.h"
 
 namespace fl::filesystem {
 namespace {
 
 namespace posix_time = boost::posix_time;
 
-std::string reasonOf(int code) { return std::generic_category().message(code); }
-
 FileType typeOf(mode_t mode) {
   if (S_ISREG(mode)) return FileType::Regular;
   if (S_ISDIR(mode)) return FileType::Directory;
+  if (S_ISLNK(mode)) return FileType::SymbolicLink;
   return FileType::Other;
 }
 
@@ -43,6 +44,15 @@ bool saysMissing(int code) {
   return code == ENOENT || code == ENOTDIR || code == ELOOP || code == ENAMETOOLONG;
 }
 
+/// NotFound if the file was removed since the folder was read.
+FileType typeOf(DIR* folder, const dirent& listed) {
+  if (listed.d_type != DT_UNKNOWN) return typeOf(static_cast<mode_t>(DTTOIF(listed.d_type)));
+  // Not every file system keeps the type with the name.
+  struct stat found;
+  if (fstatat(dirfd(folder), listed.d_name, &found, AT_SYMLINK_NOFOLLOW) != 0) return FileType::NotFound;
+  return typeOf(found.st_mode);
+}
+
 }  // namespace
 
 bool FileStatus::has(Permissions bits) const {
@@ -58,19 +68,15 @@ bool exists(const std::u16string& path) {
 FileStatus status(const std::u16string& path) {
   struct stat found;
   if (stat(toNativeName(path).c_str(), &found) != 0) {
-    raise("fl:filesystem:StatusFailed", path, reasonOf(errno));
+    raise("fl:filesystem:StatusFailed", path, systemReason(errno));
   }
-  FileStatus status;
-  status.type = typeOf(found.st_mode);
-  status.permissions = found.st_mode & 07777;
-  status.size = static_cast<std::uint64_t>(found.st_size);
-  status.lastWriteTime = timeOf(found.st_mtim);
-  return status;
+  return {typeOf(found.st_mode), found.st_mode & 07777, static_cast<std::uint64_t>(found.st_size),
+          timeOf(found.st_mtim)};
 }
 
 void set_permissions(const std::u16string& path, Permissions bits) {
   if (chmod(toNativeName(path).c_str(), static_cast<mode_t>(bits)) == 0) return;
-  raise("fl:filesystem:PermissionsFailed", path, reasonOf(errno));
+  raise("fl:filesystem:PermissionsFailed", path, systemReason(errno));
 }
 
 bool create_directories(const std::u16string& path) {
@@ -91,22 +97,27 @@ std::ifstream open_for_reading(const std::u16string& path) {
   // Looked at first: opening a pipe would wait for somebody to write into it.
   if (status(path).type != FileType::Regular) raise("fl:filesystem:NotAFile", path);
   std::ifstream file(toNativeName(path), std::ios::binary);
-  if (!file) raise("fl:filesystem:OpenFailed", path, reasonOf(errno));
+  if (!file) raise("fl:filesystem:OpenFailed", path, systemReason(errno));
   return file;
 }
 
 void replace_file(const std::u16string& from, const std::u16string& to) {
   if (rename(toNativeName(from).c_str(), toNativeName(to).c_str()) != 0) {
-    const std::string reason = reasonOf(errno);
+    const std::string reason = systemReason(errno);
     unlink(toNativeName(from).c_str());
     raise("fl:filesystem:ReplaceFailed", to, reason);
   }
   // The new name is kept by the folder, which is synced like a file.
-  const int folder =
-      open(toNativeName(extract_parent_path(absolute(to))).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) return;  // a folder that may be written but not read cannot be synced
-  fsync(folder);
-  close(folder);
+  const Descriptor folder(
+      open(toNativeName(extract_parent_path(absolute(to))).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder) fsync(folder.get());  // a folder that may be written but not read cannot be synced
+}
+
+std::u16string absolute(const std::u16string& path, const std::u16string& base) {
+  const auto isAbsolute = [](const std::u16string& text) { return text.starts_with(u'/'); };
+  if (isAbsolute(path)) return path;
+  if (isAbsolute(base)) return concatenate(base, path);
+  return concatenate(concatenate(current_path(), base), path);
 }
 
 std::u16string weakly_canonical(const std::u16string& path) {
@@ -128,6 +139,33 @@ std::u16string current_path() {
 std::u16string temp_directory_path() {
   const char* chosen = std::getenv("TMPDIR");
   return fromNativeName(chosen != nullptr && *chosen != '\0' ? chosen : "/tmp");
+}
+
+struct DirectoryIterator::State {
+  std::u16string path;
+  std::unique_ptr<DIR, foundation::core::except::FreeWith<closedir>> folder;
+};
+
+DirectoryIterator::DirectoryIterator(const std::u16string& folder)
+    : state_(new State{folder, decltype(State::folder)(opendir(toNativeName(folder).c_str()))}) {}
+
+DirectoryIterator::~DirectoryIterator() = default;
+
+bool DirectoryIterator::isOpen() const { return state_->folder != nullptr; }
+
+std::optional<DirectoryIterator::Entry> DirectoryIterator::next() {
+  if (!isOpen()) return std::nullopt;
+  for (;;) {
+    errno = 0;  // the end of the folder and a failed read differ only in this
+    const dirent* listed = readdir(state_->folder.get());
+    if (listed == nullptr && errno == 0) return std::nullopt;
+    if (listed == nullptr) raise("fl:filesystem:ListFailed", state_->path, systemReason(errno));
+    const std::string_view name = listed->d_name;
+    if (name == "." || name == "..") continue;
+    if (!i18n::is_well_formed(name)) raise("fl:filesystem:EntryNotUtf8", state_->path, name);
+    const FileType type = typeOf(state_->folder.get(), *listed);
+    if (type != FileType::NotFound) return Entry{concatenate(state_->path, i18n::to_ustring(name)), type};
+  }
 }
 
 }  // namespace fl::filesystem

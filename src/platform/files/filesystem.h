@@ -8,9 +8,10 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
-/// Files and folders under UTF-16 names. Every failure raises fl::filesystem::Error (filesystem/error.h),
-/// whose arguments are the path and the system's reason. So does a name that no file can have: with a lone
-/// surrogate or a NUL. Native and generic form are the same text on this system ("/" separates).
+#include "platform/files/paths.h"
+
+/// Files and folders under UTF-16 names. Every failure raises Error, whose arguments are the path and the
+/// system's reason; so does a name that no file can have.
 namespace fl::filesystem {
 
 enum class FileType { NotFound, Regular, Directory, SymbolicLink, Other };
@@ -53,36 +54,20 @@ std::u16string current_path();
 /// The folder that temporary files go into (TMPDIR, else /tmp).
 std::u16string temp_directory_path();
 
-std::u16string make_native_form(const std::u16string& path);
-std::u16string make_generic_form(const std::u16string& path);
-/// A leading "~" or "~/" becomes the home folder; nothing else is expanded.
-std::u16string expand(const std::u16string& path);
-bool is_absolute_path_when_expanded(const std::u16string& path);
-
-/// What follows the last "/"; the whole text if there is none.
-std::u16string extract_filename(const std::u16string& path);
-/// What follows the last "." of the file name, without the dot; none for ".hidden" and "noext".
-std::u16string extract_extension(const std::u16string& path);
-/// What stands before the last "/" (or several of them); "/" for what lies in the root, empty if there is
-/// none.
-std::u16string extract_parent_path(const std::u16string& path);
-/// Joins with exactly one "/" between the two; if one is empty, gives the other.
-std::u16string concatenate(const std::u16string& folder, const std::u16string& name);
-
-/// The entries of one folder, "." and ".." left out, in the system's order, one level deep.
+/// What lies in one folder, "." and ".." left out, in the system's order, one level deep.
 class DirectoryIterator {
  public:
   struct Entry {
-    std::u16string path;  ///< the folder joined with the entry's name
-    FileType type;        ///< of the entry itself; links are not followed
+    std::u16string path;  ///< the folder joined with the name
+    FileType type;        ///< links are not followed
   };
 
   /// A folder that cannot be opened gives an iterator that is not open.
   explicit DirectoryIterator(const std::u16string& folder);
   ~DirectoryIterator();
   bool isOpen() const;
-  /// Nothing at the end. Raises Error if the folder cannot be read on, or if an entry's name is not UTF-8
-  /// (the arguments are then the folder and the name; the next call goes on behind the entry).
+  /// Nothing at the end. Raises Error if the folder cannot be read on, or if a name is not UTF-8 (the
+  /// arguments are then the folder and the name; the next call goes on behind it).
   std::optional<Entry> next();
 
  private:

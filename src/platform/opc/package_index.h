@@ -10,7 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationships_document.h"

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/opc/package_contents.h"
 #include "platform/zip/spool_storage.h"
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/opc/package_contents.h"
 #include "platform/opc/package_index.h"
 #include "platform/opc/part_name.h"

@@ -12,9 +12,7 @@
 #include <unistd.h>
 
 #include "platform/errors/exceptions.h"
-#include "platform/files/error.h"
 #include "platform/files/filesystem.h"
-#include "platform/files/native_name.h"
 
 namespace orra {
 

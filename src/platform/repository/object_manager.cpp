@@ -1,6 +1,6 @@
 #include "platform/repository/object_manager.h"
 
-#include "platform/files/native_name.h"
+#include "platform/files/paths.h"
 #include "platform/repository/repository.h"
 #include "platform/repository/sql/transaction.h"
 

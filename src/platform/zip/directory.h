@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/zip/limits.h"
 
 namespace zip {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 
 namespace zip {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/zip/directory.h"
 
 namespace zip {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/zip/directory.h"
 
 namespace zip {

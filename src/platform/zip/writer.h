@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/files/input_file.h"
+#include "platform/files/descriptor.h"
 #include "platform/zip/directory.h"
 #include "platform/zip/spool.h"
 #include "platform/zip/written_records.h"

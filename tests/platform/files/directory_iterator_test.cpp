@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "platform/files/error.h"
 #include "platform/files/filesystem.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/unprivileged.h"

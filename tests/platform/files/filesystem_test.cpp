@@ -9,7 +9,6 @@
 
 #include <boost/date_time/posix_time/time_formatters.hpp>
 
-#include "platform/files/error.h"
 #include "tests/support/raised.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/unprivileged.h"

@@ -1,3 +1,5 @@
+#include "platform/files/paths.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -6,18 +8,16 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "platform/files/filesystem.h"
-#include "platform/files/native_name.h"
+#include "platform/text/conversion.h"
 
 namespace fl::filesystem {
 namespace {
 
 constexpr char16_t kSeparator = u'/';
 
-bool isAbsolute(const std::u16string& path) { return path.starts_with(kSeparator); }
-
 std::optional<std::u16string> homeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return fromNativeName(home);
+  // Services and cron jobs often run without HOME; the user database knows the folder then.
   std::array<char, 4096> texts;
   passwd entry{};
   passwd* found = nullptr;
@@ -27,6 +27,22 @@ std::optional<std::u16string> homeFolder() {
 }
 
 }  // namespace
+
+Error::~Error() = default;
+
+bool isPossibleName(const std::u16string& path) noexcept {
+  return path.find(u'\0') == std::u16string::npos && i18n::is_well_formed(path);
+}
+
+std::string toNativeName(const std::u16string& path) {
+  if (!isPossibleName(path)) raise("fl:filesystem:ImpossibleName", i18n::to_string_lossy(path));
+  return i18n::to_string(path);
+}
+
+std::u16string fromNativeName(std::string_view native) {
+  if (!i18n::is_well_formed(native)) raise("fl:filesystem:PathNotUtf8", native);
+  return i18n::to_ustring(native);
+}
 
 std::u16string make_native_form(const std::u16string& path) { return path; }
 std::u16string make_generic_form(const std::u16string& path) { return path; }
@@ -39,12 +55,8 @@ std::u16string expand(const std::u16string& path) {
   return path.size() == 1 ? *home : concatenate(*home, path.substr(2));
 }
 
-bool is_absolute_path_when_expanded(const std::u16string& path) { return isAbsolute(expand(path)); }
-
-std::u16string absolute(const std::u16string& path, const std::u16string& base) {
-  if (isAbsolute(path)) return path;
-  if (isAbsolute(base)) return concatenate(base, path);
-  return concatenate(concatenate(current_path(), base), path);
+bool is_absolute_path_when_expanded(const std::u16string& path) {
+  return expand(path).starts_with(kSeparator);
 }
 
 std::u16string extract_filename(const std::u16string& path) {

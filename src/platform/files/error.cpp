@@ -1,7 +1,0 @@
-#include "platform/files/error.h"
-
-namespace fl::filesystem {
-
-Error::~Error() = default;
-
-}  // namespace fl::filesystem

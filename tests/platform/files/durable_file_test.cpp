@@ -3,19 +3,18 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include "platform/files/descriptor.h"
-#include "tests/support/file_size_limit.h"
 #include "tests/support/raised.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/unprivileged.h"
 
@@ -24,6 +23,8 @@ namespace {
 
 using std::filesystem::path;
 using support::raisedBy;
+using support::SystemCalls;
+using support::TemporaryFolder;
 
 constexpr auto kEmpty = DurableFile::Start::Empty;
 
@@ -39,21 +40,24 @@ void save(const std::string& file, std::string_view text) {
   durable.commit();
 }
 
-struct stat statusOf(const std::string& file) {
-  struct stat status {};
-  EXPECT_EQ(::stat(file.c_str(), &status), 0) << file;
-  return status;
+void create(const std::string& file, std::string_view text) {
+  DurableFile durable(file);
+  put(durable, text);
+  durable.commit();
 }
 
 struct DurableFileTest : testing::Test {
   DurableFileTest() { folder.write("s.tavlox", "old"); }
 
-  std::size_t filesInFolder() const {
-    return std::distance(std::filesystem::directory_iterator(folder.path()), {});
+  struct stat status() const {
+    struct stat found {};
+    EXPECT_EQ(::stat(file.c_str(), &found), 0);
+    found.st_mode &= 07777;
+    return found;
   }
   std::string raised(const char* rule) const { return std::string("opc:save:") + rule + "(" + file + ")"; }
 
-  support::TemporaryFolder folder;
+  TemporaryFolder folder;
   std::string file = folder.narrow("s.tavlox");
 };
 
@@ -65,11 +69,9 @@ TEST_F(DurableFileTest, NothingChangesBeforeCommit) {
     EXPECT_EQ(folder.read("s.tavlox"), "old");
   }
   EXPECT_TRUE(identityAt(file) == before);
-  EXPECT_EQ(filesInFolder(), 1U);
-
   save(file, "new");
   EXPECT_EQ(folder.read("s.tavlox"), "new");
-  EXPECT_EQ(filesInFolder(), 1U);
+  EXPECT_EQ(folder.entryCount(), 1U);
 }
 
 TEST_F(DurableFileTest, LinksStayLinks) {
@@ -85,10 +87,10 @@ TEST_F(DurableFileTest, LinksStayLinks) {
 
 TEST_F(DurableFileTest, ModesAreKept) {
   const mode_t mask = ::umask(077);
-  for (const mode_t mode : {0600U, 0664U, 0755U, 02770U, 04711U, 06777U}) {
-    ASSERT_EQ(::chmod(file.c_str(), mode), 0);
+  for (const mode_t kept : {0600U, 0664U, 0755U, 02770U, 04711U, 06777U}) {
+    ASSERT_EQ(::chmod(file.c_str(), kept), 0);
     save(file, "new");
-    EXPECT_EQ(statusOf(file).st_mode & 07777, mode) << std::oct << mode;
+    EXPECT_EQ(status().st_mode, kept) << std::oct << kept;
   }
   ::umask(mask);
 }
@@ -98,9 +100,9 @@ TEST_F(DurableFileTest, OwnerAndGroupAreKeptWhereTheyCanBe) {
   ASSERT_EQ(::chown(file.c_str(), 1234, 5678), 0);
   ASSERT_EQ(::chmod(file.c_str(), 02640), 0);
   save(file, "new");
-  EXPECT_EQ(statusOf(file).st_uid, 1234U);
-  EXPECT_EQ(statusOf(file).st_gid, 5678U);
-  EXPECT_EQ(statusOf(file).st_mode & 07777, 02640U);
+  EXPECT_EQ(status().st_uid, 1234U);
+  EXPECT_EQ(status().st_gid, 5678U);
+  EXPECT_EQ(status().st_mode, 02640U);
 
   // Somebody else who may write: the file becomes theirs, and their group learns nothing that it could not
   // read.
@@ -108,38 +110,44 @@ TEST_F(DurableFileTest, OwnerAndGroupAreKeptWhereTheyCanBe) {
   ASSERT_EQ(::chmod(folder.path().c_str(), 0777), 0);
   {
     const support::Unprivileged nobody;
-    DurableFile durable(file, identityAt(file), kEmpty);
-    durable.commit();
+    save(file, "newer");
   }
-  EXPECT_EQ(statusOf(file).st_uid, 65534U);
-  EXPECT_EQ(statusOf(file).st_mode & 07777, 0666U);
+  EXPECT_EQ(status().st_uid, 65534U);
+  EXPECT_EQ(status().st_mode, 0666U);
 }
 
 TEST_F(DurableFileTest, ExtendedAttributesAndAccessListsAreKept) {
+  constexpr char kList[] = "system.posix_acl_access";
   if (::setxattr(file.c_str(), "user.origin", "lab 3", 5, 0) != 0)
     GTEST_SKIP() << "no extended attributes here";
   // Owner rw-, user 1234 r--, group ---, mask r--, others ---: as the system keeps it.
-  const unsigned char list[] =
+  const std::string list(
       "\2\0\0\0\1\0\6\0\377\377\377\377\2\0\4\0\322\4\0\0\4\0\0\0\377\377\377\377"
-      "\20\0\4\0\377\377\377\377\40\0\0\0\377\377\377\377";
-  const std::size_t size = sizeof list - 1;
-  const bool hasLists = ::setxattr(file.c_str(), "system.posix_acl_access", list, size, 0) == 0;
+      "\20\0\4\0\377\377\377\377\40\0\0\0\377\377\377\377",
+      44);
+  const bool hasLists = ::setxattr(file.c_str(), kList, list.data(), list.size(), 0) == 0;
+  const auto attribute = [&](const char* name) {
+    std::string value(64, '\0');
+    const ssize_t size = ::getxattr(file.c_str(), name, value.data(), value.size());
+    return size < 0 ? "none" : value.substr(0, static_cast<std::size_t>(size));
+  };
   save(file, "new");
-  std::string value(64, '\0');
-  ASSERT_EQ(::getxattr(file.c_str(), "user.origin", value.data(), value.size()), 5);
-  EXPECT_EQ(value.substr(0, 5), "lab 3");
+  EXPECT_EQ(attribute("user.origin"), "lab 3");
+  {
+    SystemCalls calls;
+    calls.failing["fsetxattr"] = ENOSPC;
+    EXPECT_EQ(support::identifierRaisedBy([&] { save(file, "newer"); }), "opc:save:CannotKeepAttribute");
+    EXPECT_EQ(folder.read("s.tavlox"), "new");
+  }
   if (!hasLists) GTEST_SKIP() << "no access lists here";
-  EXPECT_EQ(::getxattr(file.c_str(), "system.posix_acl_access", value.data(), value.size()),
-            static_cast<ssize_t>(size));
-  EXPECT_EQ(value.substr(0, size), std::string(reinterpret_cast<const char*>(list), size));
-
+  EXPECT_TRUE(attribute(kList) == list);
   // The folder's default list is for files that are new there, not for this one.
-  ASSERT_EQ(::removexattr(file.c_str(), "system.posix_acl_access"), 0);
+  ASSERT_EQ(::removexattr(file.c_str(), kList), 0);
   ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
-  ASSERT_EQ(::setxattr(folder.path().c_str(), "system.posix_acl_default", list, size, 0), 0);
+  ASSERT_EQ(::setxattr(folder.path().c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
   save(file, "newer");
-  EXPECT_LT(::getxattr(file.c_str(), "system.posix_acl_access", value.data(), value.size()), 0);
-  EXPECT_EQ(statusOf(file).st_mode & 07777, 0640U);
+  EXPECT_EQ(attribute(kList), "none");
+  EXPECT_EQ(status().st_mode, 0640U);
 }
 
 TEST_F(DurableFileTest, TheTimeStampIsLater) {
@@ -155,37 +163,28 @@ TEST_F(DurableFileTest, TheTimeStampIsLater) {
   }
 }
 
-struct Interference {
-  const char* what;
-  std::function<void(const support::TemporaryFolder&)> act;
-  const char* raised;
-  const char* left;
-};
+void replaceByTheirs(const TemporaryFolder& folder) {
+  std::filesystem::rename(folder.write("other", "theirs"), folder.path() / "s.tavlox");
+}
 
-const Interference kInterferences[] = {
-    {"appended", [](const auto& folder) { folder.write("s.tavlox", "theirs"); }, "FileChanged", "theirs"},
-    {"rewritten to the same size", [](const auto& folder) { folder.write("s.tavlox", "OLD"); }, "FileChanged",
-     "OLD"},
-    {"rewritten, with its old time stamp",
-     [](const auto& folder) {
-       const path file = folder.path() / "s.tavlox";
-       const auto stamp = std::filesystem::last_write_time(file);
-       folder.write("s.tavlox", "OLD");
-       std::filesystem::last_write_time(file, stamp);
-     },
-     "FileChanged", "OLD"},
-    {"replaced",
-     [](const auto& folder) {
-       std::filesystem::rename(folder.write("other", "theirs"), folder.path() / "s.tavlox");
-     },
-     "FileChanged", "theirs"},
-    {"deleted", [](const auto& folder) { std::filesystem::remove(folder.path() / "s.tavlox"); }, "FileGone",
-     ""},
-};
+void rewriteWithOldStamp(const TemporaryFolder& folder) {
+  const path file = folder.path() / "s.tavlox";
+  const auto stamp = std::filesystem::last_write_time(file);
+  folder.write("s.tavlox", "OLD");
+  std::filesystem::last_write_time(file, stamp);
+}
 
 TEST_F(DurableFileTest, WhatOthersDidMeanwhileIsNeverLost) {
-  for (const Interference& other : kInterferences) {
-    SCOPED_TRACE(other.what);
+  const struct {
+    std::function<void(const TemporaryFolder&)> act;
+    const char *raised, *left;
+  } kInterferences[] = {
+      {[](const auto& in) { in.write("s.tavlox", "OLD"); }, "FileChanged", "OLD"},  // of the same size
+      {rewriteWithOldStamp, "FileChanged", "OLD"},
+      {replaceByTheirs, "FileChanged", "theirs"},
+      {[](const auto& in) { std::filesystem::remove(in.path() / "s.tavlox"); }, "FileGone", ""},
+  };
+  for (const auto& other : kInterferences) {
     for (const bool isEarly : {true, false}) {
       folder.write("s.tavlox", "old");
       const FileIdentity expected = identityAt(file);
@@ -199,9 +198,14 @@ TEST_F(DurableFileTest, WhatOthersDidMeanwhileIsNeverLost) {
                 }),
                 raised(other.raised));
       EXPECT_EQ(folder.read("s.tavlox"), other.left);
-      EXPECT_EQ(filesInFolder(), *other.left == '\0' ? 0U : 1U);
+      EXPECT_EQ(folder.entryCount(), *other.left == '\0' ? 0U : 1U);
     }
   }
+  folder.write("s.tavlox", "old");
+  SystemCalls calls;
+  calls.beforeLock = [&](int) { replaceByTheirs(folder); };
+  EXPECT_EQ(raisedBy([&] { save(file, "ours"); }), raised("FileChanged"));
+  EXPECT_EQ(folder.read("s.tavlox"), "theirs");
 }
 
 TEST_F(DurableFileTest, OnlyOneSavesAtATime) {
@@ -211,8 +215,7 @@ TEST_F(DurableFileTest, OnlyOneSavesAtATime) {
   EXPECT_EQ(raisedBy([&] { DurableFile second(file, expected, kEmpty); }), raised("InUse"));
   first.commit();
   EXPECT_EQ(raisedBy([&] { DurableFile second(file, expected, kEmpty); }), raised("FileChanged"));
-  EXPECT_EQ(folder.read("s.tavlox"), "first");
-  EXPECT_EQ(filesInFolder(), 1U);
+  save(file, "second");  // the lock has gone, although the first still lives
 }
 
 /// Each process counts up what it finds. A save that succeeded and is not counted was lost.
@@ -227,59 +230,56 @@ TEST_F(DurableFileTest, SaversInSeveralProcessesLoseNothing) {
     put(durable, std::to_string(std::stoi(number) + 1));
     durable.commit();
   };
-  // Each process goes on until it has saved its share, however slow the disk is: who is refused waits a
-  // little, or it would take the core from the one that saves. A refusal of any other kind ends it.
-  const auto saveShare = [&] {
+  for (int process = 0; process < kProcesses; ++process) {
+    if (::fork() != 0) continue;
+    // Who is refused tries again a little later, or it would take the core from the one that saves.
     for (int saved = 0; saved < kSaves;) {
       const std::string error = raisedBy(countUp);
       if (error.empty()) ++saved;
       if (error == raised("InUse")) usleep(1'000);
-      if (!error.empty() && error != raised("InUse") && error != raised("FileChanged")) return error;
+      if (!error.empty() && error != raised("InUse") && error != raised("FileChanged")) ::_exit(1);
     }
-    return std::string();
-  };
-  for (int process = 0; process < kProcesses; ++process) {
-    if (::fork() != 0) continue;
-    const std::string error = saveShare();
-    EXPECT_EQ(error, "");
-    ::_exit(error.empty() ? 0 : 1);
+    ::_exit(0);
   }
   int status = 0;
   while (::wait(&status) > 0) EXPECT_EQ(status, 0);
   EXPECT_EQ(folder.read("s.tavlox"), std::to_string(kProcesses * kSaves));
-  EXPECT_EQ(filesInFolder(), 1U);
+  EXPECT_EQ(folder.entryCount(), 1U);
 }
 
-TEST_F(DurableFileTest, AKilledProcessLeavesTheOriginalAndIsSweptUp) {
+/// Begins a save in a process of its own and kills that before it can commit.
+void killWhileSaving(const std::function<std::unique_ptr<DurableFile>()>& begin) {
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto durable = begin();
+    (void)!::write(ready[1], "x", 1);
+    for (;;) ::pause();
+  }
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+}
+
+TEST_F(DurableFileTest, WhatAKilledProcessLeftIsSweptByTheNextSave) {
   const std::string longName(255, 'n');
   for (const std::string& name : {std::string("s.tavlox"), longName, "ü" + std::string(253, 'n')}) {
     SCOPED_TRACE(name.size());
-    support::TemporaryFolder own;
-    own.write(name, "old");
+    TemporaryFolder own;
     own.write("." + name.substr(0, 200) + "x.saving-abcdef", "another file's");
     own.write("." + name.substr(0, 200) + ".saving-ABCDEF", "not ours");
     const std::string target = own.narrow(name);
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-      DurableFile durable(target, identityAt(target), kEmpty);
-      put(durable, "half");
-      (void)!::write(ready[1], "x", 1);
-      for (;;) ::pause();
-    }
-    char byte = 0;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-    ASSERT_EQ(::kill(child, SIGKILL), 0);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    ::close(ready[0]);
-    ::close(ready[1]);
-    const auto count = [&] { return std::distance(std::filesystem::directory_iterator(own.path()), {}); };
+    killWhileSaving([&] { return std::make_unique<DurableFile>(target); });
+    EXPECT_EQ(own.entryCount(), 3U);
+    create(target, "old");
+    EXPECT_EQ(own.entryCount(), 3U);
+    killWhileSaving([&] { return std::make_unique<DurableFile>(target, identityAt(target), kEmpty); });
     EXPECT_EQ(own.read(name), "old");
-    EXPECT_EQ(count(), 4);
+    EXPECT_EQ(own.entryCount(), 4U);
     save(target, "new");
-    EXPECT_EQ(own.read(name), "new");
-    EXPECT_EQ(count(), 3);
+    EXPECT_EQ(own.entryCount(), 3U);
   }
 }
 
@@ -289,103 +289,106 @@ TEST_F(DurableFileTest, ATemporaryThatIsBeingWrittenIsNotSwept) {
   ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
   save(file, "new");
   EXPECT_TRUE(std::filesystem::exists(busy));
+
+  // Two processes that create one file sweep, and the other has not locked its temporary yet.
+  SystemCalls calls;
+  calls.beforeLock = [](int unlocked) {
+    std::filesystem::remove(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(unlocked)));
+  };
+  create(folder.narrow("new.tavlox"), "new");
+  EXPECT_EQ(folder.read("new.tavlox"), "new");
 }
 
-TEST_F(DurableFileTest, ReadOnlyFilesAreRefused) {
-  ASSERT_EQ(::chmod(file.c_str(), 0466), 0);
-  EXPECT_EQ(raisedBy([&] { save(file, "new"); }), raised("ReadOnly"));
-  ASSERT_EQ(::chmod(file.c_str(), 0644), 0);
-  ASSERT_EQ(::chmod(folder.path().c_str(), 0777), 0);
-  if (::geteuid() == 0) {  // somebody else's file
-    const support::Unprivileged nobody;
-    EXPECT_EQ(raisedBy([&] { save(file, "new"); }), raised("ReadOnly"));
-  }
-  EXPECT_EQ(folder.read("s.tavlox"), "old");
-  EXPECT_EQ(filesInFolder(), 1U);
-}
-
-TEST_F(DurableFileTest, AFolderThatCannotBeWrittenIsNamed) {
-  ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
-  ASSERT_EQ(::chmod(folder.path().c_str(), 0555), 0);
-  {
-    const support::Unprivileged nobody;
-    const std::string reason = "opc:save:FolderNotWritable(" + file + ", Permission denied)";
-    EXPECT_EQ(raisedBy([&] { save(file, "new"); }), reason);
-    const std::string fresh = folder.narrow("new.tavlox");
-    EXPECT_EQ(raisedBy([&] { DurableFile durable(fresh); }),
-              "opc:save:FolderNotWritable(" + fresh + ", Permission denied)");
-  }
-  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
-  EXPECT_EQ(folder.read("s.tavlox"), "old");
-}
-
-TEST_F(DurableFileTest, PlacesWhereNothingCanBeSaved) {
+TEST_F(DurableFileTest, WhereNothingMayBeSaved) {
   const FileIdentity any;
-  const std::string missing = folder.narrow("missing/s.tavlox"), itself = folder.path().string();
-  EXPECT_EQ(raisedBy([&] { DurableFile durable(missing, any, kEmpty); }),
-            "opc:save:FileGone(" + missing + ")");
-  EXPECT_EQ(raisedBy([&] { DurableFile durable{missing}; }),
-            "opc:save:CannotReachFolder(" + missing + ", No such file or directory)");
-  EXPECT_EQ(raisedBy([&] { DurableFile durable(itself, any, kEmpty); }), "opc:save:NotAFile(" + itself + ")");
-  EXPECT_EQ(raisedBy([&] { DurableFile durable{itself + "/"}; }), "opc:save:BadName(" + itself + "/)");
-}
-
-TEST_F(DurableFileTest, AFullDiskLeavesTheOriginal) {
+  const std::string itself = folder.path().string(), missing = itself + "/missing/s.tavlox";
+  const auto replacing = [&](const std::string& name) {
+    return raisedBy([&] { DurableFile durable(name, any, kEmpty); });
+  };
+  const auto creating = [](const std::string& name) { return raisedBy([&] { DurableFile durable{name}; }); };
+  EXPECT_EQ(replacing(missing), "opc:save:FileGone(" + missing + ")");
+  EXPECT_EQ(creating(missing), "opc:save:CannotReachFolder(" + missing + ", No such file or directory)");
+  EXPECT_EQ(replacing(itself), "opc:save:NotAFile(" + itself + ")");
+  EXPECT_EQ(creating(itself + "/"), "opc:save:BadName(" + itself + "/)");
+  ASSERT_EQ(::chmod(file.c_str(), 0466), 0);
+  EXPECT_EQ(replacing(file), raised("ReadOnly")) << "also to root, to whom every file seems writable";
+  ASSERT_EQ(::chmod(file.c_str(), 0644), 0);
+  ASSERT_EQ(::chmod(itself.c_str(), 0555), 0);
   {
-    const support::FileSizeLimit limit(2);
-    DurableFile durable(file, identityAt(file), kEmpty);
-    EXPECT_EQ(writeAt(durable.descriptor(), 0, "new", 3), EFBIG);
+    const support::Unprivileged nobody;
+    if (::getuid() == 0) {
+      EXPECT_EQ(replacing(file), raised("ReadOnly")) << "somebody else's";
+    }
+    const std::string fresh = itself + "/new.tavlox";
+    EXPECT_EQ(creating(fresh), "opc:save:FolderNotWritable(" + fresh + ", Permission denied)");
   }
-  EXPECT_EQ(folder.read("s.tavlox"), "old");
-  EXPECT_EQ(filesInFolder(), 1U);
+  ASSERT_EQ(::chmod(itself.c_str(), 0755), 0);
+  EXPECT_EQ(folder.entryCount(), 1U);
 }
 
 TEST_F(DurableFileTest, NewFilesNeverReplaceOthers) {
   const mode_t mask = ::umask(026);
-  const std::string fresh = folder.narrow("new.tavlox");
-  {
-    DurableFile durable(fresh);
-    put(durable, "new");
-    EXPECT_FALSE(std::filesystem::exists(fresh));
-    durable.commit();
-  }
+  file = folder.narrow("new.tavlox");
+  create(file, "new");
   EXPECT_EQ(folder.read("new.tavlox"), "new");
-  EXPECT_EQ(statusOf(fresh).st_mode & 07777, 0640U);
+  EXPECT_EQ(status().st_mode, 0640U);
   ::umask(mask);
 
   std::filesystem::create_symlink("nowhere", folder.path() / "dangling");
   for (const char* name : {"s.tavlox", "dangling"}) {
-    EXPECT_EQ(raisedBy([&] {
-                DurableFile durable(folder.narrow(name));
-                durable.commit();
-              }),
+    EXPECT_EQ(raisedBy([&] { create(folder.narrow(name), "new"); }),
               "opc:save:FileAppeared(" + folder.narrow(name) + ")");
   }
   EXPECT_EQ(folder.read("s.tavlox"), "old");
-  EXPECT_EQ(filesInFolder(), 3U);
+  EXPECT_EQ(folder.entryCount(), 3U);
 }
 
 TEST_F(DurableFileTest, ACloneStartsWithTheOriginalElseNothingDoes) {
-  DurableFile durable(file, identityAt(file), DurableFile::Start::CloneOrEmpty);
-  EXPECT_EQ(identityOf(durable.descriptor()).size, durable.isClone() ? 3U : 0U);
-  put(durable, "NEW!");
-  EXPECT_EQ(folder.read("s.tavlox"), "old");
-  durable.commit();
-  EXPECT_EQ(folder.read("s.tavlox"), "NEW!");
+  for (const bool canClone : {true, false}) {
+    SystemCalls calls;
+    calls.canClone = canClone;
+    folder.write("s.tavlox", "old");
+    DurableFile durable(file, identityAt(file), DurableFile::Start::CloneOrEmpty);
+    EXPECT_EQ(durable.isClone(), canClone);
+    ASSERT_EQ(writeAt(durable.descriptor(), 3, "+new", 4), 0);
+    durable.commit();
+    EXPECT_EQ(folder.read("s.tavlox"), (canClone ? "old" : std::string(3, '\0')) + "+new");
+  }
 }
 
-TEST_F(DurableFileTest, DescriptorsAreReleasedOnEveryPath) {
-  const auto openDescriptors = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-  };
-  const FileIdentity stale = identityAt(file);
+// After a power failure there is what was synced: the bytes before a name leads to them, then the name.
+TEST_F(DurableFileTest, SyncsTheFileThenRenamesThenSyncsTheFolder) {
+  using Calls = std::vector<std::string>;
+  SystemCalls calls;
   save(file, "new");
-  const auto before = openDescriptors();
-  for (const char* name : {"s.tavlox", "missing", "."}) {
-    EXPECT_NE(raisedBy([&] { DurableFile durable(folder.narrow(name), stale, kEmpty); }), "");
+  EXPECT_EQ(calls.made, (Calls{"fchown 600", "fsync file", "rename", "fsync folder"}))
+      << "the temporary is nobody else's until it has its owner";
+  calls.made.clear();
+  create(folder.narrow("new.tavlox"), "new");
+  EXPECT_EQ(calls.made, (Calls{"fsync file", "rename", "fsync folder"}));
+}
+
+TEST_F(DurableFileTest, WhatTheDiskRefusesIsReported) {
+  const struct {
+    const char* call;
+    int error;
+    std::string raised;
+    const char* left;
+  } kRefusals[] = {
+      {"fchown 600", EIO, "opc:save:CannotKeepOwner(" + file + ", Input/output error)", "old"},
+      {"fsync file", EIO, "opc:save:CannotSync(" + file + ", Input/output error)", "old"},
+      {"rename", EIO, "opc:save:CannotRename(" + file + ", Input/output error)", "old"},
+      {"fsync folder", EIO, "opc:save:NotConfirmed(" + file + ", Input/output error)", "new"},
+      {"fsync folder", EINVAL, "", "new"},  // a file system that knows no such thing
+  };
+  for (const auto& refusal : kRefusals) {
+    folder.write("s.tavlox", "old");
+    SystemCalls calls;
+    calls.failing[refusal.call] = refusal.error;
+    EXPECT_EQ(raisedBy([&] { save(file, "new"); }), refusal.raised);
+    EXPECT_EQ(folder.read("s.tavlox"), refusal.left);
+    EXPECT_EQ(folder.entryCount(), 1U);
   }
-  save(file, "newer");
-  EXPECT_EQ(openDescriptors(), before);
 }
 
 }  // namespace

@@ -186,28 +186,5 @@ TEST(Directory, ReadsSeventyThousandEntries) {
   EXPECT_EQ(readWhole(file, directory.entries()[69999], 10), "69999");
 }
 
-TEST(InputFile, RefusesWhatIsNoFile) {
-  support::TemporaryFolder folder;
-  folder.write("locked.zip", "");
-  chmod(folder.narrow("locked.zip").c_str(), 0);
-  chmod(folder.path().c_str(), 0755);
-  ASSERT_EQ(mkfifo(folder.narrow("pipe").c_str(), 0600), 0);
-  ASSERT_EQ(symlink("loop", folder.narrow("loop").c_str()), 0);
-  const auto opening = [&](const std::string& name) {
-    const std::string raised =
-        support::raisedBy([&] { fl::filesystem::InputFile file(folder.narrow(name)); });
-    return raised.substr(0, raised.find('('));
-  };
-  EXPECT_THROW(fl::filesystem::InputFile(folder.narrow("missing.zip")), opc::model::PackageNotFound);
-  EXPECT_THROW(fl::filesystem::InputFile(folder.narrow("locked.zip/below.zip")), opc::model::PackageNotFound);
-  EXPECT_THROW(fl::filesystem::InputFile(folder.narrow("locked.zip") + std::string("\0", 1)),
-               opc::model::PackageNotFound);
-  EXPECT_EQ(opening("."), "opc:zip:NotAFile");
-  EXPECT_EQ(opening("pipe"), "opc:zip:NotAFile") << "and does not wait for a writer";
-  EXPECT_EQ(opening("loop"), "opc:zip:CannotOpen");
-  const support::Unprivileged user;
-  EXPECT_EQ(opening("locked.zip"), "opc:zip:CannotOpen");
-}
-
 }  // namespace
 }  // namespace zip

@@ -5,7 +5,7 @@
 
 #include "platform/files/descriptor.h"
 #include "platform/opc/package_contents.h"
-#include "platform/zip/spool_storage.h"
+#include "platform/zip/spool.h"
 
 namespace opc {
 

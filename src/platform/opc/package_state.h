@@ -11,7 +11,7 @@
 #include "platform/opc/part_name.h"
 #include "platform/opc/streams.h"
 #include "platform/zip/limits.h"
-#include "platform/zip/spool_storage.h"
+#include "platform/zip/spool.h"
 
 namespace opc::model {
 

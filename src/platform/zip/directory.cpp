@@ -1,23 +1,128 @@
 #include "platform/zip/directory.h"
 
+#include <algorithm>
+#include <array>
+#include <optional>
+
 #include <sys/stat.h>
 
+#include <boost/unordered/unordered_flat_set.hpp>
+
 #include "platform/errors/package_errors.h"
-#include "platform/zip/end_record.h"
-#include "platform/zip/entry_names.h"
-#include "platform/zip/extra_fields.h"
-#include "platform/zip/little_endian.h"
+#include "platform/text/text_hash.h"
 #include "platform/zip/local_headers.h"
-#include "platform/zip/record_flags.h"
+#include "platform/zip/records.h"
 
 namespace zip {
-using opc::refuse;
-
 namespace {
 
-constexpr std::uint32_t kRecordSignature = 0x02014b50;
-constexpr std::size_t kRecordSize = 46;
-constexpr std::uint16_t kMadeOnUnix = 3, kMadeOnDarwin = 19;
+using fl::filesystem::InputFile;
+using opc::refuse;
+
+// ---- The end of the archive, which says where the directory lies.
+
+constexpr std::size_t kLongestComment = 0xFFFF;
+constexpr std::size_t kToleratedTrailingBytes = 16;
+
+/// What the end record and its ZIP64 form both give.
+struct EndNumbers {
+  std::uint64_t thisDisk, directoryDisk, entriesOnDisk, entries, directorySize, directoryOffset;
+};
+
+EndNumbers endNumbers(const char* record) {
+  return {load16(record + 4),  load16(record + 6),  load16(record + 8),
+          load16(record + 10), load32(record + 12), load32(record + 16)};
+}
+
+EndNumbers zip64EndNumbers(const char* record) {
+  return {load32(record + 16), load32(record + 20), load64(record + 24),
+          load64(record + 32), load64(record + 40), load64(record + 48)};
+}
+
+/// A number of the short record is either the one of the ZIP64 record or refers to it.
+bool agree(const EndNumbers& brief, const EndNumbers& full) {
+  const auto agree16 = [](std::uint64_t a, std::uint64_t b) { return a == kInZip64Record || a == b; };
+  const auto agree32 = [](std::uint64_t a, std::uint64_t b) { return a == kInZip64Field || a == b; };
+  return agree16(brief.thisDisk, full.thisDisk) && agree16(brief.directoryDisk, full.directoryDisk) &&
+         agree16(brief.entriesOnDisk, full.entriesOnDisk) && agree16(brief.entries, full.entries) &&
+         agree32(brief.directorySize, full.directorySize) &&
+         agree32(brief.directoryOffset, full.directoryOffset);
+}
+
+/// Finds the end record in the last bytes of the file. Only the last signature counts: a comment that holds
+/// another one has readers that disagree about the archive.
+std::optional<std::size_t> findEnd(const std::vector<char>& tail) {
+  if (tail.size() < kEndSize) return std::nullopt;
+  for (std::size_t at = tail.size() - kEndSize + 1; at-- > 0;) {
+    if (load32(&tail[at]) != kEndSignature) continue;
+    const std::size_t end = at + kEndSize + load16(&tail[at + 20]);
+    if (end > tail.size() || tail.size() - end > kToleratedTrailingBytes) return std::nullopt;
+    return at;
+  }
+  return std::nullopt;
+}
+
+/// The offset of the ZIP64 record that the locator points to. Between the two there may be an extension, but
+/// nothing else.
+std::uint64_t zip64EndOffset(const InputFile& file, const char* locator, std::uint64_t locatorOffset) {
+  if (load32(locator + 4) != 0 || load32(locator + 16) > 1) refuse("opc:zip:SeveralDisks", file.path());
+  const std::uint64_t offset = load64(locator + 8);
+  if (locatorOffset < kZip64EndSize || offset > locatorOffset - kZip64EndSize) {
+    refuse("opc:zip:Zip64EndBroken", file.path());
+  }
+  return offset;
+}
+
+struct EndRecord {
+  std::uint64_t entries, directoryOffset, directorySize;
+  std::string comment;
+};
+
+/// The directory that it describes lies inside the file and touches the end records, so offsets count from
+/// the start of the file also where something stands before the first entry.
+EndRecord readEndRecord(const InputFile& file) {
+  const std::uint64_t most = kZip64LocatorSize + kEndSize + kLongestComment + kToleratedTrailingBytes;
+  std::vector<char> tail(std::min(file.size(), most));
+  const std::uint64_t tailOffset = file.size() - tail.size();
+  file.read(tailOffset, tail.data(), tail.size());
+  const auto at = findEnd(tail);
+  if (!at) refuse("opc:zip:NotAnArchive", file.path());
+  const char* record = &tail[*at];
+
+  EndNumbers numbers = endNumbers(record);
+  std::uint64_t directoryEnd = tailOffset + *at;
+  if (*at >= kZip64LocatorSize && load32(record - kZip64LocatorSize) == kZip64LocatorSignature) {
+    const std::uint64_t locatorOffset = directoryEnd - kZip64LocatorSize;
+    directoryEnd = zip64EndOffset(file, record - kZip64LocatorSize, locatorOffset);
+    std::array<char, kZip64EndSize> full{};
+    file.read(directoryEnd, full.data(), full.size());
+    if (load32(full.data()) != kZip64EndSignature || load64(&full[4]) != locatorOffset - directoryEnd - 12) {
+      refuse("opc:zip:Zip64EndBroken", file.path());
+    }
+    if (!agree(numbers, zip64EndNumbers(full.data()))) refuse("opc:zip:EndRecordsDiffer", file.path());
+    numbers = zip64EndNumbers(full.data());
+  }
+
+  if (numbers.thisDisk != 0 || numbers.directoryDisk != 0 || numbers.entriesOnDisk != numbers.entries) {
+    refuse("opc:zip:SeveralDisks", file.path());
+  }
+  if (numbers.directorySize > directoryEnd ||
+      numbers.directoryOffset != directoryEnd - numbers.directorySize) {
+    refuse("opc:zip:DirectoryMisplaced", file.path());
+  }
+  return {numbers.entries, numbers.directoryOffset, numbers.directorySize,
+          std::string(record + kEndSize, load16(record + 20))};
+}
+
+void checkLimits(const EndRecord& end, const Limits& limits, const std::string& path) {
+  if (end.entries > limits.entries) refuse("opc:zip:TooManyEntries", path, limits.entries);
+  if (end.directorySize > limits.directoryBytes)
+    refuse("opc:zip:DirectoryTooLarge", path, limits.directoryBytes);
+  // Before memory is set aside for them.
+  if (end.entries > end.directorySize / kCentralSize) refuse("opc:zip:EntryCountDiffers", path, end.entries);
+}
+
+// ---- Its records.
 
 /// A central record cut into its pieces.
 struct Record {
@@ -26,6 +131,7 @@ struct Record {
   std::uint16_t flags() const { return load16(whole.data() + 8); }
   std::uint16_t method() const { return load16(whole.data() + 10); }
   bool isSymbolicLink() const {
+    constexpr int kMadeOnUnix = 3, kMadeOnDarwin = 19;
     const int madeOn = load16(whole.data() + 4) >> 8;
     const mode_t mode = load32(whole.data() + 38) >> 16;
     return (madeOn == kMadeOnUnix || madeOn == kMadeOnDarwin) && S_ISLNK(mode);
@@ -34,15 +140,33 @@ struct Record {
 
 /// Takes the next record off the front of `rest`.
 Record takeRecord(std::string_view& rest, const std::string& path) {
-  if (rest.size() < kRecordSize || load32(rest.data()) != kRecordSignature)
+  if (rest.size() < kCentralSize || load32(rest.data()) != kCentralSignature)
     refuse("opc:zip:RecordBroken", path);
   const std::size_t name = load16(rest.data() + 28), extra = load16(rest.data() + 30);
-  const std::size_t total = kRecordSize + name + extra + load16(rest.data() + 32);
+  const std::size_t total = kCentralSize + name + extra + load16(rest.data() + 32);
   if (total > rest.size()) refuse("opc:zip:RecordBroken", path);
-  const Record record{rest.substr(0, total), rest.substr(kRecordSize, name),
-                      rest.substr(kRecordSize + name, extra)};
+  const Record record{rest.substr(0, total), rest.substr(kCentralSize, name),
+                      rest.substr(kCentralSize + name, extra)};
   rest.remove_prefix(total);
   return record;
+}
+
+/// Whichever slash divides the segments.
+bool hasClimbingSegment(std::string_view name) {
+  for (std::size_t at = name.find(".."); at != std::string_view::npos; at = name.find("..", at + 1)) {
+    const auto divides = [&](std::size_t index) { return name[index] == '/' || name[index] == '\\'; };
+    const bool starts = at == 0 || divides(at - 1);
+    const bool ends = at + 2 == name.size() || divides(at + 2);
+    if (starts && ends) return true;
+  }
+  return false;
+}
+
+void checkName(std::string_view name, const std::string& path) {
+  if (name.empty()) refuse("opc:zip:EmptyName", path);
+  const std::size_t nul = name.find('\0');
+  if (nul != std::string_view::npos) refuse("opc:zip:NameWithNul", path, name.substr(0, nul));
+  if (hasClimbingSegment(name)) refuse("opc:zip:NameClimbs", path, name);
 }
 
 Method methodOf(const Record& record, const std::string& path) {
@@ -68,10 +192,8 @@ void readNumbers(const Record& record, Entry& entry, const std::string& path) {
     if (fields->givesOtherNameThan(entry.name)) refuse("opc:zip:TwoNames", path, entry.name);
     if (fields->zip64) {
       Zip64Numbers numbers(*fields->zip64);
-      const bool isWhole = numbers.replaceMark(entry.size, 0xFFFFFFFF) &&
-                           numbers.replaceMark(entry.compressedSize, 0xFFFFFFFF) &&
-                           numbers.replaceMark(entry.headerOffset, 0xFFFFFFFF) &&
-                           numbers.replaceMark(disk, 0xFFFF, 4);
+      const bool isWhole = numbers.resolve(entry.size) && numbers.resolve(entry.compressedSize) &&
+                           numbers.resolve(entry.headerOffset) && numbers.resolveDisk(disk);
       if (!isWhole) refuse("opc:zip:Zip64FieldBroken", path, entry.name);
     }
   }
@@ -93,18 +215,16 @@ Entry entryOf(const Record& record, const std::string& path) {
   return entry;
 }
 
-void checkLimits(const EndRecord& end, const Limits& limits, const std::string& path) {
-  if (end.entries > limits.entries) refuse("opc:zip:TooManyEntries", path, limits.entries);
-  if (end.directorySize > limits.directoryBytes)
-    refuse("opc:zip:DirectoryTooLarge", path, limits.directoryBytes);
-  // Before memory is set aside for them.
-  if (end.entries > end.directorySize / kRecordSize) refuse("opc:zip:EntryCountDiffers", path, end.entries);
+void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path) {
+  boost::unordered_flat_set<std::string_view, fl::i18n::TextHash> names(entries.size());
+  for (const Entry& entry : entries) {
+    if (!names.insert(entry.name).second) refuse("opc:zip:DuplicateName", path, entry.name);
+  }
 }
 
 }  // namespace
 
-void Directory::readRecords(const fl::filesystem::InputFile& file, std::uint64_t bytes,
-                            std::uint64_t declaredEntries) {
+void Directory::readRecords(const InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries) {
   records_ = std::make_unique_for_overwrite<char[]>(bytes);
   file.read(offset_, records_.get(), bytes);
   entries_.reserve(declaredEntries);
@@ -116,7 +236,7 @@ void Directory::readRecords(const fl::filesystem::InputFile& file, std::uint64_t
   if (entries_.size() != declaredEntries) refuse("opc:zip:EntryCountDiffers", file.path(), declaredEntries);
 }
 
-Directory Directory::audit(const fl::filesystem::InputFile& file, const Limits& limits) {
+Directory Directory::audit(const InputFile& file, const Limits& limits) {
   EndRecord end = readEndRecord(file);
   checkLimits(end, limits, file.path());
   Directory directory;
@@ -128,7 +248,7 @@ Directory Directory::audit(const fl::filesystem::InputFile& file, const Limits& 
   return directory;
 }
 
-Directory Directory::read(const fl::filesystem::InputFile& file, const Limits& limits) {
+Directory Directory::read(const InputFile& file, const Limits& limits) {
   try {
     return audit(file, limits);
   } catch (const opc::model::PackageOpenFailed&) {

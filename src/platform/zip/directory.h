@@ -33,8 +33,9 @@ struct Entry {
 /// EntryReader.
 ///
 /// Deliberately let pass, since sound archives do it: bytes before the first entry and between entries (as
-/// long as offsets count from the start of the file), up to 16 bytes behind the end record, padding in extra
-/// fields, data descriptors in each of their four forms. Movable, not copyable: the entries point into one
+/// long as offsets count from the start of the file), up to 16 bytes behind the end record (line ends added
+/// in transport, padding to a block; lost when the archive is saved), padding in extra fields, data
+/// descriptors in each of their four forms. Movable, not copyable: the entries point into one
 /// buffer.
 class Directory {
  public:

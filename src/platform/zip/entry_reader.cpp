@@ -2,128 +2,115 @@
 
 #include <algorithm>
 #include <exception>
-#include <string>
+#include <optional>
 #include <utility>
 
+#include <isa-l.h>
+
 #include "platform/errors/package_errors.h"
-#include "platform/zip/inflater.h"
 
 namespace zip {
-using opc::raise;
-
 namespace {
+
+using fl::filesystem::InputFile;
+using opc::raise;
 
 constexpr std::size_t kInputStep = std::size_t{64} << 10;
 constexpr std::size_t kOutputStep = std::size_t{256} << 10;
 
-}  // namespace
+/// Inflates one raw deflate stream.
+class Inflater {
+ public:
+  explicit Inflater(const DataReader::Source& source) : source_(source) { isal_inflate_init(&state_); }
 
-struct EntryReader::State {
-  State(std::shared_ptr<const fl::filesystem::InputFile> archive, const Entry& entry);
+  /// Up to `count` bytes, which must not be 0: with no room the end of the stream would go unnoticed. 0 at
+  /// the end of the stream.
+  std::size_t inflate(void* into, std::size_t count) {
+    for (;;) {
+      state_.next_out = static_cast<std::uint8_t*>(into);
+      state_.avail_out = static_cast<std::uint32_t>(count);
+      if (isal_inflate(&state_) != ISAL_DECOMP_OK) throw Damage::Broken;
+      const std::size_t produced = count - state_.avail_out;
+      if (produced != 0) return produced;
+      if (state_.block_state == ISAL_BLOCK_FINISH) return 0;
+      // The library reports no error on a stream it cannot go on with; standing still with input at hand is
+      // one.
+      if (state_.avail_in != 0) throw Damage::Broken;
+      state_.next_in = input_.get();
+      state_.avail_in = static_cast<std::uint32_t>(source_(input_.get(), kInputStep));
+      if (state_.avail_in == 0) throw Damage::TooShort;
+    }
+  }
 
-  std::size_t read(void* into, std::size_t count);
-  std::size_t readStored(void* into, std::size_t count);
-  std::size_t readDeflated(void* into, std::size_t count);
-  void checkEnd();
-  void checkStreamEnd();
-  void feed();
+  /// At the end of the stream: whether bytes lie behind it. The library reads ahead into a register; whole
+  /// bytes left in there were not part of the stream either.
+  bool hasMoreInput() {
+    return state_.avail_in != 0 || state_.read_in_length >= 8 || source_(input_.get(), 1) != 0;
+  }
 
-  [[noreturn]] void fail(fl::i18n::MessageId<2> identifier) const { raise(identifier, file->path(), name); }
-
-  std::shared_ptr<const fl::filesystem::InputFile> file;
-  std::string name;
-  Method method;
-  std::uint32_t declaredChecksum;
-  std::uint64_t next;            ///< place in the file of the next byte of data
-  std::uint64_t compressedLeft;  ///< bytes of data that were not taken from the file yet
-  std::uint64_t left;            ///< bytes that were not handed out yet
-  std::uint32_t actualChecksum = 0;
-  bool isAtSoundEnd = false;
-  std::exception_ptr failure;
-  std::unique_ptr<Inflater> inflater;
-  std::unique_ptr<char[]> input;
+ private:
+  const DataReader::Source& source_;
+  inflate_state state_;
+  std::unique_ptr<std::uint8_t[]> input_ = std::make_unique_for_overwrite<std::uint8_t[]>(kInputStep);
 };
 
-EntryReader::State::State(std::shared_ptr<const fl::filesystem::InputFile> archive, const Entry& entry)
-    : file(std::move(archive)),
-      name(entry.name),
-      method(entry.method),
-      declaredChecksum(entry.checksum),
-      next(entry.dataOffset),
-      compressedLeft(entry.compressedSize),
-      left(entry.size) {
-  if (method != Method::Deflate) return;
-  inflater = std::make_unique<Inflater>();
-  input = std::make_unique_for_overwrite<char[]>(std::min<std::uint64_t>(kInputStep, compressedLeft));
+/// Takes `count` bytes of the entry's data from the file.
+DataReader::Source dataOf(const InputFile& file, const Entry& entry) {
+  return
+      [&file, next = entry.dataOffset, left = entry.compressedSize](void* into, std::size_t count) mutable {
+        const std::size_t step = std::min<std::uint64_t>(count, left);
+        file.read(next, into, step);
+        next += step;
+        left -= step;
+        return step;
+      };
 }
 
-/// Everything is checked before the last bytes are handed out: whoever reads exactly the declared size has
-/// seen the end.
-std::size_t EntryReader::State::read(void* into, std::size_t count) {
-  const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, left));
-  std::size_t got = 0;
-  if (wanted != 0) got = method == Method::Stored ? readStored(into, wanted) : readDeflated(into, wanted);
-  actualChecksum = checksum(actualChecksum, into, got);
-  left -= got;
-  if (left == 0) checkEnd();
-  return got;
-}
+}  // namespace
 
-std::size_t EntryReader::State::readStored(void* into, std::size_t count) {
-  const std::size_t step = std::min(count, kOutputStep);
-  file->read(next, into, step);
-  next += step;
-  compressedLeft -= step;
-  return step;
-}
-
-std::size_t EntryReader::State::readDeflated(void* into, std::size_t count) {
-  for (;;) {
-    const Inflater::Step step = inflater->inflate(into, std::min(count, kOutputStep));
-    if (step.outcome == Inflater::Outcome::Produced) return step.produced;
-    if (step.outcome == Inflater::Outcome::Broken) fail("opc:zip:DataBroken");
-    if (step.outcome == Inflater::Outcome::Ended) fail("opc:zip:DataTooShort");
-    feed();
+struct DataReader::State {
+  State(Source from, Method method, std::uint64_t size, std::uint32_t checksum)
+      : source(std::move(from)), left(size), declaredChecksum(checksum) {
+    if (method == Method::Deflate) inflater.emplace(source);
   }
-}
 
-void EntryReader::State::feed() {
-  if (compressedLeft == 0) fail("opc:zip:DataTooShort");
-  const std::size_t step = static_cast<std::size_t>(std::min<std::uint64_t>(kInputStep, compressedLeft));
-  file->read(next, input.get(), step);
-  next += step;
-  compressedLeft -= step;
-  inflater->feed(input.get(), step);
-}
+  std::size_t read(void* into, std::size_t count) {
+    std::size_t got = 0;
+    if (left != 0) {
+      const std::size_t step = std::min({std::uint64_t{count}, left, std::uint64_t{kOutputStep}});
+      got = inflater ? inflater->inflate(into, step) : source(into, step);
+      if (got == 0) throw Damage::TooShort;
+    }
+    actualChecksum = crc32_gzip_refl(actualChecksum, static_cast<const unsigned char*>(into), got);
+    left -= got;
+    if (left == 0 && !isAtSoundEnd) checkEnd();
+    return got;
+  }
 
-void EntryReader::State::checkEnd() {
-  if (isAtSoundEnd) return;
-  if (method == Method::Deflate) checkStreamEnd();
-  if (compressedLeft != 0) fail("opc:zip:DataTooLong");
-  if (actualChecksum != declaredChecksum) fail("opc:zip:ChecksumDiffers");
-  isAtSoundEnd = true;
-}
-
-/// All declared bytes came out; the stream must have nothing more to say, and end where its bytes do.
-void EntryReader::State::checkStreamEnd() {
-  for (;;) {
+  /// All declared bytes came out; the data must have nothing more to say, and end where its bytes do.
+  void checkEnd() {
     char surplus = 0;
-    const Inflater::Step step = inflater->inflate(&surplus, 1);
-    if (step.outcome == Inflater::Outcome::Produced) fail("opc:zip:DataTooLong");
-    if (step.outcome == Inflater::Outcome::Broken) fail("opc:zip:DataBroken");
-    if (step.outcome == Inflater::Outcome::Ended) break;
-    feed();
+    const bool hasMore =
+        inflater ? inflater->inflate(&surplus, 1) != 0 || inflater->hasMoreInput() : source(&surplus, 1) != 0;
+    if (hasMore) throw Damage::TooLong;
+    if (actualChecksum != declaredChecksum) throw Damage::ChecksumDiffers;
+    isAtSoundEnd = true;
   }
-  if (inflater->unusedInput() != 0) fail("opc:zip:DataTooLong");
-}
 
-EntryReader::EntryReader(std::shared_ptr<const fl::filesystem::InputFile> file, const Entry& entry)
-    : state_(std::make_unique<State>(std::move(file), entry)) {}
-EntryReader::~EntryReader() = default;
-EntryReader::EntryReader(EntryReader&&) noexcept = default;
-EntryReader& EntryReader::operator=(EntryReader&&) noexcept = default;
+  const Source source;
+  std::uint64_t left;  ///< bytes that were not handed out yet
+  std::uint32_t declaredChecksum, actualChecksum = 0;
+  bool isAtSoundEnd = false;
+  std::optional<Inflater> inflater;
+  std::exception_ptr failure;
+};
 
-std::size_t EntryReader::read(void* into, std::size_t count) {
+DataReader::DataReader(Source source, Method method, std::uint64_t size, std::uint32_t checksum)
+    : state_(std::make_unique<State>(std::move(source), method, size, checksum)) {}
+DataReader::~DataReader() = default;
+DataReader::DataReader(DataReader&&) noexcept = default;
+
+std::size_t DataReader::read(void* into, std::size_t count) {
   if (state_->failure) std::rethrow_exception(state_->failure);
   if (count == 0) return 0;
   try {
@@ -134,8 +121,30 @@ std::size_t EntryReader::read(void* into, std::size_t count) {
   }
 }
 
-std::string readWhole(const std::shared_ptr<const fl::filesystem::InputFile>& file, const Entry& entry,
-                      std::uint64_t limit) {
+EntryReader::EntryReader(std::shared_ptr<const InputFile> file, const Entry& entry)
+    : file_(std::move(file)),
+      name_(entry.name),
+      data_(dataOf(*file_, entry), entry.method, entry.size, entry.checksum) {}
+
+std::size_t EntryReader::read(void* into, std::size_t count) {
+  try {
+    return data_.read(into, count);
+  } catch (const Damage damage) {
+    switch (damage) {
+      case Damage::Broken:
+        raise("opc:zip:DataBroken", file_->path(), name_);
+      case Damage::TooShort:
+        raise("opc:zip:DataTooShort", file_->path(), name_);
+      case Damage::TooLong:
+        raise("opc:zip:DataTooLong", file_->path(), name_);
+      case Damage::ChecksumDiffers:
+        break;
+    }
+    raise("opc:zip:ChecksumDiffers", file_->path(), name_);
+  }
+}
+
+std::string readWhole(const std::shared_ptr<const InputFile>& file, const Entry& entry, std::uint64_t limit) {
   if (entry.size > limit) raise("opc:zip:EntryTooLarge", file->path(), entry.name, limit);
   EntryReader reader(file, entry);
   std::string content;

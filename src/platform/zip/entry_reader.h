@@ -2,29 +2,52 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "platform/files/descriptor.h"
 #include "platform/zip/directory.h"
 
 namespace zip {
 
-/// Reads the data of one entry, front to back, inflating where needed. Never yields more than the declared
-/// size; at the end size and checksum have been checked.
-class EntryReader {
- public:
-  EntryReader(std::shared_ptr<const fl::filesystem::InputFile> file, const Entry& entry);
-  ~EntryReader();
-  EntryReader(EntryReader&&) noexcept;
-  EntryReader& operator=(EntryReader&&) noexcept;
+/// What is wrong with data that is not what was declared.
+enum class Damage { Broken, TooShort, TooLong, ChecksumDiffers };
 
-  /// Up to `count` bytes; 0 only at the sound end. Raises opc::Exception naming package and entry if the data
-  /// is broken or ends early, or its size or checksum is not the declared one. A failed reader stays failed.
+/// Reads data that lies stored or deflated somewhere, front to back and in constant memory. Never yields more
+/// than the declared size, and checks everything before the last bytes are handed out: whoever reads exactly
+/// the declared size has seen the end. Knows nothing of files; who holds it knows the names that a message
+/// needs.
+class DataReader {
+ public:
+  /// Reads the next `count` bytes as they lie there, or fewer if there are no more.
+  using Source = std::function<std::size_t(void* into, std::size_t count)>;
+
+  DataReader(Source source, Method method, std::uint64_t size, std::uint32_t checksum);
+  ~DataReader();
+  DataReader(DataReader&&) noexcept;
+
+  /// Up to `count` bytes; 0 only at the sound end. Throws a Damage, or what the source throws; then and ever
+  /// after the same.
   std::size_t read(void* into, std::size_t count);
 
  private:
   struct State;
   std::unique_ptr<State> state_;
+};
+
+/// Reads the data of one entry.
+class EntryReader {
+ public:
+  EntryReader(std::shared_ptr<const fl::filesystem::InputFile> file, const Entry& entry);
+
+  /// As DataReader, but raises opc::Exception, naming package and entry.
+  std::size_t read(void* into, std::size_t count);
+
+ private:
+  std::shared_ptr<const fl::filesystem::InputFile> file_;
+  std::string name_;
+  DataReader data_;
 };
 
 /// All of an entry, for small ones. Raises as EntryReader, and if it is larger than `limit`.

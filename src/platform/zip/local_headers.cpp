@@ -6,18 +6,13 @@
 #include <optional>
 
 #include "platform/errors/package_errors.h"
-#include "platform/zip/extra_fields.h"
-#include "platform/zip/little_endian.h"
-#include "platform/zip/record_flags.h"
+#include "platform/zip/records.h"
 
 namespace zip {
-using opc::refuse;
-
 namespace {
 
-constexpr std::uint32_t kHeaderSignature = 0x04034b50;
-constexpr std::uint32_t kDescriptorSignature = 0x08074b50;
-constexpr std::size_t kHeaderSize = 30;
+using opc::refuse;
+
 constexpr std::size_t kLargestDescriptor = 24;
 /// Large enough for the largest header, small enough to stay in the processor's cache.
 constexpr std::uint64_t kWindow = std::uint64_t{256} << 10;
@@ -50,7 +45,7 @@ constexpr std::array<DescriptorForm, 4> kDescriptorForms = {{{4, 4}, {4, 8}, {0,
 bool matches(const DescriptorForm& form, const char* at, const Entry& entry) {
   if (form.signature != 0 && load32(at) != kDescriptorSignature) return false;
   at += form.signature;
-  const auto number = [&](const char* place) { return form.width == 8 ? load64(place) : load32(place); };
+  const auto number = [&](const char* from) { return form.width == 8 ? load64(from) : load32(from); };
   return load32(at) == entry.checksum && number(at + 4) == entry.compressedSize &&
          number(at + 4 + form.width) == entry.size;
 }
@@ -73,23 +68,18 @@ class HeaderCheck {
   void requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const;
   /// Where the next entry in the file, or the directory, starts.
   std::uint64_t nextOffset() const;
-  const Entry& inFileOrder(std::size_t place) const { return entries_[order_[place]]; }
+  const Entry& inFileOrder(std::size_t index) const { return entries_[order_[index]]; }
 
   /// Bytes of the file that lie before the directory; valid until the next call.
   const char* bytes(std::uint64_t offset, std::size_t count);
   void fillWindow(std::uint64_t offset, std::uint64_t count);
-
-  template <class... Argument>
-  [[noreturn]] void refuseEntry(fl::i18n::MessageId<2 + sizeof...(Argument)> identifier, const Entry& entry,
-                                const Argument&... more) const {
-    refuse(identifier, file_.path(), entry.name, more...);
-  }
+  const std::string& path() const { return file_.path(); }
 
   const fl::filesystem::InputFile& file_;
   std::vector<Entry>& entries_;
   const std::uint64_t directoryOffset_;
   std::vector<std::uint32_t> order_;  ///< of the entries in the file
-  std::size_t following_ = 0;         ///< place in `order_` behind the entry that is being checked
+  std::size_t following_ = 0;         ///< index in `order_` behind the entry that is being checked
 
   std::unique_ptr<char[]> window_ = std::make_unique_for_overwrite<char[]>(kWindow);
   std::uint64_t windowOffset_ = 0, windowEnd_ = 0;
@@ -115,9 +105,9 @@ void HeaderCheck::run() {
 
 void HeaderCheck::check(Entry& entry) {
   Header header = readHeader(entry);
-  if ((header.flags & kAnyEncryption) != 0) refuseEntry("opc:zip:Encrypted", entry);
+  if ((header.flags & kAnyEncryption) != 0) refuse("opc:zip:Encrypted", path(), entry.name);
   if (header.method != static_cast<std::uint16_t>(entry.method) || (header.flags & kPatchData) != 0) {
-    refuseEntry("opc:zip:LocalMethodDiffers", entry);
+    refuse("opc:zip:LocalMethodDiffers", path(), entry.name);
   }
   checkName(entry, header);
   if (!header.extra.empty()) readZip64Sizes(entry, header);
@@ -127,19 +117,19 @@ void HeaderCheck::check(Entry& entry) {
 }
 
 Header HeaderCheck::readHeader(Entry& entry) {
-  requireRoom(entry, entry.headerOffset, kHeaderSize);
-  const char* at = bytes(entry.headerOffset, kHeaderSize);
-  if (load32(at) != kHeaderSignature) refuseEntry("opc:zip:LocalHeaderMissing", entry);
+  requireRoom(entry, entry.headerOffset, kLocalSize);
+  const char* at = bytes(entry.headerOffset, kLocalSize);
+  if (load32(at) != kLocalSignature) refuse("opc:zip:LocalHeaderMissing", path(), entry.name);
   const std::size_t name = load16(at + 26), extra = load16(at + 28);
-  const std::size_t whole = kHeaderSize + name + extra;
+  const std::size_t whole = kLocalSize + name + extra;
   requireRoom(entry, entry.headerOffset, whole);
   entry.dataOffset = entry.headerOffset + whole;
   requireRoom(entry, entry.dataOffset, entry.compressedSize);
 
   at = bytes(entry.headerOffset, whole);
   Header header{};
-  header.name = {at + kHeaderSize, name};
-  header.extra = {at + kHeaderSize + name, extra};
+  header.name = {at + kLocalSize, name};
+  header.extra = {at + kLocalSize + name, extra};
   header.flags = load16(at + 6);
   header.method = load16(at + 8);
   header.checksum = load32(at + 14);
@@ -149,40 +139,36 @@ Header HeaderCheck::readHeader(Entry& entry) {
 }
 
 void HeaderCheck::checkName(const Entry& entry, const Header& header) const {
-  if (header.name != entry.name) refuseEntry("opc:zip:LocalNameDiffers", entry, header.name);
+  if (header.name != entry.name) refuse("opc:zip:LocalNameDiffers", path(), entry.name, header.name);
   const std::uint16_t centralFlags = load16(entry.centralRecord.data() + 8);
   if (((header.flags ^ centralFlags) & kUtf8Name) == 0) return;
-  // In ASCII both say the same.
-  const bool isAscii =
-      std::all_of(entry.name.begin(), entry.name.end(), [](unsigned char c) { return c < 0x80; });
-  if (!isAscii) refuseEntry("opc:zip:TwoNames", entry);
+  if (!isAscii(entry.name)) refuse("opc:zip:TwoNames", path(), entry.name);
 }
 
 void HeaderCheck::readZip64Sizes(const Entry& entry, Header& header) const {
   const auto fields = ExtraFields::parse(header.extra);
-  if (!fields) refuseEntry("opc:zip:ExtraFieldBroken", entry);
-  if (fields->givesOtherNameThan(entry.name)) refuseEntry("opc:zip:TwoNames", entry);
+  if (!fields) refuse("opc:zip:ExtraFieldBroken", path(), entry.name);
+  if (fields->givesOtherNameThan(entry.name)) refuse("opc:zip:TwoNames", path(), entry.name);
   if (!fields->zip64) return;
   header.hasZip64 = true;
   Zip64Numbers numbers(*fields->zip64);
-  const bool isWhole =
-      numbers.replaceMark(header.size, 0xFFFFFFFF) && numbers.replaceMark(header.compressedSize, 0xFFFFFFFF);
-  if (!isWhole) refuseEntry("opc:zip:Zip64FieldBroken", entry);
+  if (!numbers.resolve(header.size) || !numbers.resolve(header.compressedSize))
+    refuse("opc:zip:Zip64FieldBroken", path(), entry.name);
 }
 
 Given HeaderCheck::checkNumbers(const Entry& entry, const Header& header) const {
-  // A writer that streams does not know the numbers yet and leaves zero, or the mark that refers to 64 bits.
+  // A writer that streams does not know the numbers yet and leaves zero, or refers to 64 bits.
   const auto isLeftOpen = [&](std::uint64_t size) {
-    return header.isStreamed() && (size == 0 || size == 0xFFFFFFFF);
+    return header.isStreamed() && (size == 0 || size == kInZip64Field);
   };
   const bool sameChecksum = header.checksum == entry.checksum;
   const bool sameCompressed = header.compressedSize == entry.compressedSize;
   const bool sameSize = header.size == entry.size;
   if (!sameChecksum && !(header.isStreamed() && header.checksum == 0)) {
-    refuseEntry("opc:zip:LocalChecksumDiffers", entry);
+    refuse("opc:zip:LocalChecksumDiffers", path(), entry.name);
   }
   if ((!sameCompressed && !isLeftOpen(header.compressedSize)) || (!sameSize && !isLeftOpen(header.size))) {
-    refuseEntry("opc:zip:LocalSizesDiffer", entry);
+    refuse("opc:zip:LocalSizesDiffer", path(), entry.name);
   }
   return sameChecksum && sameCompressed && sameSize ? Given::InHeader : Given::InDescriptor;
 }
@@ -204,16 +190,16 @@ std::uint64_t HeaderCheck::descriptorSize(const Entry& entry, const Header& head
   // Some writers set the flag and then give the numbers in the header after all.
   const bool hasSignature = count >= 4 && load32(at) == kDescriptorSignature;
   const bool mustBeOne = hasSignature || room == 12 || room == 20;
-  if (given == Given::InDescriptor || mustBeOne) refuseEntry("opc:zip:DescriptorDiffers", entry);
+  if (given == Given::InDescriptor || mustBeOne) refuse("opc:zip:DescriptorDiffers", path(), entry.name);
   return 0;
 }
 
 void HeaderCheck::requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const {
   if (offset > directoryOffset_ || count > directoryOffset_ - offset)
-    refuseEntry("opc:zip:EntryOutOfBounds", entry);
+    refuse("opc:zip:EntryOutOfBounds", path(), entry.name);
   const std::uint64_t end = nextOffset();
   if (offset > end || count > end - offset)
-    refuseEntry("opc:zip:EntriesOverlap", entry, inFileOrder(following_).name);
+    refuse("opc:zip:EntriesOverlap", path(), entry.name, inFileOrder(following_).name);
 }
 
 std::uint64_t HeaderCheck::nextOffset() const {
@@ -228,13 +214,13 @@ const char* HeaderCheck::bytes(std::uint64_t offset, std::size_t count) {
 
 void HeaderCheck::fillWindow(std::uint64_t offset, std::uint64_t count) {
   std::uint64_t end = offset + count + kUsualExtra;
-  for (std::size_t place = following_; place < order_.size() && end - offset < kWindow; ++place) {
-    const Entry& next = inFileOrder(place);
+  for (std::size_t index = following_; index < order_.size() && end - offset < kWindow; ++index) {
+    const Entry& next = inFileOrder(index);
     if (next.headerOffset > end + kGapWorthReading) break;
-    end = std::max(end, next.headerOffset + kHeaderSize + next.name.size() + kUsualExtra);
+    end = std::max(end, next.headerOffset + kLocalSize + next.name.size() + kUsualExtra);
   }
   end = std::min({end, offset + kWindow, directoryOffset_});
-  // Emptied first: a failed read must not leave bytes of two places.
+  // Emptied first: a failed read must not leave bytes of two offsets.
   windowEnd_ = windowOffset_ = offset;
   file_.read(offset, window_.get(), end - offset);
   windowEnd_ = end;

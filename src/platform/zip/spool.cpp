@@ -1,132 +1,193 @@
 #include "platform/zip/spool.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
-#include <optional>
+#include <functional>
+#include <stdexcept>
 #include <utility>
 
+#include <fcntl.h>
+#include <isa-l.h>
+#include <stdlib.h>
+#include <unistd.h>
+
 #include "platform/errors/package_errors.h"
-#include "platform/files/descriptor.h"
-#include "platform/zip/deflater.h"
-#include "platform/zip/inflater.h"
 
 namespace zip {
-using opc::raise;
-
 namespace {
 
-constexpr std::size_t kReadPiece = std::size_t{64} << 10;
+using fl::filesystem::Descriptor;
+using fl::filesystem::systemReason;
+using opc::raise;
+
+constexpr std::size_t kMemory = std::size_t{8} << 20;
+
+/// A file that has no name, so that nothing is left whatever becomes of the process.
+Descriptor openUnlinked(const std::string& folder) {
+  Descriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600));
+  if (file) return file;
+  // Not every file system knows such files.
+  std::string name = folder + "/.spool-XXXXXX";
+  file = Descriptor(::mkostemp(name.data(), O_CLOEXEC));
+  if (!file) raise("opc:spool:CannotCreate", folder, systemReason(errno));
+  ::unlink(name.c_str());
+  return file;
+}
 
 }  // namespace
 
-struct Spool::State {
-  explicit State(std::shared_ptr<SpoolStorage> shared) : storage(std::move(shared)) {}
-  ~State() { storage->giveMemoryBack(memory.size()); }
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
+SpoolStorage::SpoolStorage(std::string folder) : folder_(folder.empty() ? "." : std::move(folder)) {}
 
-  const std::shared_ptr<SpoolStorage> storage;
-  std::optional<Deflater> deflater{std::in_place};
-  std::vector<char> memory;  // all of it, or nothing once there are extents
-  std::vector<Extent> extents;
-  std::uint64_t size = 0, compressedSize = 0;
-  std::uint32_t crc = 0;
-  bool isBroken = false;
+bool SpoolStorage::takeMemory(std::size_t count) {
+  if (count > kMemory - memory_) return false;
+  memory_ += count;
+  return true;
+}
 
-  const std::string& folder() const { return storage->folder(); }
-  void keep(const char* data, std::size_t count);
-  bool keepInMemory(const char* data, std::size_t count);
-  void store(const char* data, std::size_t count);
+std::uint64_t SpoolStorage::append(const char* data, std::size_t count) {
+  if (!file_) file_ = openUnlinked(folder_);
+  const int error = fl::filesystem::writeAt(file_.get(), end_, data, count);
+  if (error != 0) raise("opc:spool:CannotWrite", folder_, systemReason(error));
+  end_ += count;
+  return end_ - count;
+}
+
+/// Deflates one raw stream, piece by piece, in constant memory.
+class Spool::Deflater {
+ public:
+  /// Takes deflated bytes as they come out; may raise.
+  using Sink = std::function<void(const char* data, std::size_t count)>;
+
+  Deflater() {
+    isal_deflate_init(&stream_);
+    stream_.level = kLevel;
+    stream_.level_buf = levelBuffer_.get();
+    stream_.level_buf_size = kLevelBuffer;
+    stream_.flush = NO_FLUSH;
+  }
+
+  void deflate(const void* data, std::size_t count, const Sink& sink) {
+    // The library does not write to its input, only its signature says so.
+    auto* from = static_cast<std::uint8_t*>(const_cast<void*>(data));
+    while (count > 0) {
+      const std::size_t piece = std::min(count, kLargestInput);
+      stream_.next_in = from;
+      stream_.avail_in = static_cast<std::uint32_t>(piece);
+      while (stream_.avail_in > 0) step(sink);
+      from += piece;
+      count -= piece;
+    }
+  }
+
+  /// Ends the stream: what was held back comes out. The deflater is of no further use.
+  void finish(const Sink& sink) {
+    stream_.avail_in = 0;
+    stream_.end_of_stream = 1;
+    while (stream_.internal_state.state != ZSTATE_END) step(sink);
+  }
+
+ private:
+  // Of the library's levels this one comes closest to zlib's usual size on text; the one above it is slower
+  // and on text that repeats itself even larger.
+  static constexpr std::size_t kLevel = 2, kLevelBuffer = ISAL_DEF_LVL2_DEFAULT;
+  static constexpr std::size_t kOutputBuffer = std::size_t{64} << 10;
+  static constexpr std::size_t kLargestInput = std::size_t{1} << 30;  // the library counts in 32 bits
+
+  /// One call into the library; whatever came out goes to the sink.
+  void step(const Sink& sink) {
+    const std::uint32_t inputBefore = stream_.avail_in;
+    const auto stateBefore = stream_.internal_state.state;
+    stream_.next_out = output_.get();
+    stream_.avail_out = kOutputBuffer;
+    const int status = isal_deflate(&stream_);
+    const std::size_t produced = kOutputBuffer - stream_.avail_out;
+    const bool isStuck =
+        produced == 0 && stream_.avail_in == inputBefore && stream_.internal_state.state == stateBefore;
+    if (status != COMP_OK || isStuck) throw std::logic_error("the deflate library refused a sound stream");
+    if (produced > 0) sink(reinterpret_cast<const char*>(output_.get()), produced);
+  }
+
+  isal_zstream stream_;
+  std::unique_ptr<std::uint8_t[]> levelBuffer_{new std::uint8_t[kLevelBuffer]};
+  std::unique_ptr<std::uint8_t[]> output_{new std::uint8_t[kOutputBuffer]};
 };
 
-void Spool::State::keep(const char* data, std::size_t count) {
-  if (!keepInMemory(data, count)) store(data, count);
-  compressedSize += count;
-}
-
-bool Spool::State::keepInMemory(const char* data, std::size_t count) {
-  if (!extents.empty()) return false;
-  // An allocation that fails only leaves the budget smaller.
-  if (storage->takeMemory(count)) {
-    memory.insert(memory.end(), data, data + count);
-    return true;
-  }
-  if (memory.empty()) return false;
-  store(memory.data(), memory.size());
-  storage->giveMemoryBack(memory.size());
-  memory = {};
-  return false;
-}
-
-void Spool::State::store(const char* data, std::size_t count) {
-  const std::uint64_t begin = storage->append(data, count);
-  if (!extents.empty() && extents.back().end == begin) {
-    extents.back().end += count;
-  } else {
-    extents.push_back({begin, begin + count});
-  }
-}
-
-Spool::Spool(std::shared_ptr<SpoolStorage> storage) : state_(new State(std::move(storage))) {}
+Spool::Spool(std::shared_ptr<SpoolStorage> storage) : storage_(std::move(storage)), deflater_(new Deflater) {}
 Spool::Spool(std::string folder) : Spool(std::make_shared<SpoolStorage>(std::move(folder))) {}
-
-Spool::~Spool() = default;
+Spool::~Spool() {
+  if (storage_) storage_->giveMemoryBack(memory_.size());  // not if it was moved away
+}
 Spool::Spool(Spool&&) noexcept = default;
-Spool& Spool::operator=(Spool&&) noexcept = default;
 
 void Spool::write(const void* data, std::size_t count) {
-  State& state = *state_;
-  const bool mayGoOn = !state.isBroken && !isFinished();
+  const bool mayGoOn = !isBroken_ && !isFinished();
   // Until all of it is kept: what is half written must never be taken for a whole entry.
-  state.isBroken = true;
-  if (!mayGoOn) raise("opc:spool:Ended", state.folder());
-  state.deflater->deflate(data, count, [&](const char* out, std::size_t size) { state.keep(out, size); });
-  state.crc = zip::checksum(state.crc, data, count);
-  state.size += count;
-  state.isBroken = false;
+  isBroken_ = true;
+  if (!mayGoOn) raise("opc:spool:Ended", storage_->folder());
+  deflater_->deflate(data, count, [&](const char* out, std::size_t size) { keep(out, size); });
+  checksum_ = crc32_gzip_refl(checksum_, static_cast<const unsigned char*>(data), count);
+  size_ += count;
+  isBroken_ = false;
 }
 
 void Spool::finish() {
-  State& state = *state_;
-  if (state.isBroken) raise("opc:spool:Ended", state.folder());
+  if (isBroken_) raise("opc:spool:Ended", storage_->folder());
   if (isFinished()) return;
-  state.isBroken = true;
-  state.deflater->finish([&](const char* out, std::size_t size) { state.keep(out, size); });
-  state.isBroken = false;
-  state.deflater.reset();  // its buffers are many times what a small entry needs
-  state.memory.shrink_to_fit();
+  isBroken_ = true;
+  deflater_->finish([&](const char* out, std::size_t size) { keep(out, size); });
+  isBroken_ = false;
+  deflater_.reset();
+  memory_.shrink_to_fit();
 }
 
-void Spool::abandon() noexcept { state_->isBroken = true; }
-bool Spool::isBroken() const { return state_->isBroken; }
-bool Spool::isFinished() const { return !state_->deflater.has_value(); }
-std::uint64_t Spool::size() const { return state_->size; }
-std::uint64_t Spool::compressedSize() const { return state_->compressedSize; }
-std::uint32_t Spool::checksum() const { return state_->crc; }
-int Spool::descriptor() const { return state_->extents.empty() ? -1 : state_->storage->descriptor(); }
-const std::vector<Spool::Extent>& Spool::extents() const { return state_->extents; }
+void Spool::keep(const char* data, std::size_t count) {
+  if (!keepInMemory(data, count)) store(data, count);
+  compressedSize_ += count;
+}
+
+bool Spool::keepInMemory(const char* data, std::size_t count) {
+  if (!extents_.empty()) return false;
+  // An allocation that fails only leaves the budget smaller.
+  if (storage_->takeMemory(count)) {
+    memory_.insert(memory_.end(), data, data + count);
+    return true;
+  }
+  if (memory_.empty()) return false;
+  store(memory_.data(), memory_.size());
+  storage_->giveMemoryBack(memory_.size());
+  memory_ = {};
+  return false;
+}
+
+void Spool::store(const char* data, std::size_t count) {
+  const std::uint64_t begin = storage_->append(data, count);
+  if (!extents_.empty() && extents_.back().end == begin) {
+    extents_.back().end += count;
+  } else {
+    extents_.push_back({begin, begin + count});
+  }
+}
 
 void Spool::readCompressed(std::uint64_t offset, void* into, std::size_t count) const {
   if (count == 0) return;
-  const bool inside = offset <= state_->compressedSize && count <= state_->compressedSize - offset;
-  if (!isFinished() || !inside) raise("opc:spool:Damaged", state_->folder());
-  if (state_->extents.empty()) {
-    std::memcpy(into, state_->memory.data() + offset, count);
+  const bool isInside = offset <= compressedSize_ && count <= compressedSize_ - offset;
+  if (!isFinished() || !isInside) raise("opc:spool:Damaged", storage_->folder());
+  if (extents_.empty()) {
+    std::memcpy(into, memory_.data() + offset, count);
     return;
   }
   auto* to = static_cast<char*>(into);
-  for (const Extent& extent : state_->extents) {
-    const std::uint64_t length = extent.end - extent.begin;
+  for (const auto& [begin, end] : extents_) {
+    const std::uint64_t length = end - begin;
     if (offset >= length) {
       offset -= length;
       continue;
     }
     const std::size_t piece = std::min<std::uint64_t>(count, length - offset);
-    const fl::filesystem::ReadResult result =
-        fl::filesystem::readAt(descriptor(), extent.begin + offset, to, piece);
-    if (result.error != 0)
-      raise("opc:spool:CannotRead", state_->folder(), fl::filesystem::systemReason(result.error));
-    if (result.count < piece) raise("opc:spool:Damaged", state_->folder());
+    const auto result = fl::filesystem::readAt(descriptor(), begin + offset, to, piece);
+    if (result.error != 0) raise("opc:spool:CannotRead", storage_->folder(), systemReason(result.error));
+    if (result.count < piece) raise("opc:spool:Damaged", storage_->folder());
     to += piece;
     count -= piece;
     offset = 0;
@@ -134,76 +195,25 @@ void Spool::readCompressed(std::uint64_t offset, void* into, std::size_t count) 
   }
 }
 
-struct Spool::Reader::State {
-  explicit State(const Spool& from) : spool(&from) {}
-
-  const Spool* spool;
-  Inflater inflater;
-  std::vector<char> input = std::vector<char>(kReadPiece);
-  std::uint64_t offset = 0, size = 0;
-  std::uint32_t crc = 0;
-  bool failed = false, ended = false;
-
-  std::size_t read(void* into, std::size_t count);
-  void feed();
-  void takeOutput(const void* data, std::size_t count);
-  void checkEnd() const;
-  [[noreturn]] void damaged() const { raise("opc:spool:Damaged", spool->state_->folder()); }
-};
-
-std::size_t Spool::Reader::State::read(void* into, std::size_t count) {
-  for (;;) {
-    const Inflater::Step step = inflater.inflate(into, count);
-    switch (step.outcome) {
-      case Inflater::Outcome::Produced:
-        takeOutput(into, step.produced);
-        return step.produced;
-      case Inflater::Outcome::NeedsInput:
-        feed();
-        break;
-      case Inflater::Outcome::Ended:
-        checkEnd();
-        ended = true;
-        return 0;
-      case Inflater::Outcome::Broken:
-        damaged();
-    }
-  }
+Spool::Reader::Reader(const Spool& spool)
+    : spool_(&spool),
+      data_(
+          [&spool, offset = std::uint64_t{0}](void* into, std::size_t count) mutable {
+            const std::size_t piece = std::min<std::uint64_t>(count, spool.compressedSize() - offset);
+            spool.readCompressed(offset, into, piece);
+            offset += piece;
+            return piece;
+          },
+          Method::Deflate, spool.size(), spool.checksum()) {
+  if (!spool.isFinished()) raise("opc:spool:NotFinished", spool.storage_->folder());
 }
-
-void Spool::Reader::State::feed() {
-  const std::size_t piece = std::min<std::uint64_t>(input.size(), spool->compressedSize() - offset);
-  if (piece == 0) damaged();
-  spool->readCompressed(offset, input.data(), piece);
-  inflater.feed(input.data(), piece);
-  offset += piece;
-}
-
-void Spool::Reader::State::takeOutput(const void* data, std::size_t count) {
-  size += count;
-  if (size > spool->size()) damaged();
-  crc = zip::checksum(crc, data, count);
-}
-
-void Spool::Reader::State::checkEnd() const {
-  const bool all = offset == spool->compressedSize() && inflater.unusedInput() == 0;
-  if (!all || size != spool->size() || crc != spool->checksum()) damaged();
-}
-
-Spool::Reader::Reader(const Spool& spool) : state_(new State(spool)) {
-  if (!spool.isFinished()) raise("opc:spool:NotFinished", spool.state_->folder());
-}
-
-Spool::Reader::~Reader() = default;
-Spool::Reader::Reader(Reader&&) noexcept = default;
 
 std::size_t Spool::Reader::read(void* into, std::size_t count) {
-  if (count == 0 || state_->ended) return 0;
-  if (state_->failed) state_->damaged();
-  state_->failed = true;
-  const std::size_t produced = state_->read(into, count);
-  state_->failed = false;
-  return produced;
+  try {
+    return data_.read(into, count);
+  } catch (const Damage) {
+    raise("opc:spool:Damaged", spool_->storage_->folder());
+  }
 }
 
 }  // namespace zip

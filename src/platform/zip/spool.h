@@ -6,9 +6,37 @@
 #include <string>
 #include <vector>
 
-#include "platform/zip/spool_storage.h"
+#include "platform/files/descriptor.h"
+#include "platform/zip/entry_reader.h"
 
 namespace zip {
+
+/// What several spools keep their data in together: a memory budget of 8 MiB and, past that, one unlinked
+/// temporary file in the folder given, however many the spools are. Spools may be written in turns. Room in
+/// the file is not used again before the storage goes.
+class SpoolStorage {
+ public:
+  /// `folder` (UTF-8) takes the temporary file if one is needed.
+  explicit SpoolStorage(std::string folder);
+
+  const std::string& folder() const { return folder_; }
+
+  /// Whether the budget has this much left, which is then taken from it.
+  bool takeMemory(std::size_t count);
+  void giveMemoryBack(std::size_t count) { memory_ -= count; }
+
+  /// Writes to the end of the file and gives the offset. Raises opc::Exception if the file cannot be created
+  /// or written.
+  std::uint64_t append(const char* data, std::size_t count);
+  /// The file, or -1 while everything is in memory.
+  int descriptor() const { return file_.get(); }
+
+ private:
+  std::string folder_;
+  std::size_t memory_ = 0;
+  fl::filesystem::Descriptor file_;
+  std::uint64_t end_ = 0;
+};
 
 /// Takes the data of a new entry while it is written, deflates it at once and keeps the result in a storage
 /// that it may share with others: in memory while the storage has some left, past that in its file, so that
@@ -20,50 +48,57 @@ class Spool {
   explicit Spool(std::string folder);
   ~Spool();
   Spool(Spool&&) noexcept;
-  Spool& operator=(Spool&&) noexcept;
 
   /// Raises opc::Exception if the temporary file cannot be written (full disk).
   void write(const void* data, std::size_t count);
   /// Ends the data. Nothing may be written after it; a second call does nothing.
   void finish();
-  bool isFinished() const;
+  bool isFinished() const { return deflater_ == nullptr; }
 
   /// For a writer that cannot give all of the data. As after a write that failed, nothing more can be
   /// written then and `finish` raises opc::Exception.
-  void abandon() noexcept;
+  void abandon() noexcept { isBroken_ = true; }
   /// Some of the data could not be kept, so what is here must not be taken for a whole entry.
-  bool isBroken() const;
+  bool isBroken() const { return isBroken_; }
 
-  std::uint64_t size() const;            ///< uncompressed bytes written so far
-  std::uint64_t compressedSize() const;  ///< valid once finished
-  std::uint32_t checksum() const;        ///< CRC-32 of the uncompressed bytes
+  std::uint64_t size() const { return size_; }                      ///< uncompressed bytes written so far
+  std::uint64_t compressedSize() const { return compressedSize_; }  ///< valid once finished
+  std::uint32_t checksum() const { return checksum_; }              ///< CRC-32 of the uncompressed bytes
 
-  /// Reads deflated bytes by position, once finished.
+  /// Reads deflated bytes at an offset, once finished.
   void readCompressed(std::uint64_t offset, void* into, std::size_t count) const;
   /// A run of deflated bytes in the storage's file.
   struct Extent {
     std::uint64_t begin, end;
   };
   /// The file the deflated bytes lie in, or -1 if they are in memory; and where in it, in their order.
-  int descriptor() const;
-  const std::vector<Extent>& extents() const;
+  int descriptor() const { return extents_.empty() ? -1 : storage_->descriptor(); }
+  const std::vector<Extent>& extents() const { return extents_; }
 
   /// Reads the data back, uncompressed, front to back; checked as an entry's. The spool must outlive it.
   class Reader {
    public:
     explicit Reader(const Spool& spool);
-    ~Reader();
-    Reader(Reader&&) noexcept;
     std::size_t read(void* into, std::size_t count);
 
    private:
-    struct State;
-    std::unique_ptr<State> state_;
+    const Spool* spool_;
+    DataReader data_;
   };
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  class Deflater;
+  void keep(const char* data, std::size_t count);
+  bool keepInMemory(const char* data, std::size_t count);
+  void store(const char* data, std::size_t count);
+
+  std::shared_ptr<SpoolStorage> storage_;
+  std::unique_ptr<Deflater> deflater_;  // null once finished: its buffers are many times a small entry
+  std::vector<char> memory_;            // all of the data, or nothing once there are extents
+  std::vector<Extent> extents_;
+  std::uint64_t size_ = 0, compressedSize_ = 0;
+  std::uint32_t checksum_ = 0;
+  bool isBroken_ = false;
 };
 
 }  // namespace zip

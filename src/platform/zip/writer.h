@@ -8,7 +8,6 @@
 #include "platform/files/descriptor.h"
 #include "platform/zip/directory.h"
 #include "platform/zip/spool.h"
-#include "platform/zip/written_records.h"
 
 namespace zip {
 
@@ -26,7 +25,7 @@ class Writer {
   /// which happens late: `from` must stay open until `finish`.
   void copy(const fl::filesystem::InputFile& from, const Entry& entry);
 
-  /// Takes over the record of an entry that already stands in the output at the place its record says: the
+  /// Takes over the record of an entry that already stands in the output at the offset its record says: the
   /// output is a clone of the archive the entry comes from.
   void keep(const Entry& entry);
 
@@ -59,7 +58,7 @@ class Writer {
   std::optional<Range> pending_;
   std::string directory_;
   std::uint64_t entries_ = 0;
-  DosTime now_;
+  std::uint32_t now_;  ///< as ZIP keeps a moment
 };
 
 }  // namespace zip

@@ -10,6 +10,7 @@
 #include "outside_tools.h"
 #include "platform/files/descriptor.h"
 #include "sample_data.h"
+#include "tests/support/archive_builder.h"
 #include "tests/support/file_size_limit.h"
 #include "tests/support/raised.h"
 #include "tests/support/temporary_folder.h"
@@ -221,26 +222,36 @@ TEST_F(WriterTest, OffsetsPastThirtyTwoBits) {
 /// A central record whose ZIP64 field stands between two others and holds both sizes, and an offset that is
 /// now far.
 TEST_F(WriterTest, TheOffsetJoinsSizesThatAreWideAlready) {
-  std::string plain;
-  appendCentralRecord(plain, {"big.bin", Method::Stored, {0, 33}, 0, kFarAway, kFarAway, 100});
-  const std::string sizes = plain.substr(46 + 7);
-  std::string record = plain.substr(0, 46 + 7) + std::string("\xFE\xCA\0\0", 4) + sizes + "\x99";
-  record[30] = static_cast<char>(sizes.size() + 5);
+  using support::extraField;
+  using support::littleEndian;
+  const std::string sizes = littleEndian(kFarAway, 8) + littleEndian(kFarAway, 8);
+  support::ArchiveBuilder archive;
+  auto& central = archive.add("big.bin", "").central;
+  central.size = central.compressedSize = 0xFFFFFFFF;
+  central.extra = extraField(0xCAFE, "") + extraField(1, sizes) + "\x99";
+  const std::string bytes = archive.bytes();
+  const std::string record = bytes.substr(bytes.find("PK\1\2"), 46 + 7 + central.extra.size());
   Entry entry{.name = "big.bin", .centralRecord = record, .compressedSize = kFarAway, .size = kFarAway};
-
-  std::string moved;
-  ASSERT_TRUE(appendMovedRecord(moved, entry, kFarAway + 7));
-  std::string offset("\7\0\0\x40\1\0\0\0", 8), expected = record;
-  expected.insert(46 + 7 + 4 + sizes.size(), offset);
-  expected[30] = static_cast<char>(sizes.size() + 5 + 8);
-  expected[46 + 7 + 4 + 2] = 24;
-  expected.replace(42, 4, "\xFF\xFF\xFF\xFF");
+  const auto recordAt = [&](std::uint64_t offset) {
+    const fl::filesystem::Descriptor output = openOutput("out.zip");
+    Writer writer(output.get(), pathOf("out.zip"));
+    entry.headerOffset = offset;
+    writer.keep(entry);
+    writer.finish("");
+    const std::string written = folder.read("out.zip");
+    return written.substr(0, written.size() - 22);  // the end record
+  };
+  const std::string fieldsWith[] = {
+      extraField(0xCAFE, "") + extraField(1, sizes + littleEndian(kFarAway + 7, 8)) + "\x99",
+      extraField(0xCAFE, "") + extraField(1, sizes + littleEndian(100, 8)) + "\x99"};
+  std::string expected = record.substr(0, 46 + 7) + fieldsWith[0];
+  expected.replace(6, 2, littleEndian(45, 2));
+  expected.replace(30, 2, littleEndian(fieldsWith[0].size(), 2));
+  expected.replace(42, 4, littleEndian(0xFFFFFFFF, 4));
+  const std::string moved = recordAt(kFarAway + 7);
   EXPECT_TRUE(moved == expected);
-
-  entry.centralRecord = moved;
-  std::string back;
-  ASSERT_TRUE(appendMovedRecord(back, entry, 100));
-  EXPECT_TRUE(back == expected.replace(46 + 7 + 4 + sizes.size(), 8, std::string("\x64\0\0\0\0\0\0\0", 8)));
+  entry.centralRecord = moved;  // it goes on in the wide field, although it need not
+  EXPECT_EQ(recordAt(100).substr(46 + 7, fieldsWith[1].size()), fieldsWith[1]);
 }
 
 TEST_F(WriterTest, WhatDoesNotFitIsRefused) {

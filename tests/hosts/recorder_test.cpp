@@ -54,7 +54,7 @@ TEST_F(Recorder, RefusesFilesThatItCannotUse) {
                              .tables = {folder_.wide(expected.table)},
                              .description = {},
                              .existing = expected.existing};
-    EXPECT_EQ(support::identifierRaisedBy([&] { recordSession(plan); }), expected.raised)
+    EXPECT_EQ(support::ruleOf([&] { recordSession(plan); }), expected.raised)
         << expected.output << " " << expected.table;
   }
   EXPECT_EQ(folder_.read("good.csv"), kGoodTable);

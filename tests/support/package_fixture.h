@@ -1,15 +1,12 @@
 #pragma once
 
 #include <array>
-#include <cstdio>
-#include <fstream>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "platform/opc/package.h"
 #include "platform/zip/directory.h"
+#include "tests/support/command.h"
 #include "tests/support/temporary_folder.h"
 
 namespace support {
@@ -25,17 +22,6 @@ inline std::string readAll(opc::InputStream& input) {
   std::array<char, 4096> block;
   while (const std::size_t got = input.read(block.data(), block.size())) bytes.append(block.data(), got);
   return bytes;
-}
-
-/// What a command prints on standard output, with "exit N" behind it if it fails.
-inline std::string outputOf(const std::string& command) {
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
-  std::string output;
-  std::array<char, 4096> block;
-  while (const std::size_t got = fread(block.data(), 1, block.size(), pipe)) output.append(block.data(), got);
-  const int status = pclose(pipe);
-  return status == 0 ? output : output + "exit " + std::to_string(status);
 }
 
 /// A package in a folder of one test's own, filled part by part and damaged byte by byte. Names are decoded

@@ -31,9 +31,9 @@ std::string raisedBy(const Action& action) {
   return "";
 }
 
-/// The identifier alone of what raisedBy gives.
+/// The identifier alone: the rule that `action` breaks; "" if it raises nothing.
 template <class Action>
-std::string identifierRaisedBy(const Action& action) {
+std::string ruleOf(const Action& action) {
   const std::string raised = raisedBy(action);
   return raised.substr(0, raised.find('('));
 }

@@ -11,7 +11,7 @@
 #include "tests/support/temporary_folder.h"
 
 using namespace tavlox;
-using support::identifierRaisedBy;
+using support::ruleOf;
 using support::outputOf;
 using support::TemporaryFolder;
 
@@ -125,12 +125,12 @@ TEST(SessionWriter, RefusesWhatCouldNotBeReadBackAndGoesOn) {
   illFormed.metadata["Tag"] = u"\xD800";
   SignalRecord named = signalOf(1, 1);
   named.name = u"\xDC00";
-  EXPECT_EQ(identifierRaisedBy([&] { session.addRun(runOf(1)); }), "export_file:session:DuplicateRun");
-  EXPECT_EQ(identifierRaisedBy([&] { session.addRun(endless); }), "export_file:session:NotFinite");
-  EXPECT_EQ(identifierRaisedBy([&] { session.addRun(illFormed); }), "export_file:session:IllFormedText");
-  EXPECT_EQ(identifierRaisedBy([&] { session.addSignal(named); }), "export_file:session:IllFormedText");
-  EXPECT_EQ(identifierRaisedBy([&] { session.addSignal(signalOf(1, 2)); }), "export_file:session:UnknownRun");
-  EXPECT_EQ(identifierRaisedBy([&] { session.addSamples(2, [](const SessionWriter::Sink&) {}); }),
+  EXPECT_EQ(ruleOf([&] { session.addRun(runOf(1)); }), "export_file:session:DuplicateRun");
+  EXPECT_EQ(ruleOf([&] { session.addRun(endless); }), "export_file:session:NotFinite");
+  EXPECT_EQ(ruleOf([&] { session.addRun(illFormed); }), "export_file:session:IllFormedText");
+  EXPECT_EQ(ruleOf([&] { session.addSignal(named); }), "export_file:session:IllFormedText");
+  EXPECT_EQ(ruleOf([&] { session.addSignal(signalOf(1, 2)); }), "export_file:session:UnknownRun");
+  EXPECT_EQ(ruleOf([&] { session.addSamples(2, [](const SessionWriter::Sink&) {}); }),
             "export_file:session:UnknownRun");
   EXPECT_THROW(session.addSamples(1,
                                   [](const SessionWriter::Sink& sink) {
@@ -140,7 +140,7 @@ TEST(SessionWriter, RefusesWhatCouldNotBeReadBackAndGoesOn) {
                std::runtime_error);
   session.addSignal(signalOf(1, 1));
   session.close();
-  EXPECT_EQ(identifierRaisedBy([&] { session.addRun(runOf(9)); }), "export_file:session:Closed");
+  EXPECT_EQ(ruleOf([&] { session.addRun(runOf(9)); }), "export_file:session:Closed");
   const std::string written = readBack(folder.narrow("s.tavlox"));
   EXPECT_NE(written.find("] [{\"id\":1,\"runClassName\":\"Set\"}]\n"), std::string::npos) << written;
   EXPECT_NE(written.find("] [{\"id\":1,\"runID\":1}]\n"), std::string::npos) << written;
@@ -151,7 +151,7 @@ TEST(SessionWriter, AFileThatExistsIsKeptUnlessReplaced) {
   const TemporaryFolder folder;
   folder.write("s.tavlox", "precious");
   std::filesystem::create_symlink("s.tavlox", folder.path() / "link");
-  EXPECT_EQ(identifierRaisedBy([&] { SessionWriter(folder.wide("s.tavlox")); }),
+  EXPECT_EQ(ruleOf([&] { SessionWriter(folder.wide("s.tavlox")); }),
             "export_file:session:FileExists");
   {
     SessionWriter abandoned(folder.wide("s.tavlox"), SessionWriter::Existing::Replace);

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "hosts/cli/entries.h"
+#include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
@@ -28,8 +28,8 @@ Texts filesIn(const std::u16string& folder) {
   return files;
 }
 
-/// What the module will store of a path on disk. It passes over in silence what it cannot store; people are
-/// told.
+/// The files that the module will store of a path on disk. It passes over in silence what it cannot store;
+/// people are told.
 Texts filesOf(const std::u16string& path) {
   if (!fs::exists(path)) raise("tavlox:general:FileNotFound", path);
   switch (fs::status(path).type) {
@@ -44,29 +44,34 @@ Texts filesOf(const std::u16string& path) {
 
 struct Addition {
   std::u16string diskPath;
-  Texts storedNames;
+  Texts entries;  ///< full paths; listings do not tell an entry that was replaced from one that was left
 };
 
 /// Every path is looked at before anything is stored.
 std::vector<Addition> planAdditions(const Request& request) {
-  const std::u16string folder = request.has("--path") ? request.one("--path") : std::u16string();
+  std::u16string folder = request.oneOr("--path", u"");
+  if (folder.empty()) folder = kUserFolder;
   std::vector<Addition> additions;
   for (const std::u16string& path : request.all("PATH")) {
-    Addition& addition = additions.emplace_back(Addition{.diskPath = path, .storedNames = {}});
-    for (const std::u16string& file : filesOf(path)) addition.storedNames.push_back(storedName(folder, file));
+    Addition addition{.diskPath = path, .entries = {}};
+    for (const std::u16string& file : filesOf(path))
+      addition.entries.push_back(fs::concatenate(folder, fs::extract_filename(file)));
+    additions.push_back(std::move(addition));
   }
   return additions;
 }
 
-std::vector<zobs::Value> inputsFor(const Request& request, const std::u16string& diskPath) {
+void store(const zobs::COSInterfacePointer& file, const Request& request, const std::u16string& diskPath) {
   std::vector<zobs::Value> inputs{diskPath};
-  const auto addOption = [&inputs](std::u16string name, std::u16string value) {
-    inputs.emplace_back(std::move(name));
-    inputs.emplace_back(std::move(value));
-  };
-  if (request.has("--path")) addOption(u"Path", request.one("--path"));
-  if (request.has("--replace")) addOption(u"Replace", u"enable");
-  return inputs;
+  if (request.has("--path")) {
+    inputs.emplace_back(std::u16string(u"Path"));
+    inputs.emplace_back(request.one("--path"));
+  }
+  if (request.has("--replace")) {
+    inputs.emplace_back(std::u16string(u"Replace"));
+    inputs.emplace_back(std::u16string(u"enable"));
+  }
+  call(file, "addFile", std::move(inputs));
 }
 
 /// What was stored although a later path failed.
@@ -74,9 +79,9 @@ std::u16string storedBeforeHint(std::size_t paths, const Addition& failed) {
   std::string hint;
   if (paths == 1) hint = "the path before it is stored";
   if (paths > 1) hint = fmt::format("the {} paths before it are stored", paths);
-  if (failed.storedNames.size() > 1) {
-    hint += fmt::format("{}some files of the folder may be stored, \"tavlox list\" shows which",
-                        hint.empty() ? "" : "; ");
+  if (failed.entries.size() > 1) {
+    if (!hint.empty()) hint += "; ";
+    hint += "some files of the folder may be stored, \"tavlox list\" shows which";
   }
   return fl::i18n::to_ustring(hint);
 }
@@ -89,36 +94,33 @@ ExitCode runAdd(const Request& request) {
   ExitCode result = ExitCode::Done;
   for (const Addition& addition : additions) {
     try {
-      call(file, "addFile", inputsFor(request, addition.diskPath));
+      store(file, request, addition.diskPath);
     } catch (const std::exception&) {
       const auto done = static_cast<std::size_t>(&addition - additions.data());
-      report(std::current_exception(), request.format, path, storedBeforeHint(done, addition));
+      report(request.format, path, storedBeforeHint(done, addition));
       result = ExitCode::Failed;
       break;
     }
-    stored.insert(stored.end(), addition.storedNames.begin(), addition.storedNames.end());
+    stored.insert(stored.end(), addition.entries.begin(), addition.entries.end());
   }
-  if (stored.empty()) return result;
-  request.format == OutputFormat::Json ? printJson(path, "Added", stored) : printLines(stored);
+  if (!stored.empty()) printPaths(request, "Added", stored);
   return result;
 }
 
 }  // namespace
 
-const Command kAdd = {
+extern const Command kAdd = {
     .name = "add",
     .summary = "Store files of your own in a package",
-    .examples =
-        "  tavlox add filter.tavlox notes.txt filter.cir\n"
-        "  tavlox add filter.tavlox plots --path /user/plots\n"
-        "  tavlox add filter.tavlox notes.txt --replace\n",
+    .examples = R"(  tavlox add filter.tavlox notes.txt filter.cir
+  tavlox add filter.tavlox plots --path /user/plots
+  tavlox add filter.tavlox notes.txt --replace
+)",
     .details =
-        "Prints the full paths of the entries made. A file is stored under its own name, without its "
-        "folders. "
-        "Of a\n"
-        "folder the files directly in it are stored; folders in it are not gone into. The paths are stored "
-        "one\n"
-        "after the other: if one fails, those before it stay.\n",
+        R"(Prints the full paths of the entries made. A file is stored under its own name, without its folders. Of a
+folder the files directly in it are stored, and those of its subfolders are not. The paths are stored one
+after the other: if one fails, those before it stay.
+)",
     .parameters = {{"FILE", Takes::One, "The package to change"},
                    {"PATH", Takes::OneOrMore, "The files and folders to store"},
                    {"--path", Takes::Value, "The folder of the package to store them in; by default /user",

@@ -1,10 +1,73 @@
 #include "hosts/cli/command.h"
 
+#include <fmt/format.h>
+
 namespace tavlox::cli {
+
+extern const Command kAdd, kCompression, kDelete, kDescribe, kGet, kInfo, kList, kRecord, kRuns, kSignals;
+
 namespace {
 
-const Command* const kCommands[] = {&kRecord,   &kInfo, &kRuns, &kSignals, &kCompression,
-                                    &kDescribe, &kList, &kAdd,  &kGet,     &kDelete};
+const Command* const kCommands[] = {
+    &kRecord, &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kList, &kAdd, &kGet, &kDelete,
+};
+
+constexpr Parameter kCommon[] = {
+    {"--json", Takes::Flag, "Write JSON: results on standard output, errors on standard error"},
+    {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program",
+     "PATH"},
+};
+
+constexpr std::string_view kGeneralExamples = R"help(Examples:
+  tavlox record filter.tavlox nominal.csv hot.csv   make a session of two result tables
+  tavlox info filter.tavlox                         show what is in it
+  tavlox runs filter.tavlox                         show its runs
+  tavlox signals filter.tavlox --name "v(out)"      show the signals of that name
+  tavlox describe filter.tavlox "RC filter"         say what it is
+  tavlox add filter.tavlox notes.txt                keep a file of your own in it
+  tavlox get filter.tavlox notes.txt -o copies      and take it out again
+  tavlox info --json *.tavlox                       the same as info, for other programs
+)help";
+
+constexpr std::string_view kOutputRules = R"(Output:
+  Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
+  tab-separated, without headings, everywhere else. Backslashes, tabs, line ends and control characters in
+  a value are written as \\, \t, \n, \r and \u001B. Colours are left out when NO_COLOR is set.
+
+Exit code: 0 done, 1 the operation failed, 2 the command line is wrong.
+)";
+
+/// The parameter as a usage line shows it.
+std::string placeholder(const Parameter& parameter) {
+  switch (parameter.takes) {
+    case Takes::OneOrMore:
+    case Takes::Any:
+      return fmt::format("{}...", parameter.name);
+    case Takes::Value:
+      return fmt::format("{} {}", parameter.shortName.empty() ? parameter.name : parameter.shortName,
+                         parameter.value);
+    default:
+      return std::string(parameter.name);
+  }
+}
+
+std::string usage(const Command& command) {
+  std::string line = fmt::format("Usage: tavlox {}", command.name);
+  for (const Parameter& parameter : command.parameters) {
+    const bool isNeeded = parameter.takes == Takes::One || parameter.takes == Takes::OneOrMore;
+    const std::string shown = placeholder(parameter);
+    line += isNeeded ? " " + shown : fmt::format(" [{}]", shown);
+  }
+  return line + " [--json] [--module PATH]\n";
+}
+
+void appendLine(std::string& help, std::string_view term, std::string_view meaning) {
+  help += fmt::format("  {:<20} {}\n", term, meaning);
+}
+
+void appendParameters(std::string& help, std::span<const Parameter> parameters) {
+  for (const Parameter& parameter : parameters) appendLine(help, placeholder(parameter), parameter.help);
+}
 
 }  // namespace
 
@@ -21,6 +84,29 @@ const Command* findCommand(std::string_view name) {
     if (command->name == name) return command;
   }
   return nullptr;
+}
+
+std::span<const Parameter> commonParameters() { return kCommon; }
+
+std::string generalHelp() {
+  std::string help = "tavlox: look into recorded simulation sessions, and make them\n\n";
+  help += kGeneralExamples;
+  help += "\nUsage: tavlox COMMAND ...\n\nCommands:\n";
+  for (const Command* command : kCommands) appendLine(help, command->name, command->summary);
+  help += "\nOptions:\n";
+  appendParameters(help, kCommon);
+  appendLine(help, "--help", "This text; after a command, more about it");
+  appendLine(help, "--version", "The version of this program");
+  return help.append("\n").append(kOutputRules);
+}
+
+std::string commandHelp(const Command& command) {
+  std::string help = fmt::format("tavlox {}: {}\n\nExamples:\n{}\n{}\n", command.name, command.summary,
+                                 command.examples, usage(command));
+  appendParameters(help, command.parameters);
+  appendParameters(help, kCommon);
+  if (!command.details.empty()) help += fmt::format("\n{}", command.details);
+  return help;
 }
 
 }  // namespace tavlox::cli

@@ -7,7 +7,8 @@
 #include <vector>
 
 /// The commands of the program `tavlox`: what each takes, what its help says, and what runs it. Each command
-/// is a record in a file of its own; nothing here knows how a command line is parsed.
+/// is a record in a file of its own and a line of the table in command.cpp; nothing here knows how a command
+/// line is parsed.
 namespace tavlox::cli {
 
 enum class ExitCode { Done = 0, Failed = 1, WrongCommandLine = 2 };
@@ -16,9 +17,9 @@ enum class OutputFormat { Text, Json };
 
 /// What a parameter takes from the command line.
 enum class Takes {
-  One,        ///< one word at its place
+  One,        ///< one word, in its turn
   AtMostOne,  ///< the same, but it may be left out
-  OneOrMore,  ///< all the words from its place on
+  OneOrMore,  ///< all the words that are left
   Any,        ///< the same, but there may be none
   Flag,       ///< an option that is given or not
   Value       ///< an option with a value behind it
@@ -39,8 +40,12 @@ struct Request {
   std::map<std::string, std::vector<std::u16string>, std::less<>> values;  ///< by the parameter's name
 
   bool has(std::string_view parameter) const { return values.find(parameter) != values.end(); }
+  /// None for a parameter that was not given.
   const std::vector<std::u16string>& all(std::string_view parameter) const;
   const std::u16string& one(std::string_view parameter) const { return all(parameter).front(); }
+  std::u16string oneOr(std::string_view parameter, std::u16string_view otherwise) const {
+    return has(parameter) ? one(parameter) : std::u16string(otherwise);
+  }
 };
 
 struct Command {
@@ -53,20 +58,16 @@ struct Command {
   void (*check)(const Request&) = nullptr;  ///< raises for values that no file could make right
 };
 
-extern const Command kInfo;
-extern const Command kCompression;
-extern const Command kDescribe;
-extern const Command kRecord;
-extern const Command kRuns;
-extern const Command kSignals;
-extern const Command kList;
-extern const Command kAdd;
-extern const Command kGet;
-extern const Command kDelete;
-
 /// In the order in which the help lists them.
 std::span<const Command* const> allCommands();
 /// Null if there is none of that name.
 const Command* findCommand(std::string_view name);
+/// The options that every command takes.
+std::span<const Parameter> commonParameters();
+
+/// What `tavlox --help` shows: examples first, then the commands and the common options.
+std::string generalHelp();
+/// What `tavlox COMMAND --help` shows.
+std::string commandHelp(const Command& command);
 
 }  // namespace tavlox::cli

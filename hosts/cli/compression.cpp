@@ -3,7 +3,6 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/terminal.h"
-#include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {
@@ -11,24 +10,19 @@ namespace {
 ExitCode runCompression(const Request& request) {
   const std::u16string& path = request.one("FILE");
   const zobs::Value compression = callFunction(request, "getCompression", {path});
-  if (request.format == OutputFormat::Json) {
-    fl::i18n::JsonWriter json;
-    json.beginObject()
-        .member("Filename")
-        .value(std::u16string_view(fl::filesystem::absolute(path)))
-        .member("Compression");
-    writeJson(json, compression);
-    json.endObject();
-    print(json);
+  if (request.format == OutputFormat::Text) {
+    print(singleLine(cellText(compression)) + "\n");
     return ExitCode::Done;
   }
-  print(singleLine(cellText(compression)) + "\n");
+  fl::i18n::JsonWriter json = beginAnswer(path);
+  writeJson(json.member("Compression"), compression);
+  print(json.endObject());
   return ExitCode::Done;
 }
 
 }  // namespace
 
-const Command kCompression = {
+extern const Command kCompression = {
     .name = "compression",
     .summary = "Show the recorded compression type of a session",
     .examples = "  tavlox compression filter.tavlox\n",

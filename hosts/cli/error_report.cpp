@@ -1,32 +1,37 @@
 #include "hosts/cli/error_report.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <new>
 
 #include <Poco/Exception.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
-#include "hosts/cli/causes.h"
-#include "hosts/cli/progress.h"
 #include "hosts/cli/terminal.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/filesystem.h"
+#include "platform/opc/package.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 
 namespace tavlox::cli {
 namespace {
 
+namespace fs = fl::filesystem;
 using fl::i18n::JsonWriter;
+using foundation::core::except::Arguments;
 using foundation::core::except::except_with_causes;
 using foundation::core::except::IUserException;
 
-/// The catalog's text on one line that cannot drive a terminal.
-std::string shownMessage(const IUserException& error) {
-  return singleLine(fl::i18n::to_ustring_lossy(error.GetMessageTxt()), Backslashes::Kept);
-}
-
-/// An error of any kind as a message-ID error. Memory may be out, so that case is left to the caller.
-except_with_causes describe(const std::exception_ptr& failure, const std::u16string& path) {
+/// The exception being handled, of any kind, as a message-ID error. Memory may be out, so that case is left
+/// to the caller.
+except_with_causes describe(const std::u16string& path) {
+  const auto unexpected = [&](std::string_view reason) {
+    return except_with_causes("tavlox:cli:UnexpectedFailure", {path, fl::i18n::to_ustring_lossy(reason)});
+  };
   try {
-    std::rethrow_exception(failure);
+    throw;
   } catch (const except_with_causes& error) {
     return error;
   } catch (const IUserException& error) {
@@ -37,45 +42,92 @@ except_with_causes describe(const std::exception_ptr& failure, const std::u16str
     throw;
   } catch (const Poco::Exception& error) {
     // Modules may let these through, and what() gives no more than their kind.
-    return except_with_causes("tavlox:cli:UnexpectedFailure",
-                              {path, fl::i18n::to_ustring_lossy(error.displayText())});
+    return unexpected(error.displayText());
   } catch (const std::exception& error) {
-    return except_with_causes("tavlox:cli:UnexpectedFailure",
-                              {path, fl::i18n::to_ustring_lossy(error.what())});
+    return unexpected(error.what());
   }
+}
+
+bool isWritable(const std::u16string& path, int also) {
+  return access(fl::i18n::to_string(path).c_str(), W_OK | also) == 0;
+}
+
+/// Adds the rule of the package format that the file breaks, if it breaks one.
+void addBrokenRule(except_with_causes& error, const std::u16string& path) {
+  try {
+    opc::model::Package package(path);
+    package.open(opc::interfaces::OpenMode::Read);
+  } catch (const opc::Exception& broken) {
+    error.addCause(broken);
+  }
+}
+
+/// Adds what keeps a change of the file from being saved, as far as it can be seen from outside.
+void addObstaclesToSaving(except_with_causes& error, const std::u16string& path) {
+  const std::u16string target = fs::weakly_canonical(path);
+  const std::u16string folder = fs::extract_parent_path(target);
+  // The mode is asked too: to the superuser every file is writable, and still a read-only one is left alone.
+  if (fs::exists(target) &&
+      (!fs::status(target).has(fs::Permissions::OwnerWrite) || !isWritable(target, 0))) {
+    error.addCause(except_with_causes("tavlox:save:FileIsReadOnly", Arguments{target}));
+  }
+  if (!isWritable(folder, X_OK)) {
+    error.addCause(except_with_causes("tavlox:save:FolderNotWritable", Arguments{folder}));
+  }
+  std::error_code unknown;
+  const auto space = std::filesystem::space(fl::i18n::to_string(folder), unknown);
+  if (!unknown && space.available == 0) {
+    error.addCause(except_with_causes("tavlox:save:DiskFull", Arguments{folder}));
+  }
+}
+
+/// The module's errors name the file alone, so the package library and the file system are asked again.
+void addCauses(except_with_causes& error) {
+  if (error.GetArguments().empty() || error.GetArguments().front().empty()) return;
+  const std::u16string path = error.GetArguments().front();
+  const bool isReading = error.GetID() == "tavlox:general:UnableToReadFile";
+  const bool isSaving = error.GetID() == "tavlox_io:general:UnableToClosePackage";
+  const std::size_t given = error.causes().size();
+  if (isReading) addBrokenRule(error, path);
+  // A file that is sound and still not read was to be changed.
+  if (isSaving || (isReading && error.causes().size() == given)) addObstaclesToSaving(error, path);
+}
+
+/// The catalog's text on one line that cannot drive a terminal, and the identifier.
+std::string shown(const IUserException& error) {
+  const std::u16string message = fl::i18n::to_ustring_lossy(error.GetMessageTxt());
+  return fmt::format("{} [{}]\n", singleLine(message, Backslashes::Kept), error.GetID());
 }
 
 void appendCauses(std::string& text, const except_with_causes& error) {
   for (const except_with_causes& cause : error.causes()) {
-    text += fmt::format("  because: {} [{}]\n", shownMessage(cause), cause.GetID());
+    text += "  because: " + shown(cause);
     appendCauses(text, cause);
   }
 }
 
-void writeError(JsonWriter& json, const except_with_causes& error, const std::u16string& hint = {}) {
-  json.beginObject().member("identifier").value(error.GetID());
-  json.member("arguments").beginArray();
-  for (const std::u16string& argument : error.GetArguments()) json.value(std::u16string_view(argument));
-  json.endArray().member("message").value(error.GetMessageTxt());
-  if (!error.causes().empty()) {
-    json.member("causes").beginArray();
-    for (const except_with_causes& cause : error.causes()) writeError(json, cause);
-    json.endArray();
-  }
-  if (!hint.empty()) json.member("hint").value(std::u16string_view(hint));
-  json.endObject();
-}
-
-}  // namespace
-
-std::string errorAsText(const except_with_causes& error, const std::u16string& hint) {
-  std::string text = fmt::format("tavlox: error: {} [{}]\n", shownMessage(error), error.GetID());
+std::string asText(const except_with_causes& error, const std::u16string& hint) {
+  std::string text = "tavlox: error: " + shown(error);
   appendCauses(text, error);
   if (!hint.empty()) text += fmt::format("  hint: {}\n", singleLine(hint, Backslashes::Kept));
   return text;
 }
 
-std::string errorAsJson(const except_with_causes& error, const std::u16string& hint) {
+void writeError(JsonWriter& json, const except_with_causes& error, const std::u16string& hint) {
+  json.beginObject().member("identifier").value(error.GetID());
+  json.member("arguments").beginArray();
+  for (const std::u16string& argument : error.GetArguments()) json.value(argument);
+  json.endArray().member("message").value(error.GetMessageTxt());
+  if (!error.causes().empty()) {
+    json.member("causes").beginArray();
+    for (const except_with_causes& cause : error.causes()) writeError(json, cause, {});
+    json.endArray();
+  }
+  if (!hint.empty()) json.member("hint").value(hint);
+  json.endObject();
+}
+
+std::string asJson(const except_with_causes& error, const std::u16string& hint) {
   JsonWriter json;
   json.beginObject().member("error");
   writeError(json, error, hint);
@@ -83,20 +135,27 @@ std::string errorAsJson(const except_with_causes& error, const std::u16string& h
   return json.take() + "\n";
 }
 
-void report(const std::exception_ptr& failure, OutputFormat format, const std::u16string& path,
-            const std::u16string& hint) noexcept {
+}  // namespace
+
+void report(OutputFormat format, const std::u16string& path, const std::u16string& hint) noexcept {
   try {
     eraseProgress();
-    except_with_causes error = describe(failure, path);
-    for (const except_with_causes& cause : findCauses(error)) error.addCause(cause);
-    const std::string text =
-        format == OutputFormat::Json ? errorAsJson(error, hint) : errorAsText(error, hint);
-    printError(text);
+    except_with_causes error = describe(path);
+    addCauses(error);
+    printError(format == OutputFormat::Json ? asJson(error, hint) : asText(error, hint));
   } catch (const std::bad_alloc&) {
     printError("tavlox: error: Out of memory. Close other programs or data and try again.\n");
   } catch (const std::exception& second) {
     for (const char* const piece : {"tavlox: error: ", second.what(), "\n"}) printError(piece);
   }
+}
+
+std::u16string namesInMessage(const std::vector<std::u16string>& names) {
+  constexpr std::size_t kMostNamed = 5;
+  std::u16string text = names.front();
+  for (std::size_t i = 1; i < std::min(names.size(), kMostNamed); ++i) text += u", " + names[i];
+  if (names.size() <= kMostNamed) return text;
+  return text + fl::i18n::to_ustring(fmt::format(" and {} more", names.size() - kMostNamed));
 }
 
 }  // namespace tavlox::cli

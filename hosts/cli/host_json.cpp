@@ -85,17 +85,15 @@ void writeChars(JsonWriter& json, const HostArray& array) {
     std::u16string line;
     for (std::size_t column = 0; column < array.columns(); ++column)
       line += units[column * array.rows() + row];
-    json.value(std::u16string_view(line));
+    json.value(line);
   }
   json.endArray();
 }
 
 void writeStructure(JsonWriter& json, const HostArray& array) {
-  const StructureWriter writer(array);
-  if (array.isScalar()) return writer.write(json, 0);
-  json.beginArray();
-  for (std::size_t index = 0; index < array.elementCount(); ++index) writer.write(json, index);
-  json.endArray();
+  if (!array.isScalar()) json.beginArray();
+  writeElements(json, array, [] {});
+  if (!array.isScalar()) json.endArray();
 }
 
 void writeCells(JsonWriter& json, const HostArray& array) {
@@ -103,8 +101,6 @@ void writeCells(JsonWriter& json, const HostArray& array) {
   for (std::size_t index = 0; index < array.elementCount(); ++index) writeJson(json, array.cellAt(index));
   json.endArray();
 }
-
-void writeNull(JsonWriter& json) { json.value(std::numeric_limits<double>::quiet_NaN()); }
 
 }  // namespace
 
@@ -125,25 +121,23 @@ void writeJson(JsonWriter& json, const HostArray& array) {
 
 void writeJson(JsonWriter& json, const zobs::Value& value) {
   if (const auto* text = std::get_if<std::u16string>(&value)) {
-    json.value(std::u16string_view(*text));
+    json.value(*text);
     return;
   }
   if (const auto* array = std::get_if<HostArray>(&value)) return writeJson(json, *array);
-  writeNull(json);
+  json.value(std::numeric_limits<double>::quiet_NaN());
 }
 
-StructureWriter::StructureWriter(const HostArray& structures) : structures_(structures) {
-  for (const std::u16string& name : structures.fieldNames())
-    names_.push_back(fl::i18n::to_string_lossy(name));
-}
-
-void StructureWriter::write(JsonWriter& json, std::size_t index) const {
-  json.beginObject();
-  for (std::size_t field = 0; field < names_.size(); ++field) {
-    json.member(names_[field]);
-    writeJson(json, structures_.fieldAt(index, field));
+void writeElements(JsonWriter& json, const HostArray& structures, const std::function<void()>& afterEach) {
+  std::vector<std::string> names;
+  for (const std::u16string& name : structures.fieldNames()) names.push_back(fl::i18n::to_string_lossy(name));
+  for (std::size_t index = 0; index < structures.elementCount(); ++index) {
+    json.beginObject();
+    for (std::size_t field = 0; field < names.size(); ++field)
+      writeJson(json.member(names[field]), structures.fieldAt(index, field));
+    json.endObject();
+    afterEach();
   }
-  json.endObject();
 }
 
 std::u16string cellText(const zobs::Value& value) {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "platform/text/json_writer.h"
 #include "platform/zobs/object.h"
@@ -16,17 +16,9 @@ namespace tavlox::cli {
 void writeJson(fl::i18n::JsonWriter& json, const corvan::HostArray& array);
 void writeJson(fl::i18n::JsonWriter& json, const zobs::Value& value);
 
-/// Writes elements of a structure array, each as an object.
-class StructureWriter {
- public:
-  /// The array must outlive the writer.
-  explicit StructureWriter(const corvan::HostArray& structures);
-  void write(fl::i18n::JsonWriter& json, std::size_t index) const;
-
- private:
-  const corvan::HostArray& structures_;
-  std::vector<std::string> names_;
-};
+/// Writes the elements of a structure array, each as an object, and calls `afterEach` behind each of them.
+void writeElements(fl::i18n::JsonWriter& json, const corvan::HostArray& structures,
+                   const std::function<void()>& afterEach);
 
 /// What a table shows of a value: a text as it is, nothing for null, anything else as its JSON.
 std::u16string cellText(const zobs::Value& value);

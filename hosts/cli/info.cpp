@@ -8,8 +8,6 @@
 namespace tavlox::cli {
 namespace {
 
-using fl::i18n::JsonWriter;
-
 /// A property's name and value, as the module's class lists them.
 using Properties = std::vector<std::pair<std::string, zobs::Value>>;
 
@@ -23,30 +21,26 @@ Properties readProperties(const Request& request, const std::u16string& path) {
   return properties;
 }
 
-void writeProperties(JsonWriter& json, const Properties& properties) {
-  json.beginObject();
-  for (const auto& [name, value] : properties) {
-    json.member(name);
-    writeJson(json, value);
-  }
-  json.endObject();
-}
-
 void printTables(const std::vector<Properties>& files) {
   for (const Properties& properties : files) {
-    Table table;
-    for (const auto& [name, value] : properties) table.addRow({fl::i18n::to_ustring(name), cellText(value)});
     if (&properties != &files.front()) print("\n");
-    print(table);
+    print(Table{.rowCount = properties.size(), .row = [&](std::size_t i) {
+                  const auto& [name, value] = properties[i];
+                  return std::vector{fl::i18n::to_ustring(name), cellText(value)};
+                }});
   }
 }
 
 /// The shape follows the request, not what could be read: an object for one file, a list for several.
 void printJson(const std::vector<Properties>& files, std::size_t asked) {
   if (files.empty() && asked == 1) return;
-  JsonWriter json;
+  fl::i18n::JsonWriter json;
   if (asked > 1) json.beginArray();
-  for (const Properties& properties : files) writeProperties(json, properties);
+  for (const Properties& properties : files) {
+    json.beginObject();
+    for (const auto& [name, value] : properties) writeJson(json.member(name), value);
+    json.endObject();
+  }
   if (asked > 1) json.endArray();
   print(json);
 }
@@ -59,7 +53,7 @@ ExitCode runInfo(const Request& request) {
       files.push_back(readProperties(request, path));
     } catch (const std::exception&) {
       // The other files are still answered.
-      report(std::current_exception(), request.format, path);
+      report(request.format, path);
     }
   }
   request.format == OutputFormat::Json ? printJson(files, paths.size()) : printTables(files);
@@ -68,18 +62,18 @@ ExitCode runInfo(const Request& request) {
 
 }  // namespace
 
-const Command kInfo = {
+extern const Command kInfo = {
     .name = "info",
     .summary = "Show the properties of sessions",
-    .examples =
-        "  tavlox info filter.tavlox\n"
-        "  tavlox info --json filter.tavlox | jq .NumSignals\n"
-        "  tavlox info *.tavlox\n",
+    .examples = R"(  tavlox info filter.tavlox
+  tavlox info --json filter.tavlox | jq .NumSignals
+  tavlox info *.tavlox
+)",
     .details =
-        "A property is a line: its name and its value. Several files are separated by empty lines; with "
-        "--json\n"
-        "they make a list. A file that cannot be read is reported, the others are still shown, and the exit\n"
-        "code is 1.\n",
+        R"(A property is a line: its name and its value. Several files are separated by empty lines; with --json
+they make a list. A file that cannot be read is reported, the others are still shown, and the exit
+code is 1.
+)",
     .parameters = {{"FILE", Takes::OneOrMore, "The packages to look into"}},
     .run = runInfo,
 };

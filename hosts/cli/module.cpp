@@ -25,14 +25,27 @@ zobs::COSInterfacePointer openFile(const Request& request, const std::u16string&
   return zobs::construct(client(), fileClass(request), {path});
 }
 
-zobs::Value call(const zobs::COSInterfacePointer& object, std::string_view method,
+zobs::Value call(const zobs::COSInterfacePointer& file, std::string_view method,
                  std::vector<zobs::Value> inputs) {
-  return firstOf(zobs::callMethod(client(), object, method, std::move(inputs)));
+  return firstOf(zobs::callMethod(client(), file, method, std::move(inputs)));
 }
 
 zobs::Value callFunction(const Request& request, std::string_view function, std::vector<zobs::Value> inputs) {
   zobs::loadModule(request.modulePath);
   return firstOf(zobs::callFunction(client(), std::string("tavlox.io.").append(function), std::move(inputs)));
+}
+
+corvan::HostArray callForArray(const zobs::COSInterfacePointer& file, std::string_view method,
+                               std::vector<zobs::Value> inputs) {
+  return std::get<corvan::HostArray>(call(file, method, std::move(inputs)));
+}
+
+std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, const std::u16string& search) {
+  const corvan::HostArray entries = callForArray(file, "list", {search});
+  std::vector<std::u16string> paths;
+  for (std::size_t i = 0; i < entries.elementCount(); ++i)
+    paths.emplace_back(entries.fieldAt(i, u"FullPath").text());
+  return paths;
 }
 
 }  // namespace tavlox::cli

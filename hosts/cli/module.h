@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hosts/cli/command.h"
@@ -16,8 +17,22 @@ zobs::COSClass& fileClass(const Request& request);
 zobs::COSInterfacePointer openFile(const Request& request, const std::u16string& path);
 
 /// Calls a method of an object, or a function of the module's namespace; gives the first output, or nothing.
-zobs::Value call(const zobs::COSInterfacePointer& object, std::string_view method,
+zobs::Value call(const zobs::COSInterfacePointer& file, std::string_view method,
                  std::vector<zobs::Value> inputs = {});
 zobs::Value callFunction(const Request& request, std::string_view function, std::vector<zobs::Value> inputs);
+
+/// The same for a method whose answer is an array.
+corvan::HostArray callForArray(const zobs::COSInterfacePointer& file, std::string_view method,
+                               std::vector<zobs::Value> inputs = {});
+
+/// The full paths of the entries that a search finds. The module's methods do not ask before they replace or
+/// remove something; this is how a command knows beforehand, and tells afterwards.
+std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, const std::u16string& search);
+
+/// Whether a search is a path of the package, rather than the name of files in any folder.
+inline bool isPackagePath(std::u16string_view search) { return search.find(u'/') != search.npos; }
+
+/// Where people's own files lie; what lies elsewhere belongs to the recorded session.
+inline constexpr std::u16string_view kUserFolder = u"/user/";
 
 }  // namespace tavlox::cli

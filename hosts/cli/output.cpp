@@ -1,21 +1,64 @@
 #include "hosts/cli/output.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
-#include "hosts/cli/progress.h"
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "hosts/cli/host_json.h"
 #include "hosts/cli/terminal.h"
 #include "platform/errors/exceptions.h"
+#include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {
 
+using corvan::HostArray;
+using fl::i18n::JsonWriter;
+using Widths = std::vector<std::size_t>;
+
+constexpr std::string_view kGap = "  ";
+constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
+
 void requireSuccess(bool done) {
   if (done) return;
-  const std::string reason = std::generic_category().message(errno);
-  foundation::core::except::raise("tavlox:cli:CannotWriteOutput", reason);
+  foundation::core::except::raise("tavlox:cli:CannotWriteOutput", fl::filesystem::systemReason(errno));
+}
+
+std::vector<std::string> shownRow(const Table& table, std::size_t index) {
+  std::vector<std::string> values;
+  for (const std::u16string& value : table.row(index)) values.push_back(singleLine(value));
+  return values;
+}
+
+void widen(Widths& widths, const std::vector<std::string>& values) {
+  widths.resize(std::max(widths.size(), values.size()));
+  for (std::size_t i = 0; i < values.size(); ++i) widths[i] = std::max(widths[i], displayWidth(values[i]));
+}
+
+/// The last value of a row is not padded: no line ends in spaces.
+std::string alignedLine(const std::vector<std::string>& values, const Widths& widths) {
+  std::string line;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    line += values[i];
+    if (i + 1 == values.size()) break;
+    line.append(widths[i] - displayWidth(values[i]), ' ').append(kGap);
+  }
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line;
+}
+
+void printJsonList(const HostArray& structures) {
+  JsonWriter json;
+  json.beginArray();
+  writeElements(json, structures, [&json] {
+    if (json.text().size() >= kPieceSize) print(std::string_view(json.take()));
+  });
+  json.endArray();
+  print(json);
 }
 
 }  // namespace
@@ -25,24 +68,73 @@ void print(std::string_view text) {
   requireSuccess(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
 }
 
-void print(const Table& table) { print(table.format(tableStyleOfOutput())); }
+void print(JsonWriter& json) { print(json.take() + "\n"); }
 
-void print(fl::i18n::JsonWriter& json) { print(json.take() + "\n"); }
+void flushOutput() { requireSuccess(std::fflush(stdout) == 0); }
 
-void printLines(const std::vector<std::u16string>& lines) {
-  for (const std::u16string& line : lines) print(singleLine(line) + "\n");
+JsonWriter beginAnswer(const std::u16string& package) {
+  JsonWriter json;
+  json.beginObject().member("Filename").value(fl::filesystem::absolute(package));
+  return json;
 }
 
-void printJson(const std::u16string& path, std::string_view member,
-               const std::vector<std::u16string>& texts) {
-  fl::i18n::JsonWriter json;
-  json.beginObject().member("Filename").value(std::u16string_view(fl::filesystem::absolute(path)));
+void printPaths(const Request& request, std::string_view member, const std::vector<std::u16string>& paths) {
+  if (request.format == OutputFormat::Text) {
+    for (const std::u16string& path : paths) print(singleLine(path) + "\n");
+    return;
+  }
+  JsonWriter json = beginAnswer(request.one("FILE"));
   json.member(member).beginArray();
-  for (const std::u16string& text : texts) json.value(std::u16string_view(text));
+  for (const std::u16string& path : paths) json.value(path);
   json.endArray().endObject();
   print(json);
 }
 
-void flushOutput() { requireSuccess(std::fflush(stdout) == 0); }
+void writeTable(const Table& table, TableStyle style, const std::function<void(std::string_view)>& write) {
+  const bool isAligned = style != TableStyle::TabSeparated;
+  Widths widths;
+  std::string piece;
+  if (isAligned) {
+    widen(widths, table.headings);
+    for (std::size_t i = 0; i < table.rowCount; ++i) widen(widths, shownRow(table, i));
+    const Colours colours = style == TableStyle::AlignedInColour ? Colours::On : Colours::Off;
+    if (!table.headings.empty()) piece = bold(alignedLine(table.headings, widths), colours) + "\n";
+  }
+  for (std::size_t i = 0; i < table.rowCount; ++i) {
+    const std::vector<std::string> values = shownRow(table, i);
+    piece += isAligned ? alignedLine(values, widths) : fmt::format("{}", fmt::join(values, "\t"));
+    piece += '\n';
+    if (piece.size() < kPieceSize) continue;
+    write(piece);
+    piece.clear();
+  }
+  write(piece);
+}
+
+void print(const Table& table) {
+  TableStyle style = TableStyle::TabSeparated;
+  if (isTerminal(stdout)) {
+    style = coloursFor(stdout) == Colours::On ? TableStyle::AlignedInColour : TableStyle::Aligned;
+  }
+  writeTable(table, style, [](std::string_view piece) { print(piece); });
+}
+
+void printRecords(OutputFormat format, const HostArray& structures, std::span<const Column> columns) {
+  if (format == OutputFormat::Json) return printJsonList(structures);
+  const std::vector<std::u16string>& names = structures.fieldNames();
+  std::vector<std::size_t> fields;
+  Table table;
+  for (const Column& column : columns) {
+    fields.push_back(static_cast<std::size_t>(std::ranges::find(names, column.field) - names.begin()));
+    table.headings.emplace_back(column.heading);
+  }
+  table.rowCount = structures.elementCount();
+  table.row = [&](std::size_t index) {
+    std::vector<std::u16string> values;
+    for (const std::size_t field : fields) values.push_back(cellText(structures.fieldAt(index, field)));
+    return values;
+  };
+  print(table);
+}
 
 }  // namespace tavlox::cli

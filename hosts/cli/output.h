@@ -1,28 +1,60 @@
 #pragma once
 
+#include <functional>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
-#include "hosts/cli/table.h"
+#include "hosts/cli/command.h"
+#include "platform/arrays/host_array.h"
 #include "platform/text/json_writer.h"
 
+/// Results on standard output: tables for people, tab-separated lines for a pipe, JSON where it was asked
+/// for. Whatever cannot be written raises tavlox:cli:CannotWriteOutput with the system's reason.
 namespace tavlox::cli {
 
-/// Writes to standard output. Raises tavlox:cli:CannotWriteOutput with the system's reason.
 void print(std::string_view text);
-
-/// The table in the style that fits where standard output goes.
-void print(const Table& table);
 
 /// The document and a line end.
 void print(fl::i18n::JsonWriter& json);
 
-/// Each text on a line of its own, escaped as the values of a table are.
-void printLines(const std::vector<std::u16string>& lines);
-
-/// An object with the package's path as "Filename", and the texts as a list.
-void printJson(const std::u16string& path, std::string_view member, const std::vector<std::u16string>& texts);
-
-/// Makes sure that all of it has arrived. Raises as print does.
+/// Makes sure that all of it has arrived.
 void flushOutput();
+
+/// Begins an object that has the package's absolute path as its "Filename".
+fl::i18n::JsonWriter beginAnswer(const std::u16string& package);
+
+/// What a command did to its FILE: each path on a line of its own, escaped as the values of a table are, or
+/// an object with the paths as the member's list.
+void printPaths(const Request& request, std::string_view member, const std::vector<std::u16string>& paths);
+
+/// Rows that are made when they are asked for: a long table is never held as a whole. Where columns are
+/// aligned, each row is asked for twice.
+struct Table {
+  std::vector<std::string> headings;  ///< none for a table that needs none
+  std::size_t rowCount = 0;
+  std::function<std::vector<std::u16string>(std::size_t)> row;
+};
+
+/// Aligned with headings for people; tab-separated without headings for programs. Either way a row is one
+/// line, whatever its values hold.
+enum class TableStyle { Aligned, AlignedInColour, TabSeparated };
+
+/// Hands over the lines in pieces of some 64 KiB.
+void writeTable(const Table& table, TableStyle style, const std::function<void(std::string_view)>& write);
+
+/// In the style that fits where standard output goes.
+void print(const Table& table);
+
+struct Column {
+  std::string_view heading;
+  std::u16string_view field;
+};
+
+/// A structure array of the module's: a table with a row for each element, or a list of objects with every
+/// field, however many elements there are. Each is written as it is made, so that a million of them need no
+/// second copy.
+void printRecords(OutputFormat format, const corvan::HostArray& structures, std::span<const Column> columns);
 
 }  // namespace tavlox::cli

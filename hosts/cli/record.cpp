@@ -1,64 +1,222 @@
+#include <cerrno>
+#include <functional>
+
+#include <fcntl.h>
+#include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/output.h"
-#include "hosts/cli/recorder.h"
+#include "hosts/cli/sample_table.h"
+#include "platform/errors/exceptions.h"
+#include "platform/export_file/session_writer.h"
+#include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
+#include "platform/progress/progress.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
 namespace {
 
-RecordingPlan planOf(const Request& request) {
-  RecordingPlan plan{.output = request.one("OUT"), .tables = request.all("CSV"), .description = {}};
-  if (request.has("--description")) plan.description = request.one("--description");
-  if (request.has("--force")) plan.existing = SessionWriter::Existing::Replace;
-  return plan;
+namespace fs = fl::filesystem;
+using fl::i18n::to_ustring;
+using foundation::core::except::raise;
+
+constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
+
+/// One table on disk. It is read twice, to check it and to keep it, and must not change in between.
+class TableFile {
+ public:
+  explicit TableFile(const std::u16string& path)
+      : path_(path), file_(open(fl::i18n::to_string(path).c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (!file_) refuse(errno);
+    opened_ = status();
+  }
+
+  /// Gives every byte from the first on.
+  void read(const std::function<void(std::string_view)>& take) {
+    std::string piece(kPieceSize, '\0');
+    for (std::uint64_t offset = 0;;) {
+      const fs::ReadResult got = fs::readAt(file_.get(), offset, piece.data(), piece.size());
+      if (got.error != 0) refuse(got.error);
+      if (got.count == 0) return;
+      take({piece.data(), got.count});
+      offset += got.count;
+    }
+  }
+
+  void requireUnchanged() const {
+    const struct stat now = status();
+    const bool same = now.st_size == opened_.st_size && now.st_mtim.tv_sec == opened_.st_mtim.tv_sec &&
+                      now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
+    if (!same) raise("tavlox:record:TableChanged", path_);
+  }
+
+  /// Bytes, when it was opened.
+  std::uint64_t size() const { return static_cast<std::uint64_t>(opened_.st_size); }
+
+  /// When the table was written, in UTC: "2026-11-15T12:44:29Z".
+  std::u16string date() const {
+    return to_ustring(fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(opened_.st_mtim.tv_sec)));
+  }
+
+ private:
+  [[noreturn]] void refuse(int error) const {
+    if (error == ENOENT) raise("tavlox:general:FileNotFound", path_);
+    raise("tavlox:record:CannotReadTable", path_, fs::systemReason(error));
+  }
+
+  struct stat status() const {
+    struct stat found {};
+    if (fstat(file_.get(), &found) != 0) refuse(errno);
+    return found;
+  }
+
+  std::u16string path_;
+  fs::Descriptor file_;
+  struct stat opened_ {};
+};
+
+/// What became of one table.
+struct RecordedRun {
+  RunRecord run;
+  std::size_t signalCount = 0;
+  std::uint64_t rowCount = 0;
+  std::u16string sampleTime;  ///< seconds or "variable"; empty for a single row
+};
+
+std::u16string stem(const std::u16string& path) {
+  const std::u16string name = fs::extract_filename(path), extension = fs::extract_extension(path);
+  return extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
+}
+
+SignalRecord signalOf(const SampleTable& table, const ColumnHeading& column, const std::u16string& path) {
+  SignalRecord signal;
+  signal.name = column.name;
+  signal.units = signal.displayUnits = column.unit;
+  signal.dataTypeLabel = u"double";
+  signal.complexity = 0;
+  signal.dimensions = {1};
+  if (table.rowCount() > 1) signal.sampleTime = table.sampleTime();
+  signal.rootSource = fs::extract_filename(path);
+  signal.timeSource = table.time().heading;
+  signal.dataSource = column.heading;
+  return signal;
+}
+
+/// Makes a run of each table, with a signal for each of its columns but the first, and gives runs and signals
+/// their identifiers, from 1 through the whole session. Each table is checked and then kept byte for byte as
+/// the run's samples, in constant memory. Only what the tables say is recorded, everything else is left out.
+class Recording {
+ public:
+  explicit Recording(SessionWriter& writer) : writer_(writer) {}
+
+  RecordedRun addTable(const std::u16string& path) {
+    TableFile file(path);
+    SampleTable table(path);
+    check(file, table, u"Reading " + path);
+    RunRecord run;
+    run.id = ++lastRun_;
+    run.runNumber = static_cast<std::uint32_t>(run.id);
+    run.name = stem(path);
+    run.dateCreated = file.date();
+    run.startTime = table.startTime();
+    run.stopTime = table.stopTime();
+    writer_.addRun(run);
+    writer_.addSamples(run.id, [&](const SessionWriter::Sink& keep) { file.read(keep); });
+    file.requireUnchanged();
+    const std::vector<ColumnHeading> columns = table.signalColumns();
+    for (const ColumnHeading& column : columns) {
+      SignalRecord signal = signalOf(table, column, path);
+      signal.id = ++lastSignal_;
+      signal.runID = run.id;
+      writer_.addSignal(signal);
+    }
+    return {run, columns.size(), table.rowCount(), table.sampleTime()};
+  }
+
+ private:
+  static void check(TableFile& file, SampleTable& table, const std::u16string& activity) {
+    std::uint64_t done = 0;
+    file.read([&](std::string_view bytes) {
+      table.take(bytes);
+      done += bytes.size();
+      corvan::reportProgress({.activity = activity.c_str(), .done = done, .total = file.size()});
+    });
+    table.finish();
+  }
+
+  SessionWriter& writer_;
+  std::int32_t lastRun_ = 0, lastSignal_ = 0;
+};
+
+void refuseWrongOutput(const Request& request) {
+  const std::u16string& output = request.one("OUT");
+  const std::u16string resolved = fs::weakly_canonical(output);
+  for (const std::u16string& table : request.all("CSV")) {
+    if (fs::weakly_canonical(table) == resolved) raise("tavlox:record:OutputIsTable", output);
+  }
+  if (!request.has("--force") && fs::exists(output)) raise("tavlox:record:OutputExists", output);
+}
+
+/// Where it raises there is no package, and one that was to be replaced is as it was.
+std::vector<RecordedRun> recordSession(const Request& request) {
+  refuseWrongOutput(request);
+  using Existing = SessionWriter::Existing;
+  SessionWriter writer(request.one("OUT"), request.has("--force") ? Existing::Replace : Existing::Refuse);
+  Recording recording(writer);
+  std::vector<RecordedRun> runs;
+  for (const std::u16string& path : request.all("CSV")) runs.push_back(recording.addTable(path));
+  // Samples are kept with the package's normal compression.
+  writer.setCompressionType(u"normal");
+  const std::u16string description = request.oneOr("--description", u"");
+  if (!description.empty()) writer.setDescription(description);
+  writer.close();
+  return runs;
 }
 
 void printTable(const std::vector<RecordedRun>& runs) {
-  const auto number = [](auto value) { return fl::i18n::to_ustring(fmt::format("{}", value)); };
-  Table table({"id", "Name", "NumSignals", "NumRows", "StartTime", "StopTime", "SampleTime"});
-  for (const RecordedRun& recorded : runs) {
-    const RunRecord& run = recorded.run;
-    table.addRow({number(run.id), *run.name, number(recorded.signalCount), number(recorded.rowCount),
-                  number(*run.startTime), number(*run.stopTime), recorded.sampleTime});
-  }
-  print(table);
+  const auto number = [](auto value) { return to_ustring(fmt::format("{}", value)); };
+  print(Table{
+      {"id", "Name", "NumSignals", "NumRows", "StartTime", "StopTime", "SampleTime"},
+      runs.size(),
+      [&](std::size_t i) {
+        const auto& [run, signalCount, rowCount, sampleTime] = runs[i];
+        return std::vector{
+            number(run.id),        *run.name, number(signalCount), number(rowCount), number(*run.startTime),
+            number(*run.stopTime), sampleTime};
+      }});
 }
 
 void printJson(const std::u16string& output, const std::vector<RecordedRun>& runs) {
-  fl::i18n::JsonWriter json;
-  json.beginObject().member("Filename").value(std::u16string_view(fl::filesystem::absolute(output)));
+  fl::i18n::JsonWriter json = beginAnswer(output);
   json.member("Runs").beginArray();
-  for (const RecordedRun& recorded : runs) {
-    const RunRecord& run = recorded.run;
-    json.beginObject().member("id").value(run.id).member("Name").value(std::u16string_view(*run.name));
-    json.member("NumSignals").value(static_cast<std::uint64_t>(recorded.signalCount));
-    json.member("NumRows").value(recorded.rowCount);
+  for (const auto& [run, signalCount, rowCount, sampleTime] : runs) {
+    json.beginObject().member("id").value(run.id).member("Name").value(*run.name);
+    json.member("NumSignals").value(static_cast<std::uint64_t>(signalCount));
+    json.member("NumRows").value(rowCount);
     json.member("StartTime").value(*run.startTime).member("StopTime").value(*run.stopTime);
-    json.member("SampleTime").value(std::u16string_view(recorded.sampleTime)).endObject();
+    json.member("SampleTime").value(sampleTime).endObject();
   }
-  json.endArray().endObject();
-  print(json);
+  print(json.endArray().endObject());
 }
 
 ExitCode runRecord(const Request& request) {
-  const std::vector<RecordedRun> runs = recordSession(planOf(request));
+  const std::vector<RecordedRun> runs = recordSession(request);
   request.format == OutputFormat::Json ? printJson(request.one("OUT"), runs) : printTable(runs);
   return ExitCode::Done;
 }
 
 }  // namespace
 
-const Command kRecord = {
+extern const Command kRecord = {
     .name = "record",
     .summary = "Make a session of result tables",
-    .examples =
-        "  tavlox record filter.tavlox nominal.csv hot.csv worst.csv\n"
-        "  tavlox record filter.tavlox *.csv --force --description \"RC filter, three corners\"\n",
-    .details =
-        R"(A table is comma-separated text with a heading line, for example
+    .examples = R"(  tavlox record filter.tavlox nominal.csv hot.csv worst.csv
+  tavlox record filter.tavlox *.csv --force --description "RC filter, three corners"
+)",
+    .details = R"(A table is comma-separated text with a heading line, for example
 
   time [s],v(in) [V],v(out) [V]
   0,0,0

@@ -1,10 +1,13 @@
 #include <algorithm>
 #include <charconv>
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
-#include "hosts/cli/records.h"
-#include "hosts/cli/run_hint.h"
+#include "hosts/cli/output.h"
 #include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
@@ -12,30 +15,44 @@ namespace tavlox::cli {
 namespace {
 
 using corvan::HostArray;
+using RunIDs = std::vector<std::int32_t>;
 
 constexpr Column kColumns[] = {{"id", u"id"},           {"name", u"Name"},     {"model", u"Model"},
                                {"start", u"StartTime"}, {"stop", u"StopTime"}, {"status", u"Status"}};
 
-std::int32_t parseRunID(const std::u16string& word) {
-  const std::string narrow = fl::i18n::to_string(word);
-  std::int32_t id = 0;
-  const auto [end, error] = std::from_chars(narrow.data(), narrow.data() + narrow.size(), id);
-  if (error != std::errc() || end != narrow.data() + narrow.size()) {
-    foundation::core::except::raise("tavlox:cli:NotARunID", word);
+RunIDs parseRunIDs(const Request& request) {
+  RunIDs ids;
+  for (const std::u16string& word : request.all("ID")) {
+    const std::string narrow = fl::i18n::to_string(word);
+    const char* const last = narrow.data() + narrow.size();
+    const auto [end, error] = std::from_chars(narrow.data(), last, ids.emplace_back());
+    if (error != std::errc() || end != last) foundation::core::except::raise("tavlox:cli:NotARunID", word);
   }
-  return id;
-}
-
-std::vector<std::int32_t> parseRunIDs(const Request& request) {
-  std::vector<std::int32_t> ids;
-  for (const std::u16string& word : request.all("ID")) ids.push_back(parseRunID(word));
   return ids;
 }
 
-std::vector<std::int32_t> readRunIDs(const zobs::COSInterfacePointer& file) {
-  const zobs::Value column = call(file, "getAllRunIDs");
-  const auto ids = std::get<HostArray>(column).values<std::int32_t>();
+RunIDs readRunIDs(const zobs::COSInterfacePointer& file) {
+  const HostArray column = callForArray(file, "getAllRunIDs");
+  const auto ids = column.values<std::int32_t>();
   return {ids.begin(), ids.end()};
+}
+
+/// "the runs 1, 2 and 3"; long lists are cut.
+std::string runsThereAre(const RunIDs& present) {
+  constexpr std::size_t kMostNamed = 10;
+  if (present.empty()) return "no runs";
+  if (present.size() == 1) return fmt::format("only the run {}", present.front());
+  const bool isLong = present.size() > kMostNamed;
+  const auto named = std::span(present).first(isLong ? kMostNamed : present.size() - 1);
+  const std::string rest =
+      isLong ? fmt::format("{} more", present.size() - kMostNamed) : std::to_string(present.back());
+  return fmt::format("the runs {} and {}", fmt::join(named, ", "), rest);
+}
+
+/// The module says no more of an unknown run than that something could not be read.
+std::u16string hintFor(std::int32_t id, const RunIDs& present) {
+  if (std::ranges::find(present, id) != present.end()) return {};
+  return fl::i18n::to_ustring(fmt::format("there is no run {}; the file has {}", id, runsThereAre(present)));
 }
 
 /// The records one after the other, in one array.
@@ -53,41 +70,39 @@ HostArray joined(const std::vector<HostArray>& records) {
 ExitCode runRuns(const Request& request) {
   const std::u16string& path = request.one("FILE");
   const zobs::COSInterfacePointer file = openFile(request, path);
-  const std::vector<std::int32_t> present = readRunIDs(file);
-  const std::vector<std::int32_t> asked = request.has("ID") ? parseRunIDs(request) : present;
+  const RunIDs present = readRunIDs(file);
+  const RunIDs asked = request.has("ID") ? parseRunIDs(request) : present;
   std::vector<HostArray> records;
   for (const std::int32_t id : asked) {
     try {
-      records.push_back(std::get<HostArray>(call(file, "getRunInfo", {HostArray::int32Scalar(id)})));
+      records.push_back(callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)}));
     } catch (const std::exception&) {
       // The other runs are still answered.
-      const bool isKnown = std::ranges::find(present, id) != present.end();
-      report(std::current_exception(), request.format, path,
-             isKnown ? std::u16string() : unknownRunHint(id, present));
+      report(request.format, path, hintFor(id, present));
     }
   }
   if (!records.empty()) {
     printRecords(request.format, joined(records), kColumns);
   } else if (asked.empty() && request.format == OutputFormat::Json) {
-    printJsonList(HostArray::structure(1, 0, {}));
+    print("[]\n");
   }
   return records.size() == asked.size() ? ExitCode::Done : ExitCode::Failed;
 }
 
 }  // namespace
 
-const Command kRuns = {
+extern const Command kRuns = {
     .name = "runs",
     .summary = "Show the runs of a session",
-    .examples =
-        "  tavlox runs filter.tavlox\n"
-        "  tavlox runs filter.tavlox 1 3\n"
-        "  tavlox runs --json filter.tavlox | jq '.[].SolverName'\n",
+    .examples = R"(  tavlox runs filter.tavlox
+  tavlox runs filter.tavlox 1 3
+  tavlox runs --json filter.tavlox | jq '.[].SolverName'
+)",
     .details =
-        "A run is a line: id, name, model, start and stop time in seconds, and status. With --json it is an\n"
-        "object with every field that is recorded of a run, in a list. A run that cannot be read is "
-        "reported,\n"
-        "the others are still shown, and the exit code is 1.\n",
+        R"(A run is a line: id, name, model, start and stop time in seconds, and status. With --json it is an
+object with every field that is recorded of a run, in a list. A run that cannot be read is reported,
+the others are still shown, and the exit code is 1.
+)",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"ID", Takes::Any, "The runs to show; all of them if none is named"}},
     .run = runRuns,

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <new>
 
+#include <csv.h>
 #include <fmt/format.h>
 
 #include "platform/errors/exceptions.h"
@@ -13,9 +15,11 @@ namespace tavlox::cli {
 namespace {
 
 using fl::i18n::to_ustring;
+using foundation::core::except::raise;
 
 constexpr double kStepTolerance = 1e-3;
 constexpr std::size_t kShownOfCell = 40;
+constexpr std::size_t kLongestCell = std::size_t{64} * 1024;
 
 struct TimeUnit {
   std::u16string_view name;
@@ -53,24 +57,46 @@ ColumnHeading parseHeading(std::string_view heading) {
   return parsed;
 }
 
-std::optional<double> secondsIn(std::u16string_view timeUnit) {
-  for (const TimeUnit& unit : kTimeUnits) {
-    if (unit.name == timeUnit) return unit.seconds;
+/// The parser of the C library, which calls back for each cell and each end of a row.
+struct SampleTable::Parser {
+  Parser() {
+    if (csv_init(&handle, CSV_STRICT | CSV_STRICT_FINI) != 0) throw std::bad_alloc();
   }
-  return std::nullopt;
-}
+  ~Parser() { csv_free(&handle); }
+  Parser(const Parser&) = delete;
+  Parser& operator=(const Parser&) = delete;
+
+  /// Runs inside a callback: nothing may be thrown through the C library.
+  template <class Work>
+  void guarded(const Work& work) noexcept {
+    if (failure) return;
+    try {
+      work();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+  }
+
+  static void onCell(void* text, std::size_t size, void* owner) {
+    SampleTable& table = *static_cast<SampleTable*>(owner);
+    table.bytesSinceCell_ = 0;
+    table.parser_->guarded([&] { table.takeCell({static_cast<const char*>(text), size}); });
+    ++table.column_;
+  }
+
+  static void onEndOfRow(int, void* owner) {
+    SampleTable& table = *static_cast<SampleTable*>(owner);
+    table.parser_->guarded([&] { table.endRow(); });
+    table.column_ = 1;
+  }
+
+  csv_parser handle{};
+  std::exception_ptr failure;
+};
 
 SampleTable::SampleTable(std::u16string path)
-    : path_(std::move(path)),
-      reader_(path_, {.cell = [this](std::string_view cell, CellPlace place) { takeCell(cell, place); },
-                      .endOfRow = [this](CellPlace cellAfterLast) { endRow(cellAfterLast); }}),
-      byteOrderMark_("\xEF\xBB\xBF") {}
-
-template <class... Argument>
-void SampleTable::refuse(fl::i18n::MessageId<3 + sizeof...(Argument)> identifier, CellPlace place,
-                         const Argument&... further) const {
-  foundation::core::except::raise(identifier, path_, place.line, place.column, further...);
-}
+    : path_(std::move(path)), parser_(std::make_unique<Parser>()), byteOrderMark_("\xEF\xBB\xBF") {}
+SampleTable::~SampleTable() = default;
 
 void SampleTable::take(std::string_view bytes) {
   while (!byteOrderMark_.empty() && !bytes.empty()) {
@@ -81,31 +107,56 @@ void SampleTable::take(std::string_view bytes) {
     bytes.remove_prefix(1);
     byteOrderMark_.remove_prefix(1);
   }
-  reader_.take(bytes);
+  // Line by line, because the parser does not say in which line it is.
+  while (!bytes.empty()) {
+    const std::size_t size = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+    parseLine(bytes.substr(0, size));
+    bytes.remove_prefix(size);
+  }
+}
+
+/// Takes one line with its end, or a piece of one.
+void SampleTable::parseLine(std::string_view piece) {
+  bytesSinceCell_ += piece.size();
+  const std::size_t parsed =
+      csv_parse(&parser_->handle, piece.data(), piece.size(), Parser::onCell, Parser::onEndOfRow, this);
+  if (parser_->failure) std::rethrow_exception(parser_->failure);
+  if (parsed != piece.size()) refuseSyntax();
+  // Most often a quote that is never closed: the parser would go on to fill the memory.
+  if (bytesSinceCell_ > kLongestCell) raise("tavlox:record:CellTooLong", path_, line_, column_);
+  if (piece.ends_with('\n')) ++line_;
 }
 
 void SampleTable::finish() {
-  reader_.finish();
-  if (!headingIsComplete_) refuse("tavlox:record:EmptyTable", {1, 1});
-  if (rowCount_ == 0) refuse("tavlox:record:NoRows", {2, 1});
+  const int result = csv_fini(&parser_->handle, Parser::onCell, Parser::onEndOfRow, this);
+  if (parser_->failure) std::rethrow_exception(parser_->failure);
+  if (result != 0) refuseSyntax();
+  if (!headingIsComplete_) raise("tavlox:record:EmptyTable", path_, 1, 1);
+  if (rowCount_ == 0) raise("tavlox:record:NoRows", path_, 2, 1);
 }
 
-void SampleTable::takeCell(std::string_view cell, CellPlace place) {
-  if (!headingIsComplete_) return takeHeading(cell, place);
-  if (place.column > columns_.size()) refuse("tavlox:record:UnevenRow", place, columns_.size());
-  if (place.column == 1) return takeTime(cell, place);
-  if (!parseNumber(cell)) refuse("tavlox:record:SampleNotANumber", place, shown(cell));
+void SampleTable::refuseSyntax() const {
+  if (csv_error(&parser_->handle) != CSV_EPARSE) throw std::bad_alloc();
+  raise("tavlox:record:BadQuoting", path_, line_, column_);
 }
 
-void SampleTable::takeHeading(std::string_view cell, CellPlace place) {
-  if (cell.empty()) refuse("tavlox:record:EmptyHeading", place);
-  if (!fl::i18n::is_well_formed(cell)) refuse("tavlox:record:HeadingNotUtf8", place);
+void SampleTable::takeCell(std::string_view cell) {
+  if (!headingIsComplete_) return takeHeading(cell);
+  if (column_ > columns_.size()) raise("tavlox:record:UnevenRow", path_, line_, column_, columns_.size());
+  if (column_ == 1) return takeTime(cell);
+  if (!parseNumber(cell)) raise("tavlox:record:SampleNotANumber", path_, line_, column_, shown(cell));
+}
+
+void SampleTable::takeHeading(std::string_view cell) {
+  if (cell.empty()) raise("tavlox:record:EmptyHeading", path_, line_, column_);
+  if (!fl::i18n::is_well_formed(cell)) raise("tavlox:record:HeadingNotUtf8", path_, line_, column_);
   columns_.push_back(parseHeading(cell));
 }
 
-void SampleTable::takeTime(std::string_view cell, CellPlace place) {
+void SampleTable::takeTime(std::string_view cell) {
   const std::optional<double> time = parseNumber(cell);
-  if (!time || !std::isfinite(*time)) refuse("tavlox:record:TimeNotANumber", place, shown(cell));
+  if (!time || !std::isfinite(*time))
+    raise("tavlox:record:TimeNotANumber", path_, line_, column_, shown(cell));
   const std::uint64_t earlierRows = rowCount_++;
   const double step = *time - last_;
   last_ = *time;
@@ -113,23 +164,22 @@ void SampleTable::takeTime(std::string_view cell, CellPlace place) {
     first_ = *time;
     return;
   }
-  if (step <= 0) refuse("tavlox:record:TimeNotIncreasing", place, shown(cell));
+  if (step <= 0) raise("tavlox:record:TimeNotIncreasing", path_, line_, column_, shown(cell));
   shortestStep_ = earlierRows == 1 ? step : std::min(shortestStep_, step);
   longestStep_ = std::max(longestStep_, step);
 }
 
-void SampleTable::endRow(CellPlace cellAfterLast) {
-  if (!headingIsComplete_) return endHeading(cellAfterLast);
-  if (cellAfterLast.column <= columns_.size())
-    refuse("tavlox:record:UnevenRow", cellAfterLast, columns_.size());
+void SampleTable::endRow() {
+  if (!headingIsComplete_) return endHeading();
+  if (column_ <= columns_.size()) raise("tavlox:record:UnevenRow", path_, line_, column_, columns_.size());
 }
 
-void SampleTable::endHeading(CellPlace cellAfterLast) {
-  if (columns_.size() < 2) refuse("tavlox:record:NoSignals", cellAfterLast);
-  const std::u16string unit = time().unit.value_or(u"s");
-  const std::optional<double> seconds = secondsIn(unit);
-  if (!seconds) refuse("tavlox:record:UnknownTimeUnit", {cellAfterLast.line, 1}, unit);
-  secondsPerUnit_ = *seconds;
+void SampleTable::endHeading() {
+  if (columns_.size() < 2) raise("tavlox:record:NoSignals", path_, line_, column_);
+  const std::u16string asked = time().unit.value_or(u"s");
+  const auto* const unit = std::ranges::find(kTimeUnits, std::u16string_view(asked), &TimeUnit::name);
+  if (unit == std::end(kTimeUnits)) raise("tavlox:record:UnknownTimeUnit", path_, line_, 1, asked);
+  secondsPerUnit_ = unit->seconds;
   headingIsComplete_ = true;
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "hosts/cli/csv_reader.h"
-#include "platform/errors/message_id.h"
 
 namespace tavlox::cli {
 
@@ -20,21 +19,22 @@ struct ColumnHeading {
 /// Raises fl::i18n::ConversionError if the heading is not UTF-8.
 ColumnHeading parseHeading(std::string_view heading);
 
-/// Seconds in one of the units; nothing for a unit that is not known.
-std::optional<double> secondsIn(std::u16string_view timeUnit);
-
-/// A table of simulation results: a heading line, the time in the first column, one signal in each further
-/// one. It is checked while its bytes come in, and what it says of itself is gathered; the samples are not
-/// kept.
+/// A table of simulation results in CSV (comma-separated, cells in double quotes where they need it): a
+/// heading line, the time in the first column, one signal in each further one. It is checked while its bytes
+/// come in, in constant memory, and what it says of itself is gathered; the samples are not kept. Blanks
+/// around unquoted cells, empty lines and a byte order mark are left out.
 ///
 /// Every cell must be a number ("nan" and "inf" only as samples), every row as long as the heading, and the
-/// time must increase from row to row. Raises tavlox:record:… errors with the path, the line and the column.
+/// time must increase from row to row. Raises tavlox:record:… errors with the path, the line and the column,
+/// which count from 1; a column is a cell, not a character.
 class SampleTable {
  public:
   /// `path` is for messages.
   explicit SampleTable(std::u16string path);
+  ~SampleTable();
 
   void take(std::string_view bytes);
+  /// Ends the table; its last line may lack a line end.
   void finish();
 
   // Complete after finish().
@@ -51,19 +51,21 @@ class SampleTable {
   std::u16string sampleTime() const;
 
  private:
-  void takeCell(std::string_view cell, CellPlace place);
-  void takeHeading(std::string_view cell, CellPlace place);
-  void takeTime(std::string_view cell, CellPlace place);
-  void endRow(CellPlace cellAfterLast);
-  void endHeading(CellPlace cellAfterLast);
+  struct Parser;
 
-  template <class... Argument>
-  [[noreturn]] void refuse(fl::i18n::MessageId<3 + sizeof...(Argument)> identifier, CellPlace place,
-                           const Argument&... further) const;
+  void parseLine(std::string_view piece);
+  [[noreturn]] void refuseSyntax() const;
+  void takeCell(std::string_view cell);
+  void takeHeading(std::string_view cell);
+  void takeTime(std::string_view cell);
+  void endRow();
+  void endHeading();
 
   std::u16string path_;
-  CsvReader reader_;
-  std::string_view byteOrderMark_;  ///< what may still be skipped of it
+  std::unique_ptr<Parser> parser_;
+  std::string_view byteOrderMark_;       ///< what may still be skipped of it
+  std::uint64_t line_ = 1, column_ = 1;  ///< of the next cell
+  std::size_t bytesSinceCell_ = 0;
   std::vector<ColumnHeading> columns_;
   bool headingIsComplete_ = false;
   double secondsPerUnit_ = 1;

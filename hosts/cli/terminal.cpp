@@ -12,6 +12,13 @@
 namespace tavlox::cli {
 namespace {
 
+using namespace std::chrono_literals;
+
+constexpr std::size_t kBarWidth = 20;
+constexpr std::size_t kShortestActivity = 10;
+
+bool isProgressShown = false;
+
 bool drivesTerminal(char16_t unit) {
   if (unit < 0x20 || (unit >= 0x7F && unit < 0xA0)) return true;
   const bool separator = unit == 0x2028 || unit == 0x2029;
@@ -19,37 +26,52 @@ bool drivesTerminal(char16_t unit) {
   return separator || turnsDirection;
 }
 
-void appendEscaped(std::u16string& line, char16_t unit) {
+std::u16string escaped(char16_t unit) {
   switch (unit) {
     case u'\\':
-      line += u"\\\\";
-      return;
+      return u"\\\\";
     case u'\t':
-      line += u"\\t";
-      return;
+      return u"\\t";
     case u'\n':
-      line += u"\\n";
-      return;
+      return u"\\n";
     case u'\r':
-      line += u"\\r";
-      return;
+      return u"\\r";
     default:
-      line += fl::i18n::to_ustring(fmt::format("\\u{:04X}", static_cast<unsigned>(unit)));
+      return fl::i18n::to_ustring(fmt::format("\\u{:04X}", static_cast<unsigned>(unit)));
   }
 }
 
-}  // namespace
-
-void printError(std::string_view text) noexcept {
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
-}
-
-bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
-
+/// How many columns the terminal has; 80 if it does not say.
 std::size_t columnsOf(std::FILE* terminal) {
   winsize size{};
   if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
   return size.ws_col;
+}
+
+/// "[#####...............]  25 %"
+std::string bar(std::uint64_t done, std::uint64_t total) {
+  const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+  const auto filled = static_cast<std::size_t>(share * kBarWidth);
+  return fmt::format("[{:.<{}}] {:3} %", std::string(filled, '#'), kBarWidth, static_cast<int>(share * 100));
+}
+
+bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
+
+/// The first `width` characters of UTF-8 text.
+std::string cut(const std::string& text, std::size_t width) {
+  std::size_t end = 0;
+  for (std::size_t shown = 0; end < text.size(); ++end) {
+    if (beginsCharacter(text[end]) && ++shown > width) break;
+  }
+  return text.substr(0, end);
+}
+
+}  // namespace
+
+bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
+
+void printError(std::string_view text) noexcept {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
 }
 
 Colours coloursFor(std::FILE* stream) {
@@ -66,18 +88,45 @@ std::string singleLine(std::u16string_view text, Backslashes backslashes) {
   std::u16string line;
   line.reserve(text.size());
   for (const char16_t unit : text) {
-    if (drivesTerminal(unit) || (unit == u'\\' && backslashes == Backslashes::Doubled)) {
-      appendEscaped(line, unit);
-    } else {
-      line += unit;
-    }
+    const bool isDoubled = unit == u'\\' && backslashes == Backslashes::Doubled;
+    drivesTerminal(unit) || isDoubled ? line += escaped(unit) : line += unit;
   }
   return fl::i18n::to_string_lossy(line);
 }
 
 std::size_t displayWidth(std::string_view narrow) {
-  return static_cast<std::size_t>(
-      std::count_if(narrow.begin(), narrow.end(), [](unsigned char byte) { return (byte & 0xC0) != 0x80; }));
+  return static_cast<std::size_t>(std::ranges::count_if(narrow, beginsCharacter));
+}
+
+std::string progressLine(const corvan::Progress& progress, std::size_t width) {
+  const std::string activity = singleLine(progress.activity, Backslashes::Kept);
+  if (progress.total == 0) return cut(activity + " ...", width);
+  const std::string share = bar(progress.done, progress.total);
+  if (width < kShortestActivity + 2 + share.size()) return cut(activity, width);
+  return fmt::format("{}  {}", cut(activity, width - share.size() - 2), share);
+}
+
+ProgressDisplay::ProgressDisplay()
+    : next_(Clock::now() + 1s),
+      subscription_(isTerminal(stderr)
+                        ? corvan::ProgressListener([this](const auto& progress) { show(progress); })
+                        : corvan::ProgressListener()) {}
+
+ProgressDisplay::~ProgressDisplay() { eraseProgress(); }
+
+void ProgressDisplay::show(const corvan::Progress& progress) {
+  const Clock::time_point now = Clock::now();
+  if (now < next_) return;
+  next_ = now + 200ms;
+  isProgressShown = true;
+  // The last column stays free: a full line would move some terminals to the next one.
+  const std::string line = progressLine(progress, columnsOf(stderr) - 1);
+  printError(fmt::format("\r{}\x1b[K", line));
+}
+
+void eraseProgress() {
+  if (isProgressShown) printError("\r\x1b[K");
+  isProgressShown = false;
 }
 
 }  // namespace tavlox::cli

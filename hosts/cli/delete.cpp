@@ -5,6 +5,7 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "platform/errors/exceptions.h"
+#include "platform/files/filesystem.h"
 
 namespace tavlox::cli {
 namespace {
@@ -13,7 +14,8 @@ using Texts = std::vector<std::u16string>;
 
 /// A bare name deletes user files only, whatever else is listed under it.
 void refuseOutsideUserFolder(const Texts& listed, const Request& request) {
-  if (request.has("--force") || !isPackagePath(request.one("ENTRY"))) return;
+  const bool isByName = !fl::filesystem::is_absolute_path_when_expanded(request.one("ENTRY"));
+  if (isByName || request.has("--force")) return;
   Texts outside = listed;
   std::erase_if(outside, [](const std::u16string& path) { return path.starts_with(kUserFolder); });
   if (outside.empty()) return;

@@ -24,7 +24,7 @@ bool isTaken(const std::u16string& path) {
 /// The module overwrites without asking. Asked for by a path, an entry is written to that path below the
 /// folder; by a bare name, only user files are written, to their path less /user/.
 void refuseToOverwrite(const Texts& listed, const std::u16string& search, const std::u16string& folder) {
-  const bool isByPath = isPackagePath(search);
+  const bool isByPath = fs::is_absolute_path_when_expanded(search);
   Texts taken;
   for (const std::u16string& entry : listed) {
     // "*" and an empty text list everything, but get no more than what is called so.

@@ -29,9 +29,6 @@ corvan::HostArray callForArray(const zobs::COSInterfacePointer& file, std::strin
 /// remove something; this is how a command knows beforehand, and tells afterwards.
 std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, const std::u16string& search);
 
-/// Whether a search is a path of the package, rather than the name of files in any folder.
-inline bool isPackagePath(std::u16string_view search) { return search.find(u'/') != search.npos; }
-
 /// Where people's own files lie; what lies elsewhere belongs to the recorded session.
 inline constexpr std::u16string_view kUserFolder = u"/user/";
 

@@ -1,7 +1,7 @@
 import os
 import unittest
 
-from program import CONTENT_TYPES, ProgramTest
+from program import CONTENT_TYPES, HOT, ProgramTest
 
 
 class BadFiles(ProgramTest):
@@ -10,13 +10,13 @@ class BadFiles(ProgramTest):
         session = self.record("sound.tavlox").read_bytes()
         (self.folder / "folder").mkdir()
         self.write("empty", "")
-        self.write("text", "not a package\n" * 100)
+        self.write("te\txt", "not a package\n" * 100)
         self.write("truncated", session[:-100])
         self.write("flipped", session.replace(b"PK\x01\x02", b"PK\x01\x03", 1))
         self.write_package("archive", {"a.txt": "an archive, not a package"})
         self.write_package("broken types", {"[Content_Types].xml": "<Types"})
         self.write_package("broken links", {"[Content_Types].xml": CONTENT_TYPES, "_rels/.rels": "<x/>"})
-        return ["folder", "empty", "text", "truncated", "flipped", "archive", "broken types", "broken links"]
+        return ["folder", "empty", "te\txt", "truncated", "flipped", "archive", "broken types", "broken links"]
 
     def test_every_command_refuses_it_untouched_and_says_which_rule_it_breaks(self):
         for name in self.write_bad_files():
@@ -34,12 +34,40 @@ class BadFiles(ProgramTest):
             self.assertEqual(None if path.is_dir() else path.read_bytes(), before)
             self.assertEqual(self.names_in_folder(), names)
 
+        self.assertRegex(self.run_program("info", "te\txt", exit_code=1)[1],
+                         r'^tavlox: error: The file "te\\txt" cannot be read\. .* \[tavlox:general:UnableToReadFile\]\n'
+                         r"  because: .* \[opc:zip:NotAnArchive\]\n$")
+
     def test_a_missing_file_is_called_missing(self):
         for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o", "no"],
                       ["signals", "no"], ["add", "no", "no"], ["get", "no", "a"]):
             with self.subTest(words):
                 error = self.error_of(*words)
                 self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
+
+
+class BadTables(ProgramTest):
+    def test_nothing_is_made_of_one_and_nothing_replaced_unless_asked(self):
+        self.write("good.csv", HOT)
+        self.write("bad.csv", "time,v\n0,1\n1,2,3\n")
+        self.write("old", "precious")
+        (self.folder / "folder").mkdir()
+        (self.folder / "link").symlink_to("good.csv")
+        names = self.names_in_folder()
+        for words, identifier, arguments in [
+                (["old", "good.csv", "bad.csv", "--force"], "UnevenRow", ["bad.csv", "3", "3", "2"]),
+                (["new", "folder"], "CannotReadTable", ["folder", "Is a directory"]),
+                (["old", "good.csv"], "OutputExists", ["old"]),
+                (["good.csv", "good.csv", "--force"], "OutputIsTable", ["good.csv"]),
+                (["link", "good.csv", "--force"], "OutputIsTable", ["link"])]:
+            with self.subTest(words):
+                error = self.error_of("record", *words)
+                self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:record:" + identifier, arguments))
+                self.assertEqual(self.names_in_folder(), names)
+                self.assertEqual([(self.folder / name).read_text() for name in ("old", "good.csv")], ["precious", HOT])
+        self.output_of("record", "old", "good.csv", "--force")
+        self.assertEqual(self.json_of("info", "old")["NumRuns"], 1)
+        self.assertEqual(self.names_in_folder(), names)
 
 
 class DamagedSessions(ProgramTest):

@@ -1,4 +1,4 @@
-"""Runs the built program in a folder of the test's own, and reads the packages it makes with Python's own zipfile."""
+"""Runs the built program in a folder of the test's own, and reads the packages it makes with programs that are not ours."""
 
 import json
 import os
@@ -10,7 +10,7 @@ import zipfile
 from pathlib import Path
 
 PROGRAM = os.environ["TAVLOX_PROGRAM"]
-EXAMPLES = Path(os.environ["TAVLOX_EXAMPLES"])
+SOURCES = Path(os.environ["TAVLOX_SOURCES"])
 
 HOT = "time [s],v(out) [V],i(r1) [A]\n0,0,0\n0.1,0.5,1e-3\n0.2,0.75,5e-4\n"
 COLD = "time [ms],v(out) [V]\n10,0\n20,1\n50,nan\n"
@@ -19,7 +19,8 @@ CONTENT_TYPES = '<Types xmlns="http://schemas.openxmlformats.org/package/2006/co
 
 class ProgramTest(unittest.TestCase):
     def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="tavlox-test-"))
+        # A path that nobody may split at a space or take for ASCII.
+        self.folder = Path(tempfile.mkdtemp(prefix="tavlox tést-"))
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
 
     def run_program(self, *words, exit_code=0, **options):
@@ -66,7 +67,9 @@ class ProgramTest(unittest.TestCase):
                 package.writestr(entry, data)
 
     def parts(self, name="s.tavlox"):
-        """Every entry of a package with its data; zipfile checks the checksums."""
+        """Every entry of a package with its data, once unzip and 7z have found all of it sound."""
+        for words in (["unzip", "-tqq"], ["7z", "t", "-bso0", "-bsp0"]):
+            subprocess.run([*words, self.folder / name], check=True, timeout=60)
         with zipfile.ZipFile(self.folder / name) as package:
             names = package.namelist()
             self.assertEqual(len(names), len(set(names)))

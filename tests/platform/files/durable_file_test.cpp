@@ -136,7 +136,7 @@ TEST_F(DurableFileTest, ExtendedAttributesAndAccessListsAreKept) {
   {
     SystemCalls calls;
     calls.failing["fsetxattr"] = ENOSPC;
-    EXPECT_EQ(support::identifierRaisedBy([&] { save(file, "newer"); }), "opc:save:CannotKeepAttribute");
+    EXPECT_EQ(support::ruleOf([&] { save(file, "newer"); }), "opc:save:CannotKeepAttribute");
     EXPECT_EQ(folder.read("s.tavlox"), "new");
   }
   if (!hasLists) GTEST_SKIP() << "no access lists here";

@@ -17,7 +17,7 @@
 
 namespace fs = fl::filesystem;
 namespace std_fs = std::filesystem;
-using support::identifierRaisedBy;
+using support::ruleOf;
 
 namespace {
 
@@ -67,12 +67,12 @@ TEST_F(Filesystem, ExistsUnlessTheSystemSaysOtherwise) {
   };
   for (const std::u16string& path : kMissing) {
     EXPECT_FALSE(fs::exists(path));
-    EXPECT_NE(identifierRaisedBy([&] { fs::status(path); }), "");
+    EXPECT_NE(ruleOf([&] { fs::status(path); }), "");
   }
   chmod(folder.narrow("locked").c_str(), 0);
   const support::Unprivileged user;
   EXPECT_TRUE(fs::exists(wide("locked/inside.txt")));
-  EXPECT_EQ(identifierRaisedBy([&] { fs::status(wide("locked/inside.txt")); }), "fl:filesystem:StatusFailed");
+  EXPECT_EQ(ruleOf([&] { fs::status(wide("locked/inside.txt")); }), "fl:filesystem:StatusFailed");
 }
 
 TEST_F(Filesystem, FoldersAreMadeChangedAndRemoved) {
@@ -87,7 +87,7 @@ TEST_F(Filesystem, FoldersAreMadeChangedAndRemoved) {
   EXPECT_TRUE(fs::remove(wide("link")));
   EXPECT_EQ(folder.read("target"), "kept");
 
-  const auto raised = [](const auto& action) { return identifierRaisedBy(action); };
+  const auto raised = [](const auto& action) { return ruleOf(action); };
   EXPECT_EQ(raised([&] { fs::set_permissions(wide("missing"), fs::Permissions::OwnerAll); }),
             "fl:filesystem:PermissionsFailed");
   EXPECT_EQ(raised([&] { fs::create_directories(wide("target/below")); }),
@@ -156,7 +156,7 @@ TEST_F(Filesystem, InputFilesAreFiles) {
   ASSERT_EQ(mkfifo(folder.narrow("pipe").c_str(), 0600), 0);
   std_fs::create_symlink("loop", folder.path() / "loop");
   const auto opening = [&](const std::string& name) {
-    return identifierRaisedBy([&] { fs::InputFile file(folder.narrow(name)); });
+    return ruleOf([&] { fs::InputFile file(folder.narrow(name)); });
   };
   for (const auto& name :
        {std::string("missing.zip"), std::string("locked.zip/x"), std::string("pipe\0", 5)}) {
@@ -173,7 +173,7 @@ TEST(TemporaryFolder, IsTheChosenOne) {
   setenv("TMPDIR", "/var/größe", 1);
   EXPECT_EQ(fs::temp_directory_path(), u"/var/größe");
   setenv("TMPDIR", "/\xFF", 1);
-  EXPECT_EQ(identifierRaisedBy([] { fs::temp_directory_path(); }), "fl:filesystem:PathNotUtf8");
+  EXPECT_EQ(ruleOf([] { fs::temp_directory_path(); }), "fl:filesystem:PathNotUtf8");
   setenv("TMPDIR", "", 1);
   EXPECT_EQ(fs::temp_directory_path(), u"/tmp");
 }

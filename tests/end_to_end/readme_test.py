@@ -1,0 +1,28 @@
+import os
+import re
+import subprocess
+import unittest
+
+from program import PROGRAM, SOURCES, ProgramTest
+
+
+class Readme(ProgramTest):
+    def test_its_host_compiles_and_prints_what_it_says(self):
+        section = (SOURCES / "README.md").read_text(encoding="utf-8").split("## How a host loads the module")[1]
+        code = re.search(r"```cpp\n(.*?)```", section, re.DOTALL)[1]
+        command, output = re.search(r"```\n\$ (.*?)\n(.*?)```", section, re.DOTALL).groups()
+        # The example runs in a fresh clone; here the build may lie elsewhere, so its paths are links.
+        self.write("host.cpp", code)
+        (self.folder / "src").symlink_to(SOURCES / "src")
+        (self.folder / "build/example").mkdir(parents=True)
+        (self.folder / "build/release").symlink_to(os.path.dirname(os.path.dirname(PROGRAM)))
+        self.record("build/example/rc_filter.tavlox")
+        # What a sanitizer watches has to be compiled for it.
+        command = command.replace("g++", os.environ.get("TAVLOX_COMPILER", "g++"), 1)
+        done = subprocess.run(command, shell=True, cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              timeout=120, text=True)
+        self.assertEqual((done.stdout, done.returncode), (output, 0))
+
+
+if __name__ == "__main__":
+    unittest.main()

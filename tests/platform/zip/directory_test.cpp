@@ -1,25 +1,208 @@
 #include "platform/zip/directory.h"
 
-#include <cstdlib>
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include "platform/errors/package_errors.h"
-#include "platform/zip/entry_reader.h"
-#include "tests/platform/zip/read_archive.h"
-#include "tests/support/archive_builder.h"
-#include "tests/support/raised.h"
+#include "tests/platform/zip/archives.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/support/unprivileged.h"
 
 namespace zip {
 namespace {
 
 using support::ArchiveBuilder;
 using Packing = ArchiveBuilder::Packing;
+using support::extraField;
+using support::littleEndian;
+
+struct Case {
+  const char* what;
+  const char* rule;  ///< "" for a sound archive
+  void (*change)(ArchiveBuilder&);
+};
+
+void check(const Case& now) {
+  SCOPED_TRACE(now.what);
+  support::TemporaryFolder folder;
+  ArchiveBuilder archive = twoEntries();
+  now.change(archive);
+  const std::string path = folder.write("archive.zip", archive.bytes()).string();
+  EXPECT_EQ(ruleOf(path), *now.rule == '\0' ? "" : std::string("opc:zip:") + now.rule);
+  if (*now.rule != '\0') return;
+  EXPECT_NE(readAll(path).find("first.txt=some text;second.txt=more text;"), std::string::npos);
+}
+
+std::string unicodePath(const std::string& of, const std::string& name) {
+  return extraField(0x7075, "\1" + littleEndian(support::checksumOf(of), 4) + name);
+}
+
+const Case kHostile[] = {
+    // The end of the archive.
+    {"no end record", "NotAnArchive", [](auto& a) { a.end.commentSize = 1; }},
+    {"too much behind the end", "NotAnArchive", [](auto& a) { a.trailing = std::string(17, ' '); }},
+    {"a second end record in the comment", "NotAnArchive",
+     [](auto& a) { a.end.comment = "PK\5\6" + std::string(30, 'x'); }},
+    {"a disk of several", "SeveralDisks", [](auto& a) { a.end.disk = 1; }},
+    {"entries on other disks", "SeveralDisks", [](auto& a) { a.end.entriesOnDisk = 1; }},
+    {"an entry on another disk", "SeveralDisks", [](auto& a) { a.entries[1].disk = 2; }},
+    {"directory size too small", "DirectoryMisplaced", [](auto& a) { a.end.directorySize = 55; }},
+    {"directory larger than the file", "DirectoryMisplaced",
+     [](auto& a) { a.end.directorySize = 0x7FFFFFFF; }},
+    {"offsets that do not count a stub", "DirectoryMisplaced",
+     [](auto& a) { a.end.directoryOffset = a.bytes().size() - 22 - 2 * 46 - 19 - 4; }},
+    {"bytes between directory and end", "DirectoryMisplaced", [](auto& a) { a.beforeEnd = "x"; }},
+    {"one entry less than declared", "EntryCountDiffers",
+     [](auto& a) { a.end.entries = a.end.entriesOnDisk = 1; }},
+    {"far more entries than fit", "EntryCountDiffers",
+     [](auto& a) { a.end.entries = a.end.entriesOnDisk = 60000; }},
+    {"record past the directory's end", "RecordBroken",
+     [](auto& a) { a.entries[1].central.extra = littleEndian(0, 4), a.entries[1].central.extraSize = 5; }},
+    {"no record where one should be", "RecordBroken", [](auto& a) { a.entries[0].central.extraSize = 1; }},
+    {"ZIP64 record of another size", "Zip64EndBroken", [](auto& a) { a.zip64End.emplace().recordSize = 45; }},
+    {"ZIP64 record elsewhere", "Zip64EndBroken", [](auto& a) { a.zip64End.emplace().recordOffset = 0; }},
+    {"ZIP64 record past the file", "Zip64EndBroken",
+     [](auto& a) { a.zip64End.emplace().recordOffset = ~0ULL; }},
+    {"ZIP64 record says other things", "EndRecordsDiffer", [](auto& a) { a.zip64End.emplace().entries = 1; }},
+    {"ZIP64 locator of several disks", "SeveralDisks", [](auto& a) { a.zip64End.emplace().disks = 2; }},
+    {"ZIP64 directory size that wraps around", "DirectoryMisplaced",
+     [](auto& a) { a.end.directorySize = 0xFFFFFFFF, a.zip64End.emplace().directorySize = ~0ULL - 5; }},
+    {"ZIP64 count of entries that wraps around", "TooManyEntries",
+     [](auto& a) { a.end.entries = a.end.entriesOnDisk = 0xFFFF, a.zip64End.emplace().entries = ~0ULL; }},
+
+    // Names.
+    {"no name", "EmptyName", [](auto& a) { a.entries[0].central.name = ""; }},
+    {"NUL in a name", "NameWithNul", [](auto& a) { a.entries[0].central.name[5] = '\0'; }},
+    {"climbs at the start", "NameClimbs", [](auto& a) { a.add("../x", ""); }},
+    {"climbs inside", "NameClimbs", [](auto& a) { a.add("a/../../x", ""); }},
+    {"climbs at the end", "NameClimbs", [](auto& a) { a.add("a..b/..", ""); }},
+    {"climbs with backslashes", "NameClimbs", [](auto& a) { a.add("a\\..\\x", ""); }},
+    {"a name twice", "DuplicateName", [](auto& a) { a.add("first.txt", "other text"); }},
+    {"a second name in the directory", "TwoNames",
+     [](auto& a) { a.entries[0].central.extra = unicodePath("first.txt", "other.txt"); }},
+    {"a second name in the local header, its checksum stale", "TwoNames",
+     [](auto& a) { a.entries[0].local.extra = unicodePath("old.txt", "other.txt"); }},
+    {"a name in two encodings", "TwoNames", [](auto& a) { a.add("\xC3\xA4", "").local.flags = 1 << 11; }},
+
+    // What an entry says of itself in the directory.
+    {"encrypted", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1; }},
+    {"encrypted in the local header only", "Encrypted", [](auto& a) { a.entries[0].local.flags = 1; }},
+    {"strongly encrypted", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1 << 6; }},
+    {"masked local headers", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1 << 13; }},
+    {"method 12", "UnsupportedMethod", [](auto& a) { a.entries[0].central.method = 12; }},
+    {"a patch", "UnsupportedMethod", [](auto& a) { a.entries[0].central.flags = 1 << 5; }},
+    {"stored with two sizes", "StoredSizesDiffer", [](auto& a) { a.entries[1].central.size = 8; }},
+    {"extra field past its end", "ExtraFieldBroken",
+     [](auto& a) { a.entries[0].central.extra = littleEndian(9, 2) + littleEndian(1, 2); }},
+    {"two ZIP64 fields", "ExtraFieldBroken",
+     [](auto& a) { a.entries[0].useZip64(0), a.entries[0].central.extra += a.entries[0].central.extra; }},
+    {"ZIP64 field too short", "Zip64FieldBroken",
+     [](auto& a) {
+       a.entries[0].central.size = 0xFFFFFFFF, a.entries[0].central.extra = extraField(1, "1234567");
+     }},
+    {"ZIP64 offset past the file", "EntryOutOfBounds", [](auto& a) { a.entries[0].useZip64(~0ULL - 40); }},
+    {"ZIP64 size past the file", "EntryOutOfBounds",
+     [](auto& a) { a.entries[0].central.compressedSize = ~0ULL - 40, a.entries[0].useZip64(0); }},
+
+    // Where entries lie.
+    {"header past the file", "EntryOutOfBounds", [](auto& a) { a.entries[1].offset = 0xFFFFFF; }},
+    {"header in the directory", "EntryOutOfBounds",
+     [](auto& a) { a.entries[1].offset = a.bytes().size() - 70; }},
+    {"data reaches into the directory", "EntryOutOfBounds", [](auto& a) { a.entries[1].data.pop_back(); }},
+    {"data reaches into the next entry", "EntriesOverlap",
+     [](auto& a) { a.entries[0].central.compressedSize = a.entries[0].local.compressedSize += 1; }},
+    {"two records of one entry", "EntriesOverlap", [](auto& a) { a.entries[1].offset = 0; }},
+    {"an entry inside another's data", "EntriesOverlap",
+     [](auto& a) {
+       auto& outer = a.add("outer", "", Packing::Stored);
+       const std::string inner = twoEntries().bytes().substr(secondOffset());
+       outer.data = inner.substr(0, 30 + 10 + 9);
+       for (auto* header : {&outer.local, &outer.central}) {
+         header->size = header->compressedSize = outer.data.size();
+         header->checksum = support::checksumOf(outer.data);
+       }
+       a.entries[1].offset = secondOffset() + 30 + 10 + 9 + 30 + 5;
+     }},
+    {"no header there", "LocalHeaderMissing", [](auto& a) { a.entries[0].offset = 1; }},
+
+    // Local header and descriptor against the directory.
+    {"another name", "LocalNameDiffers", [](auto& a) { a.entries[0].local.name = "First.txt"; }},
+    {"another method", "LocalMethodDiffers", [](auto& a) { a.entries[0].local.method = 0; }},
+    {"another size", "LocalSizesDiffer", [](auto& a) { a.entries[0].local.size = 10; }},
+    {"another compressed size", "LocalSizesDiffer", [](auto& a) { --a.entries[0].local.compressedSize; }},
+    {"sizes left open without a descriptor", "LocalSizesDiffer",
+     [](auto& a) { a.entries[0].local.size = a.entries[0].local.compressedSize = 0; }},
+    {"another ZIP64 size", "LocalSizesDiffer",
+     [](auto& a) { a.entries[0].useZip64(0), ++a.entries[0].local.extra[4]; }},
+    {"another checksum", "LocalChecksumDiffers", [](auto& a) { ++a.entries[0].local.checksum; }},
+    {"another checksum in the descriptor", "DescriptorDiffers",
+     [](auto& a) { a.entries[0].stream(), ++a.entries[0].descriptor[4]; }},
+    {"another size in a descriptor without signature", "DescriptorDiffers",
+     [](auto& a) { a.entries[0].stream(""), ++a.entries[0].descriptor[8]; }},
+    {"descriptor that lies though the header is right", "DescriptorDiffers",
+     [](auto& a) {
+       const auto local = a.entries[0].local;
+       a.entries[0].stream(), a.entries[0].local = local, a.entries[0].local.flags = 8,
+                              ++a.entries[0].descriptor[12];
+     }},
+    {"no descriptor", "DescriptorDiffers",
+     [](auto& a) { a.entries[1].stream(), a.entries[1].descriptor = ""; }},
+    {"no room for the descriptor", "DescriptorDiffers",
+     [](auto& a) { a.entries[1].stream(), a.entries[1].descriptor.resize(8); }},
+
+    // The data itself.
+    {"wrong checksum everywhere", "ChecksumDiffers",
+     [](auto& a) { a.entries[0].central.checksum = ++a.entries[0].local.checksum; }},
+    {"stored byte changed", "ChecksumDiffers", [](auto& a) { a.entries[1].data[3] ^= 1; }},
+    {"declared too long", "DataTooShort",
+     [](auto& a) { a.entries[0].central.size = ++a.entries[0].local.size; }},
+    {"declared too short", "DataTooLong",
+     [](auto& a) { a.entries[0].central.size = --a.entries[0].local.size; }},
+    {"declared empty", "DataTooLong",
+     [](auto& a) { a.entries[0].central.size = a.entries[0].local.size = 0; }},
+    {"stream that does not end", "DataTooShort", [](auto& a) { a.entries[0].data[0] = 0; }},
+    {"no stream at all", "DataBroken", [](auto& a) { a.entries[0].data[0] = 7; }},
+    {"bytes behind the stream", "DataTooLong",
+     [](auto& a) {
+       a.entries[0].data += "x";
+       a.entries[0].central.compressedSize = ++a.entries[0].local.compressedSize;
+     }},
+};
+
+TEST(Directory, RefusesWhatReadersCouldDisagreeAboutAndNamesTheRule) {
+  for (const Case& hostile : kHostile) check(hostile);
+}
+
+const Case kSound[] = {
+    {"as it is", "", [](auto&) {}},
+    {"comment", "", [](auto& a) { a.end.comment = std::string(65535, 'c'); }},
+    {"one byte behind the end", "", [](auto& a) { a.trailing = "\n"; }},
+    {"padded to a block", "", [](auto& a) { a.end.comment = "c", a.trailing = std::string(16, '\0'); }},
+    {"stub counted by every offset", "", [](auto& a) { a.entries[0].before = "#!/bin/sh\n"; }},
+    {"gap between entries", "", [](auto& a) { a.entries[1].before = std::string(70000, 'g'); }},
+    {"other times in the local headers", "", [](auto& a) { a.entries[0].local.time = 0; }},
+    {"flag of a descriptor, numbers in the header, no descriptor", "",
+     [](auto& a) { a.entries[0].local.flags = a.entries[0].central.flags = 8; }},
+    {"descriptor", "", [](auto& a) { a.entries[0].stream(), a.entries[1].stream(); }},
+    {"descriptor without signature", "", [](auto& a) { a.entries[0].stream(""), a.entries[1].stream(""); }},
+    {"wide descriptor", "",
+     [](auto& a) { a.entries[0].stream("PK\7\10", 8), a.entries[1].stream("PK\7\10", 8); }},
+    {"wide descriptor without signature", "",
+     [](auto& a) { a.entries[0].stream("", 8), a.entries[1].stream("", 8); }},
+    {"wide descriptor of an empty entry", "",
+     [](auto& a) { a.add("empty", "", Packing::Stored).stream("PK\7\10", 8); }},
+    {"ZIP64 fields", "",
+     [](auto& a) { a.entries[0].useZip64(0), a.entries[1].useZip64(secondOffset() + 20); }},
+    {"ZIP64 end", "", [](auto& a) { a.zip64End.emplace().extension = "future", a.end.entries = 0xFFFF; }},
+    {"aligned with three bytes of padding", "", [](auto& a) { a.entries[0].local.extra.assign(3, '\0'); }},
+    {"the same name once more in an extra field", "",
+     [](auto& a) { a.entries[0].central.extra = unicodePath("first.txt", "first.txt"); }},
+    {"dots that do not climb", "",
+     [](auto& a) { a.add("..a/b../...", ""), a.add("a..b", ""), a.add("...", ""); }},
+};
+
+TEST(Directory, IsNotStricterThanTheWorld) {
+  for (const Case& sound : kSound) check(sound);
+}
 
 TEST(Directory, TellsWhereEntriesLieAndWhichAreLinks) {
   support::TemporaryFolder folder;
@@ -62,16 +245,10 @@ TEST(Directory, KeepsTheDirectorysOrderWhenEntriesLieInAnother) {
 TEST(Directory, KeepsToItsLimits) {
   support::TemporaryFolder folder;
   const fl::filesystem::InputFile file(folder.write("a.zip", twoEntries().bytes()).string());
-  Limits limits;
-  limits.entries = 2;
-  limits.directoryBytes = 2 * 46 + 19;
-  EXPECT_EQ(Directory::read(file, limits).entries().size(), 2U);
-  limits.entries = 1;
-  EXPECT_EQ(support::raisedBy([&] { Directory::read(file, limits); }),
+  EXPECT_EQ(Directory::read(file, {.entries = 2, .directoryBytes = 2 * 46 + 19}).entries().size(), 2U);
+  EXPECT_EQ(support::raisedBy([&] { Directory::read(file, {.entries = 1}); }),
             "opc:zip:TooManyEntries(" + file.path() + ", 1)");
-  limits = {};
-  limits.directoryBytes = 110;
-  EXPECT_EQ(support::raisedBy([&] { Directory::read(file, limits); }),
+  EXPECT_EQ(support::raisedBy([&] { Directory::read(file, {.directoryBytes = 110}); }),
             "opc:zip:DirectoryTooLarge(" + file.path() + ", 110)");
 }
 
@@ -119,14 +296,14 @@ TEST(Directory, NeverGivesOtherBytesAfterAFlip) {
 }
 
 std::string madeBy(const support::TemporaryFolder& folder, const std::string& command) {
-  const std::string all =
-      "cd '" + folder.path().string() + "' && rm -f out.zip && { " + command + "; } >/dev/null 2>&1";
-  EXPECT_EQ(std::system(all.c_str()), 0) << command;
+  const outside::Outcome outcome =
+      outside::run("cd '" + folder.path().string() + "' && rm -f out.zip && { " + command + "; }");
+  EXPECT_EQ(outcome.status, 0) << command << outcome.output;
   return folder.narrow("out.zip");
 }
 
 std::string python(const std::string& program) {
-  return "/usr/bin/python3 -c \"import zipfile, io, sys\n" + program + "\"";
+  return "/usr/bin/python3 -c \"import zipfile\n" + program + "\"";
 }
 
 TEST(Directory, OpensWhatOtherProgramsWrite) {
@@ -138,52 +315,29 @@ TEST(Directory, OpensWhatOtherProgramsWrite) {
   folder.write("sub/Größe.txt", "umlaut");
   const std::string inPython = "z = zipfile.ZipFile('out.zip', 'w', zipfile.ZIP_DEFLATED)\n";
   const struct {
-    const char* what;
-    std::string command;
-    std::string expected;  ///< part of what is read
+    std::string command, expected;  ///< part of what is read
   } kCommands[] = {
-      {"zip", "zip -r out.zip text.csv empty sub", "text.csv=" + text + ";empty=;"},
-      {"zip, stored, with a comment", "echo remark | zip -0 -z out.zip text.csv empty", "text.csv=" + text},
-      {"zip, streamed in and out", "cat text.csv | zip - - | cat > out.zip", "-=" + text},
-      {"zip, forced ZIP64", "zip -fz out.zip text.csv empty", "text.csv=" + text},
-      {"zip, link kept", "ln -sf empty link && zip -y out.zip link text.csv", "link=empty;"},
-      {"zip, self-extractor", "zip in.zip text.csv && cat empty /bin/true in.zip > out.zip && zip -A out.zip",
-       text},
-      {"7z", "7z a -tzip out.zip text.csv empty sub", "text.csv=" + text},
-      {"7z, best", "7z a -tzip -mx=9 out.zip text.csv", "text.csv=" + text},
-      {"python", python(inPython + "z.write('text.csv')\nz.comment=b'note'\nz.close()"), "text.csv=" + text},
-      {"python, forced ZIP64",
-       python(inPython +
-              "f = z.open('text.csv', 'w', force_zip64=True)\nf.write(open('text.csv','rb').read())\n"
-              "f.close()\nz.close()"),
+      {"zip -r out.zip text.csv empty sub", "text.csv=" + text + ";empty=;"},
+      {"echo remark | zip -0 -z out.zip text.csv empty", "text.csv=" + text},
+      {"cat text.csv | zip - - | cat > out.zip", "-=" + text},
+      {"zip -fz out.zip text.csv empty", "text.csv=" + text},
+      {"ln -sf empty link && zip -y out.zip link text.csv", "link=empty;"},
+      {"zip in.zip text.csv && cat empty /bin/true in.zip > out.zip && zip -A out.zip", text},
+      {"7z a -tzip out.zip text.csv empty sub", "text.csv=" + text},
+      {"7z a -tzip -mx=9 out.zip text.csv", "text.csv=" + text},
+      {python(inPython + "z.write('text.csv')\nz.comment=b'note'\nz.close()"), "text.csv=" + text},
+      {python(inPython + "with z.open('text.csv', 'w', force_zip64=True) as f: "
+                         "f.write(open('text.csv','rb').read())\nz.close()"),
        "text.csv=" + text},
-      {"python, to a pipe",
-       python("class Pipe(io.RawIOBase):\n  def writable(self): return True\n  def write(self, b): return "
-              "sys.stdout.buffer.write(b)\nz = zipfile.ZipFile(Pipe(), 'w', zipfile.ZIP_DEFLATED)\n"
-              "z.write('text.csv')\nz.writestr('empty', '')\nz.close()") +
-           " | cat > piped.zip && mv piped.zip out.zip",
-       "text.csv=" + text + ";empty=;"},
-      {"python, nothing in it", python(inPython + "z.close()"), ""},
+      {python(inPython + "z.close()"), ""},
   };
   for (const auto& now : kCommands) {
-    SCOPED_TRACE(now.what);
+    SCOPED_TRACE(now.command);
     const std::string path = madeBy(folder, now.command);
     EXPECT_EQ(support::raisedBy([&] { EXPECT_NE(readAll(path).find(now.expected), std::string::npos); }), "");
   }
   folder.write("small.csv", text.substr(0, 400));
   flipEveryByte(madeBy(folder, "zip out.zip small.csv empty"));
-}
-
-TEST(Directory, ReadsSeventyThousandEntries) {
-  support::TemporaryFolder folder;
-  const std::string path =
-      madeBy(folder, python("z = zipfile.ZipFile('out.zip', 'w')\nfor i in range(70000): "
-                            "z.writestr('part%d' % i, str(i))\nz.close()"));
-  const auto file = std::make_shared<const fl::filesystem::InputFile>(path);
-  const Directory directory = Directory::read(*file);
-  ASSERT_EQ(directory.entries().size(), 70000U);
-  EXPECT_EQ(directory.entries()[69999].name, "part69999");
-  EXPECT_EQ(readWhole(file, directory.entries()[69999], 10), "69999");
 }
 
 }  // namespace

@@ -5,8 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/errors/package_errors.h"
-#include "tests/support/archive_builder.h"
-#include "tests/support/raised.h"
+#include "tests/platform/zip/archives.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zip {
@@ -14,12 +13,6 @@ namespace {
 
 using support::ArchiveBuilder;
 using Packing = ArchiveBuilder::Packing;
-
-std::string sampleText() {
-  std::string text;
-  for (int i = 0; i < 90000; ++i) text += std::to_string(i * 7919 % 100003) + ",";
-  return text;
-}
 
 /// One archive with one entry of `content`, opened.
 struct OneEntry {
@@ -36,7 +29,7 @@ struct OneEntry {
 };
 
 TEST(EntryReader, GivesTheSameBytesInPiecesOfAnySize) {
-  const std::string text = sampleText();
+  const std::string text = samples::rows(500'000);
   for (const Packing packing : {Packing::Stored, Packing::Deflated}) {
     ArchiveBuilder archive;
     archive.add("text", text, packing);
@@ -71,7 +64,7 @@ TEST(EntryReader, ChecksBeforeTheLastByteIsHandedOut) {
 TEST(EntryReader, ReportsAFileThatShrank) {
   for (const Packing packing : {Packing::Stored, Packing::Deflated}) {
     ArchiveBuilder archive;
-    archive.add("text", sampleText(), packing);
+    archive.add("text", samples::rows(500'000), packing);
     const OneEntry one(archive);
     std::filesystem::resize_file(one.file->path(), 1000);
     EXPECT_EQ(support::raisedBy([&] { readWhole(one.file, one.entry(), 1 << 24); }),

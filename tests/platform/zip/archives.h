@@ -1,0 +1,124 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "platform/errors/package_errors.h"
+#include "platform/zip/directory.h"
+#include "platform/zip/entry_reader.h"
+#include "tests/support/archive_builder.h"
+#include "tests/support/raised.h"
+
+/// Programs that are not ours, to read what is written here and to write what is read.
+namespace outside {
+
+struct Outcome {
+  int status;
+  std::string output;
+};
+
+inline Outcome run(const std::string& command) {
+  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return {-1, "cannot run " + command};
+  std::string output;
+  std::array<char, 4096> buffer{};
+  while (const std::size_t count = fread(buffer.data(), 1, buffer.size(), pipe))
+    output.append(buffer.data(), count);
+  const int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+/// Runs Python lines with `zipfile` imported and the path of an archive as `path`.
+inline Outcome python(const std::string& path, const std::string& lines) {
+  return run("/usr/bin/python3 -c 'import sys, zipfile, struct\npath = sys.argv[1]\n" + lines + "' '" + path +
+             "'");
+}
+
+/// "" if both command-line tools find the archive sound, data and all; else what they say.
+inline std::string complaintsAbout(const std::string& path) {
+  for (const std::string& command : {"unzip -tqq '" + path + "'", "7z t -bd '" + path + "'"}) {
+    const Outcome outcome = run(command);
+    const bool warns = outcome.output.find("WARNING") != std::string::npos;
+    if (outcome.status != 0 || warns) return command + ": " + outcome.output;
+  }
+  return "";
+}
+
+}  // namespace outside
+
+namespace samples {
+
+/// Bytes that cannot be made smaller, the same in every run.
+inline std::string noise(std::size_t size) {
+  std::mt19937_64 engine(7);
+  std::string bytes;
+  for (bytes.reserve(size + 8); bytes.size() < size;) {
+    const std::uint64_t number = engine();
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+/// Digits without a pattern: deflating leaves about half of them.
+inline std::string digits(std::size_t size) {
+  std::string text = noise(size);
+  for (char& letter : text) letter = static_cast<char>('0' + (letter & 15));
+  return text;
+}
+
+/// Rows of numbers, as a recorder writes them.
+inline std::string rows(std::size_t size) {
+  std::mt19937 engine(11);
+  std::string text = "time [s],voltage [V]\n";
+  for (int i = 0; text.size() < size; ++i)
+    text += std::to_string(i) + "," + std::to_string(engine() / 1e6) + "\n";
+  text.resize(size);
+  return text;
+}
+
+}  // namespace samples
+
+namespace zip {
+
+/// Every entry of an archive, as "name=content;".
+inline std::string readAll(const std::string& path) {
+  const auto file = std::make_shared<const fl::filesystem::InputFile>(path);
+  const Directory directory = Directory::read(*file);
+  std::string all;
+  for (const Entry& entry : directory.entries()) {
+    all += std::string(entry.name) + "=" + readWhole(file, entry, 1 << 25) + ";";
+  }
+  return all;
+}
+
+/// The rule that refuses the file, "" if it is read to the end.
+inline std::string ruleOf(const std::string& path) {
+  try {
+    readAll(path);
+  } catch (const opc::Exception& error) {
+    EXPECT_EQ(support::describe(error).find(error.GetID() + "(" + path), 0U) << "the path comes first";
+    // A text exists, with a place for everything it is given.
+    EXPECT_NE(std::string(error.what()).find(path), std::string::npos) << error.what();
+    return error.GetID();
+  }
+  return "";
+}
+
+/// Two entries, in this order: "first" deflated, "second" stored.
+inline support::ArchiveBuilder twoEntries() {
+  support::ArchiveBuilder archive;
+  archive.add("first.txt", "some text", support::ArchiveBuilder::Packing::Deflated);
+  archive.add("second.txt", "more text", support::ArchiveBuilder::Packing::Stored);
+  return archive;
+}
+
+inline std::uint64_t secondOffset() { return 30 + 9 + support::deflateStream("some text").size(); }
+
+}  // namespace zip

@@ -434,7 +434,6 @@ void DurableFile::commit() {
   }
   state.isCommitted = true;
   syncFolder(state.location);
-  state.original.reset();
   state.temporary->unlock();
 }
 

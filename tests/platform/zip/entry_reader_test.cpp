@@ -48,17 +48,19 @@ TEST(EntryReader, GivesTheSameBytesInPiecesOfAnySize) {
 // Who knows the size reads exactly that much and never asks for the end.
 TEST(EntryReader, ChecksBeforeTheLastByteIsHandedOut) {
   ArchiveBuilder archive;
-  auto& entry = archive.add("text", "0123456789");
-  entry.local.checksum = ++entry.central.checksum;
+  auto& entry = archive.add("text", "0123456789x");
+  for (auto* header : {&entry.local, &entry.central}) {
+    header->size = 10;
+    header->checksum = support::checksumOf("0123456789");
+  }
   const OneEntry one(archive);
   EntryReader reader(one.file, one.entry());
   char buffer[10];
   EXPECT_EQ(reader.read(buffer, 9), 9U);
-  const std::string expected = "opc:zip:ChecksumDiffers(" + one.file->path() + ", text)";
+  const std::string expected = "opc:zip:DataTooLong(" + one.file->path() + ", text)";
   EXPECT_EQ(support::raisedBy([&] { reader.read(buffer, 1); }), expected);
-  EXPECT_EQ(support::raisedBy([&] { reader.read(buffer, 1); }), expected) << "a failed reader stays failed";
   EntryReader moved(std::move(reader));
-  EXPECT_EQ(support::raisedBy([&] { moved.read(buffer, 1); }), expected);
+  EXPECT_EQ(support::raisedBy([&] { moved.read(buffer, 1); }), expected) << "a failed reader stays failed";
 }
 
 TEST(EntryReader, ReportsAFileThatShrank) {

@@ -49,6 +49,7 @@ class ProgramTest(unittest.TestCase):
 
     def write(self, name, data):
         path = self.folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(data.encode() if isinstance(data, str) else data)
         return path
 

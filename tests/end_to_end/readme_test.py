@@ -1,7 +1,6 @@
 import os
 import re
 import subprocess
-import unittest
 
 from program import PROGRAM, SOURCES, ProgramTest
 
@@ -15,14 +14,10 @@ class Readme(ProgramTest):
         self.write("host.cpp", code)
         (self.folder / "src").symlink_to(SOURCES / "src")
         (self.folder / "build/example").mkdir(parents=True)
-        (self.folder / "build/release").symlink_to(os.path.dirname(os.path.dirname(PROGRAM)))
+        (self.folder / "build/release").symlink_to(SOURCES.joinpath(PROGRAM).parents[1])
         self.record("build/example/rc_filter.tavlox")
         # What a sanitizer watches has to be compiled for it.
         command = command.replace("g++", os.environ.get("TAVLOX_COMPILER", "g++"), 1)
         done = subprocess.run(command, shell=True, cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               timeout=120, text=True)
         self.assertEqual((done.stdout, done.returncode), (output, 0))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,4 +1,3 @@
-
 from program import CONTENT_TYPES, HOT, ProgramTest
 
 
@@ -32,7 +31,6 @@ class BadFiles(ProgramTest):
                     self.assertNotRegex(error["causes"][0]["message"], "^opc:")
             self.assertEqual(None if path.is_dir() else path.read_bytes(), before)
             self.assertEqual(self.names_in_folder(), names)
-
         self.assertRegex(self.run_program("info", "te\txt", exit_code=1)[1],
                          r'^tavlox: error: The file "te\\txt" cannot be read\. .* \[tavlox:general:UnableToReadFile\]\n'
                          r"  because: .* \[opc:zip:NotAnArchive\]\n$")

@@ -1,4 +1,5 @@
-# How every target is compiled: C++20, hidden symbols, strict warnings, the chosen sanitizers.
+# How every target is compiled: C++20, hidden symbols, the chosen sanitizers; and corvan_options, which every target
+# links for its warnings.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -13,16 +14,18 @@ endif()
 # The hot loops lie in other libraries: -O3 only makes the build longer.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
-# Designated initialisers are used just to leave the other members at their defaults.
-add_compile_options(-Wno-missing-field-initializers)
-# GCC 12 sees overlaps in the concatenation of std::string that are not there (its bug 105651).
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  add_compile_options(-Wno-restrict)
-endif()
+add_library(corvan_options INTERFACE)
+target_compile_options(
+  corvan_options
+  INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+            # Designated initialisers are used just to leave the other members at their defaults.
+            -Wno-missing-field-initializers
+            # GCC 12 sees overlaps in the concatenation of std::string that are not there (its bug 105651).
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 # Offsets are 64-bit on every machine this is built for.
-add_compile_definitions(_FILE_OFFSET_BITS=64)
+target_compile_definitions(corvan_options INTERFACE _FILE_OFFSET_BITS=64)
 
+# For all targets at once: a program must be instrumented as a whole.
 if(TAVLOX_SANITIZE)
   add_compile_options(-fsanitize=${TAVLOX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TAVLOX_SANITIZE})

@@ -13,10 +13,10 @@ from pathlib import Path
 
 def entries(catalog):
     for key, text in json.loads(catalog.read_text(encoding="utf-8")).items():
-        places = {int(place) for place in re.findall(r"\{(\d)\}", text)}
-        if places != set(range(len(places))):
-            sys.exit(f"{catalog}: the text of {key} leaves out a place below {{{max(places)}}}")
-        yield f"{catalog.stem}:{key}", len(places)
+        numbers = {int(number) for number in re.findall(r"\{(\d)\}", text)}
+        if numbers != set(range(len(numbers))):
+            sys.exit(f"{catalog}: the text of {key} leaves out a placeholder below {{{max(numbers)}}}")
+        yield f"{catalog.stem}:{key}", len(numbers)
 
 
 def main(table, *catalogs):

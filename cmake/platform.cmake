@@ -9,19 +9,16 @@ function(corvan_platform_library)
   add_library(platform_${arg_NAME} STATIC ${arg_SOURCES})
   set_target_properties(platform_${arg_NAME} PROPERTIES CXX_VISIBILITY_PRESET default)
   target_include_directories(platform_${arg_NAME} PUBLIC ${PROJECT_SOURCE_DIR}/src)
-  target_link_libraries(platform_${arg_NAME} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS})
+  target_link_libraries(platform_${arg_NAME} PUBLIC ${arg_LINKS} PRIVATE corvan_options ${arg_PRIVATE_LINKS})
   set_property(GLOBAL APPEND PROPERTY CORVAN_PLATFORM_LIBRARIES platform_${arg_NAME})
-  set_property(GLOBAL APPEND PROPERTY CORVAN_PLATFORM_LINKS ${arg_LINKS} ${arg_PRIVATE_LINKS})
 endfunction()
 
-# Puts the objects of every folder into the one shared library that hosts and modules use.
+# Puts the objects of every folder into the one shared library that hosts and modules use. The folders' libraries are
+# linked for what they depend on.
 function(corvan_platform_shared_library)
   get_property(libraries GLOBAL PROPERTY CORVAN_PLATFORM_LIBRARIES)
-  get_property(links GLOBAL PROPERTY CORVAN_PLATFORM_LINKS)
-  list(FILTER links EXCLUDE REGEX "^platform_")
-  list(REMOVE_DUPLICATES links)
   list(TRANSFORM libraries REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
   add_library(corvan_platform SHARED ${objects})
   target_include_directories(corvan_platform INTERFACE ${PROJECT_SOURCE_DIR}/src)
-  target_link_libraries(corvan_platform PRIVATE ${links} INTERFACE message_table Boost::headers Boost::date_time)
+  target_link_libraries(corvan_platform PRIVATE ${libraries} INTERFACE message_table Boost::headers Boost::date_time)
 endfunction()

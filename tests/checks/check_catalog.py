@@ -12,7 +12,7 @@ IDENTIFIER = re.compile(r'([=!]= )?"(\w+:\w+:\w+)"')
 
 
 def read_catalog(path):
-    """(identifiers, problems); the build itself refuses a text whose places have a gap."""
+    """(identifiers, problems); the build itself refuses a text whose placeholders have a gap."""
     pairs = json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=list)
     keys = [key for key, _ in pairs]
     problems = [f"{path}: {key} is there twice" for key in sorted(set(keys)) if keys.count(key) > 1]

@@ -48,8 +48,8 @@ class Tree:
                 self.foreign[path] = [name for _, name in found if name and FOREIGN.match(name)]
 
     def resolve(self, path, name):
-        places = (folder / name for folder in (path.parent, self.root / "src", self.root))
-        return next((place.resolve() for place in places if place.is_file()), None)
+        candidates = (folder / name for folder in (path.parent, self.root / "src", self.root))
+        return next((file.resolve() for file in candidates if file.is_file()), None)
 
     def area(self, path):
         """The folder that the rules speak of: the longest known one, or "hosts/NAME"."""
@@ -70,7 +70,7 @@ class Tree:
 def problems_of(tree, path):
     area = tree.area(path)
     if area is None:
-        yield "lies in a folder that has no place in the order of includes"
+        yield "lies in a folder that the order of includes does not know"
         return
     allowed = ALLOWED.get(area, PLATFORM) | {area}
     for name, target in tree.own[path].items():

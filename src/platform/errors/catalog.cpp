@@ -65,8 +65,8 @@ const std::u16string* findText(std::string_view identifier) {
   return nullptr;
 }
 
-/// The number of the place that starts at `at` ("{0}" to "{9}"), if one does.
-std::optional<std::size_t> placeAt(std::u16string_view text, std::size_t at) {
+/// The number of the placeholder that starts at `at` ("{0}" to "{9}"), if one does.
+std::optional<std::size_t> placeholderAt(std::u16string_view text, std::size_t at) {
   if (text.size() - at < 3 || text[at] != u'{' || text[at + 2] != u'}') return std::nullopt;
   if (text[at + 1] < u'0' || text[at + 1] > u'9') return std::nullopt;
   return text[at + 1] - u'0';
@@ -75,12 +75,12 @@ std::optional<std::size_t> placeAt(std::u16string_view text, std::size_t at) {
 std::u16string fill(std::u16string_view text, const std::vector<std::u16string>& arguments) {
   std::u16string filled;
   for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto place = placeAt(text, at);
-    if (!place) {
+    const auto placeholder = placeholderAt(text, at);
+    if (!placeholder) {
       filled += text[at];
       continue;
     }
-    if (*place < arguments.size()) filled += arguments[*place];
+    if (*placeholder < arguments.size()) filled += arguments[*placeholder];
     at += 2;
   }
   return filled;

@@ -6,7 +6,7 @@
 
 namespace fl::i18n {
 
-/// The text of a message identifier "catalog:component:key" with its places {0}, {1}, … filled.
+/// The text of a message identifier "catalog:component:key" with its placeholders {0}, {1}, … filled.
 ///
 /// Texts are data: catalog/LANGUAGE/CATALOG.json beside the platform library maps "component:key" to a text.
 /// The language is that of the C++ global locale at the call ("de_DE.UTF-8" asks for de_DE, then de), with

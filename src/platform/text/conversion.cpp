@@ -12,10 +12,10 @@ constexpr char32_t kReplacement = 0xFFFD;
 bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
+/// What a lead byte announces. The bounds of the second byte exclude overlong forms and surrogates.
 struct SequenceForm {
   int continuationBytes;
-  unsigned char firstMinimum,
-      firstMaximum;  // bounds of the second byte exclude overlong forms and surrogates
+  unsigned char firstMinimum, firstMaximum;
   char32_t leadBits;
 };
 
@@ -31,8 +31,8 @@ std::optional<SequenceForm> formOf(unsigned char lead) {
   return std::nullopt;
 }
 
-/// Reads one code point and moves `at` past it. Nothing, and `at` past the ill-formed part, when there is
-/// none.
+/// Reads one code point and moves `at` past it. Of an ill-formed sequence it reads nothing and moves `at` past
+/// its longest sound start.
 std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) {
   const auto lead = static_cast<unsigned char>(narrow[at++]);
   if (lead < 0x80) return lead;

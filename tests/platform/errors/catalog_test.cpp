@@ -36,7 +36,7 @@ class Installation {
 
 }  // namespace
 
-TEST(Catalog, FillsPlaces) {
+TEST(Catalog, FillsPlaceholders) {
   Installation installation;
   installation.write("en/t.json", R"({
     "k:all": "{1} before {0}, {1} again, {2}{3}.",
@@ -45,8 +45,8 @@ TEST(Catalog, FillsPlaces) {
     "k:wrong": 7
   })");
   const std::pair<std::string, std::string> kCases[] = {
-      {"t:k:all a b c", "b before a, b again, c."},              // a place without an argument is empty
-      {"t:k:all '{1}' x '{0}'", "x before {1}, x again, {0}."},  // arguments are not searched for places
+      {"t:k:all a b c", "b before a, b again, c."},              // one without an argument is empty
+      {"t:k:all '{1}' x '{0}'", "x before {1}, x again, {0}."},  // arguments are not searched
       {"t:k:braces a b", "{} {a} {10} { 0} {0"},
       {"t:k:plain", "Größe 😀"},
       {"t:k:wrong a", "t:k:wrong: a"},  // not a text

@@ -20,6 +20,15 @@ std::string narrowPath(const std::u16string& path) {
   return fl::i18n::to_string(path);
 }
 
+/// Nothing if there is no such file.
+std::optional<fl::filesystem::FileIdentity> identityOfFile(const std::string& path) {
+  try {
+    return fl::filesystem::InputFile(path).identity();
+  } catch (const PackageNotFound&) {
+    return std::nullopt;
+  }
+}
+
 std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const fl::filesystem::InputFile>& file,
                                             const zip::Limits& limits) {
   try {
@@ -44,17 +53,23 @@ const std::u16string& Package::path() const { return path_; }
 bool Package::isOpen() const { return state_ && state_->isOpen(); }
 
 void Package::open(OpenMode mode) {
+  if (mode == OpenMode::Create) return create();
   if (isOpen()) raise("opc:package:AlreadyOpen", path_);
   state_ = openState(mode);
+}
+
+void Package::create(Existing existing) {
+  if (isOpen()) raise("opc:package:AlreadyOpen", path_);
+  const std::string path = narrowPath(path_);
+  const auto replaced = existing == Existing::Replace ? identityOfFile(path) : std::nullopt;
+  index_ = PackageIndex::ofNewPackage();
+  state_ =
+      std::make_shared<PackageState>(path, PackageState::Access::Change, limits_, nullptr, index_, replaced);
 }
 
 std::shared_ptr<PackageState> Package::openState(OpenMode mode) {
   using Access = PackageState::Access;
   const std::string path = narrowPath(path_);
-  if (mode == OpenMode::Create) {
-    index_ = PackageIndex::ofNewPackage();
-    return std::make_shared<PackageState>(path, Access::Change, limits_, nullptr, index_);
-  }
   auto file = std::make_shared<const fl::filesystem::InputFile>(path);
   if (!index_ || !index_->describes(file->identity(), limits_)) index_ = indexOf(file, limits_);
   const Access access = mode == OpenMode::Modify ? Access::Change : Access::Read;

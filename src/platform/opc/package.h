@@ -42,9 +42,15 @@ class Package : public RelationshipSource {
   const std::u16string& path() const;
 
   /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks.
-  /// Create starts an empty package, which `close` writes to a path that must not exist by then. Raises
-  /// opc::Exception if the package is open already.
+  /// Create is `create()`. Raises opc::Exception if the package is open already.
   void open(interfaces::OpenMode mode);
+  /// What `create` makes of a file that is there already.
+  enum class Existing { Refuse, Replace };
+  /// Starts an empty package, which `close` writes. With Refuse, or if there is no file now, the path must
+  /// not exist by then. With Replace the file keeps its owner, mode and extended attributes, and `close`
+  /// fails if it may not be written or somebody changed it since. Raises PackageOpenFailed if what is there
+  /// is no regular file or cannot be read.
+  void create(Existing existing = Existing::Refuse);
   bool isOpen() const;
 
   /// Saves the changes, if there are any, and closes. Writing a value that was there already is a change;

@@ -167,8 +167,7 @@ void replacePackage(const std::string& path, const SavePlan& plan, const fl::fil
   output.commit();
 }
 
-void createPackage(const std::string& path, const SavePlan& plan) {
-  fl::filesystem::DurableFile output(path);
+void createPackage(const std::string& path, const SavePlan& plan, fl::filesystem::DurableFile output) {
   zip::Writer writer(output.descriptor(), path);
   plan.write(writer, nullptr, false);
   output.commit();
@@ -178,10 +177,13 @@ void createPackage(const std::string& path, const SavePlan& plan) {
 
 void savePackage(const std::string& path, PackageContents& contents,
                  const std::shared_ptr<const fl::filesystem::InputFile>& file,
+                 const std::optional<fl::filesystem::FileIdentity>& replaced,
                  const std::shared_ptr<zip::SpoolStorage>& storage) {
   const SavePlan plan(path, contents, storage);
   if (file) return replacePackage(path, plan, *file, contents.index().directoryOffset());
-  createPackage(path, plan);
+  using fl::filesystem::DurableFile;
+  createPackage(path, plan,
+                replaced ? DurableFile(path, *replaced, DurableFile::Start::Empty) : DurableFile(path));
 }
 
 }  // namespace opc

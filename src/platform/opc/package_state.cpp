@@ -14,8 +14,9 @@ namespace opc::model {
 
 PackageState::PackageState(std::string path, Access access, const zip::Limits& limits,
                            std::shared_ptr<const fl::filesystem::InputFile> file,
-                           std::shared_ptr<const PackageIndex> index)
-    : path_(std::move(path)), access_(access), limits_(limits), file_(std::move(file)) {
+                           std::shared_ptr<const PackageIndex> index,
+                           std::optional<fl::filesystem::FileIdentity> replaced)
+    : path_(std::move(path)), access_(access), limits_(limits), file_(std::move(file)), replaced_(replaced) {
   contents_.emplace(path_, std::move(index), limits_);
 }
 
@@ -71,7 +72,7 @@ void PackageState::write(const PartName& name, std::string_view bytes) {
   openOutput(name)->write(bytes.data(), bytes.size());
 }
 
-void PackageState::save() { savePackage(path_, *contents_, file_, spoolStorage()); }
+void PackageState::save() { savePackage(path_, *contents_, file_, replaced_, spoolStorage()); }
 
 void PackageState::close() noexcept {
   contents_.reset();

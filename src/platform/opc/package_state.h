@@ -22,10 +22,12 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   /// What may be done to the package.
   enum class Access { Read, Change };
 
-  /// `file` is null for a package that is not written yet. The path is UTF-8.
+  /// `file` is null for a package that is not written yet, `replaced` what it replaces then, if anything. The
+  /// path is UTF-8.
   PackageState(std::string path, Access access, const zip::Limits& limits,
                std::shared_ptr<const fl::filesystem::InputFile> file,
-               std::shared_ptr<const PackageIndex> index);
+               std::shared_ptr<const PackageIndex> index,
+               std::optional<fl::filesystem::FileIdentity> replaced = {});
 
   const std::string& path() const { return path_; }
   bool isOpen() const { return contents_.has_value(); }
@@ -60,6 +62,7 @@ class PackageState : public std::enable_shared_from_this<PackageState> {
   Access access_;
   zip::Limits limits_;
   std::shared_ptr<const fl::filesystem::InputFile> file_;
+  std::optional<fl::filesystem::FileIdentity> replaced_;
   std::optional<PackageContents> contents_;
   std::uint64_t inflated_ = 0;
   // For all new data of this opening.

@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 
 #include "platform/errors/package_errors.h"
 #include "platform/opc/package_index.h"
@@ -191,6 +192,37 @@ TEST(Saving, OfANewPackageNeverReplacesAFile) {
   EXPECT_THROW(package.close(), Exception);
   EXPECT_FALSE(package.isOpen());
   EXPECT_EQ(folder.read("p.zip"), "somebody else's");
+}
+
+// A file that may be replaced is saved as one that was opened: with its mode and attributes, and only while
+// it is still the file that was there.
+TEST(Saving, OfANewPackageReplacesTheFileItMay) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.narrow("p.zip");
+  folder.write("p.zip", "no package");
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  const bool hasAttributes = setxattr(path.c_str(), "user.note", "kept", 4, 0) == 0;
+  const auto replace = [&](const std::function<void()>& meanwhile) {
+    Package package(folder.wide("p.zip"));
+    package.create(Package::Existing::Replace);
+    writePart(package.createPart(PartName(u"/a"), kText, {}), "x");
+    meanwhile();
+    return raisedBy([&] { package.close(); });
+  };
+  EXPECT_EQ(replace([] {}), "");
+  EXPECT_EQ(readByOthers(path), "[Content_Types].xml\na [text/plain] x\n");
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777u, 0600u);
+  char note[8];
+  EXPECT_EQ(getxattr(path.c_str(), "user.note", note, sizeof note) == 4, hasAttributes);
+
+  EXPECT_NE(replace([&] { folder.write("p.zip", "somebody else's"); }), "");
+  EXPECT_EQ(folder.read("p.zip"), "somebody else's");
+  std::filesystem::remove(path);
+  EXPECT_NE(replace([&] { folder.write("p.zip", "new and somebody else's"); }), "");
+  EXPECT_EQ(folder.read("p.zip"), "new and somebody else's");
+  EXPECT_EQ(folder.entryCount(), 1u);
 }
 
 TEST(Saving, PutsCorePropertiesBesideAPartThatHasTheirName) {

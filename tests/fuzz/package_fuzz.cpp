@@ -6,6 +6,7 @@
 
 #include "platform/errors/package_errors.h"
 #include "platform/opc/package.h"
+#include "platform/opc/package_index.h"
 #include "tests/support/temporary_folder.h"
 
 // Whatever the bytes are: opening refuses them, or what was opened can be listed, read, changed, saved, and
@@ -36,8 +37,8 @@ bool opens(Package& package, OpenMode mode) {
 }
 
 void changeAndSave(Package& package) {
-  const auto names = package.getPartNames();
-  if (!names.empty()) package.deletePart(names.front());
+  const auto& parts = package.index()->parts();
+  if (!parts.empty()) package.deletePart(package.index()->nameOf(parts.front()));
   try {
     package.setCoreProperty(CoreProperty::Description, u"fuzz");
     package.createPart(PartName(u"/fuzz/added"), ContentType(u"a/b"), {}).getOutputStream()->write("x", 1);
@@ -58,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   limits.contentTypeBytes = limits.relationshipBytes = 1 << 20;
   Package package(folder.wide("fuzz.zip"), limits);
   if (!opens(package, OpenMode::Modify)) return 0;
-  for (const PartName& name : package.getPartNames()) readAll(package.getPart(name));
+  for (const auto& part : package.index()->parts()) readAll(package.getPart(package.index()->nameOf(part)));
   changeAndSave(package);
   // What was saved is a package again: anything else is a fault of ours.
   if (!opens(package, OpenMode::Read)) std::abort();

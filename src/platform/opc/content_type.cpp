@@ -42,18 +42,6 @@ std::optional<ContentType> ContentType::tryFromEncoded(std::string_view encoded)
   return ContentType(std::string(encoded));
 }
 
-ContentType ContentType::fromEncoded(std::string_view encoded) {
-  std::optional<ContentType> type = tryFromEncoded(encoded);
-  if (!type) raise("opc:name:NoContentType", encoded);
-  return *std::move(type);
-}
-
-std::u16string ContentType::text() const { return getType() + u'/' + getSubType(); }
-
-std::u16string ContentType::getType() const {
-  return fl::i18n::to_ustring(encoded_->substr(0, encoded_->find('/')));
-}
-
 std::u16string ContentType::getSubType() const {
   const std::string subType = encoded_->substr(encoded_->find('/') + 1);
   const std::optional<std::string> decoded = percent::decode(subType);
@@ -62,8 +50,7 @@ std::u16string ContentType::getSubType() const {
 }
 
 bool ContentType::operator==(const ContentType& other) const {
-  if (encoded_ == other.encoded_) return true;
-  return percent::toLower(encoded()) == percent::toLower(other.encoded());
+  return encoded_ == other.encoded_ || percent::equalsIgnoringCase(encoded(), other.encoded());
 }
 
 }  // namespace opc::model

@@ -17,16 +17,10 @@ class ContentType {
   /// NUL and lone surrogates.
   explicit ContentType(std::u16string_view decoded);
 
-  /// From stored text. Raises opc::Exception, naming the text, if it is not two tokens with a "/" between
-  /// them.
-  static ContentType fromEncoded(std::string_view encoded);
-
-  /// The same, with nothing instead of an error.
+  /// From stored text; nothing if it is not two tokens with a "/" between them.
   static std::optional<ContentType> tryFromEncoded(std::string_view encoded);
 
   const std::string& encoded() const { return *encoded_; }
-  std::u16string text() const;
-  std::u16string getType() const;
   /// Decoded, what follows the "/". A subtype that is not sound percent-encoding of UTF-8 is given as it
   /// stands: a media type may well have a "%" that means nothing.
   std::u16string getSubType() const;

@@ -1,15 +1,17 @@
 #include "platform/opc/content_types_document.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include "platform/errors/package_errors.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/percent_encoding.h"
-#include "platform/opc/xml_list_reader.h"
+#include "platform/opc/xml_writer.h"
+#include "platform/text/text_hash.h"
 
 namespace opc {
 namespace {
 
 constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/content-types";
-constexpr std::string_view kRelationshipsType = "application/vnd.openxmlformats-package.relationships+xml";
 constexpr std::string_view kRoot = "Types";
 constexpr std::string_view kName = "[Content_Types].xml";
 constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
@@ -93,22 +95,24 @@ class ContentTypesDocument::Reader : public xml::ListReader {
 
   ContentTypesDocument& document_;
   const std::string_view package_;
-  std::unordered_map<std::string, model::ContentType, TextHash, std::equal_to<>> types_;
+  boost::unordered_flat_map<std::string, model::ContentType, fl::i18n::TextHash, std::equal_to<>> types_;
 };
 
-ContentTypesDocument::ContentTypesDocument(Read) : text_(kRoot, kNamespace) {}
-
-ContentTypesDocument::ContentTypesDocument() : ContentTypesDocument(Read()) {
-  const xml::Span written =
-      text_.append("Default", {{"Extension", "rels"}, {"ContentType", kRelationshipsType}});
-  append(Kind::Default, "rels", model::ContentType::fromEncoded(kRelationshipsType), written);
+ContentTypesDocument ContentTypesDocument::ofNewPackage() {
+  ContentTypesDocument document;
+  document.text_ = xml::ListText::empty(kRoot, kNamespace);
+  const model::ContentType type(kRelationshipsType);
+  const xml::Span written = document.text_.append(
+      xml::writeElement("Default", {{"Extension", "rels"}, {"ContentType", type.encoded()}}));
+  document.append(Kind::Default, "rels", type, written);
+  return document;
 }
 
 ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::string_view packagePath,
                                                  const zip::Limits& limits) {
   if (bytes.size() > limits.contentTypeBytes)
     refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
-  ContentTypesDocument document{Read()};
+  ContentTypesDocument document;
   document.items_.reserve(bytes.size() / kBytesPerItem);
   document.texts_.reserve(bytes.size() / 2);  // the rest is markup
   Reader reader(document, packagePath);
@@ -119,16 +123,16 @@ ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::st
 bool ContentTypesDocument::append(Kind kind, std::string_view key, const model::ContentType& type,
                                   xml::Span written) {
   items_.push_back({texts_.add(key), type, written});
-  zip::PlaceTable& places = kind == Kind::Default ? defaults_ : overrides_;
-  const bool isNew = places.add(items_.size() - 1, [this](std::size_t place) { return keyAt(place); });
+  fl::i18n::TextIndex& index = kind == Kind::Default ? defaults_ : overrides_;
+  const bool isNew = index.add(items_.size() - 1, keyAt());
   if (!isNew) items_.pop_back();
   return isNew;
 }
 
 const ContentTypesDocument::Item* ContentTypesDocument::find(Kind kind, std::string_view key) const {
-  const zip::PlaceTable& places = kind == Kind::Default ? defaults_ : overrides_;
-  const auto place = places.find(key, [this](std::size_t at) { return keyAt(at); });
-  return place ? &items_[*place] : nullptr;
+  const fl::i18n::TextIndex& index = kind == Kind::Default ? defaults_ : overrides_;
+  const auto found = index.find(key, keyAt());
+  return found ? &items_[*found] : nullptr;
 }
 
 const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view encodedName) const {
@@ -143,8 +147,8 @@ const model::ContentType* ContentTypesDocument::contentTypeOfKey(std::string_vie
 
 void ContentTypesDocument::setOverride(std::string_view encodedName, const model::ContentType& type) {
   removeOverride(encodedName);
-  const xml::Span written =
-      text_.append("Override", {{"PartName", encodedName}, {"ContentType", type.encoded()}});
+  const xml::Span written = text_.append(xml::writeElement(
+      text_.prefixed("Override"), {{"PartName", encodedName}, {"ContentType", type.encoded()}}));
   append(Kind::Override, overrideKey(encodedName), type, written);
 }
 
@@ -153,7 +157,7 @@ void ContentTypesDocument::removeOverride(std::string_view encodedName) {
   const Item* item = find(Kind::Override, key);
   if (item == nullptr) return;
   text_.cut(item->written);
-  overrides_.remove(key, [this](std::size_t at) { return keyAt(at); });
+  overrides_.remove(key, keyAt());
 }
 
 }  // namespace opc

@@ -5,13 +5,16 @@
 #include <vector>
 
 #include "platform/opc/content_type.h"
-#include "platform/opc/document_place.h"
 #include "platform/opc/text_store.h"
-#include "platform/opc/xml_list_text.h"
+#include "platform/opc/xml_list.h"
+#include "platform/text/text_index.h"
 #include "platform/zip/limits.h"
-#include "platform/zip/place_table.h"
 
 namespace opc {
+
+/// The content type of every relationship part.
+inline constexpr std::u16string_view kRelationshipsType =
+    u"application/vnd.openxmlformats-package.relationships+xml";
 
 /// The content-type list of a package ("[Content_Types].xml"): a type for one part (override) or for every
 /// part with an extension (default). Items keep their order. Names are given encoded, as an entry's name with
@@ -23,8 +26,10 @@ namespace opc {
 /// written, the skipped included.
 class ContentTypesDocument {
  public:
+  /// No types, and no document either.
+  ContentTypesDocument() = default;
   /// The list of a new package: relationship parts and nothing else.
-  ContentTypesDocument();
+  static ContentTypesDocument ofNewPackage();
 
   /// Raises PackageOpenFailed, with the rule that is broken, naming the package (UTF-8).
   static ContentTypesDocument parse(std::string_view bytes, std::string_view packagePath,
@@ -36,7 +41,7 @@ class ContentTypesDocument {
   /// The same for a name that is known to be a key, as `PartName::key` gives it.
   const model::ContentType* contentTypeOfKey(std::string_view key) const;
 
-  /// Adds the part's override at the end, in the place of another. The name must be canonical ASCII.
+  /// Adds the part's override at the end; another that it has goes. The name must be canonical ASCII.
   void setOverride(std::string_view encodedName, const model::ContentType& type);
   /// Removing what is not there is no error.
   void removeOverride(std::string_view encodedName);
@@ -47,22 +52,22 @@ class ContentTypesDocument {
   class Reader;
   enum class Kind { Default, Override };
   struct Item {
-    TextStore::Place key;  ///< lower-case extension, or name key
+    TextStore::Location key;  ///< lower-case extension, or name key
     model::ContentType type;
     xml::Span written;
   };
-  struct Read {};
-  explicit ContentTypesDocument(Read);
   /// Whether the key was not there yet; otherwise nothing changes.
   bool append(Kind kind, std::string_view key, const model::ContentType& type, xml::Span written);
   const Item* find(Kind kind, std::string_view key) const;
-  std::string_view keyAt(std::size_t place) const { return texts_.at(items_[place].key); }
+  auto keyAt() const {
+    return [this](std::size_t index) { return texts_.at(items_[index].key); };
+  }
 
   xml::ListText text_;
-  // Removed items stay where they are, so that the others keep their places.
+  // Removed items stay where they are, so that the others keep their indexes.
   std::vector<Item> items_;
   TextStore texts_;
-  zip::PlaceTable defaults_, overrides_;
+  fl::i18n::TextIndex defaults_, overrides_;
 };
 
 }  // namespace opc

@@ -1,8 +1,9 @@
 #include "platform/opc/core_properties.h"
 
-#include <algorithm>
+#include <vector>
 
 #include "platform/errors/package_errors.h"
+#include "platform/opc/xml_list.h"
 #include "platform/opc/xml_writer.h"
 #include "platform/text/conversion.h"
 
@@ -15,11 +16,11 @@ constexpr std::string_view kElementsSpace = "http://purl.org/dc/elements/1.1/";
 constexpr std::string_view kTermsSpace = "http://purl.org/dc/terms/";
 constexpr std::string_view kSchemaSpace = "http://www.w3.org/2001/XMLSchema-instance";
 
-struct Place {
+struct PropertyName {
   std::string_view space, local, usualPrefix;
 };
 
-Place placeOf(model::CoreProperty property) {
+PropertyName nameOf(model::CoreProperty property) {
   switch (property) {
     case model::CoreProperty::Description:
       return {kElementsSpace, "description", "dc"};
@@ -33,91 +34,128 @@ Place placeOf(model::CoreProperty property) {
   return {};
 }
 
-bool declares(const xml::Element& element, std::string_view prefix) {
-  return std::any_of(element.declarations.begin(), element.declarations.end(),
-                     [&](const xml::Declaration& declaration) { return declaration.prefix == prefix; });
-}
-
-/// A prefix that stands for the namespace in a new child of the root; declared on the root if there is none
-/// yet.
-std::string prefixFor(xml::Element& root, std::string_view space, std::string_view usualPrefix) {
-  for (const xml::Declaration& declaration : root.declarations) {
-    // Not the default namespace: attributes cannot use it.
-    if (declaration.space == space && !declaration.prefix.empty()) return declaration.prefix;
-  }
-  std::string prefix(usualPrefix);
-  while (declares(root, prefix)) prefix += '_';
-  root.declarations.push_back({prefix, std::string(space)});
-  return prefix;
-}
-
-xml::Element& addProperty(xml::Element& root, const Place& place) {
-  xml::Element element;
-  const std::string prefix = prefixFor(root, place.space, place.usualPrefix);
-  element.name = {std::string(place.space), std::string(place.local), prefix};
-  if (place.space == kTermsSpace) {
-    // The conventions want dates marked as such, with a type named by its prefix.
-    const std::string schema = prefixFor(root, kSchemaSpace, "xsi");
-    element.attributes.push_back({{std::string(kSchemaSpace), "type", schema}, prefix + ":W3CDTF"});
-  }
-  root.children.emplace_back(std::move(element));
-  return std::get<xml::Element>(root.children.back());
-}
-
-/// Leaves one element of that name, so that every reader sees the same text.
-void eraseAfterFirst(xml::Element& root, const Place& place) {
-  const xml::Element* first = root.find(place.space, place.local);
-  const auto isFurther = [&](const xml::Element::Child& child) {
-    const auto* element = std::get_if<xml::Element>(&child);
-    return element != nullptr && element != first && element->name.local == place.local &&
-           element->name.space == place.space;
+/// Finds the elements of one property, directly below the root, and what else is needed to edit them.
+class PropertyReader : public xml::Handler {
+ public:
+  /// One element: its tags, which are one and an empty piece behind it if it is one empty tag.
+  struct Found {
+    xml::Span startTag, endTag;
+    std::string name, text;  ///< the name as it is written
   };
-  for (std::size_t i = root.children.size(); i-- > 0;) {
-    if (isFurther(root.children[i]))
-      root.children.erase(root.children.begin() + static_cast<std::ptrdiff_t>(i));
+
+  PropertyReader(const PropertyName& wanted, const xml::Location& location)
+      : wanted_(wanted), location_(location) {}
+
+  const std::vector<Found>& found() const { return found_; }
+  xml::ListText takeText() { return std::move(text_); }
+  /// A prefix that the root declares for this namespace; empty if there is none.
+  std::string prefixOf(std::string_view space) const {
+    for (const auto& [prefix, declared] : declarations_) {
+      if (declared == space) return prefix;
+    }
+    return {};
   }
+
+  void begin(std::string_view document) override { document_ = document; }
+  void declare(std::string_view prefix, std::string_view space) override {
+    // Not the default namespace: attributes cannot use it.
+    if (depth_ == 0 && !prefix.empty()) declarations_.emplace_back(prefix, space);
+  }
+  void start(const xml::Name& name, const xml::Attributes&, xml::Span tag) override {
+    ++depth_;
+    if (depth_ == 1) {
+      root_ = name.written();
+      if (name.is(kOwnSpace, "coreProperties")) return;
+      refuse("opc:coreProperties:WrongRoot", location_.package, location_.part, name.local);
+    }
+    if (depth_ != 2) return;
+    isInside_ = name.is(wanted_.space, wanted_.local);
+    if (isInside_) found_.push_back({tag, {}, name.written(), {}});
+  }
+  void end(xml::Span tag) override {
+    --depth_;
+    if (depth_ == 0) text_ = xml::ListText(document_, root_, tag);
+    if (depth_ != 1 || !isInside_) return;
+    found_.back().endTag = tag;
+    isInside_ = false;
+  }
+  void text(std::string_view piece) override {
+    if (isInside_) found_.back().text.append(piece);
+  }
+
+ private:
+  const PropertyName wanted_;
+  const xml::Location location_;
+  std::string_view document_;
+  std::string root_;
+  std::vector<std::pair<std::string, std::string>> declarations_;  // prefix and namespace, of the root
+  std::vector<Found> found_;
+  xml::ListText text_;
+  int depth_ = 0;
+  bool isInside_ = false;
+};
+
+void setText(xml::ListText& document, const PropertyReader::Found& element, std::string_view text) {
+  std::string written = xml::writeText(text);
+  const bool isEmptyTag = element.endTag.begin == element.endTag.end;
+  if (!isEmptyTag) return document.replace({element.startTag.end, element.endTag.begin}, std::move(written));
+  // "/>" becomes ">text</name>".
+  document.replace({element.startTag.end - 2, element.startTag.end},
+                   ">" + written + "</" + element.name + ">");
+}
+
+/// A new element. What the root does not declare, it declares itself.
+std::string newElement(const PropertyReader& reader, const PropertyName& name, std::string_view text) {
+  std::vector<xml::WrittenAttribute> attributes;
+  const auto prefixFor = [&](std::string_view space, std::string_view usual, std::string_view declaration) {
+    const std::string known = reader.prefixOf(space);
+    if (known.empty()) attributes.emplace_back(declaration, space);
+    return known.empty() ? std::string(usual) : known;
+  };
+  const std::string declaration = "xmlns:" + std::string(name.usualPrefix);
+  const std::string prefix = prefixFor(name.space, name.usualPrefix, declaration);
+  std::string typeAttribute, type;
+  if (name.space == kTermsSpace) {
+    // The conventions want dates to say that they are some, with a type named by its prefix.
+    typeAttribute = prefixFor(kSchemaSpace, "xsi", "xmlns:xsi") + ":type";
+    type = prefix + ":W3CDTF";
+    attributes.emplace_back(typeAttribute, type);
+  }
+  return xml::writeElement(prefix + ":" + std::string(name.local), attributes, text);
 }
 
 }  // namespace
 
-CoreProperties::CoreProperties() {
-  root_.name = {std::string(kOwnSpace), "coreProperties", "cp"};
-  root_.declarations = {{"cp", std::string(kOwnSpace)},
-                        {"dc", std::string(kElementsSpace)},
-                        {"dcterms", std::string(kTermsSpace)},
-                        {"xsi", std::string(kSchemaSpace)}};
+std::string newCoreProperties() {
+  return std::string(xml::kDeclaration) +
+         xml::writeElement("cp:coreProperties", {{"xmlns:cp", kOwnSpace},
+                                                 {"xmlns:dc", kElementsSpace},
+                                                 {"xmlns:dcterms", kTermsSpace},
+                                                 {"xmlns:xsi", kSchemaSpace}});
 }
 
-CoreProperties CoreProperties::parse(std::string_view bytes, const DocumentPlace& place,
-                                     const zip::Limits& limits) {
-  xml::Element root = xml::readElement(bytes, place, limits.xmlDepth);
-  if (root.name.space != kOwnSpace || root.name.local != "coreProperties") {
-    refuse("opc:coreProperties:WrongRoot", place.package, place.part, root.name.local);
+std::optional<std::u16string> coreProperty(std::string_view document, model::CoreProperty property,
+                                           const xml::Location& location, int depthLimit) {
+  PropertyReader reader(nameOf(property), location);
+  xml::read(document, location, depthLimit, reader);
+  if (reader.found().empty()) return std::nullopt;
+  return fl::i18n::to_ustring(reader.found().front().text);
+}
+
+std::string withCoreProperty(std::string_view document, model::CoreProperty property,
+                             std::u16string_view text, const xml::Location& location, int depthLimit) {
+  const std::string narrow = xml::toXmlText(text, location.package);
+  PropertyReader reader(nameOf(property), location);
+  xml::read(document, location, depthLimit, reader);
+  xml::ListText edited = reader.takeText();
+  const auto& found = reader.found();
+  if (found.empty()) edited.append(newElement(reader, nameOf(property), narrow));
+  if (!found.empty()) setText(edited, found.front(), narrow);
+  // Every reader is to see the same text.
+  for (std::size_t further = 1; further < found.size(); ++further) {
+    edited.cut({found[further].startTag.begin, found[further].endTag.end});
   }
-  return CoreProperties(std::move(root));
-}
-
-std::optional<std::u16string> CoreProperties::get(model::CoreProperty property) const {
-  const Place place = placeOf(property);
-  const xml::Element* element = root_.find(place.space, place.local);
-  if (element == nullptr) return std::nullopt;
-  return fl::i18n::to_ustring(element->text());
-}
-
-void CoreProperties::set(model::CoreProperty property, std::u16string_view text,
-                         std::string_view packagePath) {
-  const Place place = placeOf(property);
-  std::string narrow = xml::toXmlText(text, packagePath);
-  xml::Element* element = root_.find(place.space, place.local);
-  if (element == nullptr) element = &addProperty(root_, place);
-  eraseAfterFirst(root_, place);
-  element->children.clear();
-  element->children.emplace_back(std::move(narrow));
-}
-
-std::string CoreProperties::toBytes() const {
-  // Every text was read from XML or checked when it was set, so nothing in here can be refused.
-  return xml::writeDocument(root_, {});
+  return edited.toBytes();
 }
 
 }  // namespace opc

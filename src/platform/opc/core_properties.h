@@ -4,37 +4,32 @@
 #include <string>
 #include <string_view>
 
-#include "platform/opc/core_property.h"
-#include "platform/opc/document_place.h"
-#include "platform/opc/xml_element.h"
-#include "platform/zip/limits.h"
+#include "platform/opc/xml_reader.h"
 
 namespace opc {
 
-/// The core properties of a package ("/docProps/core.xml"). Setting one keeps every other property, unknown
-/// elements, attributes and the order; comments and processing instructions are not kept.
-class CoreProperties {
- public:
-  /// No properties yet.
-  CoreProperties();
+namespace model {
 
-  /// Raises PackageOpenFailed, with the rule that is broken, naming package and part.
-  static CoreProperties parse(std::string_view bytes, const DocumentPlace& place,
-                              const zip::Limits& limits = {});
+/// The core properties (Dublin Core and the conventions' own) that this system knows how to set.
+enum class CoreProperty { Description, Version, Creator, Created };
 
-  /// Nothing if the property is missing. Where a document has it twice, the first counts.
-  std::optional<std::u16string> get(model::CoreProperty property) const;
+}  // namespace model
 
-  /// Sets the first and removes the others. Raises opc::Exception, naming the package, for a text that XML
-  /// cannot carry. `Created` takes a W3C date and time
-  /// ("2026-11-21T09:30:00Z"); its form is not checked.
-  void set(model::CoreProperty property, std::u16string_view text, std::string_view packagePath);
+// The document of a package's core properties ("/docProps/core.xml"), as text. One that is malformed or of
+// another kind raises PackageOpenFailed, naming package and part.
 
-  std::string toBytes() const;
+/// A document without properties.
+std::string newCoreProperties();
 
- private:
-  explicit CoreProperties(xml::Element root) : root_(std::move(root)) {}
-  xml::Element root_;
-};
+/// Nothing if the document does not have the property. Where it has it twice, the first counts.
+std::optional<std::u16string> coreProperty(std::string_view document, model::CoreProperty property,
+                                           const xml::Location& location, int depthLimit);
+
+/// The document with the first of that property set, or one added at the end, and without any further ones;
+/// every other byte stays as it was. Raises opc::Exception, naming the package, for a text that XML cannot
+/// carry. `Created` takes a W3C date and time ("2026-11-21T09:30:00Z"),
+/// whose form is not checked.
+std::string withCoreProperty(std::string_view document, model::CoreProperty property,
+                             std::u16string_view text, const xml::Location& location, int depthLimit);
 
 }  // namespace opc

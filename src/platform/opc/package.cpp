@@ -3,16 +3,22 @@
 #include <utility>
 
 #include "platform/errors/package_errors.h"
-#include "platform/opc/package_core_properties.h"
-#include "platform/opc/package_index.h"
-#include "platform/opc/package_state.h"
+#include "platform/opc/open_package.h"
 #include "platform/text/conversion.h"
 
 namespace opc::model {
 
 namespace {
 
+using fl::filesystem::InputFile;
 using interfaces::OpenMode;
+
+constexpr std::u16string_view kCorePropertiesRelationship =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
+constexpr std::u16string_view kCorePropertiesType =
+    u"application/vnd.openxmlformats-package.core-properties+xml";
+// A list of properties is a few lines; what is larger is none.
+constexpr std::uint64_t kLargestCoreProperties = std::uint64_t{16} << 20;
 
 // A path that is not well-formed cannot name a file.
 std::string narrowPath(const std::u16string& path) {
@@ -23,20 +29,9 @@ std::string narrowPath(const std::u16string& path) {
 /// Nothing if there is no such file.
 std::optional<fl::filesystem::FileIdentity> identityOfFile(const std::string& path) {
   try {
-    return fl::filesystem::InputFile(path).identity();
+    return InputFile(path).identity();
   } catch (const PackageNotFound&) {
     return std::nullopt;
-  }
-}
-
-std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const fl::filesystem::InputFile>& file,
-                                            const zip::Limits& limits) {
-  try {
-    return PackageIndex::of(file, limits);
-  } catch (const PackageOpenFailed&) {
-    throw;
-  } catch (const Exception& broken) {  // data that does not match its checksum, for one
-    throw PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
   }
 }
 
@@ -45,90 +40,92 @@ std::shared_ptr<const PackageIndex> indexOf(const std::shared_ptr<const fl::file
 Package::Package(std::u16string path, const zip::Limits& limits) : path_(std::move(path)), limits_(limits) {}
 
 Package::~Package() {
-  if (state_) state_->close();
+  if (open_) open_->closeWithoutSaving();
 }
-
-const std::u16string& Package::path() const { return path_; }
-
-bool Package::isOpen() const { return state_ && state_->isOpen(); }
 
 void Package::open(OpenMode mode) {
   if (mode == OpenMode::Create) return create();
   if (isOpen()) raise("opc:package:AlreadyOpen", path_);
-  state_ = openState(mode);
+  auto file = std::make_shared<const InputFile>(narrowPath(path_));
+  if (!index_ || !index_->describes(file->identity(), limits_)) index_ = PackageIndex::of(file, limits_);
+  const auto access = mode == OpenMode::Modify ? OpenPackage::Access::Change : OpenPackage::Access::Read;
+  open_ = std::make_shared<OpenPackage>(std::move(file), index_, access);
 }
 
 void Package::create(Existing existing) {
   if (isOpen()) raise("opc:package:AlreadyOpen", path_);
   const std::string path = narrowPath(path_);
   const auto replaced = existing == Existing::Replace ? identityOfFile(path) : std::nullopt;
-  index_ = PackageIndex::ofNewPackage();
-  state_ =
-      std::make_shared<PackageState>(path, PackageState::Access::Change, limits_, nullptr, index_, replaced);
-}
-
-std::shared_ptr<PackageState> Package::openState(OpenMode mode) {
-  using Access = PackageState::Access;
-  const std::string path = narrowPath(path_);
-  auto file = std::make_shared<const fl::filesystem::InputFile>(path);
-  if (!index_ || !index_->describes(file->identity(), limits_)) index_ = indexOf(file, limits_);
-  const Access access = mode == OpenMode::Modify ? Access::Change : Access::Read;
-  return std::make_shared<PackageState>(path, access, limits_, std::move(file), index_);
+  index_ = PackageIndex::ofNewPackage(limits_);
+  open_ = std::make_shared<OpenPackage>(path, index_, replaced);
 }
 
 void Package::close() {
-  if (!isOpen()) return;
-  const std::shared_ptr<PackageState> state = std::move(state_);
-  struct Closer {
-    PackageState& state;
-    ~Closer() { state.close(); }
-  } closer{*state};
-  if (state->needsSaving()) state->save();
+  if (const auto closing = std::exchange(open_, nullptr)) closing->close();
 }
 
-PackageState& Package::state() const {
-  if (!state_) raise("opc:package:Closed", path_);
-  return *state_;
+OpenPackage& Package::opened() const {
+  if (!open_) raise("opc:package:Closed", path_);
+  return *open_;
 }
 
-std::vector<PartName> Package::getPartNames() const { return state().contents().names(); }
+bool Package::hasPart(const PartName& name) const { return opened().has(name); }
 
-bool Package::hasPart(const PartName& name) const { return state().contents().find(name.key()).has_value(); }
-
-Part Package::getPart(const PartName& name) const { return Part(state_, state().part(name).name); }
+Part Package::getPart(const PartName& name) const { return Part(open_, opened().storedName(name)); }
 
 Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&) {
-  state().editContents().create(name, type);
-  return Part(state_, name);
+  opened().create(name, type);
+  return Part(open_, name);
 }
 
-void Package::deletePart(const PartName& name) { state().editContents().remove(name.key()); }
+void Package::deletePart(const PartName& name) { opened().remove(name); }
+
+std::vector<Relationship> Package::getRelationshipsByTarget(const URI& target) const {
+  return opened().relationshipsByTarget(target.text());
+}
+
+/// The part that the package reaches by the standard relationship. One to a missing part counts as none.
+std::optional<PartName> Package::corePropertiesPart() const {
+  for (const Relationship& link : getRelationshipsByType(kCorePropertiesRelationship)) {
+    if (link.getTargetMode() == TargetMode::External) continue;
+    // A target above the root is no part name and matches no part.
+    if (!link.getTarget().text().starts_with(u'/') || link.getTarget().text().starts_with(u"/../")) continue;
+    PartName name(link.getTarget().text());
+    if (hasPart(name)) return name;
+  }
+  return std::nullopt;
+}
 
 std::optional<std::u16string> Package::getCoreProperty(CoreProperty property) const {
-  return coreProperty(state(), property, limits_);
+  const auto part = corePropertiesPart();
+  if (!part) return std::nullopt;
+  const std::string document = opened().readWhole(*part, kLargestCoreProperties);
+  return coreProperty(document, property, {opened().path(), part->encoded()}, limits_.xmlDepth);
 }
 
 void Package::setCoreProperty(CoreProperty property, std::u16string_view text) {
-  opc::setCoreProperty(state(), property, text, limits_);
+  opened().checkMayChange();
+  const std::string& path = opened().path();
+  const auto part = corePropertiesPart();
+  const std::string before = part ? opened().readWhole(*part, kLargestCoreProperties) : newCoreProperties();
+  const std::string_view name = part ? std::string_view(part->encoded()) : std::string_view();
+  const std::string document = withCoreProperty(before, property, text, {path, name}, limits_.xmlDepth);
+  if (document.size() > kLargestCoreProperties) {
+    raise("opc:package:PropertiesTooLarge", path, kLargestCoreProperties);
+  }
+  // Only now: a refused text must not leave an empty part behind.
+  const PartName target = part ? *part : createCorePropertiesPart();
+  getPart(target).getOutputStream()->write(document.data(), document.size());
 }
 
-std::vector<Relationship> Package::getRelationships(ExcludeMode exclude) const {
-  return state().contents().relationships().relationships(exclude);
+PartName Package::createCorePropertiesPart() {
+  PartName name(u"/docProps/core.xml");
+  for (int number = 1; !opened().isFree(name); ++number) {
+    name = PartName(u"/docProps/core" + fl::i18n::to_ustring(std::to_string(number)) + u".xml");
+  }
+  createPart(name, ContentType(kCorePropertiesType), {});
+  createInternalRelationship(kCorePropertiesRelationship, URI(name.text()), {});
+  return name;
 }
-
-std::vector<Relationship> Package::getRelationshipsByType(std::u16string_view type) const {
-  return state().contents().relationships().relationshipsByType(type);
-}
-
-std::vector<Relationship> Package::getRelationshipsByTarget(const URI& target) const {
-  return state().contents().relationshipsByTarget(target.text());
-}
-
-Relationship Package::createInternalRelationship(std::u16string_view type, const URI& target,
-                                                 std::string_view id) {
-  return state().editContents().addRelationship(type, target, id);
-}
-
-void Package::deleteRelationship(std::string_view id) { state().editContents().removeRelationship(id); }
 
 }  // namespace opc::model

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/opc/core_property.h"
+#include "platform/opc/core_properties.h"
 #include "platform/opc/part.h"
 #include "platform/opc/relationship.h"
 #include "platform/zip/limits.h"
@@ -30,16 +30,16 @@ namespace opc::model {
 /// relationships in the order of their document. Changes are kept beside the file and written by `close`, all
 /// at once and durably, or not at all. An unchanged file is reopened without reading its directory, content
 /// types and relationships again.
-class Package : public RelationshipSource {
+class Package final : public RelationshipSource {
  public:
   /// Binds the package to a path; nothing is opened.
   explicit Package(std::u16string path, const zip::Limits& limits = {});
   /// Closes without saving.
-  ~Package() override;
+  ~Package();
   Package(const Package&) = delete;
   Package& operator=(const Package&) = delete;
 
-  const std::u16string& path() const;
+  const std::u16string& path() const { return path_; }
 
   /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks.
   /// Create is `create()`. Raises opc::Exception if the package is open already.
@@ -51,7 +51,7 @@ class Package : public RelationshipSource {
   /// fails if it may not be written or somebody changed it since. Raises PackageOpenFailed if what is there
   /// is no regular file or cannot be read.
   void create(Existing existing = Existing::Refuse);
-  bool isOpen() const;
+  bool isOpen() const { return open_ != nullptr; }
 
   /// Saves the changes, if there are any, and closes. Writing a value that was there already is a change;
   /// deleting what is not there, and a request that was refused, is none. The package is closed in any case;
@@ -62,9 +62,6 @@ class Package : public RelationshipSource {
   /// What was read of the file; null before it is first opened. The same object as long as the file is
   /// unchanged.
   const std::shared_ptr<const PackageIndex>& index() const { return index_; }
-
-  /// In the order of the file, new parts behind.
-  std::vector<PartName> getPartNames() const;
 
   bool hasPart(const PartName& name) const;
   /// Raises opc::Exception if there is no such part.
@@ -82,23 +79,20 @@ class Package : public RelationshipSource {
   /// keeps every other property.
   void setCoreProperty(CoreProperty property, std::u16string_view text);
 
-  std::vector<Relationship> getRelationships(ExcludeMode exclude) const override;
-  std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const override;
-  /// Those whose target is exactly this text, in the order of the document; without a walk over all of them,
-  /// for who asks often.
+  /// Those whose target is exactly this text, in the order of the document. Indexed, so cheap to call
+  /// repeatedly.
   std::vector<Relationship> getRelationshipsByTarget(const URI& target) const;
-  Relationship createInternalRelationship(std::u16string_view type, const URI& target,
-                                          std::string_view id) override;
-  void deleteRelationship(std::string_view id) override;
 
  private:
-  PackageState& state() const;
-  std::shared_ptr<PackageState> openState(interfaces::OpenMode mode);
+  OpenPackage& opened() const override;
+  const PartName* part() const override { return nullptr; }
+  std::optional<PartName> corePropertiesPart() const;
+  PartName createCorePropertiesPart();
 
   std::u16string path_;
   zip::Limits limits_;
   std::shared_ptr<const PackageIndex> index_;  // outlives the openings
-  std::shared_ptr<PackageState> state_;
+  std::shared_ptr<OpenPackage> open_;          // null while closed
 };
 
 }  // namespace opc::model

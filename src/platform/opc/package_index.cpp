@@ -1,11 +1,11 @@
 #include "platform/opc/package_index.h"
 
 #include <chrono>
-#include <mutex>
+#include <cstdint>
 #include <utility>
 
 #include "platform/errors/package_errors.h"
-#include "platform/opc/item_names.h"
+#include "platform/opc/percent_encoding.h"
 #include "platform/zip/entry_reader.h"
 
 namespace opc {
@@ -21,139 +21,181 @@ bool isJustChanged(const fl::filesystem::FileIdentity& identity) {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count() - identity.changed < kClockTick;
 }
 
+/// What the name of an entry says about it.
+enum class ItemKind {
+  Folder,            ///< ends in "/"
+  ContentTypes,      ///< "[Content_Types].xml"
+  InterleavedPiece,  ///< ".../[0].piece", ".../[7].last.piece"
+  Relationships,     ///< in a folder "_rels", with the extension "rels"
+  Other,
+};
+
+std::string_view lastSegment(std::string_view name) { return name.substr(name.rfind('/') + 1); }
+
+std::string_view folderOf(std::string_view name) {
+  const std::size_t slash = name.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : name.substr(0, slash);
+}
+
+bool isPiece(std::string_view segment) {
+  if (!segment.starts_with('[')) return false;
+  const std::size_t close = segment.find_first_not_of("0123456789", 1);
+  if (close == std::string_view::npos || close == 1 || segment[close] != ']') return false;
+  const std::string_view rest = segment.substr(close + 1);
+  return percent::equalsIgnoringCase(rest, ".piece") || percent::equalsIgnoringCase(rest, ".last.piece");
+}
+
+ItemKind kindOf(std::string_view name) {
+  if (name.ends_with('/')) return ItemKind::Folder;
+  if (percent::equalsIgnoringCase(name, "[Content_Types].xml")) return ItemKind::ContentTypes;
+  if (isPiece(lastSegment(name))) return ItemKind::InterleavedPiece;
+  const bool isRelationships = model::isRelationshipPart(lastSegment(folderOf(name)), lastSegment(name));
+  return isRelationships ? ItemKind::Relationships : ItemKind::Other;
+}
+
+/// PartName::key of an entry's name; nothing if no part can be called so.
+std::optional<std::string> keyOfItem(std::string_view name) {
+  return model::PartName::tryKey(std::string("/").append(name));
+}
+
+/// The key of the part whose relationships an entry of that kind holds: empty text for the package
+/// ("_rels/.rels"), nothing if no part can be called so.
+std::optional<std::string> sourceOfRelationships(std::string_view name) {
+  const std::string_view folder = folderOf(folderOf(name));
+  std::string_view base = lastSegment(name);
+  base.remove_suffix(std::string_view(".rels").size());
+  if (folder.empty() && base.empty()) return std::string();
+  std::string source(folder);
+  if (!source.empty()) source += '/';
+  return keyOfItem(source.append(base));
+}
+
 }  // namespace
 
 /// Reads an index, entry by entry.
 class PackageIndex::Reader {
  public:
-  Reader(const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits,
-         PackageIndex& index)
-      : file_(file), limits_(limits), index_(index) {}
+  Reader(const std::shared_ptr<const fl::filesystem::InputFile>& file, PackageIndex& index)
+      : file_(file), remaining_(index.limits_), index_(index) {}
 
   void read() {
     index_.identity_ = file_->identity();
-    index_.limits_ = limits_;
     index_.mayHaveChangedUnseen_ = isJustChanged(file_->identity());
-    index_.directory_ = zip::Directory::read(*file_, limits_);
-    sortItems();
+    index_.directory_ = zip::Directory::read(*file_, remaining_);
+    for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) sortItem(entry);
     readContentTypes();
     index_.parts_.reserve(partItems_.size());
     index_.partsByKey_.reserve(partItems_.size());
-    for (const EntryPlace place : partItems_) addItem(place);
-    for (const EntryPlace place : relationshipItems_) addRelationships(place);
+    for (const EntryIndex entry : partItems_) addItem(entry);
+    for (const EntryIndex entry : relationshipItems_) addRelationships(entry);
   }
 
  private:
-  const zip::Entry& entryAt(EntryPlace place) const { return index_.entries()[place]; }
+  const zip::Entry& at(EntryIndex entry) const { return index_.entries()[entry]; }
 
-  void sortItems() {
-    const auto& entries = index_.entries();
-    for (EntryPlace place = 0; place < entries.size(); ++place) {
-      sortItem(place, kindOfItem(entries[place].name));
-    }
-  }
-
-  void sortItem(EntryPlace place, ItemKind kind) {
-    const zip::Entry& entry = entryAt(place);
+  void sortItem(EntryIndex entry) {
+    const ItemKind kind = kindOf(at(entry).name);
     if (kind == ItemKind::InterleavedPiece) {
-      refuse("opc:package:InterleavedPart", file_->path(), entry.name);
+      refuse("opc:package:InterleavedPart", file_->path(), at(entry).name);
     }
     if (kind == ItemKind::Folder) return;
-    if (kind == ItemKind::Relationships) return relationshipItems_.push_back(place);
-    if (entry.isSymbolicLink) return keepOther(partNameOfItem(entry.name));
-    if (kind == ItemKind::Other) return partItems_.push_back(place);
+    if (kind == ItemKind::Relationships) return relationshipItems_.push_back(entry);
+    if (at(entry).isSymbolicLink) return keepLink(keyOfItem(at(entry).name));
+    if (kind == ItemKind::Other) return partItems_.push_back(entry);
     if (index_.contentTypesEntry_) refuse("opc:package:ContentTypesTwice", file_->path());
-    index_.contentTypesEntry_ = place;
+    index_.contentTypesEntry_ = entry;
   }
 
-  void keepOther(const std::optional<model::PartName>& name) {
-    if (name) index_.otherItems_.insert(name->key());
+  void keepLink(std::optional<std::string> key) {
+    if (key) index_.otherItems_.insert(*std::move(key));
   }
 
   void readContentTypes() {
     if (!index_.contentTypesEntry_) refuse("opc:package:ContentTypesMissing", file_->path());
     const std::string bytes =
-        zip::readWhole(file_, entryAt(*index_.contentTypesEntry_), limits_.contentTypeBytes);
-    index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), limits_);
+        zip::readWhole(file_, at(*index_.contentTypesEntry_), remaining_.contentTypeBytes);
+    index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), remaining_);
   }
 
-  void addItem(EntryPlace place) {
-    const auto key = keyOfItem(entryAt(place).name);
+  void addItem(EntryIndex entry) {
+    const auto key = keyOfItem(at(entry).name);
     if (!key) return;
     const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(*key);
     const bool isTaken = type ? index_.otherItems_.contains(*key) : !index_.otherItems_.insert(*key).second;
-    if (isTaken) refuseEquivalent(place);
+    if (isTaken) refuseEquivalent(entry);
     if (!type) return;
-    index_.parts_.push_back({place, index_.keys_.add(*key), *type, {}, {}});
-    const auto keyAt = [this](std::size_t at) { return index_.keyOf(index_.parts_[at]); };
-    if (!index_.partsByKey_.add(index_.parts_.size() - 1, keyAt)) refuseEquivalent(place);
+    index_.parts_.push_back({entry, index_.keys_.add(*key), *type, {}, {}});
+    const auto keyAt = [this](std::size_t part) { return index_.keyOf(index_.parts_[part]); };
+    if (!index_.partsByKey_.add(index_.parts_.size() - 1, keyAt)) refuseEquivalent(entry);
   }
 
-  void addRelationships(EntryPlace place) {
-    const auto source = sourceOfRelationships(entryAt(place).name);
+  void addRelationships(EntryIndex entry) {
+    const auto source = sourceOfRelationships(at(entry).name);
     if (!source) return;
-    if (!relationshipSources_.insert(*source).second) refuseEquivalent(place);
     if (source->empty()) {
-      index_.relationshipsEntry_ = place;
-      index_.relationships_ = readRelationships(place, {});
+      claim(index_.relationshipsEntry_, entry);
+      index_.relationships_ = readRelationships(entry, {});
       return;
     }
     const IndexedPart* found = index_.find(*source);
     if (!found) {
-      index_.orphans_.emplace(*source, place);
+      if (!index_.orphans_.emplace(*source, entry).second) refuseEquivalent(entry);
       return;
     }
     IndexedPart& part = index_.parts_[static_cast<std::size_t>(found - index_.parts_.data())];
-    part.relationshipsEntry = place;
+    claim(part.relationshipsEntry, entry);
     part.relationships = std::make_shared<const RelationshipsDocument>(
-        readRelationships(place, index_.nameOf(part).encoded()));
+        readRelationships(entry, index_.nameOf(part).encoded()));
   }
 
-  // The limits hold for all relationships of the package together. A link in the place of a document says
+  /// Two relationship parts of one source have names that are equivalent.
+  void claim(std::optional<EntryIndex>& relationshipsEntry, EntryIndex entry) {
+    if (relationshipsEntry) refuseEquivalent(entry);
+    relationshipsEntry = entry;
+  }
+
+  // The limits hold for all relationships of the package together. A symbolic link instead of a document says
   // nothing, but it gives way when the document is written.
-  RelationshipsDocument readRelationships(EntryPlace place, const std::string& source) {
-    if (entryAt(place).isSymbolicLink) return RelationshipsDocument(source);
-    const std::string bytes = zip::readWhole(file_, entryAt(place), limits_.relationshipBytes);
-    auto document = RelationshipsDocument::parse(bytes, source, file_->path(), limits_);
-    limits_.relationshipBytes -= bytes.size();
-    limits_.relationships -= document.size();
+  RelationshipsDocument readRelationships(EntryIndex entry, const std::string& source) {
+    if (at(entry).isSymbolicLink) return RelationshipsDocument(source);
+    const std::string bytes = zip::readWhole(file_, at(entry), remaining_.relationshipBytes);
+    auto document = RelationshipsDocument::parse(bytes, source, file_->path(), remaining_);
+    remaining_.relationshipBytes -= bytes.size();
+    remaining_.relationships -= document.size();
     index_.relationshipCount_ += document.size();
     return document;
   }
 
-  [[noreturn]] void refuseEquivalent(EntryPlace place) {
-    refuse("opc:package:EquivalentNames", file_->path(), entryAt(place).name);
+  [[noreturn]] void refuseEquivalent(EntryIndex entry) {
+    refuse("opc:package:EquivalentNames", file_->path(), at(entry).name);
   }
 
-  std::shared_ptr<const fl::filesystem::InputFile> file_;
-  zip::Limits limits_;  // what is left of them
+  const std::shared_ptr<const fl::filesystem::InputFile>& file_;
+  zip::Limits remaining_;
   PackageIndex& index_;
-  std::vector<EntryPlace> partItems_, relationshipItems_;
-  std::unordered_set<std::string> relationshipSources_;
+  std::vector<EntryIndex> partItems_, relationshipItems_;
 };
 
-std::shared_ptr<const PackageIndex> PackageIndex::read(
-    const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits) {
+std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage(const zip::Limits& limits) {
   const std::shared_ptr<PackageIndex> index(new PackageIndex);
-  Reader(file, limits, *index).read();
+  index->limits_ = limits;
+  index->contentTypes_ = ContentTypesDocument::ofNewPackage();
   return index;
-}
-
-std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage() {
-  return std::shared_ptr<const PackageIndex>(new PackageIndex);
 }
 
 std::shared_ptr<const PackageIndex> PackageIndex::of(
     const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits) {
-  static constinit std::mutex mutex;
   static constinit std::weak_ptr<const PackageIndex> lastRead;
-  {
-    const std::lock_guard lock(mutex);
-    auto known = lastRead.lock();
-    if (known && known->describes(file->identity(), limits)) return known;
+  if (auto known = lastRead.lock(); known && known->describes(file->identity(), limits)) return known;
+  const std::shared_ptr<PackageIndex> index(new PackageIndex);
+  index->limits_ = limits;
+  try {
+    Reader(file, *index).read();
+  } catch (const model::PackageOpenFailed&) {
+    throw;
+  } catch (const Exception& broken) {  // data that does not match its checksum, for one
+    throw model::PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
   }
-  auto index = read(file, limits);
-  const std::lock_guard lock(mutex);
   lastRead = index;
   return index;
 }
@@ -174,15 +216,15 @@ std::string_view PackageIndex::comment() const {
 std::uint64_t PackageIndex::directoryOffset() const { return directory_ ? directory_->offset() : 0; }
 
 const IndexedPart* PackageIndex::find(std::string_view key) const {
-  const auto found = partsByKey_.find(key, [this](std::size_t place) { return keyOf(parts_[place]); });
+  const auto found = partsByKey_.find(key, [this](std::size_t part) { return keyOf(parts_[part]); });
   return found ? &parts_[*found] : nullptr;
 }
 
 model::PartName PackageIndex::nameOf(const IndexedPart& part) const {
-  return partNameOfItem(entries()[part.entry].name).value();
+  return model::PartName::tryFromEncoded(std::string("/").append(entries()[part.entry].name)).value();
 }
 
-std::optional<EntryPlace> PackageIndex::orphanedRelationships(const std::string& key) const {
+std::optional<EntryIndex> PackageIndex::orphanedRelationships(std::string_view key) const {
   const auto found = orphans_.find(key);
   if (found == orphans_.end()) return std::nullopt;
   return found->second;

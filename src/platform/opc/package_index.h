@@ -1,37 +1,39 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include "platform/files/descriptor.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationships_document.h"
 #include "platform/opc/text_store.h"
+#include "platform/text/text_hash.h"
+#include "platform/text/text_index.h"
 #include "platform/zip/directory.h"
 #include "platform/zip/limits.h"
-#include "platform/zip/place_table.h"
 
 namespace opc {
 
-/// The place of an entry in its directory.
-using EntryPlace = std::size_t;
+/// The position of an entry in its directory.
+using EntryIndex = std::size_t;
 
 /// One part as the opened file has it; its name is that of the entry.
 struct IndexedPart {
-  EntryPlace entry = 0;
-  TextStore::Place key;
+  EntryIndex entry = 0;
+  TextStore::Location key;
   model::ContentType type;
-  std::optional<EntryPlace> relationshipsEntry;
-  std::shared_ptr<const RelationshipsDocument>
-      relationships;  ///< null when the part has no relationship part
+  std::optional<EntryIndex> relationshipsEntry;
+  /// Null when the part has no relationship part.
+  std::shared_ptr<const RelationshipsDocument> relationships;
 };
 
 /// What one state of a package file says: directory, content types, relationships and parts. Never changes
@@ -50,10 +52,11 @@ class PackageIndex {
   static std::shared_ptr<const PackageIndex> of(const std::shared_ptr<const fl::filesystem::InputFile>& file,
                                                 const zip::Limits& limits);
   /// Of a package that is not written yet.
-  static std::shared_ptr<const PackageIndex> ofNewPackage();
+  static std::shared_ptr<const PackageIndex> ofNewPackage(const zip::Limits& limits);
 
   /// Whether this describes the file that was just opened, as it is now, under the same limits.
   bool describes(const fl::filesystem::FileIdentity& current, const zip::Limits& limits) const;
+  const zip::Limits& limits() const { return limits_; }
 
   /// In the order of the directory; none in a new package.
   const std::vector<zip::Entry>& entries() const;
@@ -63,8 +66,8 @@ class PackageIndex {
 
   const ContentTypesDocument& contentTypes() const { return contentTypes_; }
   const RelationshipsDocument& relationships() const { return relationships_; }
-  std::optional<EntryPlace> contentTypesEntry() const { return contentTypesEntry_; }
-  std::optional<EntryPlace> relationshipsEntry() const { return relationshipsEntry_; }
+  std::optional<EntryIndex> contentTypesEntry() const { return contentTypesEntry_; }
+  std::optional<EntryIndex> relationshipsEntry() const { return relationshipsEntry_; }
   /// Of the package and all its parts together.
   std::size_t relationshipCount() const { return relationshipCount_; }
 
@@ -74,16 +77,14 @@ class PackageIndex {
   const IndexedPart* find(std::string_view key) const;
   std::string_view keyOf(const IndexedPart& part) const { return keys_.at(part.key); }
   model::PartName nameOf(const IndexedPart& part) const;
-  /// Whether an item that is no part stands under this key.
-  bool isNameOfItem(const std::string& key) const { return otherItems_.contains(key); }
-  /// The relationship part that stands there for a part that does not.
-  std::optional<EntryPlace> orphanedRelationships(const std::string& key) const;
+  /// Whether an item that is no part has this key.
+  bool isNameOfItem(std::string_view key) const { return otherItems_.contains(key); }
+  /// The relationship part that is there for a part that is not.
+  std::optional<EntryIndex> orphanedRelationships(std::string_view key) const;
 
  private:
   class Reader;
   PackageIndex() = default;
-  static std::shared_ptr<const PackageIndex> read(
-      const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits);
 
   fl::filesystem::FileIdentity identity_;
   zip::Limits limits_;
@@ -91,13 +92,13 @@ class PackageIndex {
   std::optional<zip::Directory> directory_;  // nothing in a new package
   ContentTypesDocument contentTypes_;
   RelationshipsDocument relationships_;
-  std::optional<EntryPlace> contentTypesEntry_, relationshipsEntry_;
+  std::optional<EntryIndex> contentTypesEntry_, relationshipsEntry_;
   std::size_t relationshipCount_ = 0;
   std::vector<IndexedPart> parts_;
   TextStore keys_;
-  zip::PlaceTable partsByKey_;
-  std::unordered_set<std::string> otherItems_;
-  std::unordered_map<std::string, EntryPlace> orphans_;
+  fl::i18n::TextIndex partsByKey_;
+  boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> otherItems_;
+  boost::unordered_flat_map<std::string, EntryIndex, fl::i18n::TextHash, std::equal_to<>> orphans_;
 };
 
 }  // namespace opc

@@ -1,14 +1,14 @@
-#include "platform/opc/package_save.h"
-
+#include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "platform/errors/package_errors.h"
 #include "platform/files/durable_file.h"
-#include "platform/opc/item_names.h"
+#include "platform/opc/open_package.h"
 #include "platform/zip/writer.h"
 
 namespace opc {
@@ -17,45 +17,54 @@ namespace {
 
 constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
 
-/// What happens to each entry of the opened file, and what is added.
-class SavePlan {
+/// The name of the entry that holds a part of this encoded name.
+std::string_view itemNameOf(std::string_view encodedName) { return encodedName.substr(1); }
+
+}  // namespace
+
+/// How a changed package is written: what happens to each entry of the opened file, and what is added.
+///
+/// Entries that were not touched are copied compressed, in their order, with their comments and extra fields;
+/// changed documents and replaced data stand where the old ones stood; what is new follows. The bytes of
+/// deleted and replaced parts are never in the new file. Where nothing was deleted and the file system can
+/// share blocks, what is new is appended to a clone.
+class OpenPackage::SavePlan {
  public:
-  SavePlan(const std::string& path, PackageContents& contents,
-           const std::shared_ptr<zip::SpoolStorage>& storage)
-      : path_(path), contents_(contents), storage_(storage), emptyPart_(storage) {
+  explicit SavePlan(OpenPackage& package) : package_(package), emptyPart_(package.spoolStorage()) {
     emptyPart_.finish();
     fates_.resize(entries().size());
-    for (const PartChange* change : contents.partChanges()) planPart(*change);
-    for (const EntryPlace orphan : contents.droppedOrphans()) leaveOut(orphan);
-    planPackageRelationships();
+    for (const PartChange* change : changesInOrder()) planPart(*change);
+    for (const EntryIndex orphan : package.droppedOrphans_) leaveOut(orphan);
+    if (package.relationships_) putRelationships(*package.relationships_, index().relationshipsEntry());
     planContentTypes();
     checkRelationshipBytes();
   }
 
-  void write(zip::Writer& writer, const fl::filesystem::InputFile* file, bool isClone) const {
-    for (EntryPlace place = 0; place < fates_.size(); ++place) {
-      const zip::Entry& entry = entries()[place];
-      const Fate& fate = fates_[place];
+  /// To an output that is a clone of the opened file, or empty.
+  void write(zip::Writer& writer, bool isClone) const {
+    for (EntryIndex index = 0; index < fates_.size(); ++index) {
+      const zip::Entry& entry = entries()[index];
+      const Fate& fate = fates_[index];
       if (fate.replacement) {
         writer.add(entry.name, *fate.replacement);
       } else if (!fate.isLeftOut) {
-        isClone ? writer.keep(entry) : writer.copy(*file, entry);
+        isClone ? writer.keep(entry) : writer.copy(*package_.file_, entry);
       }
     }
     for (const auto& [name, content] : additions_) writer.add(name, *content);
-    writer.finish(contents_.index().comment());
+    writer.finish(index().comment());
   }
 
   /// A clone keeps the bytes of the documents it replaces. That is fine for a while, but a package that is
   /// added to again and again must not become mostly waste.
   bool mayClone() const {
-    if (!contents_.isOnlyAddition()) return false;
+    if (!package_.file_ || !package_.isOnlyAddition_) return false;
     std::uint64_t live = 0;
-    for (EntryPlace place = 0; place < fates_.size(); ++place) {
-      const zip::Entry& entry = entries()[place];
-      if (!fates_[place].replacement) live += entry.endOffset - entry.headerOffset;
+    for (EntryIndex index = 0; index < fates_.size(); ++index) {
+      const zip::Entry& entry = entries()[index];
+      if (!fates_[index].replacement) live += entry.endOffset - entry.headerOffset;
     }
-    const std::uint64_t waste = contents_.index().directoryOffset() - live;
+    const std::uint64_t waste = index().directoryOffset() - live;
     return waste <= live / 8;
   }
 
@@ -65,8 +74,20 @@ class SavePlan {
     const zip::Spool* replacement = nullptr;
   };
 
-  const std::vector<zip::Entry>& entries() const { return contents_.index().entries(); }
-  void leaveOut(EntryPlace place) { fates_[place].isLeftOut = true; }
+  const PackageIndex& index() const { return *package_.index_; }
+  const std::vector<zip::Entry>& entries() const { return index().entries(); }
+  void leaveOut(EntryIndex entry) { fates_[entry].isLeftOut = true; }
+
+  /// Those to parts of the file first, in its order, then new parts in the order of their creation.
+  std::vector<const PartChange*> changesInOrder() const {
+    std::vector<const PartChange*> changes;
+    changes.reserve(package_.changes_.size());
+    for (const auto& [key, change] : package_.changes_) changes.push_back(&change);
+    std::ranges::sort(changes, {}, [](const PartChange* part) {
+      return std::pair(part->creation, part->original ? part->original->entry : 0);
+    });
+    return changes;
+  }
 
   void planPart(const PartChange& part) {
     const IndexedPart* original = part.original;
@@ -95,49 +116,55 @@ class SavePlan {
   }
 
   const zip::Spool& finished(const PartChange& part) {
-    if (part.data->isBroken) raise("opc:part:LostData", path_, part.name.text());
-    part.data->spool.finish();
-    return part.data->spool;
+    if (part.data->isBroken()) raise("opc:part:LostData", package_.path_, part.name.text());
+    part.data->finish();
+    return *part.data;
   }
 
-  void planPackageRelationships() {
-    const RelationshipsDocument* changed = contents_.changedRelationships();
-    if (changed) putRelationships(*changed, contents_.index().relationshipsEntry());
-  }
-
-  void putRelationships(const RelationshipsDocument& document, std::optional<EntryPlace> old) {
+  void putRelationships(const RelationshipsDocument& document, std::optional<EntryIndex> old) {
     const std::string name = document.partName();
-    contents_.typeRelationshipPart(name);
+    giveType(name);
     const std::string bytes = document.toBytes();
     relationshipBytes_ += bytes.size();
     put(std::string(itemNameOf(name)), old, bytes);
   }
 
-  // What is saved must be openable again, so what the reader refuses is not written.
-  void checkRelationshipBytes() {
-    const auto count = [this](std::optional<EntryPlace> place) {
-      if (!place || fates_[*place].isLeftOut || fates_[*place].replacement) return;
-      relationshipBytes_ += entries()[*place].size;
-    };
-    count(contents_.index().relationshipsEntry());
-    for (const IndexedPart& part : contents_.index().parts()) count(part.relationshipsEntry);
-    const std::uint64_t limit = contents_.limits().relationshipBytes;
-    if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", path_, limit);
+  /// An override and never a default, which could make parts of other items.
+  void giveType(const std::string& relationshipPart) {
+    const model::ContentType type(kRelationshipsType);
+    const model::ContentType* found = contentTypes().contentTypeOf(relationshipPart);
+    if (!found || !(*found == type)) package_.editContentTypes().setOverride(relationshipPart, type);
   }
 
-  // Last of the documents, because relationship parts may need a type.
+  const ContentTypesDocument& contentTypes() const {
+    return package_.contentTypes_ ? *package_.contentTypes_ : index().contentTypes();
+  }
+
+  // What is saved must be openable again, so what the reader refuses is not written.
+  void checkRelationshipBytes() {
+    const auto count = [this](std::optional<EntryIndex> entry) {
+      if (!entry || fates_[*entry].isLeftOut || fates_[*entry].replacement) return;
+      relationshipBytes_ += entries()[*entry].size;
+    };
+    count(index().relationshipsEntry());
+    for (const IndexedPart& part : index().parts()) count(part.relationshipsEntry);
+    const std::uint64_t limit = index().limits().relationshipBytes;
+    if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", package_.path_, limit);
+  }
+
+  // After the relationship parts, which may need a type.
   void planContentTypes() {
-    const auto old = contents_.index().contentTypesEntry();
-    if (old && !contents_.hasChangedContentTypes()) return;
-    const std::string bytes = contents_.contentTypes().toBytes();
-    const std::uint64_t limit = contents_.limits().contentTypeBytes;
-    if (bytes.size() > limit) raise("opc:package:ContentTypesTooLarge", path_, limit);
+    const auto old = index().contentTypesEntry();
+    if (old && !package_.contentTypes_) return;
+    const std::string bytes = contentTypes().toBytes();
+    const std::uint64_t limit = index().limits().contentTypeBytes;
+    if (bytes.size() > limit) raise("opc:package:ContentTypesTooLarge", package_.path_, limit);
     put(std::string(kContentTypesItem), old, bytes);
   }
 
   // New documents stand before the new parts, where readers look first.
-  void put(std::string name, std::optional<EntryPlace> old, const std::string& bytes) {
-    zip::Spool& document = documents_.emplace_back(storage_);
+  void put(std::string name, std::optional<EntryIndex> old, const std::string& bytes) {
+    zip::Spool& document = documents_.emplace_back(package_.spoolStorage());
     document.write(bytes.data(), bytes.size());
     document.finish();
     if (old) {
@@ -147,9 +174,7 @@ class SavePlan {
     }
   }
 
-  const std::string& path_;
-  PackageContents& contents_;
-  const std::shared_ptr<zip::SpoolStorage>& storage_;
+  OpenPackage& package_;
   zip::Spool emptyPart_;
   std::uint64_t relationshipBytes_ = 0;
   std::vector<Fate> fates_;
@@ -157,33 +182,14 @@ class SavePlan {
   std::deque<zip::Spool> documents_;
 };
 
-void replacePackage(const std::string& path, const SavePlan& plan, const fl::filesystem::InputFile& file,
-                    std::uint64_t directoryOffset) {
-  using Start = fl::filesystem::DurableFile::Start;
-  fl::filesystem::DurableFile output(path, file.identity(),
-                                     plan.mayClone() ? Start::CloneOrEmpty : Start::Empty);
-  zip::Writer writer(output.descriptor(), path, output.isClone() ? directoryOffset : 0);
-  plan.write(writer, &file, output.isClone());
-  output.commit();
-}
-
-void createPackage(const std::string& path, const SavePlan& plan, fl::filesystem::DurableFile output) {
-  zip::Writer writer(output.descriptor(), path);
-  plan.write(writer, nullptr, false);
-  output.commit();
-}
-
-}  // namespace
-
-void savePackage(const std::string& path, PackageContents& contents,
-                 const std::shared_ptr<const fl::filesystem::InputFile>& file,
-                 const std::optional<fl::filesystem::FileIdentity>& replaced,
-                 const std::shared_ptr<zip::SpoolStorage>& storage) {
-  const SavePlan plan(path, contents, storage);
-  if (file) return replacePackage(path, plan, *file, contents.index().directoryOffset());
+void OpenPackage::save() {
   using fl::filesystem::DurableFile;
-  createPackage(path, plan,
-                replaced ? DurableFile(path, *replaced, DurableFile::Start::Empty) : DurableFile(path));
+  const SavePlan plan(*this);
+  const auto start = plan.mayClone() ? DurableFile::Start::CloneOrEmpty : DurableFile::Start::Empty;
+  DurableFile output = replaced_ ? DurableFile(path_, *replaced_, start) : DurableFile(path_);
+  zip::Writer writer(output.descriptor(), path_, output.isClone() ? index_->directoryOffset() : 0);
+  plan.write(writer, output.isClone());
+  output.commit();
 }
 
 }  // namespace opc

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 #include "platform/opc/content_type.h"
 #include "platform/opc/part_name.h"
@@ -10,7 +12,30 @@
 
 namespace opc::model {
 
-class PackageState;
+/// What relationships start from: the package, or a part.
+class RelationshipSource {
+ public:
+  /// In the order of the document. A copy, so that a caller may delete while walking it.
+  std::vector<Relationship> getRelationships(ExcludeMode exclude) const;
+  std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const;
+
+  /// Adds a link to a part of this package, which need not exist. An empty ID asks for the lowest free
+  /// "rIdN". Raises opc::Exception if the ID is taken, is not an XML name, the target is no part name, the
+  /// package has as many relationships as can be opened, or the source cannot be changed.
+  Relationship createInternalRelationship(std::u16string_view type, const URI& target, std::string_view id);
+
+  /// Deleting an ID that is not there is no error.
+  void deleteRelationship(std::string_view id);
+
+ protected:
+  ~RelationshipSource() = default;
+
+ private:
+  /// Raises opc::Exception if there is none.
+  virtual OpenPackage& opened() const = 0;
+  /// Null for the package itself.
+  virtual const PartName* part() const = 0;
+};
 
 /// Normal is deflate, or stored where deflating makes the data no smaller.
 enum class CompressionType { Normal = 0 };
@@ -23,7 +48,7 @@ struct StandardPartInfo {
 
 /// One part of an open package. A handle: cheap to copy, and no longer usable once its package is closed or
 /// the part deleted; everything but its name then raises opc::Exception. Copies share one input stream.
-class Part : public RelationshipSource {
+class Part final : public RelationshipSource {
  public:
   const PartName& getName() const;
   ContentType getContentType() const;
@@ -37,16 +62,12 @@ class Part : public RelationshipSource {
   /// the package is saved. Raises opc::Exception if the package is not open for modification.
   std::shared_ptr<OutputStream> getOutputStream();
 
-  std::vector<Relationship> getRelationships(ExcludeMode exclude) const override;
-  std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const override;
-  Relationship createInternalRelationship(std::u16string_view type, const URI& target,
-                                          std::string_view id) override;
-  void deleteRelationship(std::string_view id) override;
-
  private:
   friend class Package;
   struct Handle;
-  Part(std::shared_ptr<PackageState> state, const PartName& name);
+  Part(std::shared_ptr<OpenPackage> package, PartName name);
+  OpenPackage& opened() const override;
+  const PartName* part() const override;
 
   std::shared_ptr<Handle> handle_;
 };

@@ -17,13 +17,10 @@ class PartName {
   /// part, more than 16 KiB encoded.
   explicit PartName(std::u16string_view decoded);
 
-  /// From stored text, decoded exactly once and then checked. Raises likewise, and for bad percent-encoding,
-  /// an encoded "/" or "\", and bytes that are not UTF-8. Other spellings of a name ("%41" for "A",
-  /// lower-case hex, characters that should have been encoded, as careless writers leave them) give the same
-  /// name.
-  static PartName fromEncoded(std::string_view encoded);
-
-  /// The same, with nothing instead of an error.
+  /// From stored text, decoded exactly once and then checked; nothing for what no part may be called, nor for
+  /// bad percent-encoding, an encoded "/" or "\" and bytes that are not UTF-8. Other spellings of a name
+  /// ("%41" for "A", lower-case hex, characters that should have been encoded, as careless writers leave
+  /// them) give the same name.
   static std::optional<PartName> tryFromEncoded(std::string_view encoded);
   /// Only the `text` of what `tryFromEncoded` gives.
   static std::optional<std::u16string> tryDecode(std::string_view encoded);
@@ -34,24 +31,23 @@ class PartName {
   const std::string& encoded() const { return encoded_; }
 
   /// The encoded form in lower case: what names are compared, sorted and looked up by.
-  const std::string& key() const { return key_.empty() ? encoded_ : key_; }
-  bool operator==(const PartName& other) const { return key() == other.key(); }
-
-  /// The name of the relationship part of this part ("/a/_rels/b.txt.rels"), encoded.
-  std::string relationshipPartName() const;
+  const std::string& key() const { return key_; }
+  bool operator==(const PartName& other) const { return key_ == other.key_; }
 
  private:
-  struct Parsed;
-  explicit PartName(Parsed&& parsed);
-  static Parsed parse(std::string_view encoded);
+  PartName(std::u16string text, std::string encoded);
 
   std::u16string text_;
   std::string encoded_;
-  std::string key_;  // empty if it is the encoded form itself
+  std::string key_;
 };
 
-/// The name of the relationship part of a part given by its encoded name; of the package for an empty one.
+/// The name of the relationship part of a part given by its encoded name ("/a/_rels/b.txt.rels" for
+/// "/a/b.txt"); of the package for an empty one.
 std::string relationshipPartNameOf(std::string_view encodedName);
+
+/// Whether two neighbouring segments of a name are what every relationship part ends in, "_rels/….rels".
+bool isRelationshipPart(std::string_view folder, std::string_view file);
 
 /// The key of any absolute name, relationship parts included: decoded once, encoded anew, in lower case.
 /// Nothing for what is no absolute name or is badly encoded.

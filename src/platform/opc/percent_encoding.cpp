@@ -13,6 +13,8 @@ int hexValue(char digit) {
   return -1;
 }
 
+constexpr char lowerOf(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 }  // namespace
 
 std::string encode(std::string_view bytes, const Literals& literals) {
@@ -64,9 +66,12 @@ std::optional<std::string> decode(std::string_view encoded) {
 
 std::string toLower(std::string_view text) {
   std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  std::ranges::transform(lower, lower.begin(), lowerOf);
   return lower;
+}
+
+bool equalsIgnoringCase(std::string_view one, std::string_view other) {
+  return std::ranges::equal(one, other, {}, lowerOf, lowerOf);
 }
 
 }  // namespace opc::percent

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// Percent-encoding (RFC 3986, 2.1) of bytes.
+/// Percent-encoding (RFC 3986, 2.1) of bytes, and the letter case of what is encoded so.
 namespace opc::percent {
 
 /// The bytes that stand for themselves.
@@ -43,5 +43,7 @@ std::optional<std::string> decode(std::string_view encoded);
 
 /// ASCII letters in lower case; other bytes stay.
 std::string toLower(std::string_view text);
+/// Whether two texts are the same but for the case of ASCII letters.
+bool equalsIgnoringCase(std::string_view one, std::string_view other);
 
 }  // namespace opc::percent

@@ -3,11 +3,33 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include "platform/opc/uri.h"
 
 namespace opc::model {
+
+/// Where a relationship leads, as decoded text.
+class URI {
+ public:
+  /// Raises opc::Exception for a text that no new target may be (empty, NUL, lone surrogates).
+  explicit URI(std::u16string_view text);
+
+  /// The target of a relationship that stands in a document; that one may be empty.
+  static URI asWritten(std::u16string text);
+
+  /// Where the target of an internal relationship leads, for a source given by its encoded name (empty for
+  /// the package). It is resolved (RFC 3986, 5.2) before it is decoded, once; a fragment is left out. If the
+  /// outcome is a part name, the result is its decoded text. Everything else matches no part and reads as a
+  /// path above the root, which no part can have: "/../x" for a target that climbs there, "/../" and the
+  /// target as written for one with a query, a scheme, an authority, a backslash, an encoded slash or dot
+  /// segment, an empty segment, or a bad percent-encoding.
+  static URI resolved(std::string_view source, std::string_view target);
+
+  const std::u16string& text() const { return text_; }
+  bool operator==(const URI&) const = default;
+
+ private:
+  URI() = default;
+  std::u16string text_;
+};
 
 enum class TargetMode { Internal, External };
 
@@ -38,24 +60,5 @@ class Relationship {
 
 /// Which relationships a listing leaves out.
 enum class ExcludeMode { None = 0, External = 1 };
-
-/// What relationships start from: the package, or a part.
-class RelationshipSource {
- public:
-  virtual ~RelationshipSource();
-
-  /// In the order of the document. A copy, so that a caller may delete while walking it.
-  virtual std::vector<Relationship> getRelationships(ExcludeMode exclude) const = 0;
-  virtual std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const = 0;
-
-  /// Adds a link to a part of this package, which need not exist. An empty ID asks for the lowest free
-  /// "rIdN". Raises opc::Exception if the ID is taken, is not an XML name, the target is no part name, the
-  /// package has as many relationships as can be opened, or the source cannot be changed.
-  virtual Relationship createInternalRelationship(std::u16string_view type, const URI& target,
-                                                  std::string_view id) = 0;
-
-  /// Deleting an ID that is not there is no error.
-  virtual void deleteRelationship(std::string_view id) = 0;
-};
 
 }  // namespace opc::model

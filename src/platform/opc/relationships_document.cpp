@@ -1,14 +1,16 @@
 #include "platform/opc/relationships_document.h"
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
+#include <utility>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "platform/errors/package_errors.h"
-#include "platform/opc/target_resolution.h"
-#include "platform/opc/xml_list_reader.h"
-#include "platform/opc/xml_name.h"
 #include "platform/opc/xml_writer.h"
 #include "platform/text/conversion.h"
+#include "platform/text/text_hash.h"
 
 namespace opc {
 namespace {
@@ -30,6 +32,48 @@ std::uint64_t numberOf(std::string_view id) {
   const char* end = id.data() + id.size();
   const auto [stop, error] = std::from_chars(id.data() + kIdPrefix.size(), end, number);
   return error == std::errc() && stop == end && numberedId(number) == id ? number : 0;
+}
+
+struct Range {
+  char32_t first, last;
+};
+
+// XML 1.0, fifth edition, [4] and [4a], without the colon.
+constexpr Range kStart[] = {
+    {'A', 'Z'},       {'_', '_'},       {'a', 'z'},       {0xC0, 0xD6},     {0xD8, 0xF6},
+    {0xF8, 0x2FF},    {0x370, 0x37D},   {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F},
+    {0x2C00, 0x2FEF}, {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF},
+};
+constexpr Range kFurther[] = {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
+
+template <std::size_t N>
+bool isIn(const Range (&ranges)[N], char32_t character) {
+  return std::any_of(ranges, ranges + N,
+                     [=](Range range) { return range.first <= character && character <= range.last; });
+}
+
+char32_t nextCharacter(const std::u16string& text, std::size_t& at) {
+  const char16_t unit = text[at++];
+  if (unit < 0xD800 || unit > 0xDBFF) return unit;
+  return 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (text[at++] - 0xDC00);
+}
+
+bool isAsciiStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
+
+bool isAsciiFurther(char c) { return isAsciiStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+
+/// Whether a UTF-8 text is a name without a colon (Namespaces in XML 1.0, NCName), which every ID must be.
+bool isNcName(std::string_view text) {
+  // The names that documents really have, of which there may be hundreds of thousands.
+  if (!text.empty() && isAsciiStart(text[0]) && std::ranges::all_of(text, isAsciiFurther)) return true;
+  if (text.empty() || !fl::i18n::is_well_formed(text)) return false;
+  const std::u16string wide = fl::i18n::to_ustring(text);
+  for (std::size_t at = 0; at < wide.size();) {
+    const bool isFirst = at == 0;
+    const char32_t character = nextCharacter(wide, at);
+    if (!isIn(kStart, character) && (isFirst || !isIn(kFurther, character))) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -100,7 +144,7 @@ class RelationshipsDocument::Reader : public xml::ListReader {
 
   std::string_view id(const xml::Attributes& attributes) const {
     const std::string_view written = required(attributes, "Id");
-    if (!xml::isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
+    if (!isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
     return written;
   }
 
@@ -108,11 +152,11 @@ class RelationshipsDocument::Reader : public xml::ListReader {
   const std::string_view package_;
   const std::string part_;
   const zip::Limits& limits_;
-  std::unordered_map<std::string, Relationship::Type, TextHash, std::equal_to<>> types_;
+  boost::unordered_flat_map<std::string, Relationship::Type, fl::i18n::TextHash, std::equal_to<>> types_;
 };
 
 RelationshipsDocument::RelationshipsDocument(std::string source)
-    : source_(std::move(source)), text_("Relationships", kNamespace) {}
+    : source_(std::move(source)), text_(xml::ListText::empty("Relationships", kNamespace)) {}
 
 RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::string source,
                                                    std::string_view packagePath, const zip::Limits& limits) {
@@ -133,7 +177,7 @@ std::string RelationshipsDocument::partName() const { return model::relationship
 Relationship RelationshipsDocument::linkOf(const Item& item) const {
   const std::string_view target = texts_.at(item.target);
   return {std::string(texts_.at(item.id)), item.type,
-          item.mode == TargetMode::Internal ? resolveTarget(source_, target)
+          item.mode == TargetMode::Internal ? URI::resolved(source_, target)
                                             : URI::asWritten(fl::i18n::to_ustring(target)),
           item.mode};
 }
@@ -157,14 +201,10 @@ std::vector<Relationship> RelationshipsDocument::relationshipsByType(std::u16str
   return links;
 }
 
-std::optional<std::size_t> RelationshipsDocument::placeOf(std::string_view id) const {
-  return byId_.find(id, [this](std::size_t place) { return idAt(place); });
-}
-
 std::optional<Relationship> RelationshipsDocument::find(std::string_view id) const {
-  const auto place = placeOf(id);
-  if (!place) return std::nullopt;
-  return linkOf(items_[*place]);
+  const auto index = byId_.find(id, idAt());
+  if (!index) return std::nullopt;
+  return linkOf(items_[*index]);
 }
 
 Relationship RelationshipsDocument::add(std::u16string_view type, const URI& target, std::string_view id,
@@ -172,32 +212,32 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   const model::PartName part(target.text());
   // Checked now, not when the document is written: by then it is too late to tell who asked.
   const std::string narrowType = xml::toXmlText(type, packagePath);
-  if (!id.empty() && !xml::isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
-  if (placeOf(id)) raise("opc:relationships:IdIsTaken", packagePath, id);
+  if (!id.empty() && !isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
+  if (byId_.find(id, idAt())) raise("opc:relationships:IdIsTaken", packagePath, id);
   const std::string itsId = id.empty() ? lowestFreeId() : std::string(id);
   const bool isAsBefore = !items_.empty() && *items_.back().type == type;
-  const xml::Span written =
-      text_.append("Relationship", {{"Id", itsId}, {"Type", narrowType}, {"Target", part.encoded()}});
+  const xml::Span written = text_.append(xml::writeElement(
+      text_.prefixed("Relationship"), {{"Id", itsId}, {"Type", narrowType}, {"Target", part.encoded()}}));
   append(itsId, isAsBefore ? items_.back().type : std::make_shared<const std::u16string>(type),
          part.encoded(), TargetMode::Internal, written);
   return linkOf(items_.back());
 }
 
 bool RelationshipsDocument::remove(std::string_view id) {
-  const auto place = placeOf(id);
-  if (!place) return false;
+  const auto index = byId_.find(id, idAt());
+  if (!index) return false;
   const std::uint64_t number = numberOf(id);
   if (number != 0 && number < nextNumber_) freedNumbers_.insert(number);
-  text_.cut(items_[*place].written);
-  items_[*place].isRemoved = true;
-  byId_.remove(id, [this](std::size_t at) { return idAt(at); });
+  text_.cut(items_[*index].written);
+  byId_.remove(id, idAt());
+  items_[*index].isRemoved = true;
   return true;
 }
 
 bool RelationshipsDocument::append(std::string_view id, Relationship::Type type, std::string_view target,
                                    TargetMode mode, xml::Span written) {
   items_.push_back({texts_.add(id), texts_.add(target), std::move(type), mode, written});
-  const bool isNew = byId_.add(items_.size() - 1, [this](std::size_t place) { return idAt(place); });
+  const bool isNew = byId_.add(items_.size() - 1, idAt());
   if (!isNew) items_.pop_back();
   return isNew;
 }
@@ -206,11 +246,11 @@ std::string RelationshipsDocument::lowestFreeId() {
   while (!freedNumbers_.empty()) {
     std::string id = numberedId(freedNumbers_.extract(freedNumbers_.begin()).value());
     // Somebody may have asked for it by name since it was freed.
-    if (!placeOf(id)) return id;
+    if (!byId_.find(id, idAt())) return id;
   }
   while (true) {
     std::string id = numberedId(nextNumber_++);
-    if (!placeOf(id)) return id;
+    if (!byId_.find(id, idAt())) return id;
   }
 }
 

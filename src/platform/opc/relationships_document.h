@@ -7,19 +7,18 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/opc/document_place.h"
 #include "platform/opc/part_name.h"
 #include "platform/opc/relationship.h"
 #include "platform/opc/text_store.h"
-#include "platform/opc/xml_list_text.h"
+#include "platform/opc/xml_list.h"
+#include "platform/text/text_index.h"
 #include "platform/zip/limits.h"
-#include "platform/zip/place_table.h"
 
 namespace opc {
 
 /// The relationships of one source, the package or a part, in the order of their document ("…/_rels/….rels").
 ///
-/// Internal targets are resolved against the source and decoded; see `resolveTarget` for those that lead to
+/// Internal targets are resolved against the source and decoded; see `URI::resolved` for those that lead to
 /// no part. External targets are as written, always.
 ///
 /// Elements and attributes of foreign namespaces are skipped (markup-compatibility extras occur in the wild),
@@ -38,7 +37,7 @@ class RelationshipsDocument {
   std::string partName() const;
 
   std::size_t size() const { return byId_.size(); }
-  bool isEmpty() const { return byId_.size() == 0; }
+  bool isEmpty() const { return size() == 0; }
 
   /// In the order of the document.
   std::vector<model::Relationship> relationships(model::ExcludeMode exclude = model::ExcludeMode::None) const;
@@ -60,7 +59,7 @@ class RelationshipsDocument {
   /// A relationship in the words of the document. What callers see is made when they ask, because most of the
   /// many thousand that a package may have are never looked at.
   struct Item {
-    TextStore::Place id, target;
+    TextStore::Location id, target;
     model::Relationship::Type type;
     model::TargetMode mode;
     xml::Span written;
@@ -70,16 +69,17 @@ class RelationshipsDocument {
   bool append(std::string_view id, model::Relationship::Type type, std::string_view target,
               model::TargetMode mode, xml::Span written);
   model::Relationship linkOf(const Item& item) const;
-  std::string_view idAt(std::size_t place) const { return texts_.at(items_[place].id); }
-  std::optional<std::size_t> placeOf(std::string_view id) const;
+  auto idAt() const {
+    return [this](std::size_t index) { return texts_.at(items_[index].id); };
+  }
   std::string lowestFreeId();
 
   std::string source_;
   xml::ListText text_;
-  // Removed items stay where they are, so that the others keep their places.
+  // Removed items stay where they are, so that the others keep their indexes.
   std::vector<Item> items_;
   TextStore texts_;
-  zip::PlaceTable byId_;
+  fl::i18n::TextIndex byId_;
   std::uint64_t nextNumber_ = 1;  // every rIdN below is taken or among the freed
   std::set<std::uint64_t> freedNumbers_;
 };

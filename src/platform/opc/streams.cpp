@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "platform/errors/package_errors.h"
+#include "platform/opc/open_package.h"
 #include "platform/progress/progress.h"
 
 namespace opc {
@@ -22,8 +23,46 @@ void report(const char16_t* activity, std::uint64_t copied, std::uint64_t expect
 
 }  // namespace
 
-InputStream::~InputStream() = default;
-OutputStream::~OutputStream() = default;
+InputStream::InputStream(std::shared_ptr<OpenPackage> package, model::PartName part)
+    : package_(std::move(package)), part_(std::move(part)) {
+  restart();
+}
+
+void InputStream::restart() {
+  const PartView part = package_->part(part_);
+  written_.reset();
+  entry_.reset();
+  data_ = part.data;
+  if (part.entry) entry_.emplace(package_->file(), *part.entry);
+  if (!data_) return;
+  package_->checkIsComplete(*data_, part_);
+  written_.emplace(*data_);
+}
+
+std::size_t InputStream::read(void* into, std::size_t count) {
+  package_->checkIsOpen();
+  std::size_t got = 0;
+  if (entry_) got = entry_->read(into, count);
+  if (written_) got = written_->read(into, count);
+  package_->countInflated(got);
+  return got;
+}
+
+OutputStream::OutputStream(std::shared_ptr<OpenPackage> package, std::shared_ptr<zip::Spool> data)
+    : package_(std::move(package)), data_(std::move(data)) {}
+
+OutputStream::~OutputStream() {
+  try {
+    data_->finish();
+  } catch (...) {
+    // Nobody can be told here. The data says itself that it is broken, and saving is refused.
+  }
+}
+
+void OutputStream::write(const void* data, std::size_t count) {
+  package_->checkIsOpen();
+  data_->write(data, count);
+}
 
 std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
   // A source that gives 0 has not ended for Boost, so an empty request must not look like the end.

@@ -5,31 +5,57 @@
 #include <ios>
 #include <iosfwd>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include <boost/iostreams/categories.hpp>
 
+#include "platform/opc/part_name.h"
+#include "platform/zip/entry_reader.h"
+#include "platform/zip/spool.h"
+
 namespace opc {
 
-/// The data of one part, front to back. Size and checksum have been checked when the end is reached.
+class OpenPackage;
+
+/// The data of one part, front to back: its entry in the file, or what was written since. Size and checksum
+/// have been checked when the end is reached.
 class InputStream {
  public:
-  virtual ~InputStream();
+  /// Raises opc::Exception if there is no such part, or its new data is not complete.
+  InputStream(std::shared_ptr<OpenPackage> package, model::PartName part);
+
   /// Up to `count` bytes; 0 at the end. Raises opc::Exception if the data is broken or the package was
   /// closed.
-  virtual std::size_t read(void* into, std::size_t count) = 0;
+  std::size_t read(void* into, std::size_t count);
   /// Closes the data and opens it again: the next read begins at the first byte.
-  virtual void restart() = 0;
+  void restart();
+
+ private:
+  std::shared_ptr<OpenPackage> package_;
+  model::PartName part_;
+  std::optional<zip::EntryReader> entry_;
+  std::shared_ptr<zip::Spool> data_;  // outlives its reader
+  std::optional<zip::Spool::Reader> written_;
 };
 
-/// Takes the data of one new part.
+/// Takes the new data of one part. The last reference ends it.
 class OutputStream {
  public:
-  virtual ~OutputStream();
-  /// Raises opc::Exception if the data cannot be kept (full disk).
-  virtual void write(const void* data, std::size_t count) = 0;
+  OutputStream(std::shared_ptr<OpenPackage> package, std::shared_ptr<zip::Spool> data);
+  ~OutputStream();
+  OutputStream(const OutputStream&) = delete;
+  OutputStream& operator=(const OutputStream&) = delete;
+
+  /// Raises opc::Exception if the data cannot be kept (full disk) or the package was closed.
+  void write(const void* data, std::size_t count);
   /// Says that the data will not be whole: the package is not saved unless the part is deleted or written
   /// anew.
-  virtual void abandon() noexcept = 0;
+  void abandon() noexcept { data_->abandon(); }
+
+ private:
+  std::shared_ptr<OpenPackage> package_;
+  std::shared_ptr<zip::Spool> data_;
 };
 
 /// The Boost.Iostreams device over a part's input stream.

@@ -5,10 +5,10 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <type_traits>
 
 #include <expat.h>
 
+#include "platform/errors/free_with.h"
 #include "platform/errors/package_errors.h"
 #include "platform/opc/percent_encoding.h"
 #include "platform/text/conversion.h"
@@ -21,10 +21,7 @@ constexpr char kSeparator = '\x1F';
 // The parser counts in int; and it keeps an unfinished token of one piece together with the next.
 constexpr std::size_t kPieceBytes = std::size_t{64} << 20;
 
-struct FreeParser {
-  void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
-};
-using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
+using Parser = std::unique_ptr<XML_ParserStruct, foundation::core::except::FreeWith<XML_ParserFree>>;
 
 Name split(const char* joined) {
   const std::string_view text(joined);
@@ -55,7 +52,7 @@ Encoding encodingOf(std::string_view bytes) {
 }
 
 /// UTF-16 bytes as UTF-8, without the byte-order mark.
-std::string transcode(std::string_view bytes, Encoding encoding, const DocumentPlace& place) {
+std::string transcode(std::string_view bytes, Encoding encoding, const Location& location) {
   const std::size_t low = encoding == Encoding::Utf16LittleEndian ? 0 : 1;
   std::u16string text(bytes.size() / 2, u'\0');
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -64,7 +61,7 @@ std::string transcode(std::string_view bytes, Encoding encoding, const DocumentP
     text[i] = static_cast<char16_t>(most << 8 | least);
   }
   if (bytes.size() % 2 != 0 || !fl::i18n::is_well_formed(text)) {
-    refuse("opc:xml:IllFormedUtf16", place.package, place.part);
+    refuse("opc:xml:IllFormedUtf16", location.package, location.part);
   }
   if (!text.empty() && text[0] == u'\uFEFF') text.erase(0, 1);
   return fl::i18n::to_string(text);
@@ -74,8 +71,8 @@ std::string transcode(std::string_view bytes, Encoding encoding, const DocumentP
 /// raised again once the parser has returned.
 class Reading {
  public:
-  Reading(const DocumentPlace& place, int depthLimit, Encoding encoding, Handler& handler)
-      : place_(place), depthLimit_(depthLimit), encoding_(encoding), handler_(handler) {
+  Reading(const Location& location, int depthLimit, Encoding encoding, Handler& handler)
+      : location_(location), depthLimit_(depthLimit), encoding_(encoding), handler_(handler) {
     // The encoding is settled before the parser sees a byte, so that it cannot choose another by the
     // declaration.
     parser_.reset(XML_ParserCreateNS("UTF-8", kSeparator));
@@ -106,7 +103,7 @@ class Reading {
   [[noreturn]] void refuseMalformed() const {
     const XML_Error error = XML_GetErrorCode(parser_.get());
     if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-    refuse("opc:xml:Malformed", place_.package, place_.part, XML_GetCurrentLineNumber(parser_.get()),
+    refuse("opc:xml:Malformed", location_.package, location_.part, XML_GetCurrentLineNumber(parser_.get()),
            XML_ErrorString(error));
   }
 
@@ -136,7 +133,7 @@ class Reading {
   }
   static void onDoctype(void* self, const char*, const char*, const char*, int) {
     guard(self, [](Reading& reading) {
-      refuse("opc:xml:DocumentTypeDeclaration", reading.place_.package, reading.place_.part);
+      refuse("opc:xml:DocumentTypeDeclaration", reading.location_.package, reading.location_.part);
     });
   }
   static void onNamespace(void* self, const char* prefix, const char* space) {
@@ -147,7 +144,7 @@ class Reading {
   static void onStart(void* self, const char* name, const char** attributes) {
     guard(self, [=](Reading& reading) {
       if (++reading.depth_ > reading.depthLimit_) {
-        refuse("opc:xml:TooDeep", reading.place_.package, reading.place_.part, reading.depthLimit_);
+        refuse("opc:xml:TooDeep", reading.location_.package, reading.location_.part, reading.depthLimit_);
       }
       reading.handler_.start(split(name), Attributes(attributes), reading.tag());
     });
@@ -167,10 +164,10 @@ class Reading {
     const bool isUtf8 = encoding_ == Encoding::Utf8;
     const char* exact = encoding_ == Encoding::Utf16LittleEndian ? "utf-16le" : "utf-16be";
     if (isUtf8 ? name == "utf-8" : name == "utf-16" || name == exact) return;
-    refuse("opc:xml:UnknownEncoding", place_.package, place_.part, declared);
+    refuse("opc:xml:UnknownEncoding", location_.package, location_.part, declared);
   }
 
-  const DocumentPlace place_;
+  const Location location_;
   const int depthLimit_;
   const Encoding encoding_;
   Handler& handler_;
@@ -185,8 +182,6 @@ Handler::~Handler() = default;
 void Handler::begin(std::string_view) {}
 void Handler::declare(std::string_view, std::string_view) {}
 
-Name Attributes::nameOf(const char* joined) { return split(joined); }
-
 std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
   for (const char** pair = pairs_; *pair != nullptr; pair += 2) {
     if (isNamed(pair[0], local, space)) return pair[1];
@@ -194,15 +189,15 @@ std::optional<std::string_view> Attributes::find(std::string_view local, std::st
   return std::nullopt;
 }
 
-void read(std::string_view bytes, const DocumentPlace& place, int depthLimit, Handler& handler) {
+void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler) {
   const Encoding encoding = encodingOf(bytes);
   std::string narrow;
   if (encoding != Encoding::Utf8) {
-    narrow = transcode(bytes, encoding, place);
+    narrow = transcode(bytes, encoding, location);
     bytes = narrow;
   }
   handler.begin(bytes);
-  Reading(place, depthLimit, encoding, handler).read(bytes);
+  Reading(location, depthLimit, encoding, handler).read(bytes);
 }
 
 }  // namespace opc::xml

@@ -5,9 +5,13 @@
 #include <string>
 #include <string_view>
 
-#include "platform/opc/document_place.h"
-
 namespace opc::xml {
+
+/// Where a document is, for messages: the package's path and the document's name in it, both UTF-8. The texts
+/// must outlive the call they are given to.
+struct Location {
+  std::string_view package, part;
+};
 
 inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 
@@ -32,14 +36,7 @@ class Attributes {
   /// The value of an attribute without a namespace, or of one in `space`.
   std::optional<std::string_view> find(std::string_view local, std::string_view space = {}) const;
 
-  template <class Visit>
-  void forEach(Visit visit) const {
-    for (const char** pair = pairs_; *pair != nullptr; pair += 2)
-      visit(nameOf(pair[0]), std::string_view(pair[1]));
-  }
-
  private:
-  static Name nameOf(const char* joined);
   const char** pairs_;
 };
 
@@ -67,6 +64,6 @@ class Handler {
 /// mark. A document type declaration, elements nested deeper than `depthLimit` and any other encoding are
 /// refused, so there are no entities beyond the five of XML itself. Raises PackageOpenFailed, naming package
 /// and part.
-void read(std::string_view bytes, const DocumentPlace& place, int depthLimit, Handler& handler);
+void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler);
 
 }  // namespace opc::xml

@@ -1,9 +1,12 @@
+#include "platform/opc/package.h"
+
+#include <chrono>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "platform/errors/package_errors.h"
 #include "platform/opc/package_index.h"
@@ -16,6 +19,7 @@ namespace opc::model {
 namespace {
 
 using interfaces::OpenMode;
+using support::identifierRaisedBy;
 using support::PackageFixture;
 using support::raisedBy;
 using support::readAll;
@@ -24,6 +28,7 @@ using tests::Items;
 using tests::relationships;
 
 constexpr auto kLink = R"(<Relationship Id="rId1" Type="t" Target="a.txt"/>)";
+const ContentType kText(u"text/plain");
 
 /// What opening raises, which must be PackageOpenFailed; "" if the package opens.
 std::string refusalOf(const std::u16string& path, const zip::Limits& limits = {}) {
@@ -37,85 +42,44 @@ std::string refusalOf(const std::u16string& path, const zip::Limits& limits = {}
   return "";
 }
 
-std::string namesIn(const Package& package) {
-  std::string names;
-  for (const PartName& name : package.getPartNames()) names += name.encoded() + " ";
-  return names;
-}
-
-struct Hostile {
+// Besides a list of content types.
+const struct {
   const char* why;
   const char* refusal;
   Items items;
-};
-
-const Hostile kHostile[] = {
-    {"an archive, no package", "opc:package:ContentTypesMissing", {{"a.txt", "x"}}},
-    {"the list is a folder", "opc:package:ContentTypesMissing", {{"[Content_Types].xml/", ""}}},
-    {"two lists",
-     "opc:package:ContentTypesTwice",
-     {{"[Content_Types].xml", contentTypes()}, {"[CONTENT_types].xml", contentTypes()}}},
-    {"the list is cut off", "opc:xml:Malformed", {{"[Content_Types].xml", contentTypes().substr(0, 100)}}},
-    {"the list declares entities",
-     "opc:xml:DocumentTypeDeclaration",
-     {{"[Content_Types].xml", "<!DOCTYPE a [<!ENTITY b \"c\">]>" + contentTypes().substr(21)}}},
-    {"names that differ in case",
-     "opc:package:EquivalentNames",
-     {{"[Content_Types].xml", contentTypes()}, {"a.txt", "1"}, {"A.TXT", "2"}}},
-    {"names that differ in encoding",
-     "opc:package:EquivalentNames",
-     {{"[Content_Types].xml", contentTypes()}, {"aa.txt", "1"}, {"a%61.txt", "2"}}},
-    {"equivalent names without a type",
-     "opc:package:EquivalentNames",
-     {{"[Content_Types].xml", contentTypes()}, {"a.bin", "1"}, {"A.bin", "2"}}},
+} kHostile[] = {
+    {"two lists", "ContentTypesTwice", {{"[CONTENT_types].xml", contentTypes()}}},
+    {"names that differ in case", "EquivalentNames", {{"a.txt", "1"}, {"A.TXT", "2"}}},
+    {"names that differ in encoding", "EquivalentNames", {{"aa.txt", "1"}, {"a%61.txt", "2"}}},
+    {"equivalent names without a type", "EquivalentNames", {{"a.bin", "1"}, {"A.bin", "2"}}},
     {"two relationship parts of one part",
-     "opc:package:EquivalentNames",
-     {{"[Content_Types].xml", contentTypes()},
-      {"a.txt", ""},
-      {"_rels/a.txt.rels", relationships(kLink)},
-      {"_RELS/A.txt.rels", relationships("")}}},
-    {"a part in pieces",
-     "opc:package:InterleavedPart",
-     {{"[Content_Types].xml", contentTypes()}, {"a.txt/[0].piece", "1"}, {"a.txt/[1].last.piece", "2"}}},
-    {"a last piece alone",
-     "opc:package:InterleavedPart",
-     {{"[Content_Types].xml", contentTypes()}, {"b/[12].LAST.Piece", "1"}}},
-    {"the package's relationships are cut off",
-     "opc:xml:Malformed",
-     {{"[Content_Types].xml", contentTypes()}, {"_rels/.rels", relationships(kLink).substr(0, 100)}}},
-    {"a part's relationships are cut off",
-     "opc:xml:Malformed",
-     {{"[Content_Types].xml", contentTypes()}, {"a.txt", ""}, {"_rels/a.txt.rels", "<Relationships"}}},
-    {"one ID twice",
-     "opc:relationships:DuplicateId",
-     {{"[Content_Types].xml", contentTypes()}, {"_rels/.rels", relationships(std::string(kLink) + kLink)}}},
+     "EquivalentNames",
+     {{"a.txt", ""}, {"_rels/a.txt.rels", relationships(kLink)}, {"_RELS/A.txt.rels", relationships("")}}},
+    {"two of the package",
+     "EquivalentNames",
+     {{"_rels/.rels", relationships("")}, {"_RELS/.rels", relationships("")}}},
+    {"two of no part", "EquivalentNames", {{"_rels/b.txt.rels", ""}, {"_rels/B.txt.rels", ""}}},
+    {"a piece of a part", "InterleavedPart", {{"a.txt/[12].LAST.Piece", "2"}}},
 };
 
 TEST(Opening, RefusesWithTheRuleThatIsBroken) {
   const support::TemporaryFolder folder;
-  for (const Hostile& hostile : kHostile) {
-    tests::writeArchive(folder.narrow("hostile.zip"), hostile.items);
-    EXPECT_EQ(refusalOf(folder.wide("hostile.zip")), hostile.refusal) << hostile.why;
+  for (const auto& hostile : kHostile) {
+    Items items = hostile.items;
+    items.emplace(items.begin(), "[Content_Types].xml", contentTypes());
+    tests::writeArchive(folder.narrow("hostile.zip"), items);
+    EXPECT_EQ(refusalOf(folder.wide("hostile.zip")), std::string("opc:package:") + hostile.refusal)
+        << hostile.why;
   }
-}
-
-TEST(Opening, TellsAMissingFileFromARefusedOne) {
-  const support::TemporaryFolder folder;
-  Package missing(folder.wide("none.zip"));
-  EXPECT_THROW(missing.open(OpenMode::Read), PackageNotFound);
-  EXPECT_THROW(missing.open(OpenMode::Modify), PackageNotFound);
-  folder.write("empty.zip", "");
-  EXPECT_NE(refusalOf(folder.wide("empty.zip")), "");
-  EXPECT_NE(refusalOf(folder.path().u16string()), "") << "a folder";
-  PackageFixture truncated;
-  truncated.add(u"/a.txt", std::string(1000, 'a')).truncate(truncated.bytes().size() - 10);
-  EXPECT_NE(refusalOf(truncated.path()), "");
-}
-
-TEST(Opening, RefusesDocumentsWhoseDataIsDamaged) {
+  tests::writeArchive(folder.narrow("archive.zip"), {{"a.txt", "x"}, {"[Content_Types].xml/", ""}});
+  EXPECT_EQ(refusalOf(folder.wide("archive.zip")), "opc:package:ContentTypesMissing");
+  tests::writeArchive(
+      folder.narrow("broken.zip"),
+      {{"[Content_Types].xml", contentTypes()}, {"a.txt", ""}, {"_rels/a.txt.rels", "<Relationships"}});
+  EXPECT_EQ(refusalOf(folder.wide("broken.zip")), "opc:xml:Malformed") << "relationships of a part";
+  EXPECT_THROW(Package(folder.wide("none.zip")).open(OpenMode::Modify), PackageNotFound);
   PackageFixture damaged;
-  damaged.add(u"/a.txt", "text");
-  damaged.corruptEntry(0);  // the content types, which a new package starts with
+  damaged.add(u"/a.txt", "text").corruptEntry(0);  // the content types, which a new package starts with
   EXPECT_NE(refusalOf(damaged.path()), "");
 }
 
@@ -125,22 +89,16 @@ TEST(Opening, HoldsTheLimitsForAllRelationshipsTogether) {
                                                {"a.txt", ""},
                                                {"_rels/.rels", relationships(kLink)},
                                                {"_rels/a.txt.rels", relationships(kLink)}});
-  zip::Limits two, one, bytes;
-  two.relationships = 2;
-  one.relationships = 1;
-  bytes.relationshipBytes = relationships(kLink).size() + 10;
-  EXPECT_EQ(refusalOf(folder.wide("p.zip"), two), "");
-  EXPECT_EQ(refusalOf(folder.wide("p.zip"), one), "opc:relationships:TooMany");
-  EXPECT_NE(refusalOf(folder.wide("p.zip"), bytes), "");
+  EXPECT_EQ(refusalOf(folder.wide("p.zip"), {.relationships = 2}), "");
+  EXPECT_EQ(refusalOf(folder.wide("p.zip"), {.relationships = 1}), "opc:relationships:TooMany");
+  EXPECT_NE(refusalOf(folder.wide("p.zip"), {.relationshipBytes = relationships(kLink).size() + 10}), "");
 }
 
-struct Oddity {
+const struct {
   const char* why;
   const char* parts;
   Items items;  // besides the content types
-};
-
-const Oddity kOddities[] = {
+} kOddities[] = {
     {"folders and a trash folder's items",
      "/a/b.txt ",
      {{"a/", ""}, {"a/b.txt", ""}, {"[trash]/0000.dat", "x"}}},
@@ -156,13 +114,15 @@ const Oddity kOddities[] = {
 
 TEST(Opening, TakesWhatRealFilesContain) {
   const support::TemporaryFolder folder;
-  for (const Oddity& odd : kOddities) {
+  for (const auto& odd : kOddities) {
     Items items = odd.items;
     items.emplace(items.begin(), "[content_types].XML", contentTypes());
     tests::writeArchive(folder.narrow("odd.zip"), items);
     Package package(folder.wide("odd.zip"));
-    EXPECT_EQ(raisedBy([&] { package.open(OpenMode::Read); }), "") << odd.why;
-    EXPECT_EQ(package.isOpen() ? namesIn(package) : "", odd.parts) << odd.why;
+    ASSERT_EQ(raisedBy([&] { package.open(OpenMode::Read); }), "") << odd.why;
+    std::string names;
+    for (const auto& part : package.index()->parts()) names += package.index()->nameOf(part).encoded() + " ";
+    EXPECT_EQ(names, odd.parts) << odd.why;
   }
 }
 
@@ -189,12 +149,32 @@ TEST(Opening, KeepsDanglingAndExternalRelationships) {
             "opc:part:NotFound(" + folder.narrow("p.zip") + ", /gone.txt)");
 }
 
-TEST(Opening, NeedsASecondObjectToBeOpenTwice) {
-  PackageFixture fixture;
-  Package package(fixture.path());
-  package.open(OpenMode::Read);
-  EXPECT_THROW(package.open(OpenMode::Read), Exception);
-  EXPECT_TRUE(package.isOpen());
+/// So many identifiers that meet in one corner of a hash table of 2^16 slots, under the hash that everybody
+/// knows.
+std::vector<std::string> collidingIds(std::size_t count) {
+  std::vector<std::string> ids;
+  for (std::uint64_t number = 0; ids.size() < count; ++number) {
+    std::string id = "i" + std::to_string(number);
+    const std::uint64_t hash = std::hash<std::string>()(id);
+    if (((hash ^ hash >> 32) & 0xFFFF) < 64) ids.push_back(std::move(id));
+  }
+  return ids;
+}
+
+TEST(Opening, TakesNoLongerForIdentifiersThatWereChosenToCollide) {
+  constexpr std::size_t kCount = 20'000;
+  const auto secondsToRead = [&](const std::vector<std::string>& ids) {
+    std::string links;
+    for (const std::string& id : ids) links += "<Relationship Id='" + id + "' Type='t' Target='x'/>";
+    const std::string document = relationships(links);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(RelationshipsDocument::parse(document, "", "p").size(), kCount);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  std::vector<std::string> usual;
+  for (std::size_t number = 0; number < kCount; ++number) usual.push_back("rId" + std::to_string(number));
+  const auto colliding = collidingIds(kCount);
+  EXPECT_LT(secondsToRead(colliding), 5 * secondsToRead(usual) + 0.02);
 }
 
 // The index is shared exactly as long as the file is the same. A file that has only just changed is read once
@@ -202,110 +182,89 @@ TEST(Opening, NeedsASecondObjectToBeOpenTwice) {
 TEST(Reopening, SharesTheIndexOfAnUnchangedFile) {
   PackageFixture fixture;
   fixture.add(u"/a.txt", "one");
-  Package package(fixture.path());
+  Package package(fixture.path()), another(fixture.path());
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   package.open(OpenMode::Read);
+  EXPECT_EQ(identifierRaisedBy([&] { package.open(OpenMode::Read); }), "opc:package:AlreadyOpen");
   const auto first = package.index();
   package.close();
   package.open(OpenMode::Modify);
   EXPECT_EQ(package.index(), first);
-  Package another(fixture.path());
   another.open(OpenMode::Modify);
   EXPECT_EQ(another.index(), first);
   EXPECT_THROW(Package(fixture.path(), {.entries = 1}).open(OpenMode::Read), PackageOpenFailed);
   package.close();
 
-  fixture.add(u"/b.txt", "two").path();
-  package.open(OpenMode::Read);
-  EXPECT_NE(package.index(), first);
-  EXPECT_TRUE(package.hasPart(PartName(u"/b.txt")));
-}
-
-TEST(Reopening, SeesAChangeInPlaceThatKeepsSizeAndTimeStamp) {
-  PackageFixture fixture;
-  fixture.add(u"/a.txt", "one");
-  Package package(fixture.path());
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  package.open(OpenMode::Read);
-  package.close();
   const auto time = std::filesystem::last_write_time(fixture.narrowPath());
-  fixture.corruptEntry(0);
+  fixture.corruptEntry(0);  // in place, with the same size and time stamp
   std::filesystem::last_write_time(fixture.narrowPath(), time);
   EXPECT_THROW(package.open(OpenMode::Read), PackageOpenFailed);
 }
 
+// Larger than what is kept in memory and than any buffer on the way.
 TEST(Parts, ReadFrontToBackAndAgainAfterRestart) {
+  std::string data;
+  for (int line = 0; data.size() < (std::size_t{9} << 20); ++line) data += std::to_string(line) + "\n";
   PackageFixture fixture;
-  const std::string data(300'000, 'd');
   fixture.add(u"/a b.txt", data, u"text/csv");
+  EXPECT_LT(fixture.bytes().size(), data.size() / 2) << "deflated";
   Package package(fixture.path());
   package.open(OpenMode::Read);
   const Part part = package.getPart(PartName(u"/a b.txt"));
   EXPECT_EQ(part.getSize(), data.size());
-  EXPECT_EQ(part.getContentType().text(), u"text/csv");
+  EXPECT_EQ(part.getContentType().encoded(), "text/csv");
+  InputStreamSource source(part.getInputStream());
   char start[10];
-  ASSERT_GT(part.getInputStream()->read(start, sizeof start), 0u);
+  EXPECT_EQ(source.read(start, 0), 0) << "not the end";
+  ASSERT_EQ(source.read(start, 10), 10);
   EXPECT_EQ(part.getInputStream(), Part(part).getInputStream())
       << "one stream of the handle, where it stands";
-  EXPECT_LT(readAll(*part.getInputStream()).size(), data.size());
+  EXPECT_TRUE(readAll(*part.getInputStream()) == data.substr(10));
+  EXPECT_EQ(source.read(start, 10), -1);
   part.getInputStream()->restart();
   std::ostringstream copy;
   EXPECT_EQ(copyStream(*part.getInputStream(), copy), data.size());
-  EXPECT_EQ(copy.str(), data);
+  EXPECT_TRUE(copy.str() == data);
 }
 
 TEST(Parts, SayThatTheirPackageIsClosed) {
   PackageFixture fixture;
   fixture.add(u"/a.txt", "text").link(u"/a.txt");
-  Package package(fixture.path());
-  package.open(OpenMode::Modify);
-  Part part = package.getPart(PartName(u"/a.txt"));
+  auto package = std::make_unique<Package>(fixture.path());
+  package->open(OpenMode::Modify);
+  Part part = package->getPart(PartName(u"/a.txt"));
   const auto input = part.getInputStream();
-  const auto output = package.createPart(PartName(u"/b.txt"), ContentType(u"a/b"), {}).getOutputStream();
-  package.close();
-  package.open(OpenMode::Read);  // of which the old handles are no part
-
-  const std::string closed = "opc:package:Closed(" + fixture.narrowPath() + ")";
+  const auto output = package->createPart(PartName(u"/b.txt"), kText, {}).getOutputStream();
   char byte;
-  EXPECT_EQ(raisedBy([&] { input->read(&byte, 1); }), closed);
-  EXPECT_EQ(raisedBy([&] { input->restart(); }), closed);
-  EXPECT_EQ(raisedBy([&] { output->write("x", 1); }), closed);
-  EXPECT_EQ(raisedBy([&] { part.getSize(); }), closed);
-  EXPECT_EQ(raisedBy([&] { part.getInputStream(); }), closed);
-  EXPECT_EQ(raisedBy([&] { part.getOutputStream(); }), closed);
-  EXPECT_EQ(raisedBy([&] { part.getRelationships(ExcludeMode::None); }), closed);
-  EXPECT_EQ(raisedBy([&] { part.deleteRelationship("rId1"); }), closed);
-  package.close();
-  EXPECT_EQ(raisedBy([&] { package.getRelationships(ExcludeMode::None); }), closed);
-}
-
-TEST(Parts, OutliveTheirPackage) {
-  PackageFixture fixture;
-  fixture.add(u"/a.txt", "text");
-  std::shared_ptr<InputStream> input;
-  {
-    Package package(fixture.path());
-    package.open(OpenMode::Read);
-    input = package.getPart(PartName(u"/a.txt")).getInputStream();
-  }
-  char byte;
-  EXPECT_THROW(input->read(&byte, 1), Exception);
+  const auto expectAllClosed = [&] {
+    const std::string closed = "opc:package:Closed(" + fixture.narrowPath() + ")";
+    EXPECT_EQ(raisedBy([&] { input->read(&byte, 1); }), closed);
+    EXPECT_EQ(raisedBy([&] { input->restart(); }), closed);
+    EXPECT_EQ(raisedBy([&] { output->write("x", 1); }), closed);
+    EXPECT_EQ(raisedBy([&] { part.getSize(); }), closed);
+    EXPECT_EQ(raisedBy([&] { part.getInputStream(); }), closed);
+    EXPECT_EQ(raisedBy([&] { part.getOutputStream(); }), closed);
+    EXPECT_EQ(raisedBy([&] { part.getRelationships(ExcludeMode::None); }), closed);
+    EXPECT_EQ(raisedBy([&] { part.deleteRelationship("rId1"); }), closed);
+  };
+  package->close();
+  EXPECT_EQ(identifierRaisedBy([&] { package->getRelationships(ExcludeMode::None); }), "opc:package:Closed");
+  package->open(OpenMode::Read);  // of which the old handles are no part
+  expectAllClosed();
+  part = package->getPart(PartName(u"/a.txt"));
+  package.reset();
+  expectAllClosed();
 }
 
 TEST(Parts, ShareOneLimitOnWhatIsInflated) {
   PackageFixture fixture;
   fixture.add(u"/a.txt", std::string(600, 'a')).add(u"/b.txt", std::string(600, 'b'));
-  zip::Limits limits;
-  limits.inflatedBytesPerOpen = 1000;
-  Package package(fixture.path(), limits);
+  Package package(fixture.path(), {.inflatedBytesPerOpen = 1000});
   package.open(OpenMode::Read);
   readAll(*package.getPart(PartName(u"/a.txt")).getInputStream());
   const auto second = package.getPart(PartName(u"/b.txt")).getInputStream();
   EXPECT_EQ(raisedBy([&] { readAll(*second); }),
             "opc:package:TooMuchData(" + fixture.narrowPath() + ", 1000)");
-  package.close();
-  package.open(OpenMode::Read);
-  EXPECT_EQ(readAll(*package.getPart(PartName(u"/b.txt")).getInputStream()).size(), 600u);
 }
 
 TEST(Parts, OfAPackageOpenForReadingCannotBeChanged) {
@@ -317,27 +276,19 @@ TEST(Parts, OfAPackageOpenForReadingCannotBeChanged) {
   const std::string refused = "opc:package:NotModifiable(" + fixture.narrowPath() + ")";
   EXPECT_EQ(raisedBy([&] { part.getOutputStream(); }), refused);
   EXPECT_EQ(raisedBy([&] { part.createInternalRelationship(u"t", URI(u"/a.txt"), {}); }), refused);
-  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/b"), ContentType(u"a/b"), {}); }), refused);
+  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/b"), kText, {}); }), refused);
   EXPECT_EQ(raisedBy([&] { package.deletePart(part.getName()); }), refused);
   EXPECT_EQ(raisedBy([&] { package.deleteRelationship("rId1"); }), refused);
   EXPECT_EQ(raisedBy([&] { package.setCoreProperty(CoreProperty::Description, u"x"); }), refused);
 }
 
-struct NewName {
+const struct {
   const char16_t* name;
   const char* refusal;
-};
-
-const NewName kNewNames[] = {
-    {u"/user/a.txt", "opc:part:Exists"},
-    {u"/USER/A.txt", "opc:part:Exists"},
-    {u"/user/a.txt/b", "opc:part:DerivedName"},
-    {u"/User/A.TXT/b/c", "opc:part:DerivedName"},
-    {u"/user", "opc:part:DerivedName"},
-    {u"/user/a", ""},  // shares letters only
-    {u"/user/a.txt.b", ""},
-    {u"/user/a.bin", "opc:part:NameOfItem"},
-    {u"/link.txt", "opc:part:NameOfItem"},
+} kNewNames[] = {
+    {u"/USER/A.txt", "opc:part:Exists"},     {u"/User/A.TXT/b/c", "opc:part:DerivedName"},
+    {u"/user", "opc:part:DerivedName"},      {u"/user/a", ""},  // shares letters only
+    {u"/user/a.bin", "opc:part:NameOfItem"}, {u"/link.txt", "opc:part:NameOfItem"},
 };
 
 TEST(NewParts, NeedANameOfTheirOwn) {
@@ -345,27 +296,20 @@ TEST(NewParts, NeedANameOfTheirOwn) {
   tests::writeArchive(
       folder.narrow("p.zip"),
       {{"[Content_Types].xml", contentTypes()}, {"user/a.txt", ""}, {"user/a.bin", "no type"}});
-  ASSERT_EQ(support::outputOf("/usr/bin/python3 -c \"import zipfile; link = zipfile.ZipInfo('link.txt'); "
-                              "link.create_system = 3; link.external_attr = 0o120777 << 16; "
-                              "zipfile.ZipFile('" +
-                              folder.narrow("p.zip") + "', 'a').writestr(link, 'a')\""),
-            "");
+  tests::addSymbolicLink(folder.narrow("p.zip"), "link.txt");
   Package package(folder.wide("p.zip"));
   package.open(OpenMode::Modify);
-  EXPECT_EQ(namesIn(package), "/user/a.txt ");
-  for (const NewName& row : kNewNames) {
-    std::string refusal;
-    try {
-      package.createPart(PartName(row.name), ContentType(u"a/b"), {});
-      package.deletePart(PartName(row.name));
-    } catch (const Exception& refused) {
-      refusal = refused.GetID();
-    }
-    EXPECT_EQ(refusal, row.refusal) << PartName(row.name).encoded();
+  const auto create = [&](const char16_t* name) {
+    return raisedBy([&] { package.createPart(PartName(name), kText, {}); });
+  };
+  for (const auto& row : kNewNames) {
+    const std::string refusal = create(row.name);
+    EXPECT_EQ(refusal.substr(0, refusal.find('(')), row.refusal) << PartName(row.name).encoded();
+    if (refusal.empty()) package.deletePart(PartName(row.name));
   }
   package.deletePart(PartName(u"/user/a.txt"));
-  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/user/a.txt/b"), ContentType(u"a/b"), {}); }), "");
-  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/USER/a.txt"), ContentType(u"a/b"), {}); }),
+  EXPECT_EQ(create(u"/user/a.txt/b"), "");
+  EXPECT_EQ(create(u"/USER/a.txt"),
             "opc:part:DerivedName(" + folder.narrow("p.zip") + ", /USER/a.txt, /user/a.txt/b)");
 }
 
@@ -384,13 +328,11 @@ TEST(NewParts, AreReadBackBeforeTheyAreSaved) {
   EXPECT_EQ(readAll(*part.getInputStream()), "new");
   EXPECT_EQ(part.getSize(), 3u);
   package.deletePart(part.getName());
-  EXPECT_EQ(raisedBy([&] { part.getInputStream()->restart(); }),
-            "opc:part:NotFound(" + fixture.narrowPath() + ", /a.txt)");
+  EXPECT_EQ(identifierRaisedBy([&] { part.getInputStream()->restart(); }), "opc:part:NotFound");
 }
 
 TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
   PackageFixture fixture;
-  fixture.add(u"/a.txt", "");
   Package package(fixture.path());
   package.open(OpenMode::Modify);
   const auto link = [&](const char* id) { package.createInternalRelationship(u"t", URI(u"/x"), id); };
@@ -404,7 +346,6 @@ TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
   EXPECT_EQ(found(), "b a ");
   package.deleteRelationship("b");
   link("c");
-  EXPECT_EQ(found(), "a c ");
   package.createInternalRelationship(u"t", URI(u"/X"), "b");
   EXPECT_EQ(found(), "a c ") << "an identifier that led there before, and a target that is only equivalent";
   link("d");
@@ -421,26 +362,13 @@ TEST(Streams, RaiseWhenTheOtherEndFails) {
   Part part = package.getPart(PartName(u"/a.txt"));
   std::ofstream full("/dev/full", std::ios::binary);
   EXPECT_EQ(raisedBy([&] { copyStream(*part.getInputStream(), full); }), "opc:stream:CannotWrite(4)");
-
-  auto output = part.getOutputStream();
-  std::ifstream missing(fixture.folder().narrow("none.txt"), std::ios::binary);
-  std::ifstream directory(fixture.folder().path(), std::ios::binary);
-  std::istringstream nothing;
-  EXPECT_EQ(raisedBy([&] { copyStream(missing, *output); }), "opc:stream:CannotRead(0)");
-  EXPECT_EQ(raisedBy([&] { copyStream(directory, *output); }), "opc:stream:CannotRead(0)");
-  EXPECT_EQ(copyStream(nothing, *output), 0u);
-}
-
-TEST(Streams, FeedBoostDevices) {
-  PackageFixture fixture;
-  fixture.add(u"/a.txt", "text");
-  Package package(fixture.path());
-  package.open(OpenMode::Read);
-  InputStreamSource source(package.getPart(PartName(u"/a.txt")).getInputStream());
-  char text[8];
-  EXPECT_EQ(source.read(text, 0), 0) << "not the end";
-  EXPECT_EQ(source.read(text, 8), 4);
-  EXPECT_EQ(source.read(text, 8), -1);
+  for (const std::filesystem::path& unreadable :
+       {fixture.folder().path() / "none", fixture.folder().path()}) {
+    std::ifstream from(unreadable, std::ios::binary);
+    EXPECT_EQ(raisedBy([&] { copyStream(from, *part.getOutputStream()); }), "opc:stream:CannotRead(0)");
+  }
+  EXPECT_EQ(identifierRaisedBy([&] { part.getInputStream(); }), "opc:part:LostData");
+  EXPECT_EQ(identifierRaisedBy([&] { package.close(); }), "opc:part:LostData");
 }
 
 }  // namespace

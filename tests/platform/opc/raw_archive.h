@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -11,6 +12,7 @@
 
 #include "platform/zip/spool.h"
 #include "platform/zip/writer.h"
+#include "tests/support/package_fixture.h"
 
 namespace tests {
 
@@ -28,6 +30,17 @@ inline void writeArchive(const std::string& path, const Items& items, std::strin
   }
   writer.finish(comment);
   close(descriptor);
+}
+
+/// Appends a symbolic link to "b.txt", with all that an archive can say of an entry, as Python writes it.
+inline void addSymbolicLink(const std::string& path, const std::string& name) {
+  const std::string script = "import zipfile; link = zipfile.ZipInfo('" + name +
+                             "', (1987, 6, 5, 4, 3, 2)); link.create_system = 3; "
+                             "link.external_attr = 0o120777 << 16; link.comment = b'a remark'; "
+                             "link.extra = bytes.fromhex('feca0200beef'); zipfile.ZipFile('" +
+                             path + "', 'a').writestr(link, 'b.txt')";
+  const std::string complaint = support::outputOf("/usr/bin/python3 -c \"" + script + "\"");
+  if (!complaint.empty()) throw std::runtime_error(complaint);
 }
 
 /// A list that types relationships and ".txt", with more elements if wanted.

@@ -1,0 +1,300 @@
+#include "platform/opc/open_package.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+#include <unistd.h>
+
+#include "platform/errors/package_errors.h"
+#include "platform/zip/entry_reader.h"
+
+namespace opc {
+
+using model::PartName;
+using model::Relationship;
+
+namespace {
+
+// The list of content types and the package's relationships, which may have to be added.
+constexpr std::size_t kDocuments = 2;
+
+}  // namespace
+
+OpenPackage::OpenPackage(std::shared_ptr<const fl::filesystem::InputFile> file,
+                         std::shared_ptr<const PackageIndex> index, Access access)
+    : OpenPackage(file->path(), std::move(index), file->identity()) {
+  file_ = std::move(file);
+  access_ = access;
+}
+
+OpenPackage::OpenPackage(std::string path, std::shared_ptr<const PackageIndex> index,
+                         std::optional<fl::filesystem::FileIdentity> replaced)
+    : path_(std::move(path)),
+      access_(Access::Change),
+      index_(std::move(index)),
+      replaced_(replaced),
+      relationshipCount_(index_->relationshipCount()),
+      entryCount_(index_->entries().size() + kDocuments) {}
+
+void OpenPackage::close() {
+  struct Closer {
+    OpenPackage& package;
+    ~Closer() { package.closeWithoutSaving(); }
+  } closer{*this};
+  if (access_ == Access::Change && (isChanged_ || !file_)) save();
+}
+
+void OpenPackage::closeWithoutSaving() noexcept {
+  sortedKeys_.reset();  // points into what goes below
+  changes_.clear();
+  contentTypes_.reset();
+  relationships_.reset();
+  idsByTarget_.reset();
+  spoolStorage_.reset();
+  index_.reset();
+  file_.reset();
+}
+
+void OpenPackage::checkIsOpen() const {
+  if (!index_) raise("opc:package:Closed", path_);
+}
+
+void OpenPackage::checkMayChange() const {
+  checkIsOpen();
+  if (access_ == Access::Read) raise("opc:package:NotModifiable", path_);
+}
+
+// Looking.
+
+std::optional<PartView> OpenPackage::find(const std::string& key) const {
+  checkIsOpen();
+  const auto found = changes_.find(key);
+  if (found == changes_.end()) {
+    const IndexedPart* part = index_->find(key);
+    if (!part) return std::nullopt;
+    return PartView{&part->type, &index_->entries()[part->entry], nullptr, part->relationships.get()};
+  }
+  const PartChange& change = found->second;
+  if (change.isDeleted) return std::nullopt;
+  PartView view{&change.type, nullptr, change.data, nullptr};
+  if (change.creation == 0) {
+    if (!change.data) view.entry = &index_->entries()[change.original->entry];
+    view.relationships = change.original->relationships.get();
+  }
+  if (change.relationships) view.relationships = &*change.relationships;
+  return view;
+}
+
+bool OpenPackage::has(const PartName& name) const { return find(name.key()).has_value(); }
+
+bool OpenPackage::isFree(const PartName& name) const {
+  return !has(name) && !index_->isNameOfItem(name.key());
+}
+
+PartView OpenPackage::part(const PartName& name) const {
+  auto view = find(name.key());
+  if (!view) raise("opc:part:NotFound", path_, name.text());
+  return *std::move(view);
+}
+
+PartName OpenPackage::storedName(const PartName& name) const {
+  part(name);
+  const auto found = changes_.find(name.key());
+  return found == changes_.end() ? index_->nameOf(*index_->find(name.key())) : found->second.name;
+}
+
+const RelationshipsDocument* OpenPackage::relationships(const PartName* source) const {
+  checkIsOpen();
+  if (source) return part(*source).relationships;
+  return relationships_ ? &*relationships_ : &index_->relationships();
+}
+
+std::vector<Relationship> OpenPackage::relationshipsByTarget(const std::u16string& target) const {
+  const RelationshipsDocument& document = *relationships(nullptr);
+  if (!idsByTarget_) {
+    idsByTarget_.emplace();
+    for (const Relationship& link : document.relationships()) {
+      idsByTarget_->emplace(link.getTarget().text(), link.getID());
+    }
+  }
+  std::vector<Relationship> links;
+  const auto [begin, end] = idsByTarget_->equal_range(target);
+  for (auto found = begin; found != end; ++found) links.push_back(*document.find(found->second));
+  return links;
+}
+
+void OpenPackage::checkIsComplete(const zip::Spool& data, const PartName& name) const {
+  if (data.isBroken()) raise("opc:part:LostData", path_, name.text());
+  if (!data.isFinished()) raise("opc:part:StillWritten", path_, name.text());
+}
+
+std::string OpenPackage::readWhole(const PartName& name, std::uint64_t limit) const {
+  const PartView view = part(name);
+  if (view.entry) return zip::readWhole(file_, *view.entry, limit);
+  std::string bytes;
+  if (!view.data) return bytes;
+  checkIsComplete(*view.data, name);
+  if (view.data->size() > limit) raise("opc:part:TooLarge", path_, name.text(), limit);
+  bytes.resize(view.data->size());
+  zip::Spool::Reader reader(*view.data);
+  std::size_t filled = 0;
+  while (const std::size_t got = reader.read(bytes.data() + filled, bytes.size() - filled)) filled += got;
+  return bytes;
+}
+
+void OpenPackage::countInflated(std::uint64_t bytes) {
+  inflated_ += bytes;
+  const std::uint64_t limit = index_->limits().inflatedBytesPerOpen;
+  if (inflated_ > limit) raise("opc:package:TooMuchData", path_, limit);
+}
+
+// Changing.
+
+void OpenPackage::create(const PartName& name, const model::ContentType& type) {
+  checkMayChange();
+  if (has(name)) raise("opc:part:Exists", path_, name.text());
+  if (!isFree(name)) raise("opc:part:NameOfItem", path_, name.text());
+  checkIsNotDerived(name);
+  checkEntryCount();
+  const auto [created, isNew] = changes_.insert_or_assign(
+      name.key(),
+      PartChange{name, type, index_->find(name.key()), false, ++creations_, nullptr, std::nullopt});
+  ++entryCount_;
+  sortedKeys().insert(created->first);
+  editContentTypes().setOverride(name.encoded(), type);
+  // A new part starts without relationships, also where some were left behind.
+  const auto orphan = index_->orphanedRelationships(name.key());
+  if (!orphan) return;
+  if (isNew) droppedOrphans_.push_back(*orphan);
+  isOnlyAddition_ = false;
+}
+
+void OpenPackage::checkEntryCount() const {
+  const std::uint64_t limit = index_->limits().entries;
+  if (entryCount_ >= limit) raise("opc:package:TooManyEntries", path_, limit);
+}
+
+// Neither "/a" when there is "/a/b", nor "/a/b" when there is "/a".
+void OpenPackage::checkIsNotDerived(const PartName& name) {
+  const auto raiseBeside = [&](std::string_view key) {
+    const PartName other = storedName(PartName::tryFromEncoded(key).value());
+    raise("opc:part:DerivedName", path_, name.text(), other.text());
+  };
+  const std::string& key = name.key();
+  for (std::size_t slash = key.rfind('/'); slash > 0; slash = key.rfind('/', slash - 1)) {
+    const std::string folder = key.substr(0, slash);
+    if (find(folder)) raiseBeside(folder);
+  }
+  const std::string folder = key + '/';
+  const auto next = sortedKeys().lower_bound(folder);
+  if (next != sortedKeys().end() && next->starts_with(folder)) raiseBeside(*next);
+}
+
+std::set<std::string_view>& OpenPackage::sortedKeys() {
+  if (sortedKeys_) return *sortedKeys_;
+  sortedKeys_.emplace();
+  for (const IndexedPart& part : index_->parts()) {
+    if (!changes_.contains(index_->keyOf(part))) sortedKeys_->insert(index_->keyOf(part));
+  }
+  for (const auto& [key, change] : changes_) {
+    if (!change.isDeleted) sortedKeys_->insert(key);
+  }
+  return *sortedKeys_;
+}
+
+OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
+  const auto found = changes_.find(name.key());
+  if (found != changes_.end()) return found->second;
+  const IndexedPart* part = index_->find(name.key());
+  PartChange unchanged{index_->nameOf(*part), part->type, part, false, 0, nullptr, std::nullopt};
+  return changes_.emplace(name.key(), std::move(unchanged)).first->second;
+}
+
+void OpenPackage::remove(const PartName& name) {
+  checkMayChange();
+  const auto view = find(name.key());
+  if (!view) return;
+  if (view->relationships) relationshipCount_ -= view->relationships->size();
+  --entryCount_;
+  if (sortedKeys_) sortedKeys_->erase(name.key());
+  PartChange& part = change(name);
+  editContentTypes().removeOverride(name.key());
+  editContentTypes().removeOverride(model::relationshipPartNameOf(part.name.encoded()));
+  part.isDeleted = true;
+  part.data.reset();
+  part.relationships.reset();
+  if (part.original) isOnlyAddition_ = false;
+}
+
+std::shared_ptr<zip::Spool> OpenPackage::replaceData(const PartName& name) {
+  checkMayChange();
+  part(name);
+  PartChange& part = change(name);
+  part.data = std::make_shared<zip::Spool>(spoolStorage());
+  isChanged_ = true;
+  if (part.original) isOnlyAddition_ = false;
+  return part.data;
+}
+
+// Beside the package, where the data goes in the end anyway and the temporary folder's size does not matter.
+// In a folder that cannot be written the data is kept elsewhere, and it is the save that fails.
+const std::shared_ptr<zip::SpoolStorage>& OpenPackage::spoolStorage() {
+  if (spoolStorage_) return spoolStorage_;
+  std::error_code ignored;
+  const std::filesystem::path target = std::filesystem::weakly_canonical(path_, ignored);
+  std::filesystem::path folder = target.parent_path();
+  if (access(folder.c_str(), W_OK | X_OK) != 0) folder = std::filesystem::temp_directory_path(ignored);
+  spoolStorage_ = std::make_shared<zip::SpoolStorage>(folder.string());
+  return spoolStorage_;
+}
+
+ContentTypesDocument& OpenPackage::editContentTypes() {
+  isChanged_ = true;
+  if (!contentTypes_) contentTypes_ = index_->contentTypes();
+  return *contentTypes_;
+}
+
+RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
+  if (!source) {
+    if (!relationships_) relationships_ = index_->relationships();
+    return *relationships_;
+  }
+  const RelationshipsDocument* before = relationships(source);
+  PartChange& part = change(*source);
+  if (part.relationships) return *part.relationships;
+  if (before) return part.relationships.emplace(*before);
+  ++entryCount_;
+  return part.relationships.emplace(part.name.encoded());
+}
+
+Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,
+                                          const model::URI& target, std::string_view id) {
+  checkMayChange();
+  const bool hasDocument = relationships(source) != nullptr;
+  const std::size_t limit = index_->limits().relationships;
+  if (relationshipCount_ >= limit) raise("opc:package:TooManyRelationships", path_, limit);
+  if (!hasDocument) checkEntryCount();
+  Relationship added = editRelationships(source).add(type, target, id, path_);
+  ++relationshipCount_;
+  isChanged_ = true;  // only now: a refused relationship is no change
+  if (!source && idsByTarget_) idsByTarget_->emplace(added.getTarget().text(), added.getID());
+  return added;
+}
+
+void OpenPackage::removeRelationship(const PartName* source, std::string_view id) {
+  checkMayChange();
+  const RelationshipsDocument* document = relationships(source);
+  const auto link = document ? document->find(id) : std::nullopt;
+  if (!link) return;
+  if (!source && idsByTarget_) {
+    const auto [begin, end] = idsByTarget_->equal_range(link->getTarget().text());
+    idsByTarget_->erase(std::find_if(begin, end, [&](const auto& known) { return known.second == id; }));
+  }
+  editRelationships(source).remove(id);
+  --relationshipCount_;
+  isChanged_ = true;
+  isOnlyAddition_ = false;
+}
+
+}  // namespace opc

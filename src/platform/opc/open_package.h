@@ -19,7 +19,6 @@
 #include "platform/opc/relationships_document.h"
 #include "platform/text/text_hash.h"
 #include "platform/zip/spool.h"
-#include "platform/zip/spool.h"
 
 namespace opc {
 

@@ -31,8 +31,8 @@ std::optional<SequenceForm> formOf(unsigned char lead) {
   return std::nullopt;
 }
 
-/// Reads one code point and moves `at` past it. Of an ill-formed sequence it reads nothing and moves `at` past
-/// its longest sound start.
+/// Reads one code point and moves `at` past it. Of an ill-formed sequence it reads nothing and moves `at`
+/// past its longest sound start.
 std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) {
   const auto lead = static_cast<unsigned char>(narrow[at++]);
   if (lead < 0x80) return lead;

@@ -19,7 +19,7 @@ namespace opc::model {
 namespace {
 
 using interfaces::OpenMode;
-using support::identifierRaisedBy;
+using support::ruleOf;
 using support::PackageFixture;
 using support::raisedBy;
 using support::readAll;
@@ -185,7 +185,7 @@ TEST(Reopening, SharesTheIndexOfAnUnchangedFile) {
   Package package(fixture.path()), another(fixture.path());
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   package.open(OpenMode::Read);
-  EXPECT_EQ(identifierRaisedBy([&] { package.open(OpenMode::Read); }), "opc:package:AlreadyOpen");
+  EXPECT_EQ(ruleOf([&] { package.open(OpenMode::Read); }), "opc:package:AlreadyOpen");
   const auto first = package.index();
   package.close();
   package.open(OpenMode::Modify);
@@ -248,7 +248,7 @@ TEST(Parts, SayThatTheirPackageIsClosed) {
     EXPECT_EQ(raisedBy([&] { part.deleteRelationship("rId1"); }), closed);
   };
   package->close();
-  EXPECT_EQ(identifierRaisedBy([&] { package->getRelationships(ExcludeMode::None); }), "opc:package:Closed");
+  EXPECT_EQ(ruleOf([&] { package->getRelationships(ExcludeMode::None); }), "opc:package:Closed");
   package->open(OpenMode::Read);  // of which the old handles are no part
   expectAllClosed();
   part = package->getPart(PartName(u"/a.txt"));
@@ -258,13 +258,13 @@ TEST(Parts, SayThatTheirPackageIsClosed) {
 
 TEST(Parts, ShareOneLimitOnWhatIsInflated) {
   PackageFixture fixture;
-  fixture.add(u"/a.txt", std::string(600, 'a')).add(u"/b.txt", std::string(600, 'b'));
+  fixture.add(u"/a.txt", std::string(600, 'a'));
   Package package(fixture.path(), {.inflatedBytesPerOpen = 1000});
   package.open(OpenMode::Read);
-  readAll(*package.getPart(PartName(u"/a.txt")).getInputStream());
-  const auto second = package.getPart(PartName(u"/b.txt")).getInputStream();
-  EXPECT_EQ(raisedBy([&] { readAll(*second); }),
-            "opc:package:TooMuchData(" + fixture.narrowPath() + ", 1000)");
+  const auto input = package.getPart(PartName(u"/a.txt")).getInputStream();
+  readAll(*input);
+  input->restart();
+  EXPECT_EQ(ruleOf([&] { readAll(*input); }), "opc:package:TooMuchData");
 }
 
 TEST(Parts, OfAPackageOpenForReadingCannotBeChanged) {
@@ -273,13 +273,15 @@ TEST(Parts, OfAPackageOpenForReadingCannotBeChanged) {
   Package package(fixture.path());
   package.open(OpenMode::Read);
   Part part = package.getPart(PartName(u"/a.txt"));
-  const std::string refused = "opc:package:NotModifiable(" + fixture.narrowPath() + ")";
-  EXPECT_EQ(raisedBy([&] { part.getOutputStream(); }), refused);
-  EXPECT_EQ(raisedBy([&] { part.createInternalRelationship(u"t", URI(u"/a.txt"), {}); }), refused);
-  EXPECT_EQ(raisedBy([&] { package.createPart(PartName(u"/b"), kText, {}); }), refused);
-  EXPECT_EQ(raisedBy([&] { package.deletePart(part.getName()); }), refused);
-  EXPECT_EQ(raisedBy([&] { package.deleteRelationship("rId1"); }), refused);
-  EXPECT_EQ(raisedBy([&] { package.setCoreProperty(CoreProperty::Description, u"x"); }), refused);
+  const std::function<void()> kChanges[] = {
+      [&] { part.getOutputStream(); },
+      [&] { part.createInternalRelationship(u"t", URI(u"/a.txt"), {}); },
+      [&] { package.createPart(PartName(u"/b"), kText, {}); },
+      [&] { package.deletePart(part.getName()); },
+      [&] { package.deleteRelationship("rId1"); },
+      [&] { package.setCoreProperty(CoreProperty::Description, u"x"); },
+  };
+  for (const auto& change : kChanges) EXPECT_EQ(ruleOf(change), "opc:package:NotModifiable");
 }
 
 const struct {
@@ -328,7 +330,7 @@ TEST(NewParts, AreReadBackBeforeTheyAreSaved) {
   EXPECT_EQ(readAll(*part.getInputStream()), "new");
   EXPECT_EQ(part.getSize(), 3u);
   package.deletePart(part.getName());
-  EXPECT_EQ(identifierRaisedBy([&] { part.getInputStream()->restart(); }), "opc:part:NotFound");
+  EXPECT_EQ(ruleOf([&] { part.getInputStream()->restart(); }), "opc:part:NotFound");
 }
 
 TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
@@ -367,8 +369,8 @@ TEST(Streams, RaiseWhenTheOtherEndFails) {
     std::ifstream from(unreadable, std::ios::binary);
     EXPECT_EQ(raisedBy([&] { copyStream(from, *part.getOutputStream()); }), "opc:stream:CannotRead(0)");
   }
-  EXPECT_EQ(identifierRaisedBy([&] { part.getInputStream(); }), "opc:part:LostData");
-  EXPECT_EQ(identifierRaisedBy([&] { package.close(); }), "opc:part:LostData");
+  EXPECT_EQ(ruleOf([&] { part.getInputStream(); }), "opc:part:LostData");
+  EXPECT_EQ(ruleOf([&] { package.close(); }), "opc:part:LostData");
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 #pragma once
 
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "platform/zip/spool.h"
 #include "platform/zip/writer.h"
@@ -20,8 +19,8 @@ namespace tests {
 using Items = std::vector<std::pair<std::string, std::string>>;
 
 inline void writeArchive(const std::string& path, const Items& items, std::string_view comment = {}) {
-  const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  zip::Writer writer(descriptor, path);
+  const std::unique_ptr<FILE, decltype(&fclose)> file(fopen(path.c_str(), "w+"), fclose);
+  zip::Writer writer(fileno(file.get()), path);
   for (const auto& [name, bytes] : items) {
     zip::Spool content(std::filesystem::path(path).parent_path());
     content.write(bytes.data(), bytes.size());
@@ -29,7 +28,6 @@ inline void writeArchive(const std::string& path, const Items& items, std::strin
     writer.add(name, content);
   }
   writer.finish(comment);
-  close(descriptor);
 }
 
 /// Appends a symbolic link to "b.txt", with all that an archive can say of an entry, as Python writes it.

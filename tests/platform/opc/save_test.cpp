@@ -12,13 +12,14 @@
 #include "tests/support/file_size_limit.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"
+#include "tests/support/system_calls.h"
 
 namespace opc::model {
 
 namespace {
 
 using interfaces::OpenMode;
-using support::identifierRaisedBy;
+using support::ruleOf;
 using support::outputOf;
 using support::PackageFixture;
 using support::raisedBy;
@@ -193,19 +194,34 @@ TEST(Saving, OfANewPackageReplacesTheFileItMay) {
 }
 
 TEST(Saving, LeavesNothingOfDeletedAndReplacedPartsBehind) {
+  support::SystemCalls calls;
+  calls.canClone = true;
   const std::string secret = bytesThatCannotShrink(100'000), other(secret.rbegin(), secret.rend());
   PackageFixture fixture;
   fixture.add(u"/secret", secret).add(u"/other", other);
   ASSERT_NE(fixture.bytes().find(secret), std::string::npos);
-  EXPECT_EQ(change(fixture.path(),
-                   [](Package& package) {
-                     package.deletePart(PartName(u"/secret"));
-                     writePart(package.getPart(PartName(u"/other")), "z");
-                   }),
-            "");
-  for (const std::string& gone : {secret, other}) {
-    EXPECT_EQ(fixture.bytes().find(gone.substr(50'000, 64)), std::string::npos);
+  for (const bool deletes : {true, false}) {
+    EXPECT_EQ(change(fixture.path(),
+                     [&](Package& package) {
+                       if (deletes) package.deletePart(PartName(u"/secret"));
+                       if (!deletes) writePart(package.getPart(PartName(u"/other")), "z");
+                     }),
+              "");
+    EXPECT_EQ(fixture.bytes().find((deletes ? secret : other).substr(50'000, 64)), std::string::npos);
   }
+}
+
+// Each addition to a clone leaves the replaced documents in the file, but never more than a share of it.
+TEST(Saving, ManyTimesDoesNotFillTheFileWithWaste) {
+  support::SystemCalls calls;
+  calls.canClone = true;
+  PackageFixture fixture;
+  fixture.add(u"/big", bytesThatCannotShrink(10'000)).path();
+  for (int round = 0; round < 40; ++round) {
+    fixture.addLinked(u"/user/" + fl::i18n::to_ustring(std::to_string(round)), "x").path();
+  }
+  EXPECT_LT(fixture.bytes().size(), 20'000u);
+  EXPECT_NE(readByOthers(fixture.narrowPath()).find("user/39 [text/plain] x"), std::string::npos);
 }
 
 TEST(Saving, WritesNothingWithoutAChange) {
@@ -329,7 +345,7 @@ TEST(FailedSave, WhenSomebodyElseChangedTheFile) {
   package.open(OpenMode::Modify);
   package.createPart(PartName(u"/lost"), kText, {});
   const std::string theirs = fixture.add(u"/theirs", "y").bytes();
-  EXPECT_EQ(identifierRaisedBy([&] { package.close(); }), "opc:save:FileChanged");
+  EXPECT_EQ(ruleOf([&] { package.close(); }), "opc:save:FileChanged");
   EXPECT_FALSE(package.isOpen());
   EXPECT_EQ(fixture.bytes(), theirs);
   EXPECT_EQ(fixture.folder().entryCount(), 1u);
@@ -346,7 +362,7 @@ TEST(FailedSave, WhenThePartsDataWasLost) {
     const support::FileSizeLimit fullDisk(1'000'000);
     EXPECT_THROW(writePart(part, bytesThatCannotShrink(20'000'000)), Exception);
   }
-  EXPECT_EQ(identifierRaisedBy([&] { package.close(); }), "opc:part:LostData");
+  EXPECT_EQ(ruleOf([&] { package.close(); }), "opc:part:LostData");
   EXPECT_EQ(fixture.bytes(), before);
   EXPECT_EQ(fixture.folder().entryCount(), 1u);
 }

@@ -5,17 +5,19 @@
 #include <string>
 #include <vector>
 
-#include "metadata/signals.h"
-#include "platform/repository/set.h"
+#include "platform/repository/signal.h"
 
 namespace orra::tavloxio {
+
+/// Signals that a query found, in its order.
+using Signals = std::vector<std::unique_ptr<Signal>>;
 
 /// What one File object keeps: the absolute name of its package file, and what was read from it. Values are
 /// read in one pass when first asked for, and again whenever the file's last-write time changes. Every getter
 /// raises tavlox:general:FileNotFound, with the absolute path, once the file is gone.
 class MetadataCache {
  public:
-  virtual ~MetadataCache();
+  virtual ~MetadataCache() = default;
 
   /// Binds the object to a file, which is opened once for reading: tavlox:general:FileNotFound or
   /// tavlox:general:UnableToReadFile, with the name as given.
@@ -37,15 +39,17 @@ class MetadataCache {
   virtual bool getContainsComparison() = 0;
 
   /// The identifiers of the session's runs, in the order of the run list.
-  virtual std::vector<std::int32_t> getRunIDs() = 0;
+  virtual std::vector<FileRunId> getRunIDs() = 0;
 
-  // The three below load the session into its repository first, unless that has been done for the file as it
-  // is now; see SessionRepository for the errors.
+  // The three below load the session into a private repository first, unless that has been done for the file
+  // as it is now. A load that fails is not tried again until the file changes, and leaves what it loaded.
 
-  /// The run of an identifier of the run list.
-  virtual std::shared_ptr<Set> lookupRun(std::int32_t runIdentifier) = 0;
+  /// Raises tavlox:general:UnableToReadFile with an empty text for an identifier that the file does not list,
+  /// and simulation_data_repository:sdr:NoSuchRun for one of an earlier version of the file.
+  virtual std::shared_ptr<Set> lookupRun(FileRunId run) = 0;
 
-  /// The signals of that name, and all signals; run by run in the order of the run list.
+  /// The signals of that name, and all signals: run by run in the order of the run list, each run's in the
+  /// order of its part.
   virtual Signals lookupSignalsByName(const std::u16string& name) = 0;
   virtual Signals lookupAllSignals() = 0;
 };

@@ -1,23 +1,71 @@
 #include "metadata/metadata_cache_impl.h"
 
-#include "metadata/file_time.h"
+#include <ctime>
+
 #include "metadata/run_list.h"
+#include "metadata/session_repository.h"
 #include "package/session_parts.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
+#include "platform/text/conversion.h"
 
 namespace orra::tavloxio {
 
+using boost::posix_time::ptime;
 using file::OpenMode;
 using file::ScopedRef;
+using foundation::core::except::collection;
 using foundation::core::except::raise;
+using References = boost::ptr_vector<ObjectRef>;
+
+namespace {
+
+/// The last-write time of the file, UTC, in microseconds. Raises tavlox:general:FileNotFound if there is no
+/// such file and tavlox:general:UnableToReadFile if its status cannot be read, both with the path.
+ptime fileModificationTime(const std::u16string& path) {
+  if (!fl::filesystem::exists(path)) raise("tavlox:general:FileNotFound", path);
+  try {
+    return fl::filesystem::status(path).lastWriteTime;
+  } catch (...) {
+    raise("tavlox:general:UnableToReadFile", path);
+  }
+}
+
+/// "15-Nov-2026 12:44:29": local time, the month as the process's time locale abbreviates it.
+std::u16string localTimeText(ptime time) {
+  const ptime epoch(boost::gregorian::date(1970, 1, 1));
+  const std::time_t seconds = (time - epoch).total_microseconds() / 1'000'000;
+  char text[100];
+  const std::size_t length = std::strftime(text, sizeof text, "%d-%b-%Y %H:%M:%S", std::localtime(&seconds));
+  return fl::i18n::to_ustring_lossy({text, length});
+}
+
+/// Removes a database file that nobody uses any more.
+void removeDatabase(const std::u16string& location) {
+  std::string reason;
+  try {
+    fl::filesystem::remove(location);
+    return;
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  } catch (...) {
+    // No reason is known.
+  }
+  // These identifiers of the data dictionary are the ones that hosts know for this failure.
+  if (!reason.empty()) raise("BRINDD:brindd:DictFuncThrewStdException", reason);
+  raise("BRINDD:brindd:DictFuncThrewException");
+}
+
+}  // namespace
+
+MetadataCacheImpl::~MetadataCacheImpl() { releaseRepository(); }
 
 void MetadataCacheImpl::setFilename(const std::u16string& name) {
   { ScopedRef readable(OpenMode::Read, name); }
   filename_ = fl::filesystem::absolute(name);
-  metadataStamp_ = boost::posix_time::ptime();
+  metadataStamp_ = ptime();
   metadata_.clear();
-  repository_.release();
+  releaseRepository();
 }
 
 bool MetadataCacheImpl::isUpToDate() { return fileModificationTime(filename_) == metadataStamp_; }
@@ -41,26 +89,6 @@ std::int32_t MetadataCacheImpl::getNumRuns() { return get<std::int32_t>(Metadata
 std::int32_t MetadataCacheImpl::getNumSignals() { return get<std::int32_t>(MetadataKey::NumSignals); }
 bool MetadataCacheImpl::getContainsView() { return get<bool>(MetadataKey::ContainsView); }
 bool MetadataCacheImpl::getContainsComparison() { return get<bool>(MetadataKey::ContainsComparison); }
-
-std::vector<std::int32_t> MetadataCacheImpl::getRunIDs() {
-  const ScopedRef ref(OpenMode::Read, filename_);
-  return runIdentifiers(readRunList(ref).get());
-}
-
-std::shared_ptr<Set> MetadataCacheImpl::lookupRun(std::int32_t runIdentifier) {
-  repository_.ensureLoaded(filename_);
-  return repository_.lookupRun(runIdentifier);
-}
-
-Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
-  repository_.ensureLoaded(filename_);
-  return repository_.signalsByName(getRunIDs(), name);
-}
-
-Signals MetadataCacheImpl::lookupAllSignals() {
-  repository_.ensureLoaded(filename_);
-  return repository_.allSignals(getRunIDs());
-}
 
 const MetadataValue& MetadataCacheImpl::upToDateValue(MetadataKey key) {
   loadMetadata();
@@ -93,6 +121,78 @@ void MetadataCacheImpl::loadMetadata() {
   metadata_[MetadataKey::ContainsView] =
       !findPartsByRelationshipType(ref, tavlox::relationship_types::kView).empty();
   metadata_[MetadataKey::ContainsComparison] = containsComparisonRun(runs.get());
+}
+
+std::vector<FileRunId> MetadataCacheImpl::getRunIDs() {
+  const ScopedRef ref(OpenMode::Read, filename_);
+  return runIdentifiers(readRunList(ref).get());
+}
+
+void MetadataCacheImpl::ensureRunData() {
+  const auto stamp = fileModificationTime(filename_);
+  if (stamp == runDataStamp_) return;
+  // Stored before anything is loaded: a load that fails is not tried again until the file changes.
+  runDataStamp_ = stamp;
+  releaseRepository();
+  objectManager_ = std::make_unique<ObjectManager>();
+  objectManager_->initializeObjectManager("", "");
+  loadRunData(ScopedRef(OpenMode::Read, filename_), *objectManager_, runIdMap_);
+}
+
+void MetadataCacheImpl::releaseRepository() {
+  if (objectManager_ == nullptr) return;
+  const std::u16string location = objectManager_->getDatabaseLocation();
+  objectManager_.reset();
+  if (!location.empty()) removeDatabase(location);
+}
+
+RunId MetadataCacheImpl::repositoryRun(FileRunId run) const {
+  const auto entry = runIdMap_.find(run);
+  if (entry == runIdMap_.end()) raise("tavlox:general:UnableToReadFile", "");
+  return entry->second;
+}
+
+std::shared_ptr<Set> MetadataCacheImpl::lookupRun(FileRunId run) {
+  ensureRunData();
+  const RunId inRepository = repositoryRun(run);
+  std::shared_ptr<Set> found;
+  collection errors = collection::get_empty_instance();
+  objectManager_->safeTransaction(
+      [&] {
+        if (Set::lookupSet(inRepository, found, *objectManager_, false)) return;
+        collection missing;
+        missing.add("simulation_data_repository:sdr:NoSuchRun");
+        throwCollected(missing);
+      },
+      errors);
+  throwCollected(errors);
+  return found;
+}
+
+Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
+  ensureRunData();
+  Signals signals;
+  for (const FileRunId run : getRunIDs()) {
+    References references;
+    Set::getAllSignalsByName(*objectManager_, name, repositoryRun(run), references);
+    appendSignals(signals, references);
+  }
+  return signals;
+}
+
+Signals MetadataCacheImpl::lookupAllSignals() {
+  ensureRunData();
+  Signals signals;
+  for (const FileRunId run : getRunIDs()) {
+    const RunId inRepository = repositoryRun(run);
+    References references;
+    collection errors = collection::get_empty_instance();
+    objectManager_->safeTransaction(
+        [&] { Set::getAllSignals(*objectManager_, SignalQueryType::All, inRepository, references); }, errors);
+    throwCollected(errors);
+    appendSignals(signals, references);
+  }
+  return signals;
 }
 
 }  // namespace orra::tavloxio

@@ -6,7 +6,6 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include "metadata/metadata_cache.h"
-#include "metadata/session_repository.h"
 
 namespace orra::tavloxio {
 
@@ -26,6 +25,12 @@ using MetadataValue = std::variant<std::u16string, std::int32_t, bool>;
 
 class MetadataCacheImpl final : public MetadataCache {
  public:
+  MetadataCacheImpl() = default;
+  /// A database file that cannot be removed now ends the process, as any error that leaves a destructor.
+  ~MetadataCacheImpl() override;
+  MetadataCacheImpl(const MetadataCacheImpl&) = delete;
+  MetadataCacheImpl& operator=(const MetadataCacheImpl&) = delete;
+
   void setFilename(const std::u16string& name) override;
   bool isUpToDate() override;
   const std::u16string* getFilename() override;
@@ -37,8 +42,8 @@ class MetadataCacheImpl final : public MetadataCache {
   std::int32_t getNumSignals() override;
   bool getContainsView() override;
   bool getContainsComparison() override;
-  std::vector<std::int32_t> getRunIDs() override;
-  std::shared_ptr<Set> lookupRun(std::int32_t runIdentifier) override;
+  std::vector<FileRunId> getRunIDs() override;
+  std::shared_ptr<Set> lookupRun(FileRunId run) override;
   Signals lookupSignalsByName(const std::u16string& name) override;
   Signals lookupAllSignals() override;
 
@@ -51,10 +56,19 @@ class MetadataCacheImpl final : public MetadataCache {
     return std::get<Alternative>(upToDateValue(key));
   }
 
+  /// Loads runs and signals if the file has changed since they were loaded.
+  void ensureRunData();
+  /// Closes the repository and removes its database file. Raises BRINDD:brindd:DictFuncThrewStdException with
+  /// the reason, or BRINDD:brindd:DictFuncThrewException without one, if the file cannot be removed.
+  void releaseRepository();
+  RunId repositoryRun(FileRunId run) const;
+
   std::u16string filename_;
-  boost::posix_time::ptime metadataStamp_;
+  boost::posix_time::ptime metadataStamp_, runDataStamp_;  ///< the file's time when they were last read
   std::unordered_map<MetadataKey, MetadataValue> metadata_;
-  SessionRepository repository_;
+  // Never emptied: an entry of an earlier load finds nothing, since no repository uses an identifier again.
+  RunIdMap runIdMap_;
+  std::unique_ptr<ObjectManager> objectManager_;
 };
 
 }  // namespace orra::tavloxio

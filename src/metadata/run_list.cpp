@@ -1,7 +1,6 @@
 #include "metadata/run_list.h"
 
 #include "package/session_parts.h"
-#include "platform/repository/strings.h"
 
 namespace orra::tavloxio {
 namespace {
@@ -23,12 +22,12 @@ std::int32_t runCount(const ObjRefArrayJSON* runs) {
   return runs == nullptr ? 0 : static_cast<std::int32_t>(runs->size());
 }
 
-std::vector<std::int32_t> runIdentifiers(const ObjRefArrayJSON* runs) {
-  std::vector<std::int32_t> identifiers;
+std::vector<FileRunId> runIdentifiers(const ObjRefArrayJSON* runs) {
+  std::vector<FileRunId> identifiers;
   if (runs == nullptr) return identifiers;
   identifiers.reserve(runs->size());
   for (std::size_t i = 0; i < runs->size(); ++i) {
-    identifiers.push_back(runs->getPropertyInt32(i, strings::IDLower));
+    identifiers.push_back(FileRunId{runs->getPropertyInt32(i, strings::IDLower)});
   }
   return identifiers;
 }

@@ -6,6 +6,7 @@
 
 #include "package/scoped_ref.h"
 #include "platform/repository/obj_ref_array_json.h"
+#include "platform/repository/set.h"
 
 /// What the session's JSON parts say without loading a repository. Errors of the package library and of the
 /// JSON reader pass through unchanged.
@@ -16,7 +17,7 @@ std::unique_ptr<ObjRefArrayJSON> readRunList(const file::ScopedRef& ref);
 
 /// The three below take a run list or null, which counts as an empty one.
 std::int32_t runCount(const ObjRefArrayJSON* runs);
-std::vector<std::int32_t> runIdentifiers(const ObjRefArrayJSON* runs);
+std::vector<FileRunId> runIdentifiers(const ObjRefArrayJSON* runs);
 bool containsComparisonRun(const ObjRefArrayJSON* runs);
 
 /// The entries of all signals parts together.

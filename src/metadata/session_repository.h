@@ -1,58 +1,26 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <unordered_map>
-#include <vector>
+#include <boost/ptr_container/ptr_vector.hpp>
 
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-
-#include "metadata/signals.h"
+#include "metadata/metadata_cache.h"
 #include "package/scoped_ref.h"
-#include "platform/repository/object_manager.h"
-#include "platform/repository/set.h"
+#include "platform/errors/exceptions.h"
 
+/// Between the session's parts and the repository of its runs and signals.
 namespace orra::tavloxio {
 
-/// The runs and signals of one session file, loaded into a private repository when they are first asked for,
-/// and again whenever the file's last-write time has changed. The repository's database file lives as long as
-/// this object, at most.
-class SessionRepository {
- public:
-  SessionRepository() = default;
-  /// A database file that cannot be removed now ends the process, as any error that leaves a destructor.
-  ~SessionRepository();
-  SessionRepository(const SessionRepository&) = delete;
-  SessionRepository& operator=(const SessionRepository&) = delete;
+/// Loads the runs of the first run list, and then the signals of every signals part, into an empty
+/// repository. Without a run list nothing is loaded. Adds the runs to the map. Errors of the package library
+/// and of the repository pass through unchanged.
+void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& runIdMap);
 
-  /// Loads the file unless that has been done for its present last-write time. A load that fails is not tried
-  /// again until the file changes, and leaves what it loaded. Raises tavlox:general:FileNotFound or
-  /// tavlox:general:UnableToReadFile with the path, and the repository's errors.
-  void ensureLoaded(const std::u16string& path);
+/// Converts the references, in their order, and appends them to the result.
+void appendSignals(Signals& result, boost::ptr_vector<ObjectRef>& references);
 
-  /// Closes the repository and removes its database file. Raises BRINDD:brindd:DictFuncThrewStdException with
-  /// the reason, or BRINDD:brindd:DictFuncThrewException without one, if the file cannot be removed.
-  void release();
-
-  /// The run of a file identifier. Raises tavlox:general:UnableToReadFile with an empty text for an
-  /// identifier that the file does not list, and simulation_data_repository:sdr:NoSuchRun for one that the
-  /// repository does not have.
-  std::shared_ptr<Set> lookupRun(std::int32_t fileIdentifier);
-
-  /// The signals of the runs, run by run in the order given, each run's in the repository's order.
-  Signals allSignals(const std::vector<std::int32_t>& fileIdentifiers);
-  Signals signalsByName(const std::vector<std::int32_t>& fileIdentifiers, const std::u16string& name);
-
- private:
-  void load(const file::ScopedRef& ref);
-  void loadSignals(const opc::model::Part& part);
-  std::int32_t repositoryIdentifier(std::int32_t fileIdentifier) const;
-
-  boost::posix_time::ptime loadedStamp_;
-  // Never emptied: an entry of an earlier load finds nothing, since the repository does not use an identifier
-  // twice.
-  std::unordered_map<std::int32_t, std::int32_t> fileToRepository_;
-  std::unique_ptr<ObjectManager> objectManager_;
-};
+/// What a transaction of the repository gathered: nothing for an empty collection. Otherwise pauses for half
+/// a second and raises by the first error: a corrupt database as
+/// simulation_data_repository:sdr:InternalError, a locked one as sqldb:ssdb:Locked with the identifier and
+/// the text of the repository's error, anything else as the collection itself.
+void throwCollected(const foundation::core::except::collection& errors);
 
 }  // namespace orra::tavloxio

@@ -3,11 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "metadata/transaction.h"
-#include "platform/repository/object_manager.h"
-#include "platform/repository/set.h"
-#include "platform/repository/strings.h"
-#include "queries/record.h"
+#include "queries/record_fields.h"
 
 namespace orra::tavloxio {
 
@@ -18,11 +14,6 @@ namespace {
 template <const auto& Key>
 HostArray metadata(const Set& run) {
   return textValue(run.getRunMetaDataUstring(Key));
-}
-
-template <auto Getter>
-HostArray text(const Set& run) {
-  return textValue((run.*Getter)());
 }
 
 template <auto Getter>
@@ -71,23 +62,27 @@ const RecordField<Set> kFields[] = {
 
 }  // namespace
 
-HostArray runIdentifierColumn(MetadataCache& cache) { return HostArray::int32Column(cache.getRunIDs()); }
+HostArray runIdentifierColumn(MetadataCache& cache) {
+  std::vector<std::int32_t> identifiers;
+  for (const FileRunId run : cache.getRunIDs()) identifiers.push_back(static_cast<std::int32_t>(run));
+  return HostArray::int32Column(identifiers);
+}
 
-std::int32_t toRunIdentifier(const HostArray& value) {
-  if (!value.isNumeric() || !value.isScalar() || value.isEmpty()) return 0;
+FileRunId toRunIdentifier(const HostArray& value) {
+  if (!value.isNumeric() || !value.isScalar() || value.isEmpty()) return FileRunId{0};
   const double whole = std::trunc(value.scalarAsDouble());
   constexpr double kLowest = std::numeric_limits<std::int32_t>::min();
   constexpr double kHighest = std::numeric_limits<std::int32_t>::max();
   // Written so that a value that is not a number is outside, too.
-  return whole >= kLowest && whole <= kHighest ? static_cast<std::int32_t>(whole) : 0;
+  return FileRunId{whole >= kLowest && whole <= kHighest ? static_cast<std::int32_t>(whole) : 0};
 }
 
-HostArray runRecord(MetadataCache& cache, std::int32_t runIdentifier) {
-  const std::shared_ptr<Set> run = cache.lookupRun(runIdentifier);
+HostArray runRecord(MetadataCache& cache, FileRunId run) {
+  const std::shared_ptr<Set> set = cache.lookupRun(run);
   const std::span<const RecordField<Set>> fields(kFields);
   HostArray record = makeRecords(fields, 1);
-  runTransaction(*run->getObjectReference().getObjectManager(), [&] { fillRecord(record, 0, fields, *run); });
-  record.setField(0, u"id", HostArray::int32Scalar(runIdentifier));
+  runTransaction(*set->getObjectReference().getObjectManager(), [&] { fillRecord(record, 0, fields, *set); });
+  record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;
 }
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
 #include "metadata/metadata_cache.h"
 #include "platform/arrays/host_array.h"
 
@@ -13,10 +10,10 @@ corvan::HostArray runIdentifierColumn(MetadataCache& cache);
 
 /// The run identifier that a host value stands for: a numeric scalar cut towards zero. 0, which is no run's
 /// identifier as a rule, for everything else.
-std::int32_t toRunIdentifier(const corvan::HostArray& value);
+FileRunId toRunIdentifier(const corvan::HostArray& value);
 
 /// The 1×1 structure that describes one run in 29 fields. Raises what MetadataCache::lookupRun raises, and
 /// the repository's failures as throwCollected translates them.
-corvan::HostArray runRecord(MetadataCache& cache, std::int32_t runIdentifier);
+corvan::HostArray runRecord(MetadataCache& cache, FileRunId run);
 
 }  // namespace orra::tavloxio

@@ -1,8 +1,9 @@
 #include "queries/signal_record.h"
 
-#include "metadata/transaction.h"
-#include "queries/record.h"
-#include "queries/signal_domain.h"
+#include <unordered_map>
+
+#include "platform/errors/catalog.h"
+#include "queries/record_fields.h"
 
 namespace orra::tavloxio {
 
@@ -10,16 +11,48 @@ using corvan::HostArray;
 
 namespace {
 
-template <auto Getter>
-HostArray text(const Signal& signal) {
-  return textValue((signal.*Getter)());
+struct Domain {
+  const char *type, *message;
+};
+
+const Domain kDomains[] = {
+    {"", "ORRA:orra:SignalDomain"},
+    {"dsm", "ORRA:orra:DSMDomain"},
+    {"final_state", "ORRA:orra:StateDomain"},
+    {"outport", "ORRA:orra:OutportDomain"},
+    {"param", "ORRA:orra:ParamDomain"},
+    {"tv_data", "ORRA:orra:TovrinDomain"},
+    {"tv_state", "ORRA:orra:TovrinDomain"},
+    {"tv_state_child", "ORRA:orra:TovrinDomain"},
+    {"tv_state_leaf", "ORRA:orra:TovrinDomain"},
+    {"qk_verify", "ORRA:orra:VerifyDomain"},
+    {"gv_var", "ORRA:orra:GalvorDomain"},
+    {"galvor", "ORRA:orra:GalvorDomain"},
+    {"state", "ORRA:orra:StateDomain"},
+    {"xil_profile", "ORRA:orra:ProfileDomain"},
+    {"dashboard", "ORRA:orra:DashboardDomain"},
+};
+
+using DomainTexts = std::unordered_map<std::string_view, std::u16string>;
+
+DomainTexts fetchTexts() {
+  DomainTexts texts;
+  for (const Domain& domain : kDomains) texts.emplace(domain.type, fl::i18n::catalogText(domain.message));
+  return texts;
+}
+
+/// What hosts show for a signal's domain type, in the language that was the process's when the first one was
+/// asked for. Empty text for a type that is not known.
+HostArray domain(const Signal& signal) {
+  static const DomainTexts texts = fetchTexts();
+  const auto text = texts.find(signal.getDomainType());
+  return text == texts.end() ? HostArray::charRow(u"") : textValue(text->second);
 }
 
 HostArray runOrderIndex(const Signal& signal) {
   return HostArray::int32Scalar(signal.getRun()->getOrderIndex());
 }
 HostArray portIndex(const Signal& signal) { return HostArray::int32Scalar(signal.getPortIndex()); }
-HostArray domain(const Signal& signal) { return textValue(domainText(signal.getDomainType())); }
 
 HostArray complexity(const Signal& signal) {
   return HostArray::charRow(signal.getComplexity() == 1 ? u"complex" : u"real");

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "metadata/session_repository.h"
+#include "metadata/metadata_cache.h"
 #include "platform/arrays/host_array.h"
 
 namespace orra::tavloxio {

@@ -7,11 +7,12 @@
 #include <string>
 
 #include "platform/errors/exceptions.h"
+#include "platform/repository/json_rows.h"
 #include "platform/repository/obj_ref_array_json.h"
 
 namespace {
 
-void load(const char* kind, const std::string& json) {
+void load(const orra::PartKind& kind, const std::string& json) {
   orra::ObjRefArrayJSON array(kind, orra::ObjRefArrayJSON::Keep::Rows);
   std::istringstream stream(json);
   try {

@@ -1,9 +1,10 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
-#include "metadata/file_time.h"
 #include "metadata/metadata_cache_impl.h"
 #include "platform/export_file/relationship_types.h"
 #include "tests/support/raised.h"
@@ -48,7 +49,7 @@ TEST_F(Metadata, CountsOnlyTheFirstRunList) {
   EXPECT_TRUE(cache_.getContainsView());
   EXPECT_EQ(cache_.getNumRuns(), 1);
   EXPECT_FALSE(cache_.getContainsComparison()) << "the class name is compared exactly, in the first list";
-  EXPECT_EQ(cache_.getRunIDs(), std::vector<std::int32_t>{1});
+  EXPECT_EQ(cache_.getRunIDs(), std::vector<FileRunId>{FileRunId{1}});
 }
 
 TEST_F(Metadata, IsReadAgainExactlyWhenTheFilesTimeChanges) {
@@ -115,13 +116,13 @@ TEST_F(Metadata, BindsUnderTheAbsoluteNameAndRefusesUnderTheNameGiven) {
             "tavlox:general:UnableToReadFile(text.tavlox)");
 }
 
-TEST(FileTime, IsShownAsLocalTime) {
-  using boost::gregorian::date;
-  using boost::posix_time::time_duration;
+TEST_F(Metadata, LastModifiedIsLocalTime) {
+  bind([](SessionWriter&) {});
   setenv("TZ", "UTC-5:30", 1);  // five and a half hours ahead
   tzset();
-  const boost::posix_time::ptime evening(date(2026, 11, 15), time_duration(20, 44, 29, 999'999));
-  EXPECT_EQ(localTimeText(evening), u"16-Nov-2026 02:14:29");
+  const timespec evening[] = {{1794775469, 999'999'999}, {1794775469, 999'999'999}};  // 20:44:29 in UTC
+  ASSERT_EQ(utimensat(AT_FDCWD, path().c_str(), evening, 0), 0);
+  EXPECT_EQ(*cache_.getLastModified(), u"16-Nov-2026 02:14:29");
 }
 
 }  // namespace

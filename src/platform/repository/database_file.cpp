@@ -1,8 +1,6 @@
 #include "platform/repository/database_file.h"
 
-#include <atomic>
 #include <cerrno>
-#include <mutex>
 #include <set>
 #include <string_view>
 
@@ -32,29 +30,10 @@ constexpr int kMostAttempts = 100;
 
 /// The files this process has open. A sweep must not touch them: closing any descriptor of a file drops all
 /// the locks that the process has on it, the database's among them.
-class OwnFiles {
- public:
-  static OwnFiles& instance() {
-    static OwnFiles files;
-    return files;
-  }
-  void add(const std::string& path) {
-    const std::lock_guard guard(mutex_);
-    paths_.insert(path);
-  }
-  void remove(const std::string& path) {
-    const std::lock_guard guard(mutex_);
-    paths_.erase(path);
-  }
-  bool has(const std::string& path) {
-    const std::lock_guard guard(mutex_);
-    return paths_.contains(path);
-  }
-
- private:
-  std::mutex mutex_;
-  std::set<std::string> paths_;
-};
+std::set<std::string>& ownFiles() {
+  static std::set<std::string> paths;
+  return paths;
+}
 
 /// Whether the path is a folder, not a link to one, that belongs to this user; nobody else may use it then.
 bool makePrivate(const std::string& path) {
@@ -89,7 +68,7 @@ void sweep(const std::string& folder) {
     if (!entries.isOpen()) return;
     while (const auto entry = entries.next()) {
       const std::string path = fl::filesystem::toNativeName(entry->path);
-      if (path.ends_with(kSuffix) && !OwnFiles::instance().has(path)) removeIfAbandoned(path);
+      if (path.ends_with(kSuffix) && !ownFiles().contains(path)) removeIfAbandoned(path);
     }
   } catch (const fl::filesystem::Error&) {
     // Sweeping is a courtesy; the next process does it.
@@ -110,7 +89,7 @@ Descriptor createLocked(const std::string& path) {
 }
 
 std::string chosenName() {
-  static std::atomic<unsigned> created = 0;
+  static unsigned created = 0;
   return std::to_string(::getpid()) + "-" + std::to_string(++created) + kSuffix;
 }
 
@@ -125,14 +104,14 @@ DatabaseFile::DatabaseFile(const std::string& folder, const std::string& name) {
                                     fl::filesystem::fromNativeName(name.empty() ? chosenName() : name));
     path_ = fl::filesystem::toNativeName(fl::filesystem::absolute(path));
     // Entered first, so that a sweep of this process never meets a file it does not know.
-    OwnFiles::instance().add(path_);
+    ownFiles().insert(path_);
     try {
       lock_ = createLocked(path_);
     } catch (...) {
-      OwnFiles::instance().remove(path_);
+      ownFiles().erase(path_);
       throw;
     }
-    if (!lock_) OwnFiles::instance().remove(path_);
+    if (!lock_) ownFiles().erase(path_);
     if (!lock_ && !name.empty()) break;
   }
   if (!lock_) refuse(path_, EEXIST);
@@ -141,7 +120,7 @@ DatabaseFile::DatabaseFile(const std::string& folder, const std::string& name) {
 DatabaseFile::~DatabaseFile() {
   if (!kept_) ::unlink(path_.c_str());
   lock_.reset();
-  OwnFiles::instance().remove(path_);
+  ownFiles().erase(path_);
 }
 
 }  // namespace orra

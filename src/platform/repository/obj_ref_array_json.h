@@ -1,20 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "platform/repository/records.h"
 
 namespace orra {
 
 class Row;
-
-/// The kinds of part whose members are known.
-inline constexpr char kRunListKind[] = "run list";
-inline constexpr char kSignalsPartKind[] = "signals part";
 
 /// A JSON array of objects ("object references") such as the run list and the signals parts. Loading
 /// validates the whole text: well-formed JSON and UTF-8, an array of objects, every `id` an int32 that no
@@ -33,12 +31,11 @@ class ObjRefArrayJSON {
     Rows,        ///< also what forEachRow walks over
   };
 
-  /// Called with each element's index, from 0, and its members (platform/repository/members.h), which are
+  /// Called with each element's index, from 0, and its members (platform/repository/json_rows.h), which are
   /// valid during the call. What it raises ends the loading.
   using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
 
-  /// `kind` names the part in errors and says which members are known.
-  explicit ObjRefArrayJSON(std::string_view kind, Keep keep = Keep::References);
+  explicit ObjRefArrayJSON(const PartKind& kind, Keep keep = Keep::References);
   ~ObjRefArrayJSON();
   ObjRefArrayJSON(ObjRefArrayJSON&&) noexcept;
   ObjRefArrayJSON& operator=(ObjRefArrayJSON&&) noexcept;
@@ -66,7 +63,7 @@ class ObjRefArrayJSON {
   struct References;
   struct Text;
 
-  std::string kind_;
+  PartKind kind_;
   Keep keep_;
   std::unique_ptr<References> references_;
   std::unique_ptr<Text> text_;  ///< null unless rows are kept

@@ -1,14 +1,14 @@
 #include "platform/repository/object_manager.h"
 
 #include "platform/files/paths.h"
-#include "platform/repository/repository.h"
-#include "platform/repository/sql/transaction.h"
+#include "platform/repository/table.h"
 
 namespace orra {
 
 using foundation::core::except::collection;
 using foundation::core::except::except_with_causes;
 using foundation::core::except::IUserException;
+using foundation::core::except::raise;
 
 namespace {
 
@@ -35,28 +35,33 @@ void addCurrent(collection& errors, const std::string& path) {
 ObjectManager::ObjectManager() = default;
 ObjectManager::~ObjectManager() = default;
 
+ObjectManager::Tables::Tables(const std::string& folder, const std::string& name)
+    : file(folder, name), database(file.path()), runs(database, "runs"), signals(database, "signals") {
+  file.keep();
+}
+
 void ObjectManager::initializeObjectManager(const std::string& folder, const std::string& name) {
-  if (repository_ != nullptr) foundation::core::except::raise("simulation_data_repository:sdr:InternalError");
-  repository_ = std::make_unique<Repository>(folder, name);
+  if (tables_ != nullptr) raise("simulation_data_repository:sdr:InternalError");
+  tables_ = std::make_unique<Tables>(folder, name);
 }
 
 std::u16string ObjectManager::getDatabaseLocation() const {
-  return repository_ == nullptr ? std::u16string() : fl::filesystem::fromNativeName(repository_->path());
+  return tables_ == nullptr ? std::u16string() : fl::filesystem::fromNativeName(tables_->file.path());
 }
 
 void ObjectManager::safeTransaction(const boost::function<void()>& work, collection& errors) {
   try {
-    sql::Transaction transaction(repository().database());
+    sql::Transaction transaction(tables().database);
     work();
     transaction.commit();
   } catch (...) {
-    addCurrent(errors, repository_ == nullptr ? "" : repository_->path());
+    addCurrent(errors, tables_ == nullptr ? "" : tables_->file.path());
   }
 }
 
-Repository& ObjectManager::repository() {
-  if (repository_ == nullptr) foundation::core::except::raise("simulation_data_repository:sdr:InternalError");
-  return *repository_;
+ObjectManager::Tables& ObjectManager::tables() const {
+  if (tables_ == nullptr) raise("simulation_data_repository:sdr:InternalError");
+  return *tables_;
 }
 
 }  // namespace orra

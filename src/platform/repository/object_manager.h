@@ -1,16 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include <boost/function.hpp>
 
 #include "platform/errors/exceptions.h"
 
 namespace orra {
-
-class Repository;
 
 /// One private repository of runs and signals in a database file of its own, which nobody else opens. The
 /// database is closed with the object; whoever owns the object removes the file.
@@ -24,9 +22,8 @@ class ObjectManager {
   ObjectManager(const ObjectManager&) = delete;
   ObjectManager& operator=(const ObjectManager&) = delete;
 
-  /// Creates the database: in `folder` under `name`, both UTF-8, and what is empty is
-  /// chosen. A chosen folder is a private one (0700) below the system's temporary folder, in which the files
-  /// of processes that died are swept first. A file that is there already is refused. Called once.
+  /// Creates the database, see DatabaseFile: in `folder` under `name`, both UTF-8, and what is empty is
+  /// chosen. Called once. If it fails, no file stays behind.
   void initializeObjectManager(const std::string& folder, const std::string& name);
 
   /// The database file; empty before initialisation.
@@ -37,11 +34,35 @@ class ObjectManager {
   /// of the system with their own identifiers, other exceptions as sqldb:ssdb:Failed with their text.
   void safeTransaction(const boost::function<void()>& work, foundation::core::except::collection& errors);
 
-  /// The tables behind the objects, for the classes of this folder.
-  Repository& repository();
+  /// The database and its tables (platform/repository/table.h), for the classes of this folder. Raises
+  /// simulation_data_repository:sdr:InternalError before initialisation.
+  struct Tables;
+  Tables& tables() const;
 
  private:
-  std::unique_ptr<Repository> repository_;
+  std::unique_ptr<Tables> tables_;
+};
+
+/// Names one object of a repository: which repository, and the object's key in its table.
+class ObjectRef {
+ public:
+  ObjectRef(ObjectManager* manager, std::int64_t key) : manager_(manager), key_(key) {}
+  ObjectManager* getObjectManager() const { return manager_; }
+  std::int64_t key() const { return key_; }
+
+ private:
+  ObjectManager* manager_;
+  std::int64_t key_;
+};
+
+/// An object that is read from a repository.
+class ORM {
+ public:
+  explicit ORM(ObjectRef reference) : reference_(reference) {}
+  const ObjectRef& getObjectReference() const { return reference_; }
+
+ private:
+  ObjectRef reference_;
 };
 
 }  // namespace orra

@@ -2,93 +2,107 @@
 
 #include <utility>
 
-#include "platform/repository/members.h"
+#include "platform/repository/json_rows.h"
 #include "platform/repository/obj_ref_array_json.h"
-#include "platform/repository/object_manager.h"
-#include "platform/repository/repository.h"
-#include "platform/repository/sql/transaction.h"
+#include "platform/repository/signal.h"
+#include "platform/repository/table.h"
 #include "platform/text/conversion.h"
+#include "platform/text/text_hash.h"
 
 namespace orra {
+
+using foundation::core::except::raise;
+
 namespace {
 
-std::int32_t runOf(const Set& set) {
-  return static_cast<std::int32_t>(set.getObjectReference().identifier());
+std::int64_t keyOf(RunId run) { return static_cast<std::int64_t>(run); }
+
+/// An identifier that no run of this process had before, and another than the run has in its file.
+RunId newRunId(std::int32_t inFile) {
+  // Files mostly count from 1; far from there a mix-up shows.
+  static std::int32_t last = 1'000'000'000;
+  if (++last == inFile) ++last;
+  if (last <= 0) raise("simulation_data_repository:sdr:InternalError");
+  return RunId{last};
 }
 
-sql::RowCursor::Lease rowOf(const Set& set) {
-  return set.getObjectReference().getObjectManager()->repository().runs().row(runOf(set));
-}
-
-/// Appends a reference for each identifier.
+/// Appends a reference for each key.
 auto appendTo(boost::ptr_vector<ObjectRef>& references, ObjectManager& manager) {
-  return [&references, &manager](std::int64_t identifier) {
-    references.push_back(new ObjectRef(&manager, identifier));
-  };
+  return [&references, &manager](std::int64_t key) { references.push_back(new ObjectRef(&manager, key)); };
 }
 
 }  // namespace
 
-void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, IdentifierMap& fileToRepository,
-                           std::vector<std::int32_t>& newRuns, Application) {
-  Repository& repository = manager.repository();
-  std::vector<std::pair<std::int32_t, std::int32_t>> loaded;
-  sql::Transaction transaction(repository.database());
+std::size_t FileRunIdHash::operator()(FileRunId run) const noexcept {
+  return fl::i18n::TextHash()({reinterpret_cast<const char*>(&run), sizeof run});
+}
+
+void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMap& runIds,
+                           std::vector<RunId>& newRuns, Application) {
+  ObjectManager::Tables& tables = manager.tables();
+  std::vector<std::pair<FileRunId, RunId>> loaded;
+  sql::Transaction transaction(tables.database);
   ObjRefArrayJSON(kRunListKind).load(stream, [&](std::size_t index, const Row& row) {
-    const auto inFile = static_cast<std::int32_t>(row[0]->get_int64().value());
-    const std::int32_t run = newRunIdentifier(inFile);
-    repository.runs().add(run, index + 1, row);
-    loaded.emplace_back(inFile, run);
+    const std::int32_t inFile = row.integer(fieldIndex<RunRecord>(strings::IDLower));
+    const RunId run = newRunId(inFile);
+    const auto position = static_cast<std::int64_t>(index) + 1;
+    tables.runs.add(keyOf(run), row, {{fieldIndex<RunRecord>("orderIndex"), position}});
+    loaded.emplace_back(FileRunId{inFile}, run);
   });
   transaction.commit();
   for (const auto& [inFile, run] : loaded) {
-    fileToRepository[inFile] = run;
+    runIds[inFile] = run;
     newRuns.push_back(run);
   }
 }
 
-bool Set::lookupSet(std::int32_t run, std::shared_ptr<Set>& result, ObjectManager& manager, bool mustExist) {
+bool Set::lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& manager, bool mustExist) {
   result.reset();
-  RunTable& runs = manager.repository().runs();
-  if (mustExist) runs.row(run);
-  if (!runs.has(run)) return false;
-  result = std::make_shared<Set>(ObjectRef(&manager, run));
-  return true;
+  const bool found = manager.tables().runs.find(keyOf(run)) != nullptr;
+  if (!found && mustExist) raise("simulation_data_repository:sdr:NoSuchRun");
+  if (found) result = std::make_shared<Set>(ObjectRef(&manager, keyOf(run)));
+  return found;
 }
 
-void Set::getAllSignals(ObjectManager& manager, SignalQueryType type, std::int32_t run,
+void Set::getAllSignals(ObjectManager& manager, SignalQueryType type, RunId run,
                         boost::ptr_vector<ObjectRef>& references) {
   if (type == SignalQueryType::None) return;
-  manager.repository().signals().forEachOf(run, appendTo(references, manager));
+  manager.tables().signals.forEachKey(signalsOf(run), appendTo(references, manager));
 }
 
-void Set::getAllSignalsByName(ObjectManager& manager, const std::u16string& name, std::int32_t run,
+void Set::getAllSignalsByName(ObjectManager& manager, const std::u16string& name, RunId run,
                               boost::ptr_vector<ObjectRef>& references) {
   // No signal has a name that is not well-formed: loading refuses it.
   if (!fl::i18n::is_well_formed(name)) return;
-  manager.repository().signals().forEachNamed(fl::i18n::to_string(name), run, appendTo(references, manager));
+  manager.tables().signals.forEachKeyNamed(fl::i18n::to_string(name), signalsOf(run),
+                                           appendTo(references, manager));
+}
+
+const RunRecord& Set::record() const {
+  const ObjectRef& reference = getObjectReference();
+  const RunRecord* found = reference.getObjectManager()->tables().runs.find(reference.key());
+  if (found == nullptr) raise("simulation_data_repository:sdr:NoSuchRun");
+  return *found;
 }
 
 std::u16string Set::getRunMetaDataUstring(std::string_view key) const {
-  return getObjectReference().getObjectManager()->repository().runs().metadata(runOf(*this), key);
+  const auto& metadata = record().metadata;
+  const auto entry = metadata.find(key);
+  return entry == metadata.end() ? std::u16string() : entry->second;
 }
 
-std::u16string Set::getRunDisplayName() const { return rowOf(*this)->text(RunTable::Name); }
-std::string Set::getDateString() const { return std::string(rowOf(*this)->bytes(RunTable::DateCreated)); }
-std::uint32_t Set::getRunNumber() const {
-  return static_cast<std::uint32_t>(rowOf(*this)->integer(RunTable::RunNumber));
-}
-std::int32_t Set::getOrderIndex() const {
-  return static_cast<std::int32_t>(rowOf(*this)->integer(RunTable::OrderIndex));
-}
-std::u16string Set::getModel() const { return rowOf(*this)->text(RunTable::Model); }
-std::string Set::getSimMode() const { return std::string(rowOf(*this)->bytes(RunTable::SimMode)); }
-double Set::getStartTime() const { return rowOf(*this)->number(RunTable::StartTime); }
-double Set::getStopTime() const { return rowOf(*this)->number(RunTable::StopTime); }
-std::u16string Set::getRunStatus() const { return rowOf(*this)->text(RunTable::Status); }
-double Set::getUpdateTime() const { return rowOf(*this)->number(RunTable::UpdateTime); }
-double Set::getSimTime() const { return rowOf(*this)->number(RunTable::SimTime); }
-double Set::getTermTime() const { return rowOf(*this)->number(RunTable::TermTime); }
-double Set::getTotalTime() const { return rowOf(*this)->number(RunTable::TotalTime); }
+std::u16string Set::getRunDisplayName() const { return record().name.value_or(u""); }
+std::string Set::getDateString() const { return fl::i18n::to_string(record().dateCreated.value_or(u"")); }
+std::uint32_t Set::getRunNumber() const { return record().runNumber.value_or(0); }
+std::int32_t Set::getOrderIndex() const { return record().orderIndex.value_or(0); }
+std::u16string Set::getModel() const { return record().model.value_or(u""); }
+std::string Set::getSimMode() const { return fl::i18n::to_string(record().simMode.value_or(u"")); }
+double Set::getStartTime() const { return record().startTime.value_or(0); }
+double Set::getStopTime() const { return record().stopTime.value_or(0); }
+std::u16string Set::getRunStatus() const { return record().status.value_or(u""); }
+double Set::getUpdateTime() const { return record().updateTime.value_or(0); }
+double Set::getSimTime() const { return record().simTime.value_or(0); }
+double Set::getTermTime() const { return record().termTime.value_or(0); }
+double Set::getTotalTime() const { return record().totalTime.value_or(0); }
 
 }  // namespace orra

@@ -10,12 +10,22 @@
 #include <boost/ptr_container/ptr_vector.hpp>
 #include <boost/unordered_map.hpp>
 
-#include "platform/repository/object_ref.h"
+#include "platform/repository/object_manager.h"
+#include "platform/repository/records.h"
 
 namespace orra {
 
-/// File identifiers to repository identifiers.
-using IdentifierMap = boost::unordered_map<std::int32_t, std::int32_t>;
+/// A run's identifier in its file.
+enum class FileRunId : std::int32_t {};
+/// A run's identifier in the repository. Never used again within a process.
+enum class RunId : std::int32_t {};
+
+/// Files choose their identifiers; the hash starts from a number of the process's own, so that they cannot
+/// choose some that collide.
+struct FileRunIdHash {
+  std::size_t operator()(FileRunId run) const noexcept;
+};
+using RunIdMap = boost::unordered_map<FileRunId, RunId, FileRunIdHash>;
 
 /// The application that a session is loaded for.
 enum class Application { SessionFile = 0 };
@@ -23,28 +33,31 @@ enum class Application { SessionFile = 0 };
 /// Which signals of a run are asked for.
 enum class SignalQueryType { None = 0, All = 1 };
 
-/// One recorded run. Every accessor reads the repository and raises its database failures; inside a
-/// transaction all of them see one state. Times are in seconds.
+/// One recorded run. Every accessor reads the repository and raises its database failures, or
+/// simulation_data_repository:sdr:NoSuchRun; inside a transaction all of them see one state. Times are in
+/// seconds.
 class Set : public ORM {
  public:
   using ORM::ORM;
 
   /// Loads a run list (see ObjRefArrayJSON for what is refused). Adds an entry to the map, and an element to
-  /// the list, for each run. Repository identifiers are never reused within a process.
-  static void loadRunsFromJSON(ObjectManager& manager, std::istream& stream, IdentifierMap& fileToRepository,
-                               std::vector<std::int32_t>& newRuns, Application application);
+  /// the list, for each run.
+  static void loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMap& runIds,
+                               std::vector<RunId>& newRuns, Application application);
 
-  /// Looks a run up by its repository identifier; false, and no result, if there is none. With `mustExist` a
-  /// missing run raises simulation_data_repository:sdr:NoSuchRun instead.
-  static bool lookupSet(std::int32_t run, std::shared_ptr<Set>& result, ObjectManager& manager,
-                        bool mustExist);
+  /// Looks a run up; false, and no result, if there is none. With `mustExist` a missing run raises NoSuchRun
+  /// instead.
+  static bool lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& manager, bool mustExist);
 
   /// Appends the run's signals, in the order in which they were loaded.
-  static void getAllSignals(ObjectManager& manager, SignalQueryType type, std::int32_t run,
+  static void getAllSignals(ObjectManager& manager, SignalQueryType type, RunId run,
                             boost::ptr_vector<ObjectRef>& references);
   /// The same for the signals of exactly this name.
-  static void getAllSignalsByName(ObjectManager& manager, const std::u16string& name, std::int32_t run,
+  static void getAllSignalsByName(ObjectManager& manager, const std::u16string& name, RunId run,
                                   boost::ptr_vector<ObjectRef>& references);
+
+  /// All fields, read in one go. Valid until another run is read or the transaction ends.
+  const RunRecord& record() const;
 
   std::u16string getRunDisplayName() const;
   /// Empty text for a key that the run does not have. Keys are those of orra::strings.

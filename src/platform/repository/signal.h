@@ -5,18 +5,36 @@
 #include <string>
 #include <vector>
 
-#include "platform/repository/object_ref.h"
+#include "platform/repository/obj_ref_array_json.h"
 #include "platform/repository/set.h"
 
 namespace orra {
 
-/// One recorded signal. Every accessor reads the repository and raises its database failures; asking one
-/// signal for all its fields in a row costs one step of one statement.
+class ProgressTracker;
+class TemporalDeserializer;
+
+namespace object {
+
+/// Loads a signals part. `runIds` must have every run that a signal names; nothing is added to it. All of the
+/// part is loaded, in one transaction, or nothing. The array must keep rows. Identifiers of signals are a
+/// part's own: another part may have them again. Raises simulation_data_repository:sdr:InvalidSessionData
+/// with the element and the member, and database failures.
+void loadSignals(ObjectManager& manager, const ObjRefArrayJSON& signals, RunIdMap& runIds,
+                 ProgressTracker* tracker, bool keepsIdentifiers, int offset,
+                 TemporalDeserializer* deserializer);
+
+}  // namespace object
+
+/// One recorded signal. Every accessor reads the repository and raises its database failures; inside a
+/// transaction all of them see one state, and asking one signal for all its fields costs one read of its row.
 class Signal : public ORM {
  public:
   using ORM::ORM;
 
   static std::unique_ptr<Signal> getSignalFromObjRef(std::unique_ptr<ObjectRef> reference);
+
+  /// All fields, read in one go. Valid until another signal is read or the transaction ends.
+  const SignalRecord& record() const;
 
   std::u16string getName() const;
   std::shared_ptr<Set> getRun() const;

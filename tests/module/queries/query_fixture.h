@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -8,21 +9,16 @@
 #include <gtest/gtest.h>
 
 #include "metadata/metadata_cache_impl.h"
-#include "metadata/transaction.h"
-#include "platform/export_file/relationship_types.h"
 #include "queries/run_record.h"
 #include "queries/signal_record.h"
+#include "platform/export_file/relationship_types.h"
 #include "tests/support/raised.h"
 #include "tests/support/session_fixture.h"
 
-/// Queries on one session file. Nothing waits: pauses are counted.
+/// Queries on one session file.
 class Queries : public ::testing::Test {
  protected:
-  Queries() {
-    setenv("TMPDIR", databases_.path().c_str(), 1);
-    pauses = 0;
-    orra::tavloxio::pauseBeforeRaising = [] { ++pauses; };
-  }
+  Queries() { setenv("TMPDIR", databases_.path().c_str(), 1); }
   ~Queries() override { unsetenv("TMPDIR"); }
 
   void bind(const support::SessionFixture::Fill& fill) {
@@ -34,12 +30,23 @@ class Queries : public ::testing::Test {
     sessions_.touch("s.tavlox", std::chrono::seconds(++rewritten_));
   }
 
-  corvan::HostArray run(std::int32_t identifier) { return orra::tavloxio::runRecord(cache_, identifier); }
+  corvan::HostArray run(std::int32_t identifier) {
+    return orra::tavloxio::runRecord(cache_, orra::FileRunId{identifier});
+  }
   corvan::HostArray allSignals() {
     return orra::tavloxio::signalRecords([&] { return cache_.lookupAllSignals(); });
   }
   corvan::HostArray signalsNamed(const std::u16string& name) {
     return orra::tavloxio::signalRecords([&] { return cache_.lookupSignalsByName(name); });
+  }
+
+  /// What `action` raises, and behind it how often half a second passed until then: "…() 2".
+  template <class Action>
+  static std::string raisedAfterPauses(const Action& action) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string raised = support::raisedBy(action);
+    const auto waited = std::chrono::steady_clock::now() - start;
+    return raised + " " + std::to_string(waited / std::chrono::milliseconds(500));
   }
 
   /// The database files there are.
@@ -53,7 +60,6 @@ class Queries : public ::testing::Test {
 
   support::SessionFixture sessions_;
   orra::tavloxio::MetadataCacheImpl cache_;
-  static inline int pauses = 0;
 
  private:
   support::TemporaryFolder databases_;

@@ -45,41 +45,41 @@ TEST_F(Queries, ADatabaseThatCannotBeRemovedIsReportedAndForgotten) {
   EXPECT_EQ(run(7).elementCount(), 1u);
 }
 
-TEST_F(Queries, ALockedDatabaseIsSaidAfterOnePause) {
+TEST_F(Queries, ALockedDatabaseIsSaidAfterAPause) {
   bind(support::fillTwoRuns);
   run(7);
   const OtherConnection other(databases().at(0), "BEGIN EXCLUSIVE");
-  const std::string raised = raisedBy([&] { run(7); });
+  const std::string raised = raisedAfterPauses([&] { run(7); });
   EXPECT_EQ(raised.substr(0, 39), "sqldb:ssdb:Locked(sqldb:ssdb:Locked, Th") << raised;
-  EXPECT_EQ(pauses, 1);
-  EXPECT_EQ(raisedBy([&] { signalsNamed(u"a"); }).substr(0, 18), "sqldb:ssdb:Locked(");
-  EXPECT_EQ(pauses, 1) << "a search by name runs outside of transactions";
+  EXPECT_EQ(raised.back(), '1');
+  const std::string unpaused = raisedAfterPauses([&] { signalsNamed(u"a"); });
+  EXPECT_EQ(unpaused.substr(0, 19), "sqldb:ssdb:Locked(/") << "the repository's own, outside of transactions";
+  EXPECT_EQ(unpaused.back(), '0');
 }
 
-TEST_F(Queries, ACorruptDatabaseIsAnInternalError) {
+TEST_F(Queries, ACorruptDatabaseIsAnInternalErrorAfterAPause) {
   bind(support::fillTwoRuns);
   run(7);
-  {
-    std::fstream file(databases().at(0), std::ios::binary | std::ios::in | std::ios::out);
-    file << std::string(8192, '\xFF');
-  }
-  EXPECT_EQ(raisedBy([&] { run(7); }), "simulation_data_repository:sdr:InternalError()");
-  EXPECT_EQ(pauses, 1);
+  std::fstream(databases().at(0), std::ios::binary | std::ios::in | std::ios::out)
+      << std::string(8192, '\xFF');
+  EXPECT_EQ(raisedAfterPauses([&] { run(7); }), "simulation_data_repository:sdr:InternalError() 1");
 }
 
 TEST_F(Queries, TheFirstCollectedErrorDecides) {
   using foundation::core::except::collection;
+  throwCollected(collection::get_empty_instance());
   collection errors;
   errors.add(foundation::core::except::except_with_causes("other:component:Key", {u"a"}));
   errors.add("sqldb:ssdb:Corrupt", "file", "text");
-  EXPECT_EQ(raisedBy([&] { throwCollected(errors); }), "other:component:Key(a)");
-  try {
-    throwCollected(errors);
-  } catch (const collection& raised) {
-    EXPECT_EQ(raised.size(), 2u) << "the others ride along";
-  }
-  raisedBy([&] { throwCollected(collection::get_empty_instance()); });
-  EXPECT_EQ(pauses, 2);
+  EXPECT_EQ(raisedAfterPauses([&] {
+              try {
+                throwCollected(errors);
+              } catch (const collection& raised) {
+                EXPECT_EQ(raised.size(), 2u) << "the others ride along";
+                throw;
+              }
+            }),
+            "other:component:Key(a) 1");
 }
 
 TEST_F(Queries, ALoadThatFailedIsNotTriedAgainUntilTheFileChanges) {

@@ -1,4 +1,3 @@
-#include "queries/signal_domain.h"
 #include "tests/module/queries/query_fixture.h"
 
 namespace orra::tavloxio {
@@ -98,21 +97,33 @@ TEST_F(Queries, ANameIsFoundInEveryRunInTheOrderOfTheList) {
 }
 
 TEST_F(Queries, ComplexFormatsAndDomainsThatAreNotKnownAreEmpty) {
-  const char16_t* kFormats[] = {u"real-imaginary", u"magnitude-phase", u"magnitude", u"phase", u"", u""};
-  bind([](SessionWriter& session) {
+  struct Case {
+    std::u16string domainType, domain, format;
+  };
+  const Case kSignals[] = {
+      {u"tv_state_leaf", u"Tovrin", u"real-imaginary"},
+      {u"tv_data", u"Tovrin", u"magnitude-phase"},
+      {u"final_state", u"State", u"magnitude"},
+      {u"state", u"State", u"phase"},
+      {u"Outport", u"", u""},  // types are compared exactly
+      {u"outport", u"Outport", u""},
+  };
+  bind([&](SessionWriter& session) {
     session.addRun({.id = 1});
     for (std::int32_t i = 0; i < 6; ++i) {
-      session.addSignal({.id = i, .runID = 1, .complexity = i, .complexCoordSystem = i});
+      session.addSignal({.id = i,
+                         .runID = 1,
+                         .domainType = kSignals[i].domainType,
+                         .complexity = i,
+                         .complexCoordSystem = i});
     }
   });
   const HostArray records = allSignals();
   for (std::size_t i = 0; i < 6; ++i) {
-    EXPECT_EQ(records.fieldAt(i, u"ComplexFormat").text(), kFormats[i]);
+    EXPECT_EQ(records.fieldAt(i, u"Domain").text(), kSignals[i].domain);
+    EXPECT_EQ(records.fieldAt(i, u"ComplexFormat").text(), kSignals[i].format);
     EXPECT_EQ(records.fieldAt(i, u"Complexity").text(), i == 1 ? u"complex" : u"real");
   }
-  EXPECT_EQ(domainText("tv_state_leaf"), domainText("tv_data"));
-  EXPECT_EQ(domainText("final_state"), u"State");
-  EXPECT_EQ(domainText("Outport"), u"") << "types are compared exactly";
 }
 
 /// A run with a signal in its own part, and a further signals part.

@@ -6,10 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/repository/load_signals.h"
-#include "platform/repository/obj_ref_array_json.h"
-#include "platform/repository/object_manager.h"
-#include "platform/repository/set.h"
 #include "platform/repository/signal.h"
 #include "platform/text/conversion.h"
 #include "tests/support/raised.h"
@@ -39,37 +35,38 @@ class RepositoryFixture {
 
   void loadRuns(const std::string& json) {
     std::istringstream stream(json);
-    orra::Set::loadRunsFromJSON(manager, stream, map, newRuns, orra::Application::SessionFile);
+    orra::Set::loadRunsFromJSON(manager, stream, runIds, newRuns, orra::Application::SessionFile);
   }
 
   void loadSignals(const std::string& json) {
     std::istringstream stream(json);
     orra::ObjRefArrayJSON signals(orra::kSignalsPartKind, orra::ObjRefArrayJSON::Keep::Rows);
     signals.load(stream);
-    orra::object::loadSignals(manager, signals, map, nullptr, false, 0, nullptr);
+    orra::object::loadSignals(manager, signals, runIds, nullptr, false, 0, nullptr);
   }
 
-  std::shared_ptr<orra::Set> run(std::int32_t inFile) {
+  orra::RunId runId(int inFile) { return runIds.at(orra::FileRunId{inFile}); }
+  std::shared_ptr<orra::Set> run(int inFile) {
     std::shared_ptr<orra::Set> found;
-    orra::Set::lookupSet(map.at(inFile), found, manager, true);
+    orra::Set::lookupSet(runId(inFile), found, manager, true);
     return found;
   }
 
   using Signals = std::vector<std::unique_ptr<orra::Signal>>;
 
-  Signals signalsOf(std::int32_t inFile) {
+  Signals signalsOf(int inFile) {
     boost::ptr_vector<orra::ObjectRef> references;
-    orra::Set::getAllSignals(manager, orra::SignalQueryType::All, map.at(inFile), references);
+    orra::Set::getAllSignals(manager, orra::SignalQueryType::All, runId(inFile), references);
     return toSignals(references);
   }
-  Signals named(const std::u16string& name, std::int32_t inFile) {
+  Signals named(const std::u16string& name, int inFile) {
     boost::ptr_vector<orra::ObjectRef> references;
-    orra::Set::getAllSignalsByName(manager, name, map.at(inFile), references);
+    orra::Set::getAllSignalsByName(manager, name, runId(inFile), references);
     return toSignals(references);
   }
 
   /// The names of a run's signals, each followed by a blank.
-  std::string names(std::int32_t inFile) {
+  std::string names(int inFile) {
     std::string all;
     for (const auto& signal : signalsOf(inFile)) all += fl::i18n::to_string(signal->getName()) + " ";
     return all;
@@ -88,8 +85,8 @@ class RepositoryFixture {
 
   const TemporaryFiles temporaryFiles;
   orra::ObjectManager manager;
-  orra::IdentifierMap map;
-  std::vector<std::int32_t> newRuns;
+  orra::RunIdMap runIds;
+  std::vector<orra::RunId> newRuns;
 
  private:
   static Signals toSignals(boost::ptr_vector<orra::ObjectRef>& references) {

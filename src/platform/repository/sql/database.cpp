@@ -1,9 +1,8 @@
 #include "platform/repository/sql/database.h"
 
-#include <sqlite3.h>
-
 #include "platform/errors/exceptions.h"
 #include "platform/files/descriptor.h"
+#include "platform/text/conversion.h"
 
 namespace orra::sql {
 
@@ -19,9 +18,10 @@ constexpr char kSettings[] =
     "PRAGMA temp_store = MEMORY;"
     "PRAGMA synchronous = OFF;";
 
-}  // namespace
+// A null pointer would bind NULL.
+const char* dataOf(std::string_view bytes) { return bytes.data() == nullptr ? "" : bytes.data(); }
 
-void Database::Close::operator()(sqlite3* database) const noexcept { sqlite3_close_v2(database); }
+}  // namespace
 
 Database::Database(const std::string& path) : path_(path) {
   sqlite3* opened = nullptr;
@@ -33,14 +33,10 @@ Database::Database(const std::string& path) : path_(path) {
   execute(kSettings);
 }
 
-Database::~Database() = default;
-
-void Database::execute(const char* sql) {
-  const int code = sqlite3_exec(handle(), sql, nullptr, nullptr, nullptr);
+void Database::execute(const std::string& sql) {
+  const int code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr);
   if (code != SQLITE_OK) fail(code);
 }
-
-bool Database::isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
 
 void Database::resetStatements() noexcept {
   for (sqlite3_stmt* at = nullptr; (at = sqlite3_next_stmt(handle(), at)) != nullptr;) {
@@ -71,5 +67,85 @@ void Database::fail(int code) const {
 }
 
 void Database::failAsCorrupt(const std::string& reason) const { raise("sqldb:ssdb:Corrupt", path_, reason); }
+
+Statement::Statement(Database& database, const std::string& sql) : database_(database) {
+  constexpr int kWholeText = -1;
+  sqlite3_stmt* prepared = nullptr;
+  require(sqlite3_prepare_v3(database.handle(), sql.c_str(), kWholeText, SQLITE_PREPARE_PERSISTENT, &prepared,
+                             nullptr));
+  handle_.reset(prepared);
+}
+
+Statement& Statement::bind(int parameter, std::int64_t integer) {
+  require(sqlite3_bind_int64(handle_.get(), parameter, integer));
+  return *this;
+}
+
+Statement& Statement::bind(int parameter, double number) {
+  require(sqlite3_bind_double(handle_.get(), parameter, number));
+  return *this;
+}
+
+Statement& Statement::bind(int parameter, std::string_view text) {
+  require(
+      sqlite3_bind_text64(handle_.get(), parameter, dataOf(text), text.size(), SQLITE_STATIC, SQLITE_UTF8));
+  return *this;
+}
+
+Statement& Statement::bindBlob(int parameter, std::string_view bytes) {
+  require(sqlite3_bind_blob64(handle_.get(), parameter, dataOf(bytes), bytes.size(), SQLITE_STATIC));
+  return *this;
+}
+
+Statement& Statement::bindNull(int parameter) {
+  require(sqlite3_bind_null(handle_.get(), parameter));
+  return *this;
+}
+
+bool Statement::step() {
+  const int code = sqlite3_step(handle_.get());
+  if (code == SQLITE_ROW) return true;
+  reset();
+  if (code != SQLITE_DONE) database_.fail(code);
+  return false;
+}
+
+std::string_view Statement::bytes(int column) const {
+  const auto* data = static_cast<const char*>(sqlite3_column_blob(handle_.get(), column));
+  if (data == nullptr) return {};
+  return {data, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column))};
+}
+
+std::u16string Statement::text(int column) const {
+  try {
+    return fl::i18n::to_ustring(bytes(column));
+  } catch (const fl::i18n::ConversionError& error) {
+    database_.failAsCorrupt(error.what());
+  }
+}
+
+void Statement::require(int code) const {
+  if (code != SQLITE_OK) database_.fail(code);
+}
+
+Transaction::Transaction(Database& database) : database_(database) {
+  database_.resetStatements();
+  // A savepoint that is not inside a transaction is one.
+  database_.execute("SAVEPOINT work");
+}
+
+Transaction::~Transaction() {
+  if (committed_) return;
+  database_.resetStatements();
+  // Refused only where the database has rolled everything back of its own accord, as on a full disk.
+  sqlite3_exec(database_.handle(), "ROLLBACK TO work; RELEASE work", nullptr, nullptr, nullptr);
+}
+
+void Transaction::commit() {
+  // A statement that is still on a row would keep the database locked.
+  database_.resetStatements();
+  database_.execute("RELEASE work");
+  committed_ = true;
+}
 
 }  // namespace orra::sql

@@ -1,29 +1,33 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
-struct sqlite3;
+#include <sqlite3.h>
 
+#include "platform/errors/free_with.h"
+
+/// SQLite. Failures carry the path of the database and the database's own text: sqldb:ssdb:Locked (busy or
+/// locked), sqldb:ssdb:Corrupt (corrupt or no database), sqldb:ssdb:Failed (any other).
 namespace orra::sql {
+
+using foundation::core::except::FreeWith;
 
 /// One open database file that nobody else is meant to open. Its journal is kept in memory and nothing is
 /// synced: the data is a copy of what can be read again.
-///
-/// Failures, here and of everything that works on the database, carry its path and the database's own text:
-/// sqldb:ssdb:Locked (busy or locked), sqldb:ssdb:Corrupt (corrupt or no database), sqldb:ssdb:Failed.
 class Database {
  public:
   /// Opens an existing file, which may be empty.
   explicit Database(const std::string& path);
-  ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
   /// Runs SQL that gives no rows.
-  void execute(const char* sql);
+  void execute(const std::string& sql);
 
-  bool isInTransaction() const noexcept;
+  bool isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
 
   /// Takes every statement off its row, which ends the reading they do.
   void resetStatements() noexcept;
@@ -37,12 +41,76 @@ class Database {
   sqlite3* handle() const noexcept { return handle_.get(); }
 
  private:
-  struct Close {
-    void operator()(sqlite3* database) const noexcept;
+  std::string path_;
+  std::unique_ptr<sqlite3, FreeWith<sqlite3_close_v2>> handle_;
+};
+
+/// One prepared statement. Parameters count from 1, columns from 0. Texts and blobs are neither copied when
+/// they are bound nor when they are read: bound ones must live until the statement is reset or done, read
+/// ones live until the next step or reset.
+class Statement {
+ public:
+  /// The database must outlive the statement.
+  Statement(Database& database, const std::string& sql);
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  Statement& bind(int parameter, std::int64_t integer);
+  Statement& bind(int parameter, double number);
+  Statement& bind(int parameter, std::string_view text);
+  Statement& bindBlob(int parameter, std::string_view bytes);
+  Statement& bindNull(int parameter);
+
+  /// Moves to the next row. False, and reset, behind the last one; reset also when it raises.
+  bool step();
+  /// Runs a statement that gives no rows.
+  void execute() { step(); }
+  void reset() noexcept { sqlite3_reset(handle_.get()); }
+  bool isOnRow() const noexcept { return sqlite3_stmt_busy(handle_.get()) != 0; }
+
+  /// Takes the statement off its row when the scope is left, with an error or without: a statement that stays
+  /// on a row outside a transaction locks the database, and one on a row cannot be bound.
+  class ResetAtEnd {
+   public:
+    explicit ResetAtEnd(Statement& statement) : statement_(statement) {}
+    ~ResetAtEnd() { statement_.reset(); }
+    ResetAtEnd(const ResetAtEnd&) = delete;
+    ResetAtEnd& operator=(const ResetAtEnd&) = delete;
+
+   private:
+    Statement& statement_;
   };
 
-  std::string path_;
-  std::unique_ptr<sqlite3, Close> handle_;
+  /// Values of the row. A NULL reads as 0 or empty.
+  bool isNull(int column) const { return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL; }
+  std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
+  double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
+  std::string_view bytes(int column) const;
+  /// Raises sqldb:ssdb:Corrupt if the text is not well-formed.
+  std::u16string text(int column) const;
+
+ private:
+  void require(int code) const;
+
+  Database& database_;
+  std::unique_ptr<sqlite3_stmt, FreeWith<sqlite3_finalize>> handle_;
+};
+
+/// One transaction, rolled back when it is left without a commit. Within another one it is a part of it that
+/// can be rolled back alone. All reads between its first read and its end see one state.
+class Transaction {
+ public:
+  explicit Transaction(Database& database);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  /// Raises the database's failures; the transaction is then still to be rolled back.
+  void commit();
+
+ private:
+  Database& database_;
+  bool committed_ = false;
 };
 
 }  // namespace orra::sql

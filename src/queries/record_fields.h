@@ -5,11 +5,20 @@
 #include <string_view>
 #include <vector>
 
+#include "metadata/session_repository.h"
 #include "platform/arrays/host_array.h"
 #include "platform/text/conversion.h"
 
-/// What the host structures of runs and signals are made of.
+/// How the host structures of runs and signals are made: a table says how each field is read, and one
+/// transaction fills them all.
 namespace orra::tavloxio {
+
+/// Runs the work as one repository transaction and raises what it gathered, see throwCollected.
+inline void runTransaction(ObjectManager& manager, const boost::function<void()>& work) {
+  foundation::core::except::collection errors;
+  manager.safeTransaction(work, errors);
+  throwCollected(errors);
+}
 
 /// One field of a record: its name, and how its value is read from the repository's object.
 template <class Object>
@@ -38,6 +47,12 @@ void fillRecord(corvan::HostArray& records, std::size_t index, std::span<const R
 inline corvan::HostArray textValue(const std::u16string& text) { return corvan::HostArray::charRow(text); }
 inline corvan::HostArray textValue(const std::string& narrow) {
   return textValue(fl::i18n::to_ustring(narrow));
+}
+
+/// The value of a getter that gives a text.
+template <auto Getter, class Object>
+corvan::HostArray text(const Object& object) {
+  return textValue((object.*Getter)());
 }
 
 }  // namespace orra::tavloxio

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include <simdjson.h>
+
+#include "platform/repository/records.h"
+
+namespace orra {
+
+/// One element of a JSON part: its known members in the order of its kind, each of the right kind or absent.
+class Row {
+ public:
+  using Value = std::optional<simdjson::dom::element>;
+
+  /// Raises InvalidSessionData for an element (counted from 1) that is no object, lacks `id`, or has a known
+  /// member twice or of the wrong kind.
+  Row(const PartKind& kind, std::size_t element, simdjson::dom::element json);
+
+  const Value& operator[](std::size_t member) const { return values_[member]; }
+  /// A member of 32 bits that is there.
+  std::int32_t integer(std::size_t member) const;
+
+ private:
+  static constexpr std::size_t kMostMembers =
+      std::max(kMembers<RunRecord>.size(), kMembers<SignalRecord>.size());
+  std::array<Value, kMostMembers> values_;
+};
+
+/// Refuses a part with simulation_data_repository:sdr:InvalidSessionData. Elements count from 1; 0 stands for
+/// the whole part.
+[[noreturn]] void raiseInvalid(const PartKind& kind, std::size_t element, std::string_view what);
+
+/// Gives the next bytes: up to `count` into `into`; 0 at the end.
+using ReadBytes = std::function<std::size_t(char* into, std::size_t count)>;
+
+/// Parses a JSON array of objects and visits its elements. The text is read in windows, arrays of some of its
+/// elements in their order, of about 1 MiB or one element, so that memory does not grow with it. A window's
+/// text is visited before its elements are parsed. Raises InvalidSessionData for whatever is wrong, also
+/// behind the array; by then elements before it have been visited. A byte-order mark is passed over.
+void forEachRow(const ReadBytes& read, const PartKind& kind,
+                const std::function<void(std::string_view window)>& visitWindow,
+                const std::function<void(std::size_t index, const Row& row)>& visitRow);
+
+}  // namespace orra

@@ -1,0 +1,248 @@
+#include "platform/repository/table.h"
+
+#include <algorithm>
+
+#include "platform/repository/json_rows.h"
+
+namespace orra {
+namespace {
+
+namespace dom = simdjson::dom;
+
+/// Whether a field is a column of its record's table.
+constexpr bool isColumn(const Member& member) { return member.kind != FieldKind::Metadata; }
+
+// The key comes before the columns, and parameters count from 1.
+constexpr int columnOf(std::size_t field) { return static_cast<int>(field) + 1; }
+constexpr int parameterOf(std::size_t field) { return columnOf(field) + 1; }
+constexpr int kKeyColumn = 0, kKeyParameter = 1;
+
+const char* columnType(FieldKind kind) {
+  switch (kind) {
+    case FieldKind::Int32:
+    case FieldKind::UInt32:
+      return "INTEGER";
+    case FieldKind::Number:
+      return "REAL";
+    case FieldKind::UInt64List:
+      return "BLOB";
+    default:
+      return "TEXT";
+  }
+}
+
+template <class Record>
+sql::Database& withTable(sql::Database& database, const std::string& name) {
+  std::string columns = "key INTEGER PRIMARY KEY";
+  for (const Member& member : kMembers<Record>) {
+    if (isColumn(member)) columns += ", " + std::string(member.name) + " " + columnType(member.kind);
+  }
+  database.execute("CREATE TABLE " + name + " (" + columns + ")");
+  return database;
+}
+
+template <class Record>
+std::string insertStatement(const std::string& name) {
+  std::string values = "?";
+  for (const Member& member : kMembers<Record>) values += isColumn(member) ? ", ?" : "";
+  return "INSERT INTO " + name + " VALUES (" + values + ")";
+}
+
+/// Numbers, each in as few bytes as its value needs: seven bits a byte, lowest first; the top bit says that
+/// another byte follows.
+void pack(const dom::element& list, std::string& packed) {
+  packed.clear();
+  for (const dom::element json : list.get_array()) {
+    std::uint64_t number = json.get_uint64().value();
+    for (; number >= 0x80; number >>= 7) packed.push_back(static_cast<char>(number | 0x80));
+    packed.push_back(static_cast<char>(number));
+  }
+}
+
+/// The numbers of a list that was packed; whatever else the bytes are, a list comes out.
+std::vector<std::uint64_t> unpack(std::string_view packed) {
+  std::vector<std::uint64_t> list;
+  std::uint64_t number = 0;
+  unsigned shift = 0;
+  for (const char byte : packed) {
+    if (shift < 64) number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
+    shift += 7;
+    if ((byte & 0x80) != 0) continue;
+    list.push_back(number);
+    number = 0;
+    shift = 0;
+  }
+  return list;
+}
+
+void bindField(sql::Statement& insert, int parameter, FieldKind kind, const Row::Value& value,
+               std::string& packed) {
+  // Missing texts are stored as empty ones, so that a search finds them.
+  if (!value && kind == FieldKind::Text) {
+    insert.bind(parameter, std::string_view());
+    return;
+  }
+  if (!value) {
+    insert.bindNull(parameter);
+    return;
+  }
+  switch (kind) {
+    case FieldKind::Int32:
+    case FieldKind::UInt32:
+      insert.bind(parameter, value->get_int64().value());
+      return;
+    case FieldKind::Number:
+      insert.bind(parameter, value->get_double().value());
+      return;
+    case FieldKind::Text:
+      insert.bind(parameter, value->get_string().value());
+      return;
+    case FieldKind::UInt64List:
+      pack(*value, packed);
+      insert.bindBlob(parameter, packed);
+      return;
+    case FieldKind::Metadata:
+      return;
+  }
+}
+
+void read(const sql::Statement& row, int column, std::int32_t& value) {
+  value = static_cast<std::int32_t>(row.integer(column));
+}
+void read(const sql::Statement& row, int column, std::uint32_t& value) {
+  value = static_cast<std::uint32_t>(row.integer(column));
+}
+void read(const sql::Statement& row, int column, double& value) { value = row.number(column); }
+void read(const sql::Statement& row, int column, std::string& value) { value = row.bytes(column); }
+void read(const sql::Statement& row, int column, std::u16string& value) { value = row.text(column); }
+void read(const sql::Statement& row, int column, std::vector<std::uint64_t>& value) {
+  value = unpack(row.bytes(column));
+}
+template <class Value>
+void read(const sql::Statement& row, int column, std::optional<Value>& value) {
+  if (row.isNull(column)) {
+    value.reset();
+    return;
+  }
+  read(row, column, value ? *value : value.emplace());
+}
+
+void visitKeys(sql::Statement& keys, const std::function<void(std::int64_t)>& visit) {
+  const sql::Statement::ResetAtEnd reset(keys);
+  while (keys.step()) visit(keys.integer(0));
+}
+
+}  // namespace
+
+template <class Record>
+Table<Record>::Table(sql::Database& database, const std::string& name)
+    : database_(database),
+      createNameIndex_("CREATE INDEX IF NOT EXISTS " + name + "_names ON " + name + " (name)"),
+      insert_(withTable<Record>(database, name), insertStatement<Record>(name)),
+      rows_(database, "SELECT * FROM " + name + " WHERE key >= ? ORDER BY key"),
+      lastKey_(database, "SELECT max(key) FROM " + name + " WHERE key BETWEEN ? AND ?"),
+      keys_(database, "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? ORDER BY key"),
+      keysNamed_(database,
+                 "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? AND name = ? ORDER BY key"),
+      packedLists_(kMembers<Record>.size()) {
+  // A field that is no column would shift those behind it.
+  static_assert(std::all_of(kMembers<Record>.begin(), kMembers<Record>.end() - 1, isColumn));
+  if (isColumn(kMembers<Record>.back())) return;
+  const std::string metadata = name + "_" + std::string(kMembers<Record>.back().name);
+  database.execute("CREATE TABLE " + metadata +
+                   " (owner INTEGER, entry TEXT, value TEXT, PRIMARY KEY (owner, entry)) WITHOUT ROWID");
+  insertMetadata_.emplace(database, "INSERT INTO " + metadata + " VALUES (?, ?, ?)");
+  metadata_.emplace(database, "SELECT entry, value FROM " + metadata + " WHERE owner = ?");
+}
+
+template <class Record>
+void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
+  insert_.bind(kKeyParameter, key);
+  for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
+    const Member& member = kMembers<Record>[field];
+    if (isColumn(member)) {
+      bindField(insert_, parameterOf(field), member.kind, row[field], packedLists_[field]);
+    }
+  }
+  if (missing && !row[missing->field]) insert_.bind(parameterOf(missing->field), missing->number);
+  insert_.execute();
+  if (insertMetadata_) addMetadata(key, row);
+}
+
+template <class Record>
+void Table<Record>::addMetadata(std::int64_t key, const Row& row) {
+  const Row::Value& entries = row[kMembers<Record>.size() - 1];
+  if (!entries) return;
+  for (const auto& [name, value] : entries->get_object()) {
+    // An entry that is not known may be anything, and may stand there twice.
+    const bool known = std::any_of(std::begin(kMetadataMembers), std::end(kMetadataMembers),
+                                   [name = name](const Member& member) { return member.name == name; });
+    if (known) insertMetadata_->bind(1, key).bind(2, name).bind(3, value.get_string().value()).execute();
+  }
+}
+
+template <class Record>
+const Record* Table<Record>::find(std::int64_t key) {
+  if (rows_.isOnRow() && key == recordKey_) return &record_;
+  if (!rows_.isOnRow() || key != recordKey_ + 1) {
+    rows_.reset();
+    rows_.bind(1, key);
+  }
+  if (!rows_.step()) return nullptr;
+  recordKey_ = rows_.integer(kKeyColumn);
+  const bool found = recordKey_ == key;
+  try {
+    if (found) readRecord();
+  } catch (...) {
+    rows_.reset();  // half of a record must not be found again
+    throw;
+  }
+  if (!found || !database_.isInTransaction()) rows_.reset();
+  return found ? &record_ : nullptr;
+}
+
+template <class Record>
+void Table<Record>::readRecord() {
+  int column = kKeyColumn;
+  forEachField(record_, [&]<class Value>(std::string_view, Value& value) {
+    if constexpr (kKindOf<Value> == FieldKind::Metadata) {
+      readMetadata(value);
+    } else {
+      read(rows_, ++column, value);
+    }
+  });
+}
+
+template <class Record>
+void Table<Record>::readMetadata(decltype(RunRecord::metadata)& metadata) {
+  metadata.clear();
+  const sql::Statement::ResetAtEnd reset(*metadata_);
+  metadata_->bind(1, recordKey_);
+  while (metadata_->step()) metadata.emplace(metadata_->bytes(0), metadata_->text(1));
+}
+
+template <class Record>
+std::optional<std::int64_t> Table<Record>::lastKey(KeyRange range) {
+  const sql::Statement::ResetAtEnd reset(lastKey_);
+  lastKey_.bind(1, range.first).bind(2, range.last).step();
+  if (lastKey_.isNull(0)) return std::nullopt;
+  return lastKey_.integer(0);
+}
+
+template <class Record>
+void Table<Record>::forEachKey(KeyRange range, const KeyVisitor& visit) {
+  keys_.bind(1, range.first).bind(2, range.last);
+  visitKeys(keys_, visit);
+}
+
+template <class Record>
+void Table<Record>::forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit) {
+  database_.execute(createNameIndex_);
+  keysNamed_.bind(1, range.first).bind(2, range.last).bind(3, name);
+  visitKeys(keysNamed_, visit);
+}
+
+template class Table<RunRecord>;
+template class Table<SignalRecord>;
+
+}  // namespace orra

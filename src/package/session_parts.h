@@ -7,7 +7,6 @@
 #include <boost/iostreams/stream.hpp>
 
 #include "package/scoped_ref.h"
-#include "platform/export_file/relationship_types.h"
 #include "platform/opc/part.h"
 
 /// How the parts of a recorded session are found and read. What is in the run list and the signals parts is

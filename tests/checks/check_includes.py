@@ -20,8 +20,8 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/zobs": BASE | {"platform/arrays"},
     "platform/zip": BASE | {"platform/files"},
     "platform/opc": PACKAGE,
-    "platform/export_file": PACKAGE,
-    "platform/repository": PACKAGE,
+    "platform/repository": BASE | {"platform/files", "platform/zip"},
+    "platform/export_file": PACKAGE | {"platform/repository"},
 }
 PLATFORM = set(ALLOWED)
 ALLOWED["package"] = PLATFORM

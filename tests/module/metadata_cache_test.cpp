@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include "metadata/metadata_cache_impl.h"
-#include "platform/export_file/relationship_types.h"
 #include "tests/support/raised.h"
 #include "tests/support/session_fixture.h"
 

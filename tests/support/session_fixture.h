@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export_file/data_export_file.h"
 #include "platform/export_file/session_writer.h"
 #include "tests/support/temporary_folder.h"
 

@@ -22,9 +22,9 @@ void DataExportFile::modifyReadPackage(const std::u16string& path) {
   package_->open(OpenMode::Read);
 }
 
-void DataExportFile::modify(const std::u16string& path) {
+void DataExportFile::modify(const std::u16string& path, Existing existing) {
   package_ = std::make_unique<opc::model::Package>(path);
-  if (createNew_) package_->open(OpenMode::Create);
+  if (createNew_) package_->create(existing);
 }
 
 opc::model::Package& DataExportFile::getPackageImpl() const {

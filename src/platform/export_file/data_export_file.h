@@ -9,6 +9,18 @@
 
 namespace tavlox {
 
+/// The relationship types through which a package reaches the parts of a recorded session.
+namespace relationship_types {
+
+inline constexpr char16_t kRunData[] = u"ORRASessionRunDataRelType";
+inline constexpr char16_t kSignalsData[] = u"ORRASessionSignalsDataRelType";
+inline constexpr char16_t kCompression[] = u"ORRASessionCompressionTypeRelType";
+inline constexpr char16_t kView[] = u"ORRAViewMetaDataRelType";
+inline constexpr char16_t kThumbnail[] = u"TAVLOXThumbnailExistsFlagRelType";
+inline constexpr char16_t kSamples[] = u"ORRASessionSamplesRelType";
+
+}  // namespace relationship_types
+
 /// One TAVLOX file: a package, and what every TAVLOX package has. Reading and writing follow the package
 /// library's rules and raise its exceptions. Whatever asks for the package raises opc::Exception before the
 /// file is bound to a path.
@@ -17,7 +29,7 @@ class DataExportFile {
   /// The content type of a TAVLOX package; user files carry it with "+" and their extension behind it.
   static constexpr std::u16string_view contentType = u"application/vnd.tavlox.package";
 
-  /// `createNew` starts a package that does not exist yet (see `modify`).
+  /// `createNew` starts a new package (see `modify`).
   explicit DataExportFile(bool createNew);
   ~DataExportFile();
 
@@ -26,8 +38,9 @@ class DataExportFile {
   /// Opens the bound package for reading, auditing it.
   void modifyReadPackage(const std::u16string& path);
   /// Binds the file to `path` for modification; opening the package with OpenMode::Modify is the caller's. A
-  /// file made with `createNew` opens the new, empty package at once.
-  void modify(const std::u16string& path);
+  /// file made with `createNew` starts the new, empty package at once (see Package::create).
+  using Existing = opc::model::Package::Existing;
+  void modify(const std::u16string& path, Existing existing = Existing::Refuse);
 
   opc::model::Package& getPackageImpl() const;
   /// Saves what was changed, if anything was, and closes.

@@ -1,13 +1,10 @@
 #include "platform/export_file/session_writer.h"
 
-#include <random>
+#include <cmath>
 #include <unordered_map>
 
 #include "platform/errors/package_errors.h"
 #include "platform/export_file/data_export_file.h"
-#include "platform/export_file/json_array_part.h"
-#include "platform/export_file/relationship_types.h"
-#include "platform/export_file/session_json.h"
 #include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
@@ -20,8 +17,100 @@ using opc::model::Part;
 
 constexpr char16_t kVersion[] = u"1.0";
 
+/// Writes the fields of a record that are set as members of one JSON object. Refuses what the session could
+/// not be read back with: a text that is not well-formed, a number that is not finite.
+class RecordWriter {
+ public:
+  /// `path` is the session's, for errors.
+  explicit RecordWriter(const std::u16string& path) : path_(path) {}
+
+  template <class Record>
+  std::string write(const Record& record) {
+    json_.beginObject();
+    orra::forEachField(record, [this](std::string_view name, const auto& value) { add(name, value); });
+    return json_.endObject().take();
+  }
+
+ private:
+  void add(std::string_view name, std::uint32_t number) { json_.member(name).value(std::int64_t{number}); }
+  void add(std::string_view name, std::int32_t number) { json_.member(name).value(number); }
+
+  void add(std::string_view name, double number) {
+    if (!std::isfinite(number)) opc::raise("export_file:session:NotFinite", path_, name);
+    json_.member(name).value(number);
+  }
+
+  template <class Character>
+  void add(std::string_view name, const std::basic_string<Character>& text) {
+    requireWellFormed(name, text);
+    json_.member(name).value(text);
+  }
+
+  void add(std::string_view name, const std::vector<std::uint64_t>& numbers) {
+    json_.member(name).beginArray();
+    for (const std::uint64_t number : numbers) json_.value(number);
+    json_.endArray();
+  }
+
+  void add(std::string_view name, const decltype(RunRecord::metadata)& entries) {
+    if (entries.empty()) return;
+    json_.member(name).beginObject();
+    for (const auto& [key, text] : entries) {
+      requireWellFormed(name, key);
+      add(key, text);
+    }
+    json_.endObject();
+  }
+
+  template <class Value>
+  void add(std::string_view name, const std::optional<Value>& value) {
+    if (value) add(name, *value);
+  }
+
+  template <class Character>
+  void requireWellFormed(std::string_view name, const std::basic_string<Character>& text) const {
+    if (!fl::i18n::is_well_formed(text)) opc::raise("export_file:session:IllFormedText", path_, name);
+  }
+
+  const std::u16string& path_;
+  fl::i18n::JsonWriter json_;
+};
+
+/// A part that holds a JSON array, written element by element in pieces of bounded size. The part's output
+/// stream is opened with the first piece that is full, so that many small arrays can be written side by side.
+class JsonArrayPart {
+ public:
+  explicit JsonArrayPart(Part part) : part_(std::move(part)) {}
+
+  void add(std::string_view element) {
+    constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
+    if (!empty_) piece_ += ",\n";
+    empty_ = false;
+    piece_ += element;
+    if (piece_.size() >= kPieceBytes) writeOut();
+  }
+  /// Ends the array; nothing may be added afterwards.
+  void finish() {
+    piece_ += "]\n";
+    writeOut();
+    output_.reset();
+  }
+
+ private:
+  void writeOut() {
+    if (output_ == nullptr) output_ = part_.getOutputStream();
+    output_->write(piece_.data(), piece_.size());
+    piece_.clear();
+  }
+
+  Part part_;
+  std::shared_ptr<opc::OutputStream> output_;
+  std::string piece_ = "[";
+  bool empty_ = true;
+};
+
 struct Run {
-  std::size_t number;  ///< its place in the run list, from 1
+  std::size_t number;  ///< its position in the run list, from 1
   JsonArrayPart signals;
 };
 
@@ -51,28 +140,16 @@ std::string compressionRecord(const std::u16string& type) {
   return json.beginObject().member("CompressionType").value(type).endObject().take();
 }
 
-/// A name beside `path` that nobody else uses.
-std::u16string temporaryBeside(const std::u16string& path) {
-  using namespace fl::filesystem;
-  std::random_device random;
-  const std::string suffix = std::to_string(random()) + std::to_string(random());
-  const std::u16string name = u"." + extract_filename(path) + u"." + fl::i18n::to_ustring(suffix) + u".new";
-  return concatenate(extract_parent_path(path), name);
-}
-
 }  // namespace
 
 struct SessionWriter::State {
-  State(std::u16string target, std::u16string written)
-      : path(std::move(target)), writtenPath(std::move(written)) {
-    file.modify(writtenPath);
-  }
+  State(std::u16string target, Existing existing) : path(std::move(target)) { file.modify(path, existing); }
 
   Package& package() const { return file.getPackageImpl(); }
   Run& runOf(std::int32_t id);
+  void finish();
 
   std::u16string path;
-  std::u16string writtenPath;  ///< not `path` when an existing file is replaced
   DataExportFile file{true};
   std::optional<JsonArrayPart> runList;
   std::unordered_map<std::int32_t, Run> runs;
@@ -87,15 +164,33 @@ Run& SessionWriter::State::runOf(std::int32_t id) {
   return run->second;
 }
 
-SessionWriter::SessionWriter(const std::u16string& path, Existing existing) {
-  if (!fl::filesystem::exists(path)) {
-    state_ = std::make_unique<State>(path, path);
-    return;
+/// Writes what is known only now.
+void SessionWriter::State::finish() {
+  if (runList) runList->finish();
+  for (const std::int32_t id : runOrder) runOf(id).signals.finish();
+  if (compressionType) {
+    writeWhole(createLinkedPart(package(), relationship_types::kCompression, u"/session/compression.json",
+                                u"application/vnd.tavlox.session-compression+json"),
+               compressionRecord(*compressionType));
   }
-  if (existing == Existing::Refuse) opc::raise("export_file:session:FileExists", path);
-  // A link stays, and the file it leads to is replaced.
-  const std::u16string target = fl::filesystem::weakly_canonical(path);
-  state_ = std::make_unique<State>(target, temporaryBeside(target));
+  if (view) {
+    writeWhole(createLinkedPart(package(), relationship_types::kView, u"/session/view.json",
+                                u"application/vnd.tavlox.session-view+json"),
+               *view);
+  }
+  if (thumbnail) {
+    writeWhole(createLinkedPart(package(), relationship_types::kThumbnail, u"/session/thumbnail",
+                                u"application/vnd.tavlox.session-thumbnail"),
+               *thumbnail);
+  }
+  package().setCoreProperty(opc::model::CoreProperty::Version, kVersion);
+}
+
+SessionWriter::SessionWriter(const std::u16string& path, Existing existing) {
+  if (existing == Existing::Refuse && fl::filesystem::exists(path)) {
+    opc::raise("export_file:session:FileExists", path);
+  }
+  state_ = std::make_unique<State>(path, existing);
 }
 
 SessionWriter::~SessionWriter() = default;
@@ -107,7 +202,7 @@ void SessionWriter::setDescription(const std::u16string& description) {
 void SessionWriter::addRun(const RunRecord& run) {
   State& session = state();
   if (session.runs.contains(run.id)) opc::raise("export_file:session:DuplicateRun", session.path, run.id);
-  const std::string element = toJson(run, session.path);
+  const std::string element = RecordWriter(session.path).write(run);
   if (!session.runList) {
     session.runList.emplace(createLinkedPart(session.package(), relationship_types::kRunData,
                                              u"/session/runs.json",
@@ -124,7 +219,7 @@ void SessionWriter::addRun(const RunRecord& run) {
 
 void SessionWriter::addSignal(const SignalRecord& signal) {
   JsonArrayPart& signals = state().runOf(signal.runID).signals;
-  signals.add(toJson(signal, state().path));
+  signals.add(RecordWriter(state().path).write(signal));
 }
 
 void SessionWriter::setCompressionType(const std::u16string& type) {
@@ -161,32 +256,8 @@ void SessionWriter::close() {
   if (state_ == nullptr) return;
   // Whatever fails, there is nothing left to go on with.
   const std::unique_ptr<State> session = std::move(state_);
-  finish(*session);
+  session->finish();
   session->file.closePackage();
-  if (session->writtenPath != session->path)
-    fl::filesystem::replace_file(session->writtenPath, session->path);
-}
-
-void SessionWriter::finish(State& session) {
-  Package& package = session.package();
-  if (session.runList) session.runList->finish();
-  for (const std::int32_t id : session.runOrder) session.runOf(id).signals.finish();
-  if (session.compressionType) {
-    writeWhole(createLinkedPart(package, relationship_types::kCompression, u"/session/compression.json",
-                                u"application/vnd.tavlox.session-compression+json"),
-               compressionRecord(*session.compressionType));
-  }
-  if (session.view) {
-    writeWhole(createLinkedPart(package, relationship_types::kView, u"/session/view.json",
-                                u"application/vnd.tavlox.session-view+json"),
-               *session.view);
-  }
-  if (session.thumbnail) {
-    writeWhole(createLinkedPart(package, relationship_types::kThumbnail, u"/session/thumbnail",
-                                u"application/vnd.tavlox.session-thumbnail"),
-               *session.thumbnail);
-  }
-  package.setCoreProperty(opc::model::CoreProperty::Version, kVersion);
 }
 
 SessionWriter::State& SessionWriter::state() const {

@@ -2,44 +2,27 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "platform/opc/package.h"
+#include "platform/repository/records.h"
 
 namespace tavlox {
 
-/// One run as the run list keeps it. Members that are not set are left out of the document.
-struct RunRecord {
-  std::int32_t id = 0;
-  std::string runClassName = "Set";  ///< "Set" or "ComparisonSet"
-  std::optional<std::u16string> name, dateCreated, model, simMode, status;
-  std::optional<std::uint32_t> runNumber;
-  std::optional<std::int32_t> orderIndex;
-  std::optional<double> startTime, stopTime, updateTime, simTime, termTime, totalTime;  ///< seconds
-  std::map<std::string, std::u16string> metadata;  ///< keys as orra::strings names them
-};
-
-/// One signal as a signals part keeps it.
-struct SignalRecord {
-  std::int32_t id = 0;
-  std::int32_t runID = 0;
-  std::optional<std::u16string> name, domainType, description, units, displayUnits, dataTypeLabel, sampleTime,
-      model, displayBlockPath, blockName, rootSource, timeSource, dataSource;
-  std::optional<std::int32_t> complexity, complexCoordSystem, portIndex;
-  std::optional<std::vector<std::uint64_t>> dimensions, channel;
-};
+using orra::RunRecord;
+using orra::SignalRecord;
 
 /// Writes complete session packages. Parts are written as they come, in memory that grows with the number of
 /// runs but not with their signals and samples; `close` saves the package durably or, failing, leaves no new
-/// file and an existing one as it was. Raises opc::Exception, or fl::filesystem::Error where an existing file
-/// cannot be replaced. A call that raises changes nothing; the writer can go on, unless the disk is full.
+/// file and an existing one as it was. Raises opc::Exception. A call that raises changes nothing; the writer
+/// can go on, unless the disk is full.
 class SessionWriter {
  public:
-  /// `path` must not exist; an existing file is replaced, in `close`, with `Existing::Replace`.
-  enum class Existing { Refuse, Replace };
+  /// `path` must not exist, also when `close` is called. With Existing::Replace `close` puts the session in
+  /// the place of a file that is there now, see Package::create.
+  using Existing = opc::model::Package::Existing;
   explicit SessionWriter(const std::u16string& path, Existing existing = Existing::Refuse);
   ~SessionWriter();
 
@@ -68,7 +51,6 @@ class SessionWriter {
  private:
   struct State;
   State& state() const;
-  static void finish(State& session);
 
   std::unique_ptr<State> state_;
 };

@@ -11,7 +11,6 @@
 #include "metadata/metadata_cache_impl.h"
 #include "queries/run_record.h"
 #include "queries/signal_record.h"
-#include "platform/export_file/relationship_types.h"
 #include "tests/support/raised.h"
 #include "tests/support/session_fixture.h"
 

@@ -2,9 +2,14 @@
 
 #include <cmath>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/xattr.h>
 
 #include "platform/errors/package_errors.h"
+#include "platform/files/descriptor.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/memory.h"
 #include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"
@@ -25,6 +30,15 @@ std::string readBack(const std::string& package) {
 RunRecord runOf(std::int32_t id) { return {.id = id}; }
 
 SignalRecord signalOf(std::int32_t id, std::int32_t runID) { return {.id = id, .runID = runID}; }
+
+/// Writes a session over an existing file; `meanwhile` is called before it is saved.
+void replaceSession(
+    const std::u16string& path, const std::function<void()>& meanwhile = [] {}) {
+  SessionWriter session(path, SessionWriter::Existing::Replace);
+  session.addRun(runOf(1));
+  meanwhile();
+  session.close();
+}
 
 void writeFullSession(const std::u16string& path) {
   SessionWriter session(path);
@@ -147,37 +161,58 @@ TEST(SessionWriter, RefusesWhatCouldNotBeReadBackAndGoesOn) {
   EXPECT_EQ(written.find("/data/"), std::string::npos) << written;
 }
 
-TEST(SessionWriter, AFileThatExistsIsKeptUnlessReplaced) {
+TEST(SessionWriter, AnExistingFileIsKeptUnlessReplaced) {
   const TemporaryFolder folder;
   folder.write("s.tavlox", "precious");
-  std::filesystem::create_symlink("s.tavlox", folder.path() / "link");
   EXPECT_EQ(ruleOf([&] { SessionWriter(folder.wide("s.tavlox")); }),
             "export_file:session:FileExists");
-  {
-    SessionWriter abandoned(folder.wide("s.tavlox"), SessionWriter::Existing::Replace);
-    abandoned.addRun(runOf(1));
-  }
-  EXPECT_EQ(folder.read("s.tavlox"), "precious");
+  SessionWriter(folder.wide("s.tavlox"), SessionWriter::Existing::Replace).addRun(runOf(1));
+  EXPECT_EQ(folder.read("s.tavlox"), "precious") << "never closed";
+  SessionWriter late(folder.wide("late.tavlox"));
+  folder.write("late.tavlox", "came first");
+  EXPECT_THROW(late.close(), opc::Exception);
+  EXPECT_EQ(folder.read("late.tavlox"), "came first");
+  EXPECT_THROW(SessionWriter(folder.wide("missing/s.tavlox")).close(), opc::Exception);
+  EXPECT_EQ(folder.entryCount(), 2u);
+}
 
-  SessionWriter session(folder.wide("link"), SessionWriter::Existing::Replace);
-  session.addRun(runOf(1));
-  session.close();
+TEST(SessionWriter, AReplacedFileKeepsLinkModeAndAttributes) {
+  const TemporaryFolder folder;
+  const auto file = folder.write("s.tavlox", "old");
+  std::filesystem::permissions(file, std::filesystem::perms(0600));
+  std::filesystem::create_symlink("s.tavlox", folder.path() / "link");
+  ASSERT_EQ(setxattr(file.c_str(), "user.project", "x", 1, 0), 0);
+  replaceSession(folder.wide("link"));
   EXPECT_TRUE(std::filesystem::is_symlink(folder.path() / "link"));
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
+  char kept = 0;
+  EXPECT_EQ(getxattr(file.c_str(), "user.project", &kept, 1), 1);
   EXPECT_EQ(outputOf("unzip -tqq " + folder.narrow("s.tavlox")), "");
   EXPECT_EQ(folder.entryCount(), 2u) << "no temporary is left";
 }
 
-TEST(SessionWriter, AFailedCloseLeavesNothing) {
+TEST(SessionWriter, AFileThatCannotBeReplacedStaysAsItWas) {
   const TemporaryFolder folder;
-  SessionWriter session(folder.wide("missing/s.tavlox"));
-  session.addRun(runOf(1));
-  EXPECT_THROW(session.close(), opc::Exception);
-
-  SessionWriter late(folder.wide("s.tavlox"));
-  folder.write("s.tavlox", "came first");
-  EXPECT_THROW(late.close(), opc::Exception);
-  EXPECT_EQ(folder.read("s.tavlox"), "came first");
-  EXPECT_EQ(folder.entryCount(), 1u);
+  const auto file = folder.write("s.tavlox", "old");
+  const auto refusal = [&] { return ruleOf([&] { replaceSession(folder.wide("s.tavlox")); }); };
+  {
+    const fl::filesystem::Descriptor locked(open(file.c_str(), O_RDONLY));
+    flock(locked.get(), LOCK_EX);
+    EXPECT_EQ(refusal(), "opc:save:InUse");
+  }
+  {
+    const support::FileSizeLimit full(10);
+    EXPECT_NE(refusal(), "");
+  }
+  EXPECT_EQ(ruleOf([&] {
+              replaceSession(folder.wide("s.tavlox"), [&] { folder.write("s.tavlox", "another's"); });
+            }),
+            "opc:save:FileChanged");
+  EXPECT_EQ(folder.read("s.tavlox"), "another's");
+  std::filesystem::permissions(file, std::filesystem::perms(0400));
+  EXPECT_EQ(refusal(), "opc:save:ReadOnly");
+  EXPECT_EQ(folder.read("s.tavlox"), "another's");
+  EXPECT_EQ(folder.entryCount(), 1u) << "no temporary is left";
 }
 
 TEST(SessionWriter, ManySignalsTakeNoMemory) {

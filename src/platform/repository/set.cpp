@@ -91,18 +91,4 @@ std::u16string Set::getRunMetaDataUstring(std::string_view key) const {
   return entry == metadata.end() ? std::u16string() : entry->second;
 }
 
-std::u16string Set::getRunDisplayName() const { return record().name.value_or(u""); }
-std::string Set::getDateString() const { return fl::i18n::to_string(record().dateCreated.value_or(u"")); }
-std::uint32_t Set::getRunNumber() const { return record().runNumber.value_or(0); }
-std::int32_t Set::getOrderIndex() const { return record().orderIndex.value_or(0); }
-std::u16string Set::getModel() const { return record().model.value_or(u""); }
-std::string Set::getSimMode() const { return fl::i18n::to_string(record().simMode.value_or(u"")); }
-double Set::getStartTime() const { return record().startTime.value_or(0); }
-double Set::getStopTime() const { return record().stopTime.value_or(0); }
-std::u16string Set::getRunStatus() const { return record().status.value_or(u""); }
-double Set::getUpdateTime() const { return record().updateTime.value_or(0); }
-double Set::getSimTime() const { return record().simTime.value_or(0); }
-double Set::getTermTime() const { return record().termTime.value_or(0); }
-double Set::getTotalTime() const { return record().totalTime.value_or(0); }
-
 }  // namespace orra

@@ -12,6 +12,7 @@
 
 #include "platform/repository/object_manager.h"
 #include "platform/repository/records.h"
+#include "platform/text/conversion.h"
 
 namespace orra {
 
@@ -59,21 +60,21 @@ class Set : public ORM {
   /// All fields, read in one go. Valid until another run is read or the transaction ends.
   const RunRecord& record() const;
 
-  std::u16string getRunDisplayName() const;
+  std::u16string getRunDisplayName() const { return record().name.value_or(u""); }
   /// Empty text for a key that the run does not have. Keys are those of orra::strings.
   std::u16string getRunMetaDataUstring(std::string_view key) const;
-  std::string getDateString() const;
-  std::uint32_t getRunNumber() const;
-  std::int32_t getOrderIndex() const;
-  std::u16string getModel() const;
-  std::string getSimMode() const;
-  double getStartTime() const;
-  double getStopTime() const;
-  std::u16string getRunStatus() const;
-  double getUpdateTime() const;
-  double getSimTime() const;
-  double getTermTime() const;
-  double getTotalTime() const;
+  std::string getDateString() const { return fl::i18n::to_string(record().dateCreated.value_or(u"")); }
+  std::uint32_t getRunNumber() const { return record().runNumber.value_or(0); }
+  std::int32_t getOrderIndex() const { return record().orderIndex.value_or(0); }
+  std::u16string getModel() const { return record().model.value_or(u""); }
+  std::string getSimMode() const { return fl::i18n::to_string(record().simMode.value_or(u"")); }
+  double getStartTime() const { return record().startTime.value_or(0); }
+  double getStopTime() const { return record().stopTime.value_or(0); }
+  std::u16string getRunStatus() const { return record().status.value_or(u""); }
+  double getUpdateTime() const { return record().updateTime.value_or(0); }
+  double getSimTime() const { return record().simTime.value_or(0); }
+  double getTermTime() const { return record().termTime.value_or(0); }
+  double getTotalTime() const { return record().totalTime.value_or(0); }
 };
 
 }  // namespace orra

@@ -83,30 +83,11 @@ std::shared_ptr<Set> Signal::getRun() const {
   return std::make_shared<Set>(ObjectRef(reference.getObjectManager(), run));
 }
 
-std::u16string Signal::getName() const { return record().name.value_or(u""); }
-std::string Signal::getDomainType() const { return fl::i18n::to_string(record().domainType.value_or(u"")); }
-std::u16string Signal::getDescription() const { return record().description.value_or(u""); }
-std::u16string Signal::getUnits() const { return record().units.value_or(u""); }
-std::u16string Signal::getDisplayUnits() const { return record().displayUnits.value_or(u""); }
-std::u16string Signal::getDataTypeLabel() const { return record().dataTypeLabel.value_or(u""); }
-std::int32_t Signal::getComplexity() const { return record().complexity.value_or(0); }
-std::int32_t Signal::getComplexCoordSystem() const { return record().complexCoordSystem.value_or(0); }
-std::u16string Signal::getSampleTimeString() const { return record().sampleTime.value_or(u""); }
-std::u16string Signal::getModel() const { return record().model.value_or(u""); }
-std::u16string Signal::getDisplayBlockPath() const { return record().displayBlockPath.value_or(u""); }
-std::u16string Signal::getBlockName() const { return record().blockName.value_or(u""); }
-std::int32_t Signal::getPortIndex() const { return record().portIndex.value_or(0); }
-std::vector<std::uint64_t> Signal::getDimensions() const {
-  return record().dimensions.value_or(std::vector<std::uint64_t>{});
-}
 std::vector<std::uint64_t> Signal::getChannel(bool zeroBased) const {
   std::vector<std::uint64_t> channel = record().channel.value_or(std::vector<std::uint64_t>{});
   if (!zeroBased) return channel;
   for (std::uint64_t& index : channel) index -= index > 0 ? 1 : 0;
   return channel;
 }
-std::u16string Signal::getRootSource() const { return record().rootSource.value_or(u""); }
-std::u16string Signal::getTimeSource() const { return record().timeSource.value_or(u""); }
-std::u16string Signal::getDataSource() const { return record().dataSource.value_or(u""); }
 
 }  // namespace orra

@@ -36,26 +36,28 @@ class Signal : public ORM {
   /// All fields, read in one go. Valid until another signal is read or the transaction ends.
   const SignalRecord& record() const;
 
-  std::u16string getName() const;
+  std::u16string getName() const { return record().name.value_or(u""); }
   std::shared_ptr<Set> getRun() const;
-  std::string getDomainType() const;
-  std::u16string getDescription() const;
-  std::u16string getUnits() const;
-  std::u16string getDisplayUnits() const;
-  std::u16string getDataTypeLabel() const;
-  std::int32_t getComplexity() const;
-  std::int32_t getComplexCoordSystem() const;
-  std::u16string getSampleTimeString() const;
-  std::u16string getModel() const;
-  std::u16string getDisplayBlockPath() const;
-  std::u16string getBlockName() const;
-  std::int32_t getPortIndex() const;
-  std::vector<std::uint64_t> getDimensions() const;
+  std::string getDomainType() const { return fl::i18n::to_string(record().domainType.value_or(u"")); }
+  std::u16string getDescription() const { return record().description.value_or(u""); }
+  std::u16string getUnits() const { return record().units.value_or(u""); }
+  std::u16string getDisplayUnits() const { return record().displayUnits.value_or(u""); }
+  std::u16string getDataTypeLabel() const { return record().dataTypeLabel.value_or(u""); }
+  std::int32_t getComplexity() const { return record().complexity.value_or(0); }
+  std::int32_t getComplexCoordSystem() const { return record().complexCoordSystem.value_or(0); }
+  std::u16string getSampleTimeString() const { return record().sampleTime.value_or(u""); }
+  std::u16string getModel() const { return record().model.value_or(u""); }
+  std::u16string getDisplayBlockPath() const { return record().displayBlockPath.value_or(u""); }
+  std::u16string getBlockName() const { return record().blockName.value_or(u""); }
+  std::int32_t getPortIndex() const { return record().portIndex.value_or(0); }
+  std::vector<std::uint64_t> getDimensions() const {
+    return record().dimensions.value_or(std::vector<std::uint64_t>{});
+  }
   /// `zeroBased` counts from 0 instead of as recorded.
   std::vector<std::uint64_t> getChannel(bool zeroBased) const;
-  std::u16string getRootSource() const;
-  std::u16string getTimeSource() const;
-  std::u16string getDataSource() const;
+  std::u16string getRootSource() const { return record().rootSource.value_or(u""); }
+  std::u16string getTimeSource() const { return record().timeSource.value_or(u""); }
+  std::u16string getDataSource() const { return record().dataSource.value_or(u""); }
 };
 
 }  // namespace orra

@@ -1,6 +1,7 @@
 #include "platform/repository/table.h"
 
 #include <algorithm>
+#include <concepts>
 
 #include "platform/repository/json_rows.h"
 
@@ -106,11 +107,9 @@ void bindField(sql::Statement& insert, int parameter, FieldKind kind, const Row:
   }
 }
 
-void read(const sql::Statement& row, int column, std::int32_t& value) {
-  value = static_cast<std::int32_t>(row.integer(column));
-}
-void read(const sql::Statement& row, int column, std::uint32_t& value) {
-  value = static_cast<std::uint32_t>(row.integer(column));
+template <std::integral Integer>
+void read(const sql::Statement& row, int column, Integer& value) {
+  value = static_cast<Integer>(row.integer(column));
 }
 void read(const sql::Statement& row, int column, double& value) { value = row.number(column); }
 void read(const sql::Statement& row, int column, std::string& value) { value = row.bytes(column); }

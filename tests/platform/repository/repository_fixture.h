@@ -18,9 +18,6 @@ class TemporaryFiles {
     setenv("TMPDIR", folder_.path().c_str(), 1);
   }
   ~TemporaryFiles() { setenv("TMPDIR", before_.c_str(), 1); }
-  TemporaryFiles(const TemporaryFiles&) = delete;
-  TemporaryFiles& operator=(const TemporaryFiles&) = delete;
-
   const std::filesystem::path& folder() const { return folder_.path(); }
 
  private:
@@ -29,17 +26,16 @@ class TemporaryFiles {
 };
 
 /// One repository, whose database lies in a temporary folder of the test's own.
-class RepositoryFixture {
- public:
+struct RepositoryFixture {
   RepositoryFixture() { manager.initializeObjectManager("", ""); }
 
   void loadRuns(const std::string& json) {
     std::istringstream stream(json);
     orra::Set::loadRunsFromJSON(manager, stream, runIds, newRuns, orra::Application::SessionFile);
   }
-
-  void loadSignals(const std::string& json) {
-    std::istringstream stream(json);
+  /// Signals as signalJson gives them, separated by commas.
+  void loadSignals(const std::string& elements) {
+    std::istringstream stream("[" + elements + "]");
     orra::ObjRefArrayJSON signals(orra::kSignalsPartKind, orra::ObjRefArrayJSON::Keep::Rows);
     signals.load(stream);
     orra::object::loadSignals(manager, signals, runIds, nullptr, false, 0, nullptr);
@@ -51,24 +47,20 @@ class RepositoryFixture {
     orra::Set::lookupSet(runId(inFile), found, manager, true);
     return found;
   }
-
-  using Signals = std::vector<std::unique_ptr<orra::Signal>>;
-
-  Signals signalsOf(int inFile) {
-    boost::ptr_vector<orra::ObjectRef> references;
-    orra::Set::getAllSignals(manager, orra::SignalQueryType::All, runId(inFile), references);
-    return toSignals(references);
+  std::vector<orra::Signal> signalsOf(int inFile) {
+    boost::ptr_vector<orra::ObjectRef> found;
+    orra::Set::getAllSignals(manager, orra::SignalQueryType::All, runId(inFile), found);
+    return {found.begin(), found.end()};
   }
-  Signals named(const std::u16string& name, int inFile) {
-    boost::ptr_vector<orra::ObjectRef> references;
-    orra::Set::getAllSignalsByName(manager, name, runId(inFile), references);
-    return toSignals(references);
+  std::size_t countNamed(const std::u16string& name, int inFile) {
+    boost::ptr_vector<orra::ObjectRef> found;
+    orra::Set::getAllSignalsByName(manager, name, runId(inFile), found);
+    return found.size();
   }
-
   /// The names of a run's signals, each followed by a blank.
   std::string names(int inFile) {
     std::string all;
-    for (const auto& signal : signalsOf(inFile)) all += fl::i18n::to_string(signal->getName()) + " ";
+    for (const auto& signal : signalsOf(inFile)) all += fl::i18n::to_string(signal.getName()) + " ";
     return all;
   }
 
@@ -87,15 +79,6 @@ class RepositoryFixture {
   orra::ObjectManager manager;
   orra::RunIdMap runIds;
   std::vector<orra::RunId> newRuns;
-
- private:
-  static Signals toSignals(boost::ptr_vector<orra::ObjectRef>& references) {
-    Signals signals;
-    for (const auto& reference : references) {
-      signals.push_back(orra::Signal::getSignalFromObjRef(std::make_unique<orra::ObjectRef>(reference)));
-    }
-    return signals;
-  }
 };
 
 inline std::string signalJson(int id, int run, const std::string& name) {

@@ -63,14 +63,11 @@ std::vector<Addition> planAdditions(const Request& request) {
 
 void store(const zobs::COSInterfacePointer& file, const Request& request, const std::u16string& diskPath) {
   std::vector<zobs::Value> inputs{diskPath};
-  if (request.has("--path")) {
-    inputs.emplace_back(std::u16string(u"Path"));
-    inputs.emplace_back(request.one("--path"));
-  }
-  if (request.has("--replace")) {
-    inputs.emplace_back(std::u16string(u"Replace"));
-    inputs.emplace_back(std::u16string(u"enable"));
-  }
+  const auto addOption = [&](const char16_t* name, std::u16string value) {
+    inputs.insert(inputs.end(), {std::u16string(name), std::move(value)});
+  };
+  if (request.has("--path")) addOption(u"Path", request.one("--path"));
+  if (request.has("--replace")) addOption(u"Replace", u"enable");
   call(file, "addFile", std::move(inputs));
 }
 

@@ -1,6 +1,5 @@
 #include "hosts/cli/host_json.h"
 
-#include <concepts>
 #include <cstdint>
 #include <limits>
 
@@ -13,19 +12,6 @@ using corvan::ArrayKind;
 using corvan::HostArray;
 using corvan::NumericClass;
 using fl::i18n::JsonWriter;
-
-template <class Number>
-void writeNumber(JsonWriter& json, Number number) {
-  if constexpr (std::same_as<Number, bool>) {
-    json.value(number);
-  } else if constexpr (std::floating_point<Number>) {
-    json.value(static_cast<double>(number));
-  } else if constexpr (std::unsigned_integral<Number>) {
-    json.value(static_cast<std::uint64_t>(number));
-  } else {
-    json.value(static_cast<std::int64_t>(number));
-  }
-}
 
 /// Writes rows × columns elements, which lie column by column, in the shape JSON readers expect.
 template <class WriteElement>
@@ -42,35 +28,36 @@ void writeShape(JsonWriter& json, std::size_t rows, std::size_t columns, const W
   json.endArray();
 }
 
-template <class Number>
+/// Each number as the widest of its sort, which is what the writer knows.
+template <class Number, class Widest>
 void writeNumbers(JsonWriter& json, const HostArray& array) {
   const auto values = array.values<Number>();
   writeShape(json, array.rows(), array.columns(),
-             [&](std::size_t i) { writeNumber<Number>(json, values[i]); });
+             [&](std::size_t i) { json.value(static_cast<Widest>(values[i])); });
 }
 
 void writeNumeric(JsonWriter& json, const HostArray& array) {
   switch (array.numericClass()) {
     case NumericClass::Double:
-      return writeNumbers<double>(json, array);
+      return writeNumbers<double, double>(json, array);
     case NumericClass::Single:
-      return writeNumbers<float>(json, array);
+      return writeNumbers<float, double>(json, array);
     case NumericClass::Int8:
-      return writeNumbers<std::int8_t>(json, array);
+      return writeNumbers<std::int8_t, std::int64_t>(json, array);
     case NumericClass::Int16:
-      return writeNumbers<std::int16_t>(json, array);
+      return writeNumbers<std::int16_t, std::int64_t>(json, array);
     case NumericClass::Int32:
-      return writeNumbers<std::int32_t>(json, array);
+      return writeNumbers<std::int32_t, std::int64_t>(json, array);
     case NumericClass::Int64:
-      return writeNumbers<std::int64_t>(json, array);
+      return writeNumbers<std::int64_t, std::int64_t>(json, array);
     case NumericClass::UInt8:
-      return writeNumbers<std::uint8_t>(json, array);
+      return writeNumbers<std::uint8_t, std::uint64_t>(json, array);
     case NumericClass::UInt16:
-      return writeNumbers<std::uint16_t>(json, array);
+      return writeNumbers<std::uint16_t, std::uint64_t>(json, array);
     case NumericClass::UInt32:
-      return writeNumbers<std::uint32_t>(json, array);
+      return writeNumbers<std::uint32_t, std::uint64_t>(json, array);
     case NumericClass::UInt64:
-      return writeNumbers<std::uint64_t>(json, array);
+      return writeNumbers<std::uint64_t, std::uint64_t>(json, array);
   }
 }
 
@@ -109,7 +96,7 @@ void writeJson(JsonWriter& json, const HostArray& array) {
     case ArrayKind::Numeric:
       return writeNumeric(json, array);
     case ArrayKind::Logical:
-      return writeNumbers<bool>(json, array);
+      return writeNumbers<bool, bool>(json, array);
     case ArrayKind::Char:
       return writeChars(json, array);
     case ArrayKind::Cell:

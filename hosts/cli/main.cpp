@@ -133,12 +133,9 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
 /// Whether --json stands anywhere before a "--": the form of errors must be known also for a line that is
 /// wrong.
 OutputFormat requestedFormat(int argumentCount, const char* const* arguments) {
-  for (int i = 1; i < argumentCount; ++i) {
-    const std::string_view word = arguments[i];
-    if (word == "--") break;
-    if (word == "--json") return OutputFormat::Json;
-  }
-  return OutputFormat::Text;
+  const std::vector<std::string_view> words(arguments, arguments + argumentCount);
+  const auto options = std::ranges::subrange(words.begin(), std::ranges::find(words, "--"));
+  return std::ranges::count(options, "--json") > 0 ? OutputFormat::Json : OutputFormat::Text;
 }
 
 ExitCode runCommand(const CommandLine& line) {

@@ -73,6 +73,13 @@ bool Package::hasPart(const PartName& name) const { return opened().has(name); }
 
 Part Package::getPart(const PartName& name) const { return Part(open_, opened().storedName(name)); }
 
+std::optional<Part> Package::findPart(const Relationship& link) const {
+  if (link.getTargetMode() == TargetMode::External) return std::nullopt;
+  const auto name = PartName::tryFromText(link.getTarget().text());
+  if (!name || !hasPart(*name)) return std::nullopt;
+  return getPart(*name);
+}
+
 Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&) {
   opened().create(name, type);
   return Part(open_, name);
@@ -84,14 +91,10 @@ std::vector<Relationship> Package::getRelationshipsByTarget(const URI& target) c
   return opened().relationshipsByTarget(target.text());
 }
 
-/// The part that the package reaches by the standard relationship. One to a missing part counts as none.
+/// The part that the package reaches by the standard relationship.
 std::optional<PartName> Package::corePropertiesPart() const {
   for (const Relationship& link : getRelationshipsByType(kCorePropertiesRelationship)) {
-    if (link.getTargetMode() == TargetMode::External) continue;
-    // A target above the root is no part name and matches no part.
-    if (!link.getTarget().text().starts_with(u'/') || link.getTarget().text().starts_with(u"/../")) continue;
-    PartName name(link.getTarget().text());
-    if (hasPart(name)) return name;
+    if (const auto part = findPart(link)) return part->getName();
   }
   return std::nullopt;
 }

@@ -66,6 +66,9 @@ class Package final : public RelationshipSource {
   bool hasPart(const PartName& name) const;
   /// Raises opc::Exception if there is no such part.
   Part getPart(const PartName& name) const;
+  /// The part that a relationship leads to. Nothing for an external one, a target that is missing, climbs
+  /// above the root or is no part name: such a relationship is sound, it only reaches no part.
+  std::optional<Part> findPart(const Relationship& link) const;
   /// An empty part, until its output stream is written to. Raises opc::Exception if the name is taken by an
   /// equivalent one, is derived from another part's name or another is derived from it, the package has as
   /// many entries as can be opened, or is not open for modification.

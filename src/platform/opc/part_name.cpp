@@ -14,12 +14,15 @@ constexpr std::size_t kMaximalLength = std::size_t{16} * 1024;
 
 enum class Rule {
   None,
+  LoneSurrogate,
   LeadingSlash,
   NulCharacter,
   Backslash,
+  AboveRoot,
   EmptySegment,
   TrailingDot,
   RelationshipPart,
+  TooLong,
 };
 
 /// The first rule that a decoded name breaks.
@@ -27,6 +30,7 @@ Rule brokenRule(std::string_view name) {
   if (name.empty() || name[0] != '/') return Rule::LeadingSlash;
   if (name.find('\0') != std::string_view::npos) return Rule::NulCharacter;
   if (name.find('\\') != std::string_view::npos) return Rule::Backslash;
+  if (name.starts_with("/../")) return Rule::AboveRoot;
   std::string_view previous;
   for (std::size_t start = 1; start <= name.size();) {
     const std::size_t end = std::min(name.find('/', start), name.size());
@@ -44,19 +48,34 @@ void raiseIfBroken(Rule rule, std::u16string_view name) {
   switch (rule) {
     case Rule::None:
       return;
+    case Rule::LoneSurrogate:
+      raise("opc:name:LoneSurrogate", name);
     case Rule::LeadingSlash:
       raise("opc:name:NoLeadingSlash", name);
     case Rule::NulCharacter:
       raise("opc:name:NulCharacter", name);
     case Rule::Backslash:
       raise("opc:name:Backslash", name);
+    case Rule::AboveRoot:
+      raise("opc:name:AboveRoot", name);
     case Rule::EmptySegment:
       raise("opc:name:EmptySegment", name);
     case Rule::TrailingDot:
       raise("opc:name:TrailingDot", name);
     case Rule::RelationshipPart:
       raise("opc:name:RelationshipPart", name);
+    case Rule::TooLong:
+      raise("opc:name:TooLong", name.substr(0, 64));
   }
+}
+
+/// Gives the canonical form of a decoded name, or the rule that the name breaks.
+Rule encode(std::u16string_view decoded, std::string& encoded) {
+  if (!fl::i18n::is_well_formed(decoded)) return Rule::LoneSurrogate;
+  const std::string narrow = fl::i18n::to_string(decoded);
+  if (const Rule rule = brokenRule(narrow); rule != Rule::None) return rule;
+  encoded = percent::encode(narrow, percent::kPathLiterals);
+  return encoded.size() > kMaximalLength ? Rule::TooLong : Rule::None;
 }
 
 /// Whether a "%2F" or "%5C" hides a separator inside a segment.
@@ -95,12 +114,14 @@ std::optional<std::string> decodeOther(std::string_view encoded) {
 }  // namespace
 
 PartName::PartName(std::u16string_view decoded) : text_(decoded) {
-  if (!fl::i18n::is_well_formed(decoded)) raise("opc:name:LoneSurrogate", decoded);
-  const std::string narrow = fl::i18n::to_string(decoded);
-  raiseIfBroken(brokenRule(narrow), decoded);
-  encoded_ = percent::encode(narrow, percent::kPathLiterals);
-  if (encoded_.size() > kMaximalLength) raise("opc:name:TooLong", decoded.substr(0, 64));
+  raiseIfBroken(encode(decoded, encoded_), decoded);
   key_ = percent::toLower(encoded_);
+}
+
+std::optional<PartName> PartName::tryFromText(std::u16string_view decoded) {
+  std::string encoded;
+  if (encode(decoded, encoded) != Rule::None) return std::nullopt;
+  return PartName(std::u16string(decoded), std::move(encoded));
 }
 
 PartName::PartName(std::u16string text, std::string encoded)

@@ -254,7 +254,7 @@ TEST(Relationships, RefuseBadAdditions) {
     EXPECT_EQ(ruleOfAdding(u"t", u"/a", id), "opc:relationships:IdIsNoName") << id;
   }
   EXPECT_EQ(ruleOfAdding(u"t", u"/a", "_\xC3\xA9-.\xF0\x90\x80\x80"), "");
-  EXPECT_EQ(ruleOfAdding(u"t", u"/../a", ""), "opc:name:TrailingDot");
+  EXPECT_EQ(ruleOfAdding(u"t", u"/../a", ""), "opc:name:AboveRoot");
   EXPECT_EQ(ruleOfAdding(u"a\xFFFE", u"/a", ""), "opc:xml:UnwritableCharacter");
   EXPECT_EQ(ruleOfAdding(u"\xFFFD", u"/a", ""), "");
   EXPECT_EQ(ruleOfAdding(u"\xD800", u"/a", ""), "opc:xml:IllFormedText");

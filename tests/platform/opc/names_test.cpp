@@ -51,7 +51,7 @@ TEST(PartName, RefusesWhatNoPartMayBeCalled) {
       {u"", "NoLeadingSlash"},
       {u"/", "EmptySegment"},
       {u"/a.", "TrailingDot"},
-      {u"/../a", "TrailingDot"},
+      {u"/../a", "AboveRoot"},
       {u"/a\\b", "Backslash"},
       {std::u16string(u"/a\0b", 4), "NulCharacter"},
       {u"/\xDC00\xD800", "LoneSurrogate"},

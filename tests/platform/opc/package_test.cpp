@@ -19,10 +19,10 @@ namespace opc::model {
 namespace {
 
 using interfaces::OpenMode;
-using support::ruleOf;
 using support::PackageFixture;
 using support::raisedBy;
 using support::readAll;
+using support::ruleOf;
 using tests::contentTypes;
 using tests::Items;
 using tests::relationships;
@@ -135,12 +135,16 @@ TEST(Opening, KeepsDanglingAndExternalRelationships) {
        {"_RELS/.rels",
         relationships(R"(<Relationship Id="x" Type="t" Target="gone.txt"/>)"
                       R"(<Relationship Id="y" Type="t" Target="http://h/" TargetMode="External"/>)"
-                      R"(<Relationship Id="z" Type="u" Target="../../up.txt"/>)")},
+                      R"(<Relationship Id="z" Type="u" Target="../../up.txt"/>)"
+                      R"(<Relationship Id="w" Type="u" Target="/a/b.txt" TargetMode="External"/>)"
+                      R"(<Relationship Id="v" Type="u" Target="A/B.txt"/>)")},
        {"a/_rels/b.txt.rels", relationships(R"(<Relationship Id="r" Type="t" Target="../c%20d.txt"/>)")}});
   Package package(folder.wide("p.zip"));
   package.open(OpenMode::Read);
-  EXPECT_EQ(package.getRelationships(ExcludeMode::None).size(), 3u);
-  EXPECT_EQ(package.getRelationships(ExcludeMode::External).size(), 2u);
+  EXPECT_EQ(package.getRelationships(ExcludeMode::External).size(), 3u);
+  for (const Relationship& link : package.getRelationships(ExcludeMode::None)) {
+    EXPECT_EQ(package.findPart(link).has_value(), link.getID() == "v") << link.getID();
+  }
   EXPECT_EQ(package.getRelationshipsByType(u"t").size(), 2u);
   const Part part = package.getPart(PartName(u"/A/B.txt"));
   EXPECT_EQ(part.getName().text(), u"/a/b.txt") << "as the file has it";

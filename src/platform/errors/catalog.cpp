@@ -72,6 +72,20 @@ std::optional<std::size_t> placeholderAt(std::u16string_view text, std::size_t a
   return text[at + 1] - u'0';
 }
 
+// A name comes from a file, which may make it as long as it likes; a message is for reading. What is not
+// quoted is a reason, or several names, and may be longer.
+constexpr std::size_t kLongestName = 200, kLongestText = 2000;
+
+/// A text of at most so many characters: the middle of a longer one gives way to "…".
+std::u16string shortened(std::u16string_view text, std::size_t longest) {
+  if (text.size() <= longest) return std::u16string(text);
+  std::u16string_view head = text.substr(0, longest / 2), tail = text.substr(text.size() - longest / 2 + 1);
+  const auto isHalf = [](char16_t unit, char16_t first) { return (unit & 0xFC00) == first; };
+  if (isHalf(head.back(), 0xD800)) head.remove_suffix(1);
+  if (isHalf(tail.front(), 0xDC00)) tail.remove_prefix(1);
+  return std::u16string(head).append(u"…").append(tail);
+}
+
 std::u16string fill(std::u16string_view text, const std::vector<std::u16string>& arguments) {
   std::u16string filled;
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -80,7 +94,10 @@ std::u16string fill(std::u16string_view text, const std::vector<std::u16string>&
       filled += text[at];
       continue;
     }
-    if (*placeholder < arguments.size()) filled += arguments[*placeholder];
+    const bool isName = at > 0 && text[at - 1] == u'"';
+    if (*placeholder < arguments.size()) {
+      filled += shortened(arguments[*placeholder], isName ? kLongestName : kLongestText);
+    }
     at += 2;
   }
   return filled;
@@ -88,7 +105,9 @@ std::u16string fill(std::u16string_view text, const std::vector<std::u16string>&
 
 std::u16string withoutText(std::string_view identifier, const std::vector<std::u16string>& arguments) {
   std::u16string text = to_ustring_lossy(identifier);
-  for (std::size_t i = 0; i < arguments.size(); ++i) text += (i == 0 ? u": " : u", ") + arguments[i];
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    text.append(i == 0 ? u": " : u", ").append(shortened(arguments[i], kLongestName));
+  }
   return text;
 }
 

@@ -41,10 +41,16 @@ TEST(Catalog, FillsPlaceholders) {
   installation.write("en/t.json", R"({
     "k:all": "{1} before {0}, {1} again, {2}{3}.",
     "k:braces": "{} {a} {10} { 0} {0",
+    "k:long": "{0} and \"{0}\"",
     "k:plain": "Grö\u00dfe \ud83d\ude00",
     "k:wrong": 7
   })");
+  // A name, which is quoted, is cut in the middle, and never a character outside the basic plane in two.
+  const std::string longest(200, 'n'), longer = std::string(99, 'a') + "😀" + std::string(100, 'b');
   const std::pair<std::string, std::string> kCases[] = {
+      {"t:k:long " + longest, longest + " and \"" + longest + "\""},
+      {"t:k:long " + longer, longer + " and \"" + std::string(99, 'a') + "…" + std::string(99, 'b') + "\""},
+      {"t:k:unknown " + longer, "t:k:unknown: " + std::string(99, 'a') + "…" + std::string(99, 'b')},
       {"t:k:all a b c", "b before a, b again, c."},              // one without an argument is empty
       {"t:k:all '{1}' x '{0}'", "x before {1}, x again, {0}."},  // arguments are not searched
       {"t:k:braces a b", "{} {a} {10} { 0} {0"},

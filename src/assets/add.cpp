@@ -14,26 +14,18 @@ namespace fs = fl::filesystem;
 using foundation::core::except::Arguments;
 using foundation::core::except::except_with_causes;
 using opc::model::ContentType;
-using opc::model::Part;
 using opc::model::PartName;
 using opc::model::Relationship;
 using opc::model::TargetMode;
 
 namespace {
 
-struct NewEntry {
-  Part part;
-  Relationship link;
-};
-
-/// Removes the entry that the new one replaces and gives the relationship type that it passes on. Nothing is
-/// removed, and creating the new part will fail, when no relationship leads to a part of exactly this name.
-std::optional<std::u16string> removeReplaced(opc::model::Package& package, const std::u16string& name) {
+/// The relationship of the entry that a new one of this name replaces: of those that lead to a part of
+/// exactly this name the first. Nothing if there is none, and then creating the new part will fail.
+std::optional<Relationship> findReplaced(const opc::model::Package& package, const std::u16string& name) {
   if (!package.hasPart(PartName(name))) return std::nullopt;
   for (const Relationship& link : package.getRelationshipsByTarget(opc::model::URI(name))) {
-    if (link.getTargetMode() == TargetMode::External) continue;
-    removeUserEntry(package, link);
-    return link.getType();
+    if (link.getTargetMode() == TargetMode::Internal) return link;
   }
   return std::nullopt;
 }
@@ -43,12 +35,11 @@ ContentType contentTypeFor(const std::u16string& diskPath) {
   return ContentType(type + u"+" + fs::extract_extension(diskPath));
 }
 
-NewEntry createEntry(const file::ScopedRef& ref, const std::u16string& name,
-                     const std::u16string& relationshipType, const ContentType& contentType,
-                     std::uint64_t size) {
+/// Makes of what the package library refuses the error of this module.
+template <class Step>
+void orCannotAdd(const file::ScopedRef& ref, const std::u16string& name, const Step& step) {
   try {
-    Part part = ref.package().createPart(PartName(name), contentType, {.size = size});
-    return {part, ref.package().createInternalRelationship(relationshipType, opc::model::URI(name), "")};
+    step();
   } catch (const opc::Exception& refusal) {
     throw except_with_causes("tavlox_io:general:CannotAddEntry",
                              Arguments{fs::extract_filename(name), ref.path()}, {refusal});
@@ -79,21 +70,23 @@ std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& di
   const std::u16string folder = fs::make_native_form(options.Path.empty() ? kUserFolder : options.Path);
   // The folders above the file on disk are not kept.
   std::u16string name = fs::make_generic_form(fs::concatenate(folder, fs::extract_filename(native)));
-  // Opened before anything is changed: a file that cannot be read must leave the package as it was.
   std::ifstream file = fs::open_for_reading(native);
   const std::uint64_t size = fs::status(native).size;
-  std::optional<std::u16string> replacedType;
-  if (options.Replace) replacedType = removeReplaced(ref.package(), name);
-  NewEntry entry = createEntry(ref, name, replacedType.value_or(kUserAssetsRelationshipType),
-                               contentTypeFor(native), size);
-  try {
-    opc::copyStream(file, *entry.part.getOutputStream(), size);
-  } catch (...) {
-    // Half an entry is taken out again, so that what was stored before it is saved. In the place of a
-    // replaced one it stays, and the package library will not save it: the file on disk keeps the old entry.
-    if (!replacedType) removeUserEntry(ref.package(), entry.link);
-    throw;
-  }
+  opc::model::Package& package = ref.package();
+  const auto replaced = options.Replace ? findReplaced(package, name) : std::nullopt;
+  const ContentType type = contentTypeFor(native);
+  // A name that will be refused is refused before gigabytes are read for it.
+  if (!replaced) orCannotAdd(ref, name, [&] { package.checkCanCreate(PartName(name)); });
+  // All of the file is taken in before the package changes: if that fails, the old entry is still there.
+  const opc::model::PartData data = package.startData();
+  opc::copyStream(file, native, *data, size);
+  if (replaced) package.deleteRelationship(replaced->getID());
+  orCannotAdd(ref, name, [&] {
+    if (replaced) package.replacePart(PartName(name), type, data);
+    if (!replaced) package.createPart(PartName(name), type, {.size = size}, data);
+    package.createInternalRelationship(replaced ? replaced->getType() : kUserAssetsRelationshipType,
+                                       opc::model::URI(name), "");
+  });
   return name;
 }
 

@@ -21,8 +21,8 @@ std::vector<std::u16string> addPathToPackage(const file::ScopedRef& ref, const s
 /// Stores one disk file under a user-assets relationship (or the type of the one it replaces) and gives its
 /// part name. Raises tavlox_io:general:CannotAddEntry, with the file name and the package's path, if the
 /// package library refuses the name or the entry. A disk file that cannot be opened raises
-/// fl::filesystem::Error and leaves the package untouched. When the copy fails on the way, the package keeps
-/// nothing of the file; if it was to replace an entry, the package is not saved at all.
+/// fl::filesystem::Error, one that cannot be read to its end opc:stream:CannotRead with the package, the file
+/// and how far it was read; the package is then as it was, also the entry that was to be replaced.
 std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& diskPath,
                             const AddOptions& options);
 

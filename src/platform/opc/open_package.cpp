@@ -151,15 +151,33 @@ void OpenPackage::countInflated(std::uint64_t bytes) {
 
 // Changing.
 
-void OpenPackage::create(const PartName& name, const model::ContentType& type) {
+void OpenPackage::checkCanCreate(const PartName& name) {
   checkMayChange();
   if (has(name)) raise("opc:part:Exists", path_, name.text());
   if (!isFree(name)) raise("opc:part:NameOfItem", path_, name.text());
   checkIsNotDerived(name);
   checkEntryCount();
+}
+
+void OpenPackage::create(const PartName& name, const model::ContentType& type,
+                         std::shared_ptr<zip::Spool> data) {
+  checkCanCreate(name);
+  putNew(name, type, std::move(data));
+}
+
+void OpenPackage::recreate(const PartName& name, const model::ContentType& type,
+                           std::shared_ptr<zip::Spool> data) {
+  checkMayChange();
+  part(name);
+  remove(name);
+  putNew(name, type, std::move(data));
+}
+
+void OpenPackage::putNew(const PartName& name, const model::ContentType& type,
+                         std::shared_ptr<zip::Spool> data) {
   const auto [created, isNew] = changes_.insert_or_assign(
       name.key(),
-      PartChange{name, type, index_->find(name.key()), false, ++creations_, nullptr, std::nullopt});
+      PartChange{name, type, index_->find(name.key()), false, ++creations_, std::move(data), std::nullopt});
   ++entryCount_;
   sortedKeys().insert(created->first);
   editContentTypes().setOverride(name.encoded(), type);
@@ -227,11 +245,16 @@ void OpenPackage::remove(const PartName& name) {
   if (part.original) isOnlyAddition_ = false;
 }
 
+std::shared_ptr<zip::Spool> OpenPackage::startData() {
+  checkMayChange();
+  return std::make_shared<zip::Spool>(spoolStorage());
+}
+
 std::shared_ptr<zip::Spool> OpenPackage::replaceData(const PartName& name) {
   checkMayChange();
   part(name);
   PartChange& part = change(name);
-  part.data = std::make_shared<zip::Spool>(spoolStorage());
+  part.data = startData();
   isChanged_ = true;
   if (part.original) isOnlyAddition_ = false;
   return part.data;

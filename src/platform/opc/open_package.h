@@ -78,9 +78,17 @@ class OpenPackage {
   /// Raises once all streams of this opening together have given more than the limit.
   void countInflated(std::uint64_t bytes);
 
-  void create(const model::PartName& name, const model::ContentType& type);
+  /// Raises if no part of this name can be created.
+  void checkCanCreate(const model::PartName& name);
+  /// Null for `data` makes an empty part.
+  void create(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
+  /// The same in place of a part that is there, whose relationships go with it.
+  void recreate(const model::PartName& name, const model::ContentType& type,
+                std::shared_ptr<zip::Spool> data);
   /// Deleting what is not there does nothing.
   void remove(const model::PartName& name);
+  /// Data that is no part's yet.
+  std::shared_ptr<zip::Spool> startData();
   /// Where the part's new data is to be written.
   std::shared_ptr<zip::Spool> replaceData(const model::PartName& name);
   model::Relationship addRelationship(const model::PartName* source, std::u16string_view type,
@@ -105,6 +113,7 @@ class OpenPackage {
 
   std::optional<PartView> find(const std::string& key) const;
   PartChange& change(const model::PartName& name);
+  void putNew(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
   ContentTypesDocument& editContentTypes();
   RelationshipsDocument& editRelationships(const model::PartName* source);
   const std::shared_ptr<zip::SpoolStorage>& spoolStorage();

@@ -35,6 +35,12 @@ std::optional<fl::filesystem::FileIdentity> identityOfFile(const std::string& pa
   }
 }
 
+/// The name of the part that a relationship promises; nothing if there can be none.
+std::optional<PartName> targetOf(const Relationship& link) {
+  if (link.getTargetMode() == TargetMode::External) return std::nullopt;
+  return PartName::tryFromText(link.getTarget().text());
+}
+
 }  // namespace
 
 Package::Package(std::u16string path, const zip::Limits& limits) : path_(std::move(path)), limits_(limits) {}
@@ -74,16 +80,25 @@ bool Package::hasPart(const PartName& name) const { return opened().has(name); }
 Part Package::getPart(const PartName& name) const { return Part(open_, opened().storedName(name)); }
 
 std::optional<Part> Package::findPart(const Relationship& link) const {
-  if (link.getTargetMode() == TargetMode::External) return std::nullopt;
-  const auto name = PartName::tryFromText(link.getTarget().text());
+  const auto name = targetOf(link);
   if (!name || !hasPart(*name)) return std::nullopt;
   return getPart(*name);
 }
 
-Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&) {
-  opened().create(name, type);
+Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&,
+                         const PartData& data) {
+  opened().create(name, type, data ? data->data_ : nullptr);
   return Part(open_, name);
 }
+
+void Package::checkCanCreate(const PartName& name) const { opened().checkCanCreate(name); }
+
+Part Package::replacePart(const PartName& name, const ContentType& type, const PartData& data) {
+  opened().recreate(name, type, data->data_);
+  return Part(open_, name);
+}
+
+PartData Package::startData() { return std::make_shared<OutputStream>(open_, opened().startData()); }
 
 void Package::deletePart(const PartName& name) { opened().remove(name); }
 
@@ -122,11 +137,20 @@ void Package::setCoreProperty(CoreProperty property, std::u16string_view text) {
 }
 
 PartName Package::createCorePropertiesPart() {
+  const ContentType type(kCorePropertiesType);
+  const std::vector<Relationship> dangling = getRelationshipsByType(kCorePropertiesRelationship);
+  for (const Relationship& link : dangling) {
+    const auto promised = targetOf(link);
+    if (promised && opened().isFree(*promised)) return createPart(*promised, type, {}).getName();
+  }
   PartName name(u"/docProps/core.xml");
   for (int number = 1; !opened().isFree(name); ++number) {
     name = PartName(u"/docProps/core" + fl::i18n::to_ustring(std::to_string(number)) + u".xml");
   }
-  createPart(name, ContentType(kCorePropertiesType), {});
+  createPart(name, type, {});
+  // A package has one such relationship. Those that cannot lead to a part give way: beside one of them, other
+  // programs would not find the new part.
+  for (const Relationship& link : dangling) deleteRelationship(link.getID());
   createInternalRelationship(kCorePropertiesRelationship, URI(name.text()), {});
   return name;
 }

@@ -69,17 +69,27 @@ class Package final : public RelationshipSource {
   /// The part that a relationship leads to. Nothing for an external one, a target that is missing, climbs
   /// above the root or is no part name: such a relationship is sound, it only reaches no part.
   std::optional<Part> findPart(const Relationship& link) const;
-  /// An empty part, until its output stream is written to. Raises opc::Exception if the name is taken by an
-  /// equivalent one, is derived from another part's name or another is derived from it, the package has as
-  /// many entries as can be opened, or is not open for modification.
-  Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info);
+  /// A part of this data, or an empty one until its output stream is written to. Raises opc::Exception if the
+  /// name is taken by an equivalent one, is derived from another part's name or another is derived from it,
+  /// the package has as many entries as can be opened, or is not open for modification.
+  Part createPart(const PartName& name, const ContentType& type, const StandardPartInfo& info,
+                  const PartData& data = nullptr);
+  /// Raises as `createPart` would.
+  void checkCanCreate(const PartName& name) const;
+  /// Puts a new part in the place of one that is there, whose data and relationships go. Raises
+  /// opc::Exception if there is none or the package is not open for modification.
+  Part replacePart(const PartName& name, const ContentType& type, const PartData& data);
+  /// Takes data in before it is a part's: whoever replaces a part writes all of the new data here first, so
+  /// that a failure on the way leaves the old part as it is. What no part is made of is not saved.
+  PartData startData();
   /// Removes the part, its relationship part and its content type. Deleting a missing part is no error.
   void deletePart(const PartName& name);
 
   /// Nothing when the package has no core-properties part or the part does not have the property.
   std::optional<std::u16string> getCoreProperty(CoreProperty property) const;
-  /// Creates the core-properties part when it is missing ("/docProps/core.xml" or the next free name) and
-  /// keeps every other property.
+  /// Keeps every other property. Creates the core-properties part when it is missing: where a relationship
+  /// to it leads already, else as "/docProps/core.xml" or the next free name, in place of any relationships
+  /// that can lead to no part (external, above the root, a name that is taken by what is no part).
   void setCoreProperty(CoreProperty property, std::u16string_view text);
 
   /// Those whose target is exactly this text, in the order of the document. Indexed, so cheap to call

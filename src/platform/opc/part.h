@@ -46,6 +46,9 @@ struct StandardPartInfo {
   std::uint64_t size = 0;
 };
 
+/// Data on its way into a package.
+using PartData = std::shared_ptr<OutputStream>;
+
 /// One part of an open package. A handle: cheap to copy, and no longer usable once its package is closed or
 /// the part deleted; everything but its name then raises opc::Exception. Copies share one input stream.
 class Part final : public RelationshipSource {

@@ -45,6 +45,11 @@ std::size_t InputStream::read(void* into, std::size_t count) {
   if (entry_) got = entry_->read(into, count);
   if (written_) got = written_->read(into, count);
   package_->countInflated(got);
+  // Whoever lists thousands of parts holds a stream of each: at its end it gives its buffers back.
+  if (got == 0 && count > 0) {
+    entry_.reset();
+    written_.reset();
+  }
   return got;
 }
 
@@ -85,7 +90,10 @@ std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t expe
   return copied;
 }
 
-std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t expected) {
+const std::string& OutputStream::packagePath() const { return package_->path(); }
+
+std::uint64_t copyStream(std::istream& from, std::u16string_view file, OutputStream& to,
+                         std::uint64_t expected) {
   // Whatever ends the copy early, what was copied so far must not pass for the whole.
   struct Abandon {
     OutputStream* unfinished;
@@ -94,12 +102,12 @@ std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t exp
     }
   } abandon{&to};
   // A file that did not open fails without being at its end, and must not pass for an empty one.
-  if (from.fail() && !from.eof()) raise("opc:stream:CannotRead", 0);
+  if (from.fail() && !from.eof()) raise("opc:stream:CannotRead", to.packagePath(), file, 0);
   Block block;
   std::uint64_t copied = 0;
   while (from) {
     from.read(block.data(), block.size());
-    if (from.bad()) raise("opc:stream:CannotRead", copied);
+    if (from.bad()) raise("opc:stream:CannotRead", to.packagePath(), file, copied);
     const auto count = static_cast<std::size_t>(from.gcount());
     if (count == 0) break;
     to.write(block.data(), count);

@@ -6,6 +6,8 @@
 #include <iosfwd>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <boost/iostreams/categories.hpp>
@@ -39,6 +41,10 @@ class InputStream {
   std::optional<zip::Spool::Reader> written_;
 };
 
+namespace model {
+class Package;
+}
+
 /// Takes the new data of one part. The last reference ends it.
 class OutputStream {
  public:
@@ -53,7 +59,11 @@ class OutputStream {
   /// anew.
   void abandon() noexcept { data_->abandon(); }
 
+  /// UTF-8.
+  const std::string& packagePath() const;
+
  private:
+  friend class model::Package;
   std::shared_ptr<OpenPackage> package_;
   std::shared_ptr<zip::Spool> data_;
 };
@@ -74,8 +84,10 @@ class InputStreamSource {
 
 /// Copies everything that is left, in constant memory, and gives the number of bytes. Reports its progress;
 /// `expected` is how many bytes there will be, 0 if that is not known. Raises opc::Exception when the stream
-/// goes bad while it is read from or written to; a part that was being written is then abandoned.
+/// goes bad while it is read from or written to. Data for the package is then abandoned, and the error names
+/// the package and `file`, which was being read.
 std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t expected = 0);
-std::uint64_t copyStream(std::istream& from, OutputStream& to, std::uint64_t expected = 0);
+std::uint64_t copyStream(std::istream& from, std::u16string_view file, OutputStream& to,
+                         std::uint64_t expected = 0);
 
 }  // namespace opc

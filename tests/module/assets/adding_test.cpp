@@ -113,7 +113,7 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
   writeOnDisk("4/noise", noise);
   const std::pair<const char*, const char*> kErrors[] = {{"1", "fl:filesystem:NotAFile("},
                                                          {"2", "fl:filesystem:StatusFailed("},
-                                                         {"3", "opc:stream:CannotRead(0)"},
+                                                         {"3", "opc:stream:CannotRead("},
                                                          {"4", ""}};
   const FileSizeLimit fullDisk(4 << 20);
   for (const auto& [folder, expected] : kErrors) {
@@ -127,7 +127,7 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
 }
 
 TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsTheFilesBeforeIt) {
-  for (const char* name : {"in/a", "in/b", "in/c", "in/e"}) writeOnDisk(name, name);
+  for (const char* name : {"in/a", "in/b", "in/c", "in/e", "in/f", "in/g"}) writeOnDisk(name, name);
   linkOnDisk("/proc/self/mem", "in/d");
   std::vector<std::string> before;  // in the order of the folder
   fl::filesystem::DirectoryIterator files(onDisk("in"));
@@ -135,8 +135,16 @@ TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsTheFilesBeforeIt) {
     if (file->path == onDisk("in/d")) break;
     before.push_back("/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
   }
-  EXPECT_EQ(errorOf("addFile", {onDisk("in")}), "opc:stream:CannotRead(0)");
+  const std::string error =
+      "opc:stream:CannotRead(" + package_.narrowPath() + ", " + package_.folder().narrow("in/d") + ", 0)";
+  EXPECT_EQ(errorOf("addFile", {onDisk("in")}), error);
   EXPECT_EQ(listed(), joined(before));
+  // And with Replace, where the entry that could not be replaced stays as it was too.
+  package_.addLinked(u"/user/d", "old");
+  EXPECT_EQ(errorOf("addFile", {onDisk("in"), u"Replace", u"enable"}), error);
+  EXPECT_TRUE(contain("user/d [text/plain] old"));
+  std::ranges::for_each(before, [](std::string& name) { name.erase(0, 1); });
+  for (const std::string& name : before) EXPECT_TRUE(contain(name + " [application/")) << name;
 }
 
 TEST_F(Adding, OptionsAreReadInPairsBeforeTheFileIsTouched) {

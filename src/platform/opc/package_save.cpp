@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -9,6 +10,7 @@
 #include "platform/errors/package_errors.h"
 #include "platform/files/durable_file.h"
 #include "platform/opc/open_package.h"
+#include "platform/opc/percent_encoding.h"
 #include "platform/zip/writer.h"
 
 namespace opc {
@@ -38,6 +40,7 @@ class OpenPackage::SavePlan {
     if (package.relationships_) putRelationships(*package.relationships_, index().relationshipsEntry());
     planContentTypes();
     checkRelationshipBytes();
+    checkTwins();
   }
 
   /// To an output that is a clone of the opened file, or empty.
@@ -150,6 +153,24 @@ class OpenPackage::SavePlan {
     for (const IndexedPart& part : index().parts()) count(part.relationshipsEntry);
     const std::uint64_t limit = index().limits().relationshipBytes;
     if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", package_.path_, limit);
+  }
+
+  // Many programs take "\\" for "/" when they unpack. An item of the file that is called so is kept, but none
+  // is added that would then overwrite it, or be overwritten.
+  void checkTwins() const {
+    std::map<std::string, std::string_view> unpacked;
+    for (EntryIndex entry = 0; entry < fates_.size(); ++entry) {
+      const std::string_view name = entries()[entry].name;
+      if (fates_[entry].isLeftOut || name.find('\\') == std::string_view::npos) continue;
+      std::string path = percent::toLower(name);
+      std::ranges::replace(path, '\\', '/');
+      unpacked.emplace(std::move(path), name);
+    }
+    if (unpacked.empty()) return;
+    for (const auto& [name, content] : additions_) {
+      const auto twin = unpacked.find(percent::toLower(name));
+      if (twin != unpacked.end()) raise("opc:save:HiddenTwin", package_.path_, name, twin->second);
+    }
   }
 
   // After the relationship parts, which may need a type.

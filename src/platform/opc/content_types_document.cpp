@@ -44,16 +44,20 @@ class ContentTypesDocument::Reader : public xml::ListReader {
 
  private:
   void readRoot(const xml::Name& name, const xml::Attributes&) override {
-    if (!name.is(kNamespace, kRoot)) refuse("opc:contentTypes:WrongRoot", package_, name.local);
+    if (name.is(kNamespace, kRoot)) return;
+    refuse("opc:contentTypes:WrongRoot", package_, name.local, name.space);
   }
 
   void readItem(const xml::Name& name, const xml::Attributes& attributes) override {
+    isIgnored_ = false;
     if (name.local == "Default") return readDefault(attributes);
     if (name.local == "Override") return readOverride(attributes);
     refuseElement(name);
   }
 
-  void endItem(xml::Span item) override { document_.items_.back().written = item; }
+  void endItem(xml::Span item) override {
+    if (!isIgnored_) document_.items_.back().written = item;
+  }
   void endRoot(xml::ListText text) override { document_.text_ = std::move(text); }
 
   void refuseElement(const xml::Name& name) const override {
@@ -86,6 +90,9 @@ class ContentTypesDocument::Reader : public xml::ListReader {
   void readOverride(const xml::Attributes& attributes) {
     const std::string_view written = required(attributes, "PartName");
     const model::ContentType& itsType = type(attributes);
+    // Careless writers leave the slash out. Nobody is called so: the text is kept, and is about no part.
+    isIgnored_ = !written.starts_with('/');
+    if (isIgnored_) return;
     const std::optional<std::string> key = model::nameKey(written);
     if (!key) refuse("opc:contentTypes:BadPartName", package_, written);
     if (!document_.append(Kind::Override, *key, itsType, {})) {
@@ -95,6 +102,7 @@ class ContentTypesDocument::Reader : public xml::ListReader {
 
   ContentTypesDocument& document_;
   const std::string_view package_;
+  bool isIgnored_ = false;  // the present item
   boost::unordered_flat_map<std::string, model::ContentType, fl::i18n::TextHash, std::equal_to<>> types_;
 };
 

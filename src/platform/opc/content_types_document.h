@@ -21,9 +21,9 @@ inline constexpr std::u16string_view kRelationshipsType =
 /// a leading "/" or as `PartName::encoded` or `PartName::key`; case does not matter. Relationship parts may
 /// be named here as well.
 ///
-/// A default written ".json", with the dot, is taken for "json", since writers in the wild do so. Elements
-/// and attributes of foreign namespaces are skipped. Writing keeps everything that was not removed as it was
-/// written, the skipped included.
+/// A default written ".json", with the dot, is taken for "json", and an override whose name has no leading
+/// "/" has no effect, since writers in the wild do so. Elements and attributes of foreign namespaces are
+/// skipped. Writing keeps everything that was not removed as it was written, the skipped included.
 class ContentTypesDocument {
  public:
   /// No types, and no document either.

@@ -66,7 +66,7 @@ class PropertyReader : public xml::Handler {
     if (depth_ == 1) {
       root_ = name.written();
       if (name.is(kOwnSpace, "coreProperties")) return;
-      refuse("opc:coreProperties:WrongRoot", location_.package, location_.part, name.local);
+      refuse("opc:coreProperties:WrongRoot", location_.package, location_.part, name.local, name.space);
     }
     if (depth_ != 2) return;
     isInside_ = name.is(wanted_.space, wanted_.local);

@@ -91,8 +91,9 @@ class RelationshipsDocument::Reader : public xml::ListReader {
 
  private:
   void readRoot(const xml::Name& name, const xml::Attributes& attributes) override {
-    if (!name.is(kNamespace, "Relationships"))
-      refuse("opc:relationships:WrongRoot", package_, part_, name.local);
+    if (!name.is(kNamespace, "Relationships")) {
+      refuse("opc:relationships:WrongRoot", package_, part_, name.local, name.space);
+    }
     refuseBase(attributes);
   }
 
@@ -102,9 +103,12 @@ class RelationshipsDocument::Reader : public xml::ListReader {
       refuse("opc:relationships:TooMany", package_, part_, limits_.relationships);
     }
     refuseBase(attributes);
-    const std::string_view target = required(attributes, "Target");
-    Relationship::Type type = sharedType(required(attributes, "Type"));
     const TargetMode targetMode = mode(attributes);
+    // An external relationship is never a part, with or without a target; there are some without.
+    const std::string_view target = targetMode == TargetMode::External
+                                        ? attributes.find("Target").value_or("")
+                                        : required(attributes, "Target");
+    Relationship::Type type = sharedType(required(attributes, "Type"));
     const std::string_view written = id(attributes);
     if (document_.append(written, std::move(type), target, targetMode, {})) return;
     refuse("opc:relationships:DuplicateId", package_, part_, written);

@@ -40,9 +40,9 @@ struct IndexedPart {
 /// once it is read, so that every opening of the unchanged file shares one.
 ///
 /// An item is no part, and is only kept, if its name is no part name, if it has no content type or if it is a
-/// symbolic link or a folder. A relationship part without its part is kept likewise. Parts whose name is
-/// derived from another's ("/a" and "/a/b") are both parts here, since files have them; new ones are not
-/// created.
+/// symbolic link or a folder. A relationship part without its part is kept likewise. The conventions forbid a
+/// part whose name is a folder of another's ("/a" and "/a/b"), but packages in the wild have such and other
+/// programs read them: both are parts here, and only what is new must not be called so.
 class PackageIndex {
  public:
   /// The index of the file that was just opened. It is read unless somebody still holds the one that was read

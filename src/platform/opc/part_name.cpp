@@ -69,15 +69,6 @@ void raiseIfBroken(Rule rule, std::u16string_view name) {
   }
 }
 
-/// Gives the canonical form of a decoded name, or the rule that the name breaks.
-Rule encode(std::u16string_view decoded, std::string& encoded) {
-  if (!fl::i18n::is_well_formed(decoded)) return Rule::LoneSurrogate;
-  const std::string narrow = fl::i18n::to_string(decoded);
-  if (const Rule rule = brokenRule(narrow); rule != Rule::None) return rule;
-  encoded = percent::encode(narrow, percent::kPathLiterals);
-  return encoded.size() > kMaximalLength ? Rule::TooLong : Rule::None;
-}
-
 /// Whether a "%2F" or "%5C" hides a separator inside a segment.
 bool hasEncodedSeparator(std::string_view encoded) {
   for (std::size_t at = encoded.find('%'); at != std::string_view::npos; at = encoded.find('%', at + 1)) {
@@ -94,21 +85,37 @@ bool isCanonical(std::string_view encoded) {
          !hasEncodedSeparator(encoded);
 }
 
-/// Of a canonical name.
-std::u16string decodeCanonical(std::string_view encoded) {
-  if (encoded.find('%') == std::string_view::npos) return {encoded.begin(), encoded.end()};
-  const std::optional<std::string> narrow = percent::decode(encoded);
-  return {narrow->begin(), narrow->end()};
+/// The form in which a decoded name is stored, or the rule that the name breaks.
+Rule encode(std::string_view decoded, std::string& encoded) {
+  if (!fl::i18n::is_well_formed(decoded)) return Rule::LoneSurrogate;
+  if (const Rule rule = brokenRule(decoded); rule != Rule::None) return rule;
+  encoded = percent::encode(decoded, percent::kPathLiterals);
+  return encoded.size() > kMaximalLength ? Rule::TooLong : Rule::None;
 }
 
-/// The decoded form of any other name, in UTF-8; nothing if no part may be called so.
-std::optional<std::string> decodeOther(std::string_view encoded) {
+/// The same for a decoded name in UTF-16.
+Rule encode(std::u16string_view decoded, std::string& encoded) {
+  if (!fl::i18n::is_well_formed(decoded)) return Rule::LoneSurrogate;
+  return encode(fl::i18n::to_string(decoded), encoded);
+}
+
+/// A stored name as we would write it ourselves; nothing if no part may be called so.
+std::optional<std::string> canonical(std::string_view encoded) {
+  if (isCanonical(encoded)) {
+    return brokenRule(encoded) == Rule::None ? std::optional(std::string(encoded)) : std::nullopt;
+  }
   // Three bytes are the longest encoding of one, so a longer text cannot have a short enough canonical form.
   if (encoded.size() > 3 * kMaximalLength || hasEncodedSeparator(encoded)) return std::nullopt;
-  std::optional<std::string> narrow = percent::decode(encoded);
-  const bool isName = narrow && fl::i18n::is_well_formed(*narrow) && brokenRule(*narrow) == Rule::None &&
-                      percent::encode(*narrow, percent::kPathLiterals).size() <= kMaximalLength;
-  return isName ? std::move(narrow) : std::nullopt;
+  const std::optional<std::string> narrow = percent::decode(encoded);
+  std::string form;
+  if (!narrow || encode(*narrow, form) != Rule::None) return std::nullopt;
+  return form;
+}
+
+/// Of a canonical name.
+std::u16string textOf(std::string_view canonical) {
+  if (canonical.find('%') == std::string_view::npos) return {canonical.begin(), canonical.end()};
+  return fl::i18n::to_ustring(*percent::decode(canonical));
 }
 
 }  // namespace
@@ -128,33 +135,20 @@ PartName::PartName(std::u16string text, std::string encoded)
     : text_(std::move(text)), encoded_(std::move(encoded)), key_(percent::toLower(encoded_)) {}
 
 std::optional<PartName> PartName::tryFromEncoded(std::string_view encoded) {
-  if (isCanonical(encoded)) {
-    if (brokenRule(encoded) != Rule::None) return std::nullopt;
-    return PartName(decodeCanonical(encoded), std::string(encoded));
-  }
-  const std::optional<std::string> narrow = decodeOther(encoded);
-  if (!narrow) return std::nullopt;
-  return PartName(fl::i18n::to_ustring(*narrow), percent::encode(*narrow, percent::kPathLiterals));
+  std::optional<std::string> form = canonical(encoded);
+  if (!form) return std::nullopt;
+  std::u16string text = textOf(*form);
+  return PartName(std::move(text), *std::move(form));
 }
 
 std::optional<std::u16string> PartName::tryDecode(std::string_view encoded) {
-  if (isCanonical(encoded)) {
-    if (brokenRule(encoded) != Rule::None) return std::nullopt;
-    return decodeCanonical(encoded);
-  }
-  const std::optional<std::string> narrow = decodeOther(encoded);
-  if (!narrow) return std::nullopt;
-  return fl::i18n::to_ustring(*narrow);
+  const std::optional<std::string> form = canonical(encoded);
+  return form ? std::optional(textOf(*form)) : std::nullopt;
 }
 
 std::optional<std::string> PartName::tryKey(std::string_view encoded) {
-  if (isCanonical(encoded)) {
-    if (brokenRule(encoded) != Rule::None) return std::nullopt;
-    return percent::toLower(encoded);
-  }
-  const std::optional<std::string> narrow = decodeOther(encoded);
-  if (!narrow) return std::nullopt;
-  return percent::toLower(percent::encode(*narrow, percent::kPathLiterals));
+  const std::optional<std::string> form = canonical(encoded);
+  return form ? std::optional(percent::toLower(*form)) : std::nullopt;
 }
 
 std::string relationshipPartNameOf(std::string_view encodedName) {

@@ -13,8 +13,8 @@ namespace opc::model {
 class PartName {
  public:
   /// From decoded text. Raises opc::Exception, naming the text, for what no part may be called: no leading
-  /// "/", a path above the root, empty segments, segments ending in ".", backslash, NUL, lone surrogates, the name of a relationship
-  /// part, more than 16 KiB encoded.
+  /// "/", a path above the root, empty segments, segments ending in ".", backslash, NUL, lone surrogates, the
+  /// name of a relationship part, more than 16 KiB encoded.
   explicit PartName(std::u16string_view decoded);
   /// The same; nothing for what no part may be called.
   static std::optional<PartName> tryFromText(std::u16string_view decoded);

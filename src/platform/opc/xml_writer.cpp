@@ -1,6 +1,8 @@
 #include "platform/opc/xml_writer.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
 
 #include "platform/errors/package_errors.h"
 #include "platform/text/conversion.h"
@@ -10,36 +12,22 @@ namespace {
 
 enum class Inside { Text, Attribute };
 
-/// What a character is written as; null if as itself.
-const char* referenceFor(char character, Inside inside) {
-  const bool isAttribute = inside == Inside::Attribute;
-  switch (character) {
-    case '&':
-      return "&amp;";
-    case '<':
-      return "&lt;";
-    case '>':
-      return "&gt;";  // "]]>" may not stand in text
-    case '\r':
-      return "&#13;";
-    case '"':
-      return isAttribute ? "&quot;" : nullptr;
-    case '\t':
-      return isAttribute ? "&#9;" : nullptr;
-    case '\n':
-      return isAttribute ? "&#10;" : nullptr;
-    default:
-      return nullptr;
-  }
-}
+constexpr struct {
+  char character;
+  std::string_view reference;
+  bool isForText;  // or only for attributes
+} kReferences[] = {
+    {'&', "&amp;", true},  {'<', "&lt;", true},    {'>', "&gt;", true},  // "]]>" may not stand in text
+    {'\r', "&#13;", true}, {'"', "&quot;", false}, {'\t', "&#9;", false}, {'\n', "&#10;", false},
+};
 
 void append(std::string& document, std::string_view text, Inside inside) {
   for (const char character : text) {
-    if (const char* reference = referenceFor(character, inside)) {
-      document += reference;
-    } else {
-      document += character;
-    }
+    const auto found =
+        std::ranges::find(kReferences, character, [](const auto& row) { return row.character; });
+    const bool isWrittenSo =
+        found != std::end(kReferences) && (found->isForText || inside == Inside::Attribute);
+    isWrittenSo ? document.append(found->reference) : document.append(1, character);
   }
 }
 
@@ -49,9 +37,8 @@ bool isUnwritable(char16_t unit) {
 }
 
 std::string codeOf(char16_t unit) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string code = "U+";
-  for (int shift = 12; shift >= 0; shift -= 4) code += kDigits[unit >> shift & 15];
+  char code[8];
+  std::snprintf(code, sizeof code, "U+%04X", unsigned{unit});
   return code;
 }
 

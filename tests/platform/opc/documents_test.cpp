@@ -1,5 +1,4 @@
 #include <functional>
-#include <map>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -23,8 +22,7 @@ constexpr std::string_view kPackage = "/data/a.tavlox";
 constexpr xml::Location kCore{kPackage, "/docProps/core.xml"};
 constexpr int kDepth = 64;
 
-/// The identifier of what refuses to open a package, without "opc:"; of any other error, the whole
-/// identifier.
+/// The identifier of what is raised, without "opc:" if it refuses to open the package.
 std::string ruleOf(const std::function<void()>& work) {
   try {
     work();
@@ -37,17 +35,15 @@ std::string ruleOf(const std::function<void()>& work) {
   }
 }
 
-std::string types(std::string_view items) {
-  return "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" +
-         std::string(items) + "</Types>";
+std::string types(const std::string& items) {
+  return "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">" + items +
+         "</Types>";
 }
-
 std::string links(std::string_view items) { return tests::relationships(items); }
 
-ContentTypesDocument parseTypes(std::string_view bytes) {
-  return ContentTypesDocument::parse(bytes, kPackage);
+ContentTypesDocument parseTypes(const std::string& bytes) {
+  return ContentTypesDocument::parse(bytes, kPackage, {.contentTypeBytes = 1000});
 }
-
 RelationshipsDocument parseLinks(std::string_view bytes, std::string source = {}) {
   return RelationshipsDocument::parse(bytes, std::move(source), kPackage);
 }
@@ -56,8 +52,7 @@ std::string utf16(std::u16string_view text, bool isLittleEndian, bool hasByteOrd
   std::string bytes;
   for (const char16_t unit : (hasByteOrderMark ? u"\uFEFF" : u"") + std::u16string(text)) {
     const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8);
-    bytes += isLittleEndian ? low : high;
-    bytes += isLittleEndian ? high : low;
+    bytes.append({isLittleEndian ? low : high, isLittleEndian ? high : low});
   }
   return bytes;
 }
@@ -67,21 +62,16 @@ std::string typeOf(const ContentTypesDocument& document, std::string_view name) 
   return type == nullptr ? "" : type->encoded();
 }
 
-struct Refusal {
-  std::string bytes, rule;
-};
-
 // The XML rules hold for every document; relationships stand for all.
 TEST(Xml, IsReadStrictly) {
   const std::string empty = links("");
   std::string deep;
   for (int i = 0; i < 64; ++i) deep = "<x:a xmlns:x='urn:x'>" + deep + "</x:a>";
-  const Refusal kCases[] = {
+  const std::pair<std::string, const char*> kCases[] = {
       {"", "xml:Malformed"},
       {empty.substr(0, empty.size() - 1), "xml:Malformed"},
       {links("<x:a/>"), "xml:Malformed"},  // prefix without a declaration
       {links("\xC3("), "xml:Malformed"},
-      {links(std::string_view("\0", 1)), "xml:Malformed"},
       {"<!DOCTYPE r [<!ENTITY a 'aaaa'><!ENTITY b '&a;&a;'>]>" + empty, "xml:DocumentTypeDeclaration"},
       {links(deep), "xml:TooDeep"},
       {"<?xml version='1.0' encoding='ISO-8859-1'?>" + empty, "xml:UnknownEncoding"},
@@ -89,52 +79,49 @@ TEST(Xml, IsReadStrictly) {
       {utf16(u"<?xml version='1.0' encoding='utf-8'?><a/>", true, true), "xml:UnknownEncoding"},
       {utf16(u"<a>\xD800</a>", true, true), "xml:IllFormedUtf16"},
       {utf16(u"<a/>", false, false) + "x", "xml:IllFormedUtf16"},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8'?>" + empty, ""},
+      {"\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8'?><!-- a --><?b c?>" + empty + "<!-- d -->\n", ""},
       {utf16(fl::i18n::to_ustring(empty), false, false), ""},
       {utf16(u"<?xml version='1.0' encoding='UTF-16'?>" + fl::i18n::to_ustring(empty), false, true), ""},
-      {"<?xml version='1.0'?><!-- a --><?b c?>" + empty + "<!-- d -->\n", ""},
   };
-  for (const Refusal& c : kCases)
-    EXPECT_EQ(ruleOf([&] { parseLinks(c.bytes); }), c.rule) << c.bytes.substr(0, 200);
+  for (const auto& [bytes, rule] : kCases) EXPECT_EQ(ruleOf([&] { parseLinks(bytes); }), rule) << bytes;
 }
 
+/// A rule and what breaks it; "-" for what is sound.
+constexpr std::pair<const char*, const char*> kTypes[] = {
+    {"DuplicateDefault",
+     "<Default Extension='a' ContentType='x/y'/><Default Extension='.A' ContentType='x/z'/>"},
+    {"DuplicateOverride",
+     "<Override PartName='/a' ContentType='x/y'/><Override PartName='/%41' ContentType='x/y'/>"},
+    {"MissingAttribute", "<Default ContentType='text/csv'/>"},
+    {"NoContentType", "<Default Extension='csv' ContentType='text/csv; a=b'/>"},
+    {"BadPartName", "<Override PartName='/a%2Fb' ContentType='x/y'/>"},
+    {"UnexpectedElement", "<Defaults/>"},
+    {"UnexpectedText", "text"},
+    {"", "<x:a xmlns:x='urn:x'><Default/>text</x:a>\n<Default Extension='a' ContentType='x/y'/>"},
+};
+constexpr std::pair<const char*, const char*> kLinks[] = {
+    {"DuplicateId", "<Relationship Id='a' Type='t' Target='x'/><Relationship Id='a' Type='t' Target='y'/>"},
+    {"MissingAttribute", "<Relationship Id='a' Type='t' x:Target='/b' xmlns:x='urn:x'/>"},
+    {"BadId", "<Relationship Id='a:b' Type='t' Target='x'/>"},
+    {"BadTargetMode", "<Relationship Id='a' Type='t' Target='x' TargetMode='external'/>"},
+    {"XmlBase", "<Relationship Id='a' Type='t' Target='x' xml:base='/y/'/>"},
+    {"UnexpectedElement", "<Relationship Id='b' Type='t' Target='x'><Relationship/></Relationship>"},
+    {"UnexpectedText", "<Relationship Id='a' Type='t' Target='x'/>x"},
+    {"",
+     "<Relationship Id='a' Type='t' Target='x'/>\n<Relationship Id='A' Type='t' Target='x'> </Relationship>"},
+};
+
 TEST(Lists, AreRefusedWhenMalformed) {
-  const std::string csv = "<Default Extension='csv' ContentType='text/csv'/>";
-  const std::string a = "<Relationship Id='a' Type='t' Target='x'/>";
-  const Refusal kCases[] = {
-      {types(csv + "<Default Extension='.CSV' ContentType='text/x'/>"), "contentTypes:DuplicateDefault"},
-      {types("<Override PartName='/a' ContentType='x/y'/><Override PartName='/%41' ContentType='x/y'/>"),
-       "contentTypes:DuplicateOverride"},
-      {types("<Default ContentType='text/csv'/>"), "contentTypes:MissingAttribute"},
-      {types("<Override xmlns:x='urn:x' x:PartName='/a' ContentType='text/csv'/>"),
-       "contentTypes:MissingAttribute"},
-      {types("<Default Extension='csv' ContentType='text/csv; charset=utf-8'/>"),
-       "contentTypes:NoContentType"},
-      {types("<Override PartName='/a%2Fb' ContentType='x/y'/>"), "contentTypes:BadPartName"},
-      {types("<Defaults/>"), "contentTypes:UnexpectedElement"},
-      {types("<Default Extension='a' ContentType='x/y'>" + csv + "</Default>"),
-       "contentTypes:UnexpectedElement"},
-      {types("text"), "contentTypes:UnexpectedText"},
-      {types("<x:a xmlns:x='urn:x'><Default/>text</x:a>\n" + csv), ""},
-      {types(""), "relationships:WrongRoot"},
-      {links(a + a), "relationships:DuplicateId"},
-      {links("<Relationship Type='t' Target='x'/>"), "relationships:MissingAttribute"},
-      {links("<Relationship Id='a:b' Type='t' Target='x'/>"), "relationships:BadId"},
-      {links("<Relationship Id='a' Type='t' Target='x' TargetMode='external'/>"),
-       "relationships:BadTargetMode"},
-      {links("<Relationship Id='a' Type='t' Target='x' xml:base='/y/'/>"), "relationships:XmlBase"},
-      {links("<Relationship Id='b' Type='t' Target='x'>" + a + "</Relationship>"),
-       "relationships:UnexpectedElement"},
-      {links(a + "x"), "relationships:UnexpectedText"},
-      {links("\n" + a + "<!-- x --><Relationship Id='A' Type='t' Target='x'> </Relationship>"), ""},
-  };
-  for (const Refusal& c : kCases) {
-    const bool isTypes = c.bytes.starts_with("<Types xmlns=\"http") && c.rule != "relationships:WrongRoot";
-    EXPECT_EQ(ruleOf([&] { isTypes ? (void)parseTypes(c.bytes) : (void)parseLinks(c.bytes); }), c.rule)
-        << c.bytes;
+  const auto named = [](std::string list, std::string rule) { return rule.empty() ? rule : list + rule; };
+  for (const auto& [rule, items] : kTypes) {
+    EXPECT_EQ(ruleOf([&] { parseTypes(types(items)); }), named("contentTypes:", rule)) << items;
   }
-  EXPECT_EQ(ruleOf([&] { ContentTypesDocument::parse(types(""), kPackage, {.contentTypeBytes = 10}); }),
-            "contentTypes:TooLarge");
+  for (const auto& [rule, items] : kLinks) {
+    EXPECT_EQ(ruleOf([&] { parseLinks(links(items)); }), named("relationships:", rule)) << items;
+  }
+  EXPECT_EQ(ruleOf([] { parseTypes("<Types/>"); }), "contentTypes:WrongRoot");
+  EXPECT_EQ(ruleOf([] { parseLinks(types("")); }), "relationships:WrongRoot");
+  EXPECT_EQ(ruleOf([] { parseTypes(types("") + std::string(1000, ' ')); }), "contentTypes:TooLarge");
 }
 
 TEST(ContentTypes, OverridesComeBeforeDefaults) {
@@ -144,30 +131,27 @@ TEST(ContentTypes, OverridesComeBeforeDefaults) {
                        "<Default Extension='rels' ContentType='a/rels'/>"
                        "<Override PartName='/a%20b.csv' ContentType='text/x-own'/>"
                        "<Override PartName='/_rels/.rels' ContentType='b/rels'/>"));
-  const std::map<std::string, std::string> kCases = {{"/x.CsV", "text/csv"},
-                                                     {"/x.json", "application/json"},
-                                                     {"/.csv", "text/csv"},
-                                                     {"/a.csv/x", ""},
-                                                     {"/x.csv.gz", ""},
-                                                     {"/csv", ""},
-                                                     {"/A%20B.csv", "text/x-own"},
-                                                     {"/a b.csv", "text/x-own"},
-                                                     {"/_rels/.rels", "b/rels"},
-                                                     {"/x/_rels/y.rels", "a/rels"}};
+  const std::pair<const char*, const char*> kCases[] = {
+      {"/x.CsV", "text/csv"},     {"/x.json", "application/json"},
+      {"/.csv", "text/csv"},      {"/a.csv/x", ""},
+      {"/x.csv.gz", ""},          {"/csv", ""},
+      {"/a b.csv", "text/x-own"}, {"/A%20B.csv", "text/x-own"},
+      {"/_rels/.rels", "b/rels"}, {"/x/_rels/y.rels", "a/rels"}};
   for (const auto& [name, type] : kCases) EXPECT_EQ(typeOf(document, name), type) << name;
 }
 
 TEST(ContentTypes, ChangesKeepTheNeighbours) {
-  auto document =
-      parseTypes(types("<Override PartName='/b' ContentType='x/b'/><!-- c -->"
-                       "<Default Extension='.json' ContentType='application/json'/>"
-                       "<Override PartName='/a%2e1' ContentType='x/a'/>"));
+  // Careless writers leave the slash out: such an override is about nobody.
+  const std::string json = "<Default Extension='.json' ContentType='application/json'/>";
+  const std::string careless = "<Override PartName='b' ContentType='x/z'/>";
+  auto document = parseTypes(types("<Override PartName='/b' ContentType='x/b'/>" + careless + "<!-- c -->" +
+                                   json + careless + "<Override PartName='/a%2e1' ContentType='x/a'/>"));
   document.setOverride("/new.json", model::ContentType(u"x/a b&"));
   document.removeOverride("/B");
   document.removeOverride("/none");
   document.setOverride("/a.1", model::ContentType(u"x/c"));
   const std::string bytes = document.toBytes();
-  EXPECT_EQ(bytes, types("<!-- c --><Default Extension='.json' ContentType='application/json'/>"
+  EXPECT_EQ(bytes, types(careless + "<!-- c -->" + json + careless +
                          "<Override PartName=\"/new.json\" ContentType=\"x/a%20b&amp;\"/>"
                          "<Override PartName=\"/a.1\" ContentType=\"x/c\"/>"));
   EXPECT_EQ(typeOf(parseTypes(bytes), "/b"), "");
@@ -177,6 +161,7 @@ TEST(Relationships, LeadWhereTheyAreWrittenTo) {
   const std::string kept =
       "<Relationship Type='t' Id='z' Target='../a%2f&amp;b' x:extra='1' xmlns:x='urn:x'/>"
       "<Relationship Id='a' Type='u' Target='http://example.org/%41?b#c' TargetMode='External'/>"
+      "<Relationship Id='b' Type='u' TargetMode='External'/>"  // as others write it
       "<Relationship Id='rId2' Type='t' Target='%61.csv' TargetMode='Internal'/>";
   auto document = parseLinks(links(kept), "/x/y");
   EXPECT_EQ(document.partName(), "/x/_rels/y.rels");
@@ -225,18 +210,15 @@ TEST(Relationships, AreEditedInTheTextOthersWrote) {
 
 TEST(Relationships, GetTheLowestFreeNumber) {
   RelationshipsDocument document;
-  const auto add = [&](std::string_view id = {}) {
-    return document.add(u"t", URI(u"/a"), id, kPackage).getID();
-  };
-  EXPECT_EQ(add("rId2"), "rId2");
-  EXPECT_EQ(add("rId03"), "rId03") << "not the third";
-  EXPECT_EQ(add(), "rId1");
-  EXPECT_EQ(add(), "rId3");
-  document.remove("rId2");
-  document.remove("rId1");
-  EXPECT_EQ(add("rId1"), "rId1");
-  EXPECT_EQ(add(), "rId2");
-  EXPECT_EQ(add(), "rId4");
+  // Adds what is asked for, after what was removed.
+  const struct {
+    const char *removed, *asked, *given;
+  } kSteps[] = {{"", "rId2", "rId2"}, {"", "rId03", "rId03"}, {"", "", "rId1"},         {"", "", "rId3"},
+                {"rId2", "", "rId2"}, {"rId1", "", "rId1"},   {"rId2", "rId2", "rId2"}, {"", "", "rId4"}};
+  for (const auto& [removed, asked, given] : kSteps) {
+    document.remove(removed);
+    EXPECT_EQ(document.add(u"t", URI(u"/a"), asked, kPackage).getID(), given);
+  }
   const auto copy = document;
   document.remove("rId4");
   EXPECT_TRUE(copy.find("rId4"));
@@ -245,42 +227,49 @@ TEST(Relationships, GetTheLowestFreeNumber) {
 
 TEST(Relationships, RefuseBadAdditions) {
   RelationshipsDocument document;
-  const auto ruleOfAdding = [&](std::u16string_view type, std::u16string_view target, std::string_view id) {
-    return ruleOf([&] { document.add(type, URI(target), id, kPackage); });
-  };
-  EXPECT_EQ(ruleOfAdding(u"t", u"/a", "a"), "");
-  EXPECT_EQ(ruleOfAdding(u"t", u"/a", "a"), "opc:relationships:IdIsTaken");
-  for (const char* id : {"1a", "a:b", "a b", "-a", "\xC3", "a\xC3\x97"}) {
-    EXPECT_EQ(ruleOfAdding(u"t", u"/a", id), "opc:relationships:IdIsNoName") << id;
+  const struct {
+    const char16_t *type, *target;
+    const char *id, *rule;
+  } kCases[] = {{u"t", u"/a", "a", ""},
+                {u"t", u"/a", "a", "opc:relationships:IdIsTaken"},
+                {u"t", u"/a", "1a", "opc:relationships:IdIsNoName"},
+                {u"t", u"/a", "a:b", "opc:relationships:IdIsNoName"},
+                {u"t", u"/a", "\xC3", "opc:relationships:IdIsNoName"},
+                {u"t", u"/a", "a\xC3\x97", "opc:relationships:IdIsNoName"},
+                {u"t", u"/a", "_\xC3\xA9-.\xF0\x90\x80\x80", ""},
+                {u"t", u"/../a", "", "opc:name:AboveRoot"},
+                {u"a\xFFFE", u"/a", "", "opc:xml:UnwritableCharacter"},
+                {u"\xFFFD", u"/a", "", ""},
+                {u"\xD800", u"/a", "", "opc:xml:IllFormedText"}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(ruleOf([&] { document.add(c.type, URI(c.target), c.id, kPackage); }), c.rule) << c.id;
   }
-  EXPECT_EQ(ruleOfAdding(u"t", u"/a", "_\xC3\xA9-.\xF0\x90\x80\x80"), "");
-  EXPECT_EQ(ruleOfAdding(u"t", u"/../a", ""), "opc:name:AboveRoot");
-  EXPECT_EQ(ruleOfAdding(u"a\xFFFE", u"/a", ""), "opc:xml:UnwritableCharacter");
-  EXPECT_EQ(ruleOfAdding(u"\xFFFD", u"/a", ""), "");
-  EXPECT_EQ(ruleOfAdding(u"\xD800", u"/a", ""), "opc:xml:IllFormedText");
   EXPECT_EQ(document.size(), 3u) << "nothing was added halfway";
 }
 
 TEST(CoreProperties, AreReadAsTheyWereSet) {
   std::string document = newCoreProperties();
-  const auto get = [&](CoreProperty property) { return coreProperty(document, property, kCore, kDepth); };
-  const auto set = [&](CoreProperty property, std::u16string_view text) {
+  const std::pair<CoreProperty, const char16_t*> kTexts[] = {
+      {CoreProperty::Description, u" <Größe> & ]]> \"\r\n\t\U0001F600 "},
+      {CoreProperty::Version, u"1.0"},
+      {CoreProperty::Creator, u""},
+      {CoreProperty::Created, u"2026-11-21T09:30:00Z"}};
+  for (const auto& [property, text] : kTexts) {
+    EXPECT_EQ(coreProperty(document, property, kCore, kDepth), std::nullopt);
     document = withCoreProperty(document, property, text, kCore, kDepth);
-    EXPECT_EQ(get(property), text);
-  };
-  EXPECT_EQ(get(CoreProperty::Description), std::nullopt);
-  set(CoreProperty::Description, u" <Größe> & ]]> \"\r\n\t\U0001F600 ");
-  set(CoreProperty::Version, u"1.0");
-  set(CoreProperty::Creator, u"");
-  set(CoreProperty::Created, u"2026-11-21T09:30:00Z");
+    EXPECT_EQ(coreProperty(document, property, kCore, kDepth), text);
+  }
   EXPECT_NE(document.find(" ]]&gt; \"&#13;\n"), std::string::npos);
-  EXPECT_TRUE(document.ends_with(
-      "<cp:version>1.0</cp:version><dc:creator/>"
-      "<dcterms:created "
-      "xsi:type=\"dcterms:W3CDTF\">2026-11-21T09:30:00Z</dcterms:created></cp:coreProperties>"));
-  EXPECT_EQ(ruleOf([&] { set(CoreProperty::Version, u"\x01"); }), "opc:xml:UnwritableCharacter");
+  EXPECT_TRUE(
+      document.ends_with("<cp:version>1.0</cp:version><dc:creator/><dcterms:created "
+                         "xsi:type=\"dcterms:W3CDTF\">2026-11-21T09:30:00Z</dcterms:created>"
+                         "</cp:coreProperties>"));
+  const auto setVersion = [&](std::u16string_view text) {
+    return ruleOf([&] { withCoreProperty(document, CoreProperty::Version, text, kCore, kDepth); });
+  };
+  EXPECT_EQ(setVersion(u"\x01"), "opc:xml:UnwritableCharacter");
   document = links("");
-  EXPECT_EQ(ruleOf([&] { get(CoreProperty::Version); }), "coreProperties:WrongRoot");
+  EXPECT_EQ(setVersion(u"1"), "coreProperties:WrongRoot");
 }
 
 TEST(CoreProperties, AreEditedInTheTextOthersWrote) {

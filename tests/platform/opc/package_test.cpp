@@ -1,9 +1,7 @@
 #include "platform/opc/package.h"
 
-#include <chrono>
-#include <fstream>
+#include <cstdlib>
 #include <functional>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -11,7 +9,6 @@
 #include "platform/errors/package_errors.h"
 #include "platform/opc/package_index.h"
 #include "tests/platform/opc/raw_archive.h"
-#include "tests/support/package_fixture.h"
 #include "tests/support/raised.h"
 
 namespace opc::model {
@@ -23,107 +20,65 @@ using support::PackageFixture;
 using support::raisedBy;
 using support::readAll;
 using support::ruleOf;
+using support::writePart;
 using tests::contentTypes;
-using tests::Items;
 using tests::relationships;
 
 constexpr auto kLink = R"(<Relationship Id="rId1" Type="t" Target="a.txt"/>)";
 const ContentType kText(u"text/plain");
 
-/// What opening raises, which must be PackageOpenFailed; "" if the package opens.
-std::string refusalOf(const std::u16string& path, const zip::Limits& limits = {}) {
-  Package package(path, limits);
+/// The names of the parts of an archive that also has a list of content types, or what refuses to open it.
+std::string partsOf(tests::Items items, const zip::Limits& limits = {}) {
+  const support::TemporaryFolder folder;
+  items.emplace(items.begin(), "[content_types].XML", contentTypes());
+  tests::writeArchive(folder.narrow("p.zip"), items);
+  Package package(folder.wide("p.zip"), limits);
+  std::string names;
   try {
     package.open(OpenMode::Read);
+    for (const auto& part : package.index()->parts()) names += package.index()->nameOf(part).encoded() + " ";
   } catch (const PackageOpenFailed& refused) {
     EXPECT_FALSE(package.isOpen());
-    return refused.GetID();
+    names = refused.GetID();
   }
-  return "";
+  return names;
 }
 
-// Besides a list of content types.
-const struct {
-  const char* why;
-  const char* refusal;
-  Items items;
-} kHostile[] = {
-    {"two lists", "ContentTypesTwice", {{"[CONTENT_types].xml", contentTypes()}}},
-    {"names that differ in case", "EquivalentNames", {{"a.txt", "1"}, {"A.TXT", "2"}}},
-    {"names that differ in encoding", "EquivalentNames", {{"aa.txt", "1"}, {"a%61.txt", "2"}}},
-    {"equivalent names without a type", "EquivalentNames", {{"a.bin", "1"}, {"A.bin", "2"}}},
-    {"two relationship parts of one part",
-     "EquivalentNames",
-     {{"a.txt", ""}, {"_rels/a.txt.rels", relationships(kLink)}, {"_RELS/A.txt.rels", relationships("")}}},
-    {"two of the package",
-     "EquivalentNames",
-     {{"_rels/.rels", relationships("")}, {"_RELS/.rels", relationships("")}}},
-    {"two of no part", "EquivalentNames", {{"_rels/b.txt.rels", ""}, {"_rels/B.txt.rels", ""}}},
-    {"a piece of a part", "InterleavedPart", {{"a.txt/[12].LAST.Piece", "2"}}},
-};
+TEST(Opening, TakesWhatRealFilesContainAndRefusesWithTheRuleThatIsBroken) {
+  const std::string none = relationships(""), twins = "opc:package:EquivalentNames";
+  const std::pair<tests::Items, std::string> kCases[] = {
+      {{{"[CONTENT_types].xml", contentTypes()}}, "opc:package:ContentTypesTwice"},
+      {{{"a.txt", "1"}, {"A.TXT", "2"}}, twins},
+      {{{"aa.txt", "1"}, {"a%61.txt", "2"}}, twins},
+      {{{"a.bin", "no type"}, {"A.bin", "2"}}, twins},
+      {{{"a.txt", ""}, {"_rels/a.txt.rels", none}, {"_RELS/A.txt.rels", none}}, twins},
+      {{{"_rels/.rels", none}, {"_RELS/.rels", none}}, twins},
+      {{{"_rels/b.txt.rels", "of no part"}, {"_rels/B.txt.rels", ""}}, twins},
+      {{{"a.txt/[12].LAST.Piece", "2"}}, "opc:package:InterleavedPart"},
+      {{{"a.txt", ""}, {"_rels/a.txt.rels", "<Relationships"}}, "opc:xml:Malformed"},
+      {{{"a/", ""}, {"a/b.txt", ""}, {"[trash]/0000.dat", "x"}}, "/a/b.txt "},
+      {{{"a.bin", ""}, {"a//b.txt", ""}, {"c.", ""}, {"%zz.txt", ""}, {"/d.txt", ""}, {"b.txt", ""}},
+       "/b.txt "},
+      {{{"a.txt", ""}, {"a.txt/b.txt", "derived"}}, "/a.txt /a.txt/b.txt "},
+      {{{"_rels/a.txt.rels", "<of no part"}, {"_rels/_rels/.rels.rels", "<"}, {"b.txt", ""}}, "/b.txt "},
+      {{{"Ab.TXT", ""}, {"\xC3\xB6.txt", "not encoded"}}, "/Ab.TXT /%C3%B6.txt "},
+      {{}, ""},
+  };
+  for (const auto& [items, outcome] : kCases) EXPECT_EQ(partsOf(items), outcome);
 
-TEST(Opening, RefusesWithTheRuleThatIsBroken) {
   const support::TemporaryFolder folder;
-  for (const auto& hostile : kHostile) {
-    Items items = hostile.items;
-    items.emplace(items.begin(), "[Content_Types].xml", contentTypes());
-    tests::writeArchive(folder.narrow("hostile.zip"), items);
-    EXPECT_EQ(refusalOf(folder.wide("hostile.zip")), std::string("opc:package:") + hostile.refusal)
-        << hostile.why;
-  }
   tests::writeArchive(folder.narrow("archive.zip"), {{"a.txt", "x"}, {"[Content_Types].xml/", ""}});
-  EXPECT_EQ(refusalOf(folder.wide("archive.zip")), "opc:package:ContentTypesMissing");
-  tests::writeArchive(
-      folder.narrow("broken.zip"),
-      {{"[Content_Types].xml", contentTypes()}, {"a.txt", ""}, {"_rels/a.txt.rels", "<Relationships"}});
-  EXPECT_EQ(refusalOf(folder.wide("broken.zip")), "opc:xml:Malformed") << "relationships of a part";
+  EXPECT_EQ(ruleOf([&] { Package(folder.wide("archive.zip")).open(OpenMode::Read); }),
+            "opc:package:ContentTypesMissing");
   EXPECT_THROW(Package(folder.wide("none.zip")).open(OpenMode::Modify), PackageNotFound);
-  PackageFixture damaged;
-  damaged.add(u"/a.txt", "text").corruptEntry(0);  // the content types, which a new package starts with
-  EXPECT_NE(refusalOf(damaged.path()), "");
 }
 
 TEST(Opening, HoldsTheLimitsForAllRelationshipsTogether) {
-  const support::TemporaryFolder folder;
-  tests::writeArchive(folder.narrow("p.zip"), {{"[Content_Types].xml", contentTypes()},
-                                               {"a.txt", ""},
-                                               {"_rels/.rels", relationships(kLink)},
-                                               {"_rels/a.txt.rels", relationships(kLink)}});
-  EXPECT_EQ(refusalOf(folder.wide("p.zip"), {.relationships = 2}), "");
-  EXPECT_EQ(refusalOf(folder.wide("p.zip"), {.relationships = 1}), "opc:relationships:TooMany");
-  EXPECT_NE(refusalOf(folder.wide("p.zip"), {.relationshipBytes = relationships(kLink).size() + 10}), "");
-}
-
-const struct {
-  const char* why;
-  const char* parts;
-  Items items;  // besides the content types
-} kOddities[] = {
-    {"folders and a trash folder's items",
-     "/a/b.txt ",
-     {{"a/", ""}, {"a/b.txt", ""}, {"[trash]/0000.dat", "x"}}},
-    {"no type, no name of a part",
-     "/b.txt ",
-     {{"a.bin", ""}, {"a//b.txt", ""}, {"c.", ""}, {"%zz.txt", ""}, {"/d.txt", ""}, {"b.txt", ""}}},
-    {"a name below another part's", "/a.txt /a.txt/b.txt ", {{"a.txt", ""}, {"a.txt/b.txt", ""}}},
-    {"broken relationships of no part", "/b.txt ", {{"_rels/a.txt.rels", "<broken"}, {"b.txt", ""}}},
-    {"relationships of relationships", "/b.txt ", {{"_rels/_rels/.rels.rels", "<broken"}, {"b.txt", ""}}},
-    {"names in another case and not encoded", "/Ab.TXT /%C3%B6.txt ", {{"Ab.TXT", ""}, {"\xC3\xB6.txt", ""}}},
-    {"nothing but the list", "", {}},
-};
-
-TEST(Opening, TakesWhatRealFilesContain) {
-  const support::TemporaryFolder folder;
-  for (const auto& odd : kOddities) {
-    Items items = odd.items;
-    items.emplace(items.begin(), "[content_types].XML", contentTypes());
-    tests::writeArchive(folder.narrow("odd.zip"), items);
-    Package package(folder.wide("odd.zip"));
-    ASSERT_EQ(raisedBy([&] { package.open(OpenMode::Read); }), "") << odd.why;
-    std::string names;
-    for (const auto& part : package.index()->parts()) names += package.index()->nameOf(part).encoded() + " ";
-    EXPECT_EQ(names, odd.parts) << odd.why;
-  }
+  const std::string links = relationships(kLink);
+  const tests::Items items = {{"a.txt", ""}, {"_rels/.rels", links}, {"_rels/a.txt.rels", links}};
+  EXPECT_EQ(partsOf(items, {.relationships = 2}), "/a.txt ");
+  EXPECT_EQ(partsOf(items, {.relationships = 1}), "opc:relationships:TooMany");
+  EXPECT_EQ(partsOf(items, {.relationshipBytes = links.size() + 10}), "opc:zip:EntryTooLarge");
 }
 
 TEST(Opening, KeepsDanglingAndExternalRelationships) {
@@ -153,32 +108,13 @@ TEST(Opening, KeepsDanglingAndExternalRelationships) {
             "opc:part:NotFound(" + folder.narrow("p.zip") + ", /gone.txt)");
 }
 
-/// So many identifiers that meet in one corner of a hash table of 2^16 slots, under the hash that everybody
-/// knows.
-std::vector<std::string> collidingIds(std::size_t count) {
-  std::vector<std::string> ids;
-  for (std::uint64_t number = 0; ids.size() < count; ++number) {
-    std::string id = "i" + std::to_string(number);
-    const std::uint64_t hash = std::hash<std::string>()(id);
-    if (((hash ^ hash >> 32) & 0xFFFF) < 64) ids.push_back(std::move(id));
-  }
-  return ids;
-}
-
-TEST(Opening, TakesNoLongerForIdentifiersThatWereChosenToCollide) {
-  constexpr std::size_t kCount = 20'000;
-  const auto secondsToRead = [&](const std::vector<std::string>& ids) {
-    std::string links;
-    for (const std::string& id : ids) links += "<Relationship Id='" + id + "' Type='t' Target='x'/>";
-    const std::string document = relationships(links);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(RelationshipsDocument::parse(document, "", "p").size(), kCount);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  };
-  std::vector<std::string> usual;
-  for (std::size_t number = 0; number < kCount; ++number) usual.push_back("rId" + std::to_string(number));
-  const auto colliding = collidingIds(kCount);
-  EXPECT_LT(secondsToRead(colliding), 5 * secondsToRead(usual) + 0.02);
+// Otherwise identifiers could be prepared that collide, and 100,000 of them would keep the reader busy.
+TEST(Opening, HashesTextsDifferentlyInEveryProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs this test anew in the other process
+  const std::string hash = std::to_string(fl::i18n::TextHash()("rId1"));
+  setenv("HASH_OF_THE_FIRST_PROCESS", hash.c_str(), /*overwrite=*/0);
+  EXPECT_EXIT(std::exit(hash == std::getenv("HASH_OF_THE_FIRST_PROCESS") ? 1 : 0), testing::ExitedWithCode(0),
+              "");
 }
 
 // The index is shared exactly as long as the file is the same. A file that has only just changed is read once
@@ -216,48 +152,38 @@ TEST(Parts, ReadFrontToBackAndAgainAfterRestart) {
   package.open(OpenMode::Read);
   const Part part = package.getPart(PartName(u"/a b.txt"));
   EXPECT_EQ(part.getSize(), data.size());
-  EXPECT_EQ(part.getContentType().encoded(), "text/csv");
   InputStreamSource source(part.getInputStream());
   char start[10];
   EXPECT_EQ(source.read(start, 0), 0) << "not the end";
   ASSERT_EQ(source.read(start, 10), 10);
-  EXPECT_EQ(part.getInputStream(), Part(part).getInputStream())
-      << "one stream of the handle, where it stands";
-  EXPECT_TRUE(readAll(*part.getInputStream()) == data.substr(10));
+  // One stream of the handle, where it stands.
+  EXPECT_TRUE(readAll(*Part(part).getInputStream()) == data.substr(10));
   EXPECT_EQ(source.read(start, 10), -1);
   part.getInputStream()->restart();
-  std::ostringstream copy;
-  EXPECT_EQ(copyStream(*part.getInputStream(), copy), data.size());
-  EXPECT_TRUE(copy.str() == data);
+  EXPECT_TRUE(readAll(*part.getInputStream()) == data);
 }
 
 TEST(Parts, SayThatTheirPackageIsClosed) {
   PackageFixture fixture;
-  fixture.add(u"/a.txt", "text").link(u"/a.txt");
-  auto package = std::make_unique<Package>(fixture.path());
-  package->open(OpenMode::Modify);
-  Part part = package->getPart(PartName(u"/a.txt"));
+  fixture.addLinked(u"/a.txt", "text");
+  Package package(fixture.path());
+  package.open(OpenMode::Modify);
+  Part part = package.getPart(PartName(u"/a.txt"));
   const auto input = part.getInputStream();
-  const auto output = package->createPart(PartName(u"/b.txt"), kText, {}).getOutputStream();
+  const auto output = package.createPart(PartName(u"/b.txt"), kText, {}).getOutputStream();
   char byte;
-  const auto expectAllClosed = [&] {
-    const std::string closed = "opc:package:Closed(" + fixture.narrowPath() + ")";
-    EXPECT_EQ(raisedBy([&] { input->read(&byte, 1); }), closed);
-    EXPECT_EQ(raisedBy([&] { input->restart(); }), closed);
-    EXPECT_EQ(raisedBy([&] { output->write("x", 1); }), closed);
-    EXPECT_EQ(raisedBy([&] { part.getSize(); }), closed);
-    EXPECT_EQ(raisedBy([&] { part.getInputStream(); }), closed);
-    EXPECT_EQ(raisedBy([&] { part.getOutputStream(); }), closed);
-    EXPECT_EQ(raisedBy([&] { part.getRelationships(ExcludeMode::None); }), closed);
-    EXPECT_EQ(raisedBy([&] { part.deleteRelationship("rId1"); }), closed);
-  };
-  package->close();
-  EXPECT_EQ(ruleOf([&] { package->getRelationships(ExcludeMode::None); }), "opc:package:Closed");
-  package->open(OpenMode::Read);  // of which the old handles are no part
-  expectAllClosed();
-  part = package->getPart(PartName(u"/a.txt"));
-  package.reset();
-  expectAllClosed();
+  const std::function<void()> kUses[] = {[&] { input->read(&byte, 1); },
+                                         [&] { input->restart(); },
+                                         [&] { output->write("x", 1); },
+                                         [&] { part.getSize(); },
+                                         [&] { part.getInputStream(); },
+                                         [&] { part.getOutputStream(); },
+                                         [&] { part.getRelationships(ExcludeMode::None); },
+                                         [&] { part.deleteRelationship("rId1"); }};
+  package.close();
+  EXPECT_EQ(ruleOf([&] { package.getRelationships(ExcludeMode::None); }), "opc:package:Closed");
+  package.open(OpenMode::Read);  // of which the old handles are no part
+  for (const auto& use : kUses) EXPECT_EQ(raisedBy(use), "opc:package:Closed(" + fixture.narrowPath() + ")");
 }
 
 TEST(Parts, ShareOneLimitOnWhatIsInflated) {
@@ -288,15 +214,6 @@ TEST(Parts, OfAPackageOpenForReadingCannotBeChanged) {
   for (const auto& change : kChanges) EXPECT_EQ(ruleOf(change), "opc:package:NotModifiable");
 }
 
-const struct {
-  const char16_t* name;
-  const char* refusal;
-} kNewNames[] = {
-    {u"/USER/A.txt", "opc:part:Exists"},     {u"/User/A.TXT/b/c", "opc:part:DerivedName"},
-    {u"/user", "opc:part:DerivedName"},      {u"/user/a", ""},  // shares letters only
-    {u"/user/a.bin", "opc:part:NameOfItem"}, {u"/link.txt", "opc:part:NameOfItem"},
-};
-
 TEST(NewParts, NeedANameOfTheirOwn) {
   const support::TemporaryFolder folder;
   tests::writeArchive(
@@ -306,17 +223,17 @@ TEST(NewParts, NeedANameOfTheirOwn) {
   Package package(folder.wide("p.zip"));
   package.open(OpenMode::Modify);
   const auto create = [&](const char16_t* name) {
-    return raisedBy([&] { package.createPart(PartName(name), kText, {}); });
+    return ruleOf([&] { package.createPart(PartName(name), kText, {}); });
   };
-  for (const auto& row : kNewNames) {
-    const std::string refusal = create(row.name);
-    EXPECT_EQ(refusal.substr(0, refusal.find('(')), row.refusal) << PartName(row.name).encoded();
-    if (refusal.empty()) package.deletePart(PartName(row.name));
-  }
+  const std::pair<const char16_t*, const char*> kNames[] = {
+      {u"/USER/A.txt", "opc:part:Exists"},     {u"/User/A.TXT/b/c", "opc:part:DerivedName"},
+      {u"/user", "opc:part:DerivedName"},      {u"/user/a", ""},  // shares letters only
+      {u"/user/a.bin", "opc:part:NameOfItem"}, {u"/link.txt", "opc:part:NameOfItem"}};
+  for (const auto& [name, rule] : kNames) EXPECT_EQ(create(name), rule) << PartName(name).encoded();
+  package.deletePart(PartName(u"/user/a"));
   package.deletePart(PartName(u"/user/a.txt"));
   EXPECT_EQ(create(u"/user/a.txt/b"), "");
-  EXPECT_EQ(create(u"/USER/a.txt"),
-            "opc:part:DerivedName(" + folder.narrow("p.zip") + ", /USER/a.txt, /user/a.txt/b)");
+  EXPECT_EQ(create(u"/USER/a.txt"), "opc:part:DerivedName");
 }
 
 TEST(NewParts, AreReadBackBeforeTheyAreSaved) {
@@ -328,13 +245,13 @@ TEST(NewParts, AreReadBackBeforeTheyAreSaved) {
   EXPECT_EQ(readAll(*part.getInputStream()), "old");
   auto output = part.getOutputStream();
   output->write("new", 3);
-  EXPECT_EQ(raisedBy([&] { part.getInputStream(); }),
-            "opc:part:StillWritten(" + fixture.narrowPath() + ", /a.txt)");
+  EXPECT_EQ(ruleOf([&] { part.getInputStream(); }), "opc:part:StillWritten");
   output.reset();
   EXPECT_EQ(readAll(*part.getInputStream()), "new");
   EXPECT_EQ(part.getSize(), 3u);
-  package.deletePart(part.getName());
-  EXPECT_EQ(ruleOf([&] { part.getInputStream()->restart(); }), "opc:part:NotFound");
+  part.getOutputStream()->abandon();
+  EXPECT_EQ(ruleOf([&] { part.getInputStream(); }), "opc:part:LostData");
+  EXPECT_EQ(ruleOf([&] { package.close(); }), "opc:part:LostData");
 }
 
 TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
@@ -358,23 +275,6 @@ TEST(Package, FindsRelationshipsByTargetWhileTheyChange) {
   package.deleteRelationship("d");
   link("d");
   EXPECT_EQ(found(), "a c d ");
-}
-
-TEST(Streams, RaiseWhenTheOtherEndFails) {
-  PackageFixture fixture;
-  fixture.add(u"/a.txt", "text");
-  Package package(fixture.path());
-  package.open(OpenMode::Modify);
-  Part part = package.getPart(PartName(u"/a.txt"));
-  std::ofstream full("/dev/full", std::ios::binary);
-  EXPECT_EQ(raisedBy([&] { copyStream(*part.getInputStream(), full); }), "opc:stream:CannotWrite(4)");
-  for (const std::filesystem::path& unreadable :
-       {fixture.folder().path() / "none", fixture.folder().path()}) {
-    std::ifstream from(unreadable, std::ios::binary);
-    EXPECT_EQ(raisedBy([&] { copyStream(from, *part.getOutputStream()); }), "opc:stream:CannotRead(0)");
-  }
-  EXPECT_EQ(ruleOf([&] { part.getInputStream(); }), "opc:part:LostData");
-  EXPECT_EQ(ruleOf([&] { package.close(); }), "opc:part:LostData");
 }
 
 }  // namespace

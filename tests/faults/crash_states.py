@@ -64,8 +64,7 @@ class File:
         return bytes(data[:size].ljust(size, b"\0")), attributes
 
     def sync(self):
-        self.data, self.attributes = self.after(ALL)
-        self.pending = []
+        (self.data, self.attributes), self.pending = self.after(ALL), []
 
 
 class Disk:
@@ -102,16 +101,15 @@ class Disk:
     def play(self, call):
         name, words, result = call.name, call.arguments, int(call.result)
         file = self.opened.get(words[0])
+        if name in ("rename", "unlink"):
+            name, words = f"{name}at", [word for path in words for word in ("AT_FDCWD", path)]
         if name == "openat":
             self.opened[call.result], self.positions[call.result] = self.open(*words), 0
-        elif name in ("rename", "renameat", "renameat2"):
-            if name == "rename":
-                words = ["AT_FDCWD", words[0], "AT_FDCWD", words[1]]
-            folder, old, new_folder, new = words[:4]
-            self.files(new_folder, new).append(self.files(folder, old)[-1])
-            self.files(folder, old).append(None)
-        elif name in ("unlink", "unlinkat"):
-            self.files(*(words[:2] if name == "unlinkat" else ("AT_FDCWD", words[0]))).append(None)
+        elif name in ("renameat", "renameat2"):
+            self.files(*words[2:4]).append(self.files(*words[:2])[-1])
+            self.files(*words[:2]).append(None)
+        elif name == "unlinkat":
+            self.files(*words[:2]).append(None)
         elif name == "close":
             self.opened.pop(words[0], None)
         elif name not in HARMLESS and (file or words[0].startswith('"')):
@@ -155,9 +153,8 @@ class Recording:
 
     def __init__(self, name, prepared):
         self.name, self.target, self.folder = name, COMMANDS[name][1], copied(prepared, prepared.with_name(name))
-        files = [path for path in self.folder.iterdir() if path.is_file()]
         self.initial = {path.name: (path.read_bytes(), content(path)[1] if path.suffix == ".tavlox" else {})
-                        for path in files}
+                        for path in self.folder.iterdir() if path.is_file()}
         log = self.folder.with_suffix(".calls")
         # Texts in hexadecimal digits: then a comma can only separate arguments.
         undisturbed(["strace", "-o", log, "-xx", "-s", "9999999", "-e", "trace=%file,%desc", PROGRAM, *COMMANDS[name]],

@@ -2,9 +2,10 @@
 
 A trial is one run of one command in a fresh copy of a folder, with one call disturbed. Afterwards every file is
 compared with what it held before and with what it holds after an undisturbed run. Errors and kills are strace's.
-Short transfers are made here: strace can return a smaller count, but not have the kernel move only so many bytes."""
+Short transfers are made here: strace can return a smaller count, but not have the kernel move only so many bytes.
 
-import argparse
+usage: faults.py [--short] [COMMAND…]: every call, or about every tenth"""
+
 import ctypes
 import multiprocessing
 import os
@@ -46,6 +47,9 @@ RDX, R8, ORIG_RAX = 12, 9, 15
 TRANSFERS = {"read": (0, RDX), "write": (1, RDX), "pread64": (17, RDX), "pwrite64": (18, RDX),
              "copy_file_range": (326, R8)} if os.uname().machine == "x86_64" else {}
 
+PTRACE = ctypes.CDLL(None).ptrace
+PTRACE.restype = ctypes.c_long  # as wide as a register
+
 Call = namedtuple("Call", "name number result line")  # the number-th call of this name, from 1
 Trial = namedtuple("Trial", "command call kind")
 
@@ -64,15 +68,12 @@ def calls_of(words, folder):
 
 
 def ptrace(request, process, address=0, data=0):
-    function = ctypes.CDLL(None).ptrace
-    function.restype, function.argtypes = ctypes.c_long, [ctypes.c_long, ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p]
-    return function(request, process, address, data)
+    return PTRACE(*map(ctypes.c_long, (request, process, address, data)))
 
 
 def run_shortened(words, folder, call):
     """Runs the program with half of what one call transferred before as the length of that call."""
-    trace_me, peek, poke, to_next_stop, set_options = 0, 3, 6, 24, 0x4200
-    marks_calls, ends_with_tracer = 0x1, 0x100000
+    trace_me, peek, poke, to_next_stop, set_options, marks_calls, ends_with_tracer = 0, 3, 6, 24, 0x4200, 1, 0x100000
     number, register = TRANSFERS[call.name]
     with open(folder.with_suffix(".said"), "w+b") as said:
         if (process := os.fork()) == 0:
@@ -82,27 +83,25 @@ def run_shortened(words, folder, call):
             signal.alarm(60)
             ptrace(trace_me, 0)
             os.execve(PROGRAM, [PROGRAM, *words], ENVIRONMENT)
-        status, seen, is_entry = os.waitpid(process, 0)[1], 0, False
+        status, seen = os.waitpid(process, 0)[1], 0
         ptrace(set_options, process, 0, marks_calls | ends_with_tracer)
         while os.WIFSTOPPED(status):
             stop = os.WSTOPSIG(status)
-            if stop == signal.SIGTRAP | 0x80:  # a marked stop: a system call begins or ends
-                is_entry = not is_entry
-                if is_entry and ptrace(peek, process, 8 * ORIG_RAX) == number:
-                    seen += 1
-                    if seen == call.number:
-                        ptrace(poke, process, 8 * register, call.result // 2)
+            # A marked stop: a system call begins, or ends.
+            if stop == signal.SIGTRAP | 0x80 and ptrace(peek, process, 8 * ORIG_RAX) == number:
+                seen += 1
+                if seen == 2 * call.number - 1:
+                    ptrace(poke, process, 8 * register, call.result // 2)
             ptrace(to_next_stop, process, 0, 0 if stop & 0x7f == signal.SIGTRAP else stop)
             status = os.waitpid(process, 0)[1]
         said.seek(0)
-        return os.waitstatus_to_exitcode(status), said.read().decode(errors="replace"), seen >= call.number
+        return os.waitstatus_to_exitcode(status), said.read().decode(errors="replace"), seen >= 2 * call.number - 1
 
 
 def run_injected(words, folder, call, kind):
-    log = folder.with_suffix(".log")
-    # With its filter in the kernel strace is faster, but sends no signals.
-    fault, options, shown = ("signal=KILL", [], "+++ killed by SIGKILL") if kind == "kill" else (
-        f"error={kind}", ["-f", "--seccomp-bpf"], "(INJECTED)")
+    log, fault, options, shown = folder.with_suffix(".log"), f"error={kind}", ["-f", "--seccomp-bpf"], "(INJECTED)"
+    if kind == "kill":  # With its filter in the kernel strace is faster, but sends no signals.
+        fault, options, shown = "signal=KILL", [], "+++ killed by SIGKILL"
     ran = command(["strace", *options, "-o", log, "-e", f"trace={call.name}",
                    "-e", f"inject={call.name}:{fault}:when={call.number}", PROGRAM, *words], folder)
     return ran.returncode, ran.stderr, shown in log.read_text(errors="replace")
@@ -114,13 +113,15 @@ def contents(folder):
 
 def left_behind(now, before, after):
     """What belongs to no state of the folder; a folder counts once."""
-    extra = {path for path in now if path not in before and path not in after}
+    extra = now.keys() - before.keys() - after.keys()
     return [path for path in extra if str(Path(path).parent) not in extra]
 
 
 def broken_rules(trial, folder, exit_code, said):
     now, (before, after) = contents(folder), STATES[trial.command]
     is_new = all(now.get(path) == after[path] for path in after)
+    if before[PACKAGE][1] != after[PACKAGE][1]:
+        yield "attributes"
     if any(now.get(path) not in (before.get(path), after.get(path)) for path in {*before, *after}):
         yield "whole"
     if len(left_behind(now, before, after)) > (1 if trial.kind == "kill" else 0):
@@ -156,10 +157,9 @@ def trials_of(name, is_short):
     """All, or each kind of fault at every tenth call, each kind at others, and all at syncs and renames."""
     for index, call in enumerate(calls_of(COMMANDS[name], copied(ROOM / "prepared", ROOM / f"watched/{name}"))):
         is_always = not is_short or call.name.startswith(("fsync", "fdatasync", "rename"))
-        for shift, kind in enumerate(KINDS):
-            is_possible = kind != "short" or call.name in TRANSFERS and call.result > 1
-            if is_possible and (is_always or (index + 2 * shift) % 10 == 0):
-                yield Trial(name, call, kind)
+        yield from (Trial(name, call, kind) for shift, kind in enumerate(KINDS)
+                    if (kind != "short" or call.name in TRANSFERS and call.result > 1)
+                    and (is_always or (index + 2 * shift) % 10 == 0))
 
 
 def states_of(name):
@@ -169,46 +169,32 @@ def states_of(name):
     return before, contents(folder)
 
 
-def print_table(results):
-    tried_of = Counter((trial.command, trial.kind) for trial, *_ in results)
-    held_of = Counter((trial.command, trial.kind) for trial, broken, _ in results if not broken)
-    print(f"{'tried, held':13}" + "".join(f"{kind:>12}" for kind in KINDS))
-    for name in STATES:
-        cells = (f"{tried_of[name, kind]}, {held_of[name, kind]}" for kind in KINDS)
-        print(f"{name:13}" + "".join(f"{cell:>12}" for cell in cells))
-    print(f"{'together':13}{f'{len(results)}, {held_of.total()}':>12}")
-
-
 def main():
     global ROOM, STATES
-    parser = argparse.ArgumentParser(description="Lets file-system calls fail, and the program end at them.")
-    parser.add_argument("--short", action="store_true", help="only every tenth call")
-    parser.add_argument("commands", nargs="*", metavar="COMMAND", help=f"of {', '.join(COMMANDS)}; by default all")
-    options = parser.parse_args()
-    if unknown := set(options.commands) - set(COMMANDS):
-        parser.error(f"no such command: {', '.join(unknown)}")
+    is_short = "--short" in sys.argv
+    names = [name for name in sys.argv[1:] if name != "--short"] or list(COMMANDS)
+    if unknown := set(names) - set(COMMANDS):
+        sys.exit(f"no such command: {', '.join(unknown)}; there are {', '.join(COMMANDS)}")
     skip_without_strace()
     with tempfile.TemporaryDirectory(prefix="tavlox-faults-") as room:
         ROOM = Path(room)
         make(ROOM / "prepared")
-        STATES = {name: states_of(name) for name in options.commands or COMMANDS}
-        trials = [trial for name in STATES for trial in trials_of(name, options.short)]
+        STATES = {name: states_of(name) for name in names}
+        trials = [trial for name in names for trial in trials_of(name, is_short)]
         with multiprocessing.Pool(2 * os.cpu_count()) as pool:  # Forked only now: it needs ROOM and STATES.
             results = list(pool.imap_unordered(tried, trials))
     reached = [result for result in results if result[1] is not None]
-    found = {name: {"attributes"} if before[PACKAGE][1] != after[PACKAGE][1] else set()
-             for name, (before, after) in STATES.items()}
-    failures = [f"{name}: {RULES['attributes']}" for name in found if found[name] - EXPECTED.get(name, set())]
+    found, failures = {name: set() for name in names}, []
     for trial, broken, said in reached:
         found[trial.command] |= broken
         if unexpected := broken - EXPECTED.get(trial.command, set()):
             failures.append(f"{trial.command}, {trial.kind}: {'; '.join(RULES[rule] for rule in unexpected)}\n"
                             f"  at {trial.call.line}\n  said {said}")
-    print_table(reached)
     for name, rules in found.items():
-        held = set() if options.short else EXPECTED.get(name, set()) - rules
-        print(f"{name}: not always: {', '.join(rules)}" if rules else f"{name}: all held")
-        failures += [f"{name}: holds by now, so take it out of EXPECTED: {rule}" for rule in held]
+        counts = Counter(trial.kind for trial, *_ in reached if trial.command == name)
+        print(f"{name}: {counts.total()} trials {dict(counts)}, not always: {', '.join(rules) or 'nothing'}")
+        failures += [f"{name}: holds by now, so take it out of EXPECTED: {rule}"
+                     for rule in EXPECTED.get(name, set()) - rules if not is_short]
     if 100 * len(reached) < 99 * len(results):
         failures.append(f"{len(results) - len(reached)} of {len(results)} calls were not reached again")
     print("\n".join(failures) or "nothing unexpected")

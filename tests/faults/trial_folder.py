@@ -1,5 +1,6 @@
 """A session to change, the program that changes it, and a reader of the result that shares nothing with the program."""
 
+import contextlib
 import functools
 import io
 import os
@@ -32,21 +33,18 @@ COMMANDS = {
 
 def again(name):
     """The next command of its kind, which sweeps what a killed one left."""
-    words = COMMANDS[name]
-    if name.startswith(("get", "record")):
-        return words if "--force" in words else [*words, "--force"]
-    return ["describe", PACKAGE, "the next save"]
+    is_save = not name.startswith(("get", "record"))
+    return ["describe", PACKAGE, "the next save"] if is_save else [*dict.fromkeys([*COMMANDS[name], "--force"])]
 
 
 def command(words, folder):
     """Runs a program and gives what it said. One that hangs is killed, with what it started."""
     return subprocess.run(["timeout", "--signal=KILL", "60", *words], cwd=folder, env=ENVIRONMENT, errors="replace",
-                          stdin=subprocess.DEVNULL, capture_output=True, text=True)
+                          stdin=subprocess.DEVNULL, capture_output=True)
 
 
 def undisturbed(words, folder):
-    ran = command(words, folder)
-    if ran.returncode:
+    if (ran := command(words, folder)).returncode:
         sys.exit(f"{words}, undisturbed: {ran.stderr}")
 
 
@@ -89,14 +87,11 @@ def make(folder):
     (folder / "a.txt").write_bytes(b"newer than the one in the package\n" * 100)
     (folder / "new.bin").write_bytes(noise.randbytes(40_000) + bytes(40_000))
     (folder / "old/user/a.txt").write_bytes(b"older than the one in the package\n" * 200)
-    package = folder / PACKAGE
-    package.chmod(0o640)
-    try:
-        os.setxattr(package, "user.note", b"to be kept")
-    except OSError:
-        pass  # Not every file system has them.
+    (folder / PACKAGE).chmod(0o640)
+    with contextlib.suppress(OSError):  # Not every file system has them.
+        os.setxattr(folder / PACKAGE, "user.note", b"to be kept")
     # As after a clock was set back: a save has to set a stamp that is later all the same.
-    os.utime(package, (time.time() + 86_400,) * 2)
+    os.utime(folder / PACKAGE, (time.time() + 86_400,) * 2)
     return folder
 
 

@@ -69,6 +69,9 @@ struct Field {
   std::string_view name;
   Value Record::*value;
 };
+// GCC deduces this from the members, clang only does so from its version 17 on.
+template <class Record, class Value>
+Field(std::string_view, Value Record::*) -> Field<Record, Value>;
 
 /// The fields of a record, in the order of JSON members and of columns.
 template <class Record>

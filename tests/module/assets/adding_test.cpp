@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <random>
+
 #include <sys/stat.h>
 
 #include "assets/user_files.h"
@@ -12,26 +15,19 @@ constexpr auto kReader = "/usr/bin/python3 " PROJECT_FOLDER "/tests/support/read
 
 class Adding : public UserFiles {
  protected:
-  std::string refusalOf(const std::string& fileName) {
-    return "tavlox_io:general:CannotAddEntry(" + fileName + ", " + package_.narrowPath() + ")";
-  }
   /// What Python reads of the package.
   std::string contents() { return support::outputOf(kReader + package_.narrowPath()); }
   bool contain(const std::string& text) { return contents().find(text) != std::string::npos; }
   void linkOnDisk(const std::string& target, const std::string& link) {
     const auto path = package_.folder().path() / link;
-    std::filesystem::create_directories(path.parent_path());
     std::filesystem::create_symlink(target, path);
   }
 };
 
 TEST_F(Adding, TheExtensionFollowsThePlusOfTheContentType) {
   // What a media type cannot carry is percent-encoded in the file, and decoded when asked for.
-  const char* const kNames[][3] = {{"a.tar.gz", "gz", "gz"},
-                                   {"noext", "", ""},
-                                   {".hidden", "", ""},
-                                   {"x.Größe", "Größe", "Gr%C3%B6%C3%9Fe"},
-                                   {"x.a b", "a b", "a%20b"}};
+  const char* const kNames[][3] = {
+      {"a.tar.gz", "gz", "gz"}, {".hidden", "", ""}, {"x.Größe 1", "Größe 1", "Gr%C3%B6%C3%9Fe%201"}};
   for (const auto& [name, type, stored] : kNames) {
     writeOnDisk(name, name);
     EXPECT_TRUE(call("addFile", {onDisk(name)}).empty());
@@ -49,41 +45,29 @@ TEST_F(Adding, WhatIsNotThereIsQuietlyNotAdded) {
   EXPECT_EQ(package_.bytes(), before);
 }
 
-/// A file on disk that is added to the folder `path`: the entry that it becomes, or the error.
-struct Addition {
-  const char* file;
-  const char16_t *path, *replace;
-  std::string outcome;
-};
-
 TEST_F(Adding, NamesAreFormedFromTheFolderAsItIsGivenAndRefusedByThePackageLibrary) {
-  const Addition kAdditions[] = {
-      {"a.txt", u"/user/plots/", u"", "/user/plots/a.txt"},
-      {"a.txt", u"/", u"", "/a.txt"},
-      {"a.txt", u"/my data/ü", u"", "/my data/ü/a.txt"},
-      {"a.txt", u"user", u"", refusalOf("a.txt")},
-      {"a.txt", u"/user/../x", u"", refusalOf("a.txt")},
-      {"a.txt", u"/taken.txt", u"", refusalOf("a.txt")},  // a part's name is no folder
-      {"a.txt", u"/user/\xD800", u"", refusalOf("a.txt")},
-      {"ends in dot.", u"", u"", refusalOf("ends in dot.")},
-      {"back\\slash", u"", u"", refusalOf("back\\slash")},
+  const std::string refused = "tavlox_io:general:CannotAddEntry(a.txt, " + package_.narrowPath() + ")";
+  // The folder and the word for Replace; the entry that the file becomes, or the error.
+  const std::tuple<const char16_t*, const char16_t*, std::string> kAdditions[] = {
+      {u"/user/plots/", u"", "/user/plots/a.txt"},
+      {u"/my data/ü", u"", "/my data/ü/a.txt"},
+      {u"user", u"", refused},
+      {u"/taken.txt", u"", refused},  // a part's name is no folder
+      {u"/linked", u"yes", refused},
+      {u"/LINKED", u"enable", refused},    // only equivalent to the entry's name
+      {u"/unlinked", u"enable", refused},  // no relationship leads to the part
       // While the old entry is looked for, the package library's own error is the one that counts.
-      {"a.txt", u"/user//plots", u"enable", "opc:name:EmptySegment(/user//plots/a.txt)"},
-      // A name that is taken: without Replace, by an equivalent name, by a part without a relationship.
-      {"linked.txt", u"", u"yes", refusalOf("linked.txt")},
-      {"LINKED.TXT", u"", u"enable", refusalOf("LINKED.TXT")},
-      {"unlinked.txt", u"", u"enable", refusalOf("unlinked.txt")},
+      {u"/user//plots", u"enable", "opc:name:EmptySegment(/user//plots/a.txt)"},
   };
-  package_.addLinked(u"/taken.txt", "1").addLinked(u"/user/linked.txt", "2").add(u"/user/unlinked.txt", "3");
+  package_.addLinked(u"/taken.txt", "1").addLinked(u"/linked/a.txt", "2").add(u"/unlinked/a.txt", "3");
   const std::string before = package_.bytes();
-  for (const Addition& one : kAdditions) {
-    SCOPED_TRACE(one.outcome);
+  writeOnDisk("a.txt", "new");
+  for (const auto& [folder, replace, outcome] : kAdditions) {
     package_.replaceBytes(before);
-    writeOnDisk(one.file, "new");
-    const std::string error =
-        errorOf("addFile", {onDisk(one.file), u"Path", one.path, u"Replace", one.replace});
-    EXPECT_EQ(error.empty() ? listed({u"a.txt"}) : error, one.outcome);
-    EXPECT_EQ(package_.bytes() == before, !error.empty());
+    const std::string error = errorOf("addFile", {onDisk("a.txt"), u"Path", folder, u"Replace", replace});
+    const std::string seen = error.empty() ? listed({u"a.txt"}) : error;
+    EXPECT_EQ(seen, (error.empty() ? "/linked/a.txt " : "") + outcome);
+    EXPECT_EQ(package_.bytes() == before, !error.empty()) << outcome;
   }
 }
 
@@ -99,29 +83,18 @@ TEST_F(Adding, ReplacingKeepsTheTypeOfTheOldRelationship) {
 }
 
 TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
-  for (const char16_t* entry : {u"/user/folder", u"/user/nothing", u"/user/mem", u"/user/noise"}) {
-    package_.addLinked(entry, "old");
-  }
+  package_.addLinked(u"/user/mem", "old").addLinked(u"/user/noise", "old");
   const std::string before = contents();
-  linkOnDisk("..", "1/folder");
-  linkOnDisk("missing", "2/nothing");
   // The system gives this file a type and a size, and an error instead of bytes.
-  linkOnDisk("/proc/self/mem", "3/mem");
+  linkOnDisk("/proc/self/mem", "mem");
   std::string noise(16 << 20, '\0');
-  std::uint32_t state = 1;
-  for (char& byte : noise) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-  writeOnDisk("4/noise", noise);
-  const std::pair<const char*, const char*> kErrors[] = {{"1", "fl:filesystem:NotAFile("},
-                                                         {"2", "fl:filesystem:StatusFailed("},
-                                                         {"3", "opc:stream:CannotRead("},
-                                                         {"4", ""}};
+  std::ranges::generate(noise, std::minstd_rand());
+  writeOnDisk("noise", noise);
   const FileSizeLimit fullDisk(4 << 20);
-  for (const auto& [folder, expected] : kErrors) {
+  for (const char* file : {"mem", "noise"}) {
     for (const Inputs& options : {Inputs{u"Replace", u"enable"}, Inputs{u"Path", u"/new"}}) {
-      const std::string error = errorOf("addFile", {onDisk(folder), options[0], options[1]});
-      EXPECT_FALSE(error.empty());
-      EXPECT_TRUE(error.starts_with(expected)) << error;
-      EXPECT_EQ(contents(), before) << error;
+      EXPECT_NE(errorOf("addFile", {onDisk(file), options[0], options[1]}), "");
+      EXPECT_EQ(contents(), before) << file;
     }
   }
 }
@@ -129,34 +102,31 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
 TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsTheFilesBeforeIt) {
   for (const char* name : {"in/a", "in/b", "in/c", "in/e", "in/f", "in/g"}) writeOnDisk(name, name);
   linkOnDisk("/proc/self/mem", "in/d");
-  std::vector<std::string> before;  // in the order of the folder
+  std::string before;  // in the order of the folder
   fl::filesystem::DirectoryIterator files(onDisk("in"));
   while (const auto file = files.next()) {
     if (file->path == onDisk("in/d")) break;
-    before.push_back("/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
+    append(before, "/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
   }
   const std::string error =
       "opc:stream:CannotRead(" + package_.narrowPath() + ", " + package_.folder().narrow("in/d") + ", 0)";
   EXPECT_EQ(errorOf("addFile", {onDisk("in")}), error);
-  EXPECT_EQ(listed(), joined(before));
+  EXPECT_EQ(listed(), before);
   // And with Replace, where the entry that could not be replaced stays as it was too.
   package_.addLinked(u"/user/d", "old");
   EXPECT_EQ(errorOf("addFile", {onDisk("in"), u"Replace", u"enable"}), error);
   EXPECT_TRUE(contain("user/d [text/plain] old"));
-  std::ranges::for_each(before, [](std::string& name) { name.erase(0, 1); });
-  for (const std::string& name : before) EXPECT_TRUE(contain(name + " [application/")) << name;
 }
 
 TEST_F(Adding, OptionsAreReadInPairsBeforeTheFileIsTouched) {
   const auto file = zobs::construct(client_, zobs::findClass("tavlox.io.File"), {package_.path()});
-  std::filesystem::remove(package_.folder().path() / "fixture.tavlox");
+  std::filesystem::remove(package_.narrowPath());
   for (const char* method : {"addFile", "getFile"}) {
-    const auto errorOfOption = [&](const char16_t* name) {
-      return raisedBy([&] { zobs::callMethod(client_, file, method, {u"a.txt", name, u"x"}); });
-    };
-    EXPECT_EQ(errorOfOption(u"replace"), "Corvan:InputParser:UnmatchedParameter(replace, )");
-    for (const char16_t* known : {u"Path", u"Replace", u"OutputPath"}) {
-      EXPECT_TRUE(errorOfOption(known).starts_with("tavlox:general:FileNotFound"));
+    for (const std::u16string name : {u"replace", u"Path", u"Replace", u"OutputPath"}) {
+      EXPECT_EQ(ruleOf([&] {
+                  zobs::callMethod(client_, file, method, {u"a.txt", name, u"x"});
+                }),
+                name == u"replace" ? "Corvan:InputParser:UnmatchedParameter" : "tavlox:general:FileNotFound");
     }
   }
   using namespace orra::tavloxio::part;
@@ -166,9 +136,8 @@ TEST_F(Adding, OptionsAreReadInPairsBeforeTheFileIsTouched) {
   };
   EXPECT_TRUE(parsed({u"an unknown name without a value"}).empty());
   EXPECT_EQ(optionOf<std::u16string>(parsed({u"Path", u"/x", u"Path", u"/Y", u"Replace"}), "Path"), u"/Y");
-  EXPECT_TRUE(optionOf<bool>(parsed({u"Replace", u"ENABLE"}), "Replace"));
-  for (const char16_t* word : {u"", u"yes", u"true", u"enable ", u"ENABLE\u0130"}) {
-    EXPECT_FALSE(optionOf<bool>(parsed({u"Replace", word}), "Replace"));
+  for (const char16_t* word : {u"yes", u"enable ", u"ENABLE\u0130", u"eNaBlE"}) {
+    EXPECT_EQ(optionOf<bool>(parsed({u"Replace", word}), "Replace"), word == std::u16string(u"eNaBlE"));
   }
 }
 

@@ -52,10 +52,9 @@ TEST(HostArray, KnowsItsClassAndShape) {
       {HostArray(), "double 0 0"},
       {HostArray::int32Column(ids), "int32 3 1"},
       {HostArray::int32Row({}), "int32 1 0"},
-      {HostArray::numeric(corvan::numericClassByName("uint8"), 0, 254), "uint8 0 254"},
-      {HostArray::numeric(NumericClass::UInt8, 0, 255), "uint8 0 255"},  // empty, but too wide for one byte
+      {HostArray::numeric(corvan::numericClassByName("uint8"), 0, 255),
+       "uint8 0 255"},  // too wide for a byte
       {HostArray::numeric(NumericClass::Single, 4, 5), "single 4 5"},
-      {HostArray::logicalScalar(true), "logical 1 1"},
       {HostArray::charRow(kLongText), "char 1 1000"},
       {HostArray::cell(1, 0), "cell 1 0"},
   };
@@ -65,8 +64,6 @@ TEST(HostArray, KnowsItsClassAndShape) {
     EXPECT_EQ(std::string(copy.className()) + " " + dimensions, shape);
   }
   EXPECT_EQ(HostArray::int32Row(ids).values<std::int32_t>()[1], -1);
-  EXPECT_EQ(HostArray::int32Scalar(-5).scalarAsDouble(), -5);
-  EXPECT_EQ(HostArray::structure(1, 0, kNameAndSize).fieldNames()[1], u"Size");
 }
 
 TEST(HostArray, TextsKeepTheirCodeUnitsInPlaceOrNot) {
@@ -91,20 +88,16 @@ TEST(HostArray, ChangingACopyLeavesTheOriginal) {
   EXPECT_EQ(copy.values<double>()[99], 2);
 
   const HostArray structure = record(1);
-  HostArray cells = HostArray::cell(1, 2);
-  cells.setCell(0, structure);
-  HostArray inner = cells.cellAt(0);
-  inner.setField(0, u"Size", HostArray::doubleScalar(2));
-  copy = cells;
-  copy.setCell(0, inner);
-  EXPECT_EQ(sizeIn(copy.cellAt(0)), 2);
-  EXPECT_EQ(sizeIn(cells.cellAt(0)), 1);
+  HostArray changed = structure, cells = HostArray::cell(1, 1);
+  changed.setField(0, u"Size", HostArray::doubleScalar(2));
+  EXPECT_EQ(sizeIn(changed), 2);
   EXPECT_EQ(sizeIn(structure), 1);
-  EXPECT_EQ(copy.cellAt(0).fieldAt(0, u"Name").text().data(), structure.fieldAt(0, u"Name").text().data())
+  EXPECT_EQ(changed.fieldAt(0, u"Name").text().data(), structure.fieldAt(0, u"Name").text().data())
       << "a field nobody changed is still shared";
 
-  cells.setCell(1, cells);
-  EXPECT_EQ(cells.cellAt(1).cellAt(1).className(), "double") << "what is put into itself is as it was";
+  cells.setCell(0, structure);
+  cells.setCell(0, cells);
+  EXPECT_EQ(sizeIn(cells.cellAt(0).cellAt(0)), 1) << "what is put into itself is as it was";
 }
 
 TEST(HostArray, ABlockLivesAsLongAsItsLastArray) {
@@ -118,37 +111,32 @@ TEST(HostArray, ABlockLivesAsLongAsItsLastArray) {
       assigned.mutableValues<double>()[0] = 3;
       EXPECT_EQ(alive - before, 2u);
     }
-    EXPECT_EQ(alive - before, 1u);
     numbers.mutableValues<double>()[0] = 3;
     EXPECT_EQ(alive - before, 1u) << "nobody shares it any more";
-    HostArray cells = HostArray::cell(1, 1);
-    cells.setCell(0, numbers);
   }
   EXPECT_EQ(alive, before);
 }
 
 TEST(HostArray, AskingForWhatIsNotThereIsAnError) {
   const HostArray numbers = doubles(3), cells = HostArray::cell(2, 2);
-  HostArray structure = record(1), logical = HostArray::logicalScalar(true);
+  HostArray structure = record(1);
   constexpr std::u16string_view kTwice[] = {u"A", u"B", u"A"};
   constexpr std::size_t kHuge = std::numeric_limits<std::size_t>::max();
-  const std::string outOfMemory = foundation::core::except::bad_alloc().what();
+  const std::string id = "Corvan:Arrays:", outOfMemory = foundation::core::except::bad_alloc().what();
   const std::pair<std::function<void()>, std::string> cases[] = {
-      {[&] { numbers.values<float>(); }, "Corvan:Arrays:WrongClass(double, single)"},
-      {[&] { static_cast<void>(logical.numericClass()); }, "Corvan:Arrays:WrongClass(logical, numeric)"},
-      {[&] { numbers.text(); }, "Corvan:Arrays:WrongClass(double, char)"},
-      {[&] { structure.setCell(0, numbers); }, "Corvan:Arrays:WrongClass(struct, cell)"},
-      {[&] { numbers.scalarAsDouble(); }, "Corvan:Arrays:NotScalar(1, 3)"},
-      {[&] { HostArray::cell(1, 1).scalarAsDouble(); }, "Corvan:Arrays:WrongClass(cell, numeric)"},
-      {[&] { cells.cellAt(4); }, "Corvan:Arrays:IndexOutOfRange(4, 4)"},
-      {[&] { structure.setField(1, 0, numbers); }, "Corvan:Arrays:IndexOutOfRange(1, 1)"},
-      {[&] { structure.fieldAt(0, u"name"); }, "Corvan:Arrays:NoSuchField(name)"},
-      {[&] { structure.setField(0, 2, numbers); }, "Corvan:Arrays:NoSuchField(2)"},
-      {[&] { HostArray::structure(1, 1, kTwice); }, "Corvan:Arrays:DuplicateField(A)"},
-      {[&] { corvan::numericClassByName("int128"); }, "Corvan:Arrays:UnknownClass(int128)"},
+      {[&] { numbers.values<float>(); }, id + "WrongClass(double, single)"},
+      {[&] { numbers.text(); }, id + "WrongClass(double, char)"},
+      {[&] { structure.setCell(0, numbers); }, id + "WrongClass(struct, cell)"},
+      {[&] { numbers.scalarAsDouble(); }, id + "NotScalar(1, 3)"},
+      {[&] { HostArray::cell(1, 1).scalarAsDouble(); }, id + "WrongClass(cell, numeric)"},
+      {[&] { cells.cellAt(4); }, id + "IndexOutOfRange(4, 4)"},
+      {[&] { structure.setField(1, 0, numbers); }, id + "IndexOutOfRange(1, 1)"},
+      {[&] { structure.fieldAt(0, u"name"); }, id + "NoSuchField(name)"},
+      {[&] { structure.setField(0, 2, numbers); }, id + "NoSuchField(2)"},
+      {[&] { HostArray::structure(1, 1, kTwice); }, id + "DuplicateField(A)"},
+      {[&] { corvan::numericClassByName("int128"); }, id + "UnknownClass(int128)"},
       {[&] { HostArray::numeric(NumericClass::Double, kHuge, 2); }, outOfMemory},
       {[&] { HostArray::cell(kHuge / 16, 1); }, outOfMemory},
-      {[&] { HostArray::structure(kHuge, 1, kNameAndSize); }, outOfMemory},
   };
   for (const auto& [ask, raised] : cases) EXPECT_EQ(support::raisedBy(ask), raised);
 }

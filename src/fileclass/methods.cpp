@@ -2,6 +2,7 @@
 // which is what the host registers.
 
 #include <initializer_list>
+#include <new>
 #include <optional>
 
 #include "assets/add.h"
@@ -50,10 +51,22 @@ HostArray getSignalInfoByName(MetadataCache& cache, Inputs inputs) {
   return signalRecords([&] { return cache.lookupSignalsByName(textOf(inputs[1])); });
 }
 
+/// Changes the object's package. Where memory runs out half-way nothing is saved: a part without its
+/// relationship would be worse than no change.
+template <class Change>
+void changePackage(MetadataCache& cache, const Change& change) {
+  const ScopedRef ref = openPackage(OpenMode::Modify, cache);
+  try {
+    change(ref);
+  } catch (const std::bad_alloc&) {
+    ref.package().closeWithoutSaving();
+    throw;
+  }
+}
+
 /// setFileDescription(obj, description): stores the text, unchanged, in the package.
 void setFileDescription(MetadataCache& cache, Inputs inputs) {
-  const ScopedRef ref = openPackage(OpenMode::Modify, cache);
-  ref.file().setDescription(textOf(inputs[1]));
+  changePackage(cache, [&](const ScopedRef& ref) { ref.file().setDescription(textOf(inputs[1])); });
 }
 
 /// addFile(obj, diskPath, name/value pairs): stores a file, or the files of a folder, in the package.
@@ -61,8 +74,7 @@ void addFile(MetadataCache& cache, Inputs inputs) {
   const part::OptionMap options = part::parseNameValueOptions(inputs);
   const part::AddOptions add{.Path = part::optionOf<std::u16string>(options, "Path"),
                              .Replace = part::optionOf<bool>(options, "Replace")};
-  const ScopedRef ref = openPackage(OpenMode::Modify, cache);
-  part::addPathToPackage(ref, textOf(inputs[1]), add);
+  changePackage(cache, [&](const ScopedRef& ref) { part::addPathToPackage(ref, textOf(inputs[1]), add); });
 }
 
 /// getFile(obj, entry, name/value pairs): writes entries to disk and gives their paths, a 1×N cell array of
@@ -95,8 +107,7 @@ HostArray list(MetadataCache& cache, Inputs inputs) {
 
 /// deleteFile(obj, search): removes the entries that the search text selects.
 void deleteFile(MetadataCache& cache, Inputs inputs) {
-  const ScopedRef ref = openPackage(OpenMode::Modify, cache);
-  part::deleteFromPackage(ref, textOf(inputs[1]));
+  changePackage(cache, [&](const ScopedRef& ref) { part::deleteFromPackage(ref, textOf(inputs[1])); });
 }
 
 /// What all infos of the module have in common: a name and a signature.

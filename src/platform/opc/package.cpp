@@ -45,8 +45,10 @@ std::optional<PartName> targetOf(const Relationship& link) {
 
 Package::Package(std::u16string path, const zip::Limits& limits) : path_(std::move(path)), limits_(limits) {}
 
-Package::~Package() {
-  if (open_) open_->closeWithoutSaving();
+Package::~Package() { closeWithoutSaving(); }
+
+void Package::closeWithoutSaving() noexcept {
+  if (open_) std::exchange(open_, nullptr)->closeWithoutSaving();
 }
 
 void Package::open(OpenMode mode) {

@@ -58,6 +58,7 @@ class Package final : public RelationshipSource {
   /// if saving fails opc::Exception says why, and the file is as it was. Closing a closed package does
   /// nothing.
   void close();
+  void closeWithoutSaving() noexcept;
 
   /// What was read of the file; null before it is first opened. The same object as long as the file is
   /// unchanged.

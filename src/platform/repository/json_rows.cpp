@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -228,6 +229,10 @@ const char* describe(simdjson::error_code code) {
   }
 }
 
+/// The parser's code for this processor, chosen when the library is loaded: for want of memory simdjson would
+/// end the process, later as well.
+[[maybe_unused]] const std::string kChosen = simdjson::get_active_implementation()->name();
+
 /// Parses windows, reusing one parser's memory.
 class WindowParser {
  public:
@@ -236,7 +241,10 @@ class WindowParser {
   /// The elements, valid until the next call.
   dom::array parse(const JsonWindows::Window& window, std::size_t elementsBefore) {
     dom::array elements;
-    if (parseText(window.text).get(elements) != simdjson::SUCCESS) refuse(window.text, elementsBefore);
+    const auto failure = parseText(window.text).get(elements);
+    // Not to be tried again: what the parser has of its memory by now it takes for all of it.
+    if (failure == simdjson::MEMALLOC) throw std::bad_alloc();
+    if (failure != simdjson::SUCCESS) refuse(window.text, elementsBefore);
     if (elements.begin() == elements.end() && !window.mayBeEmpty) {
       raiseInvalid(kind_, elementsBefore + 1, "it is missing behind a comma");
     }

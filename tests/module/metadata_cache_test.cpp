@@ -26,79 +26,62 @@ class Metadata : public ::testing::Test {
   MetadataCacheImpl cache_;
 };
 
-TEST_F(Metadata, OfAPackageWithoutASessionIsEmpty) {
+TEST_F(Metadata, CountsOnlyTheFirstRunListAndNoThumbnail) {
   bind([](SessionWriter& session) { session.setThumbnail("image"); });
-  EXPECT_EQ(*cache_.getDescription(), u"");
-  EXPECT_EQ(*cache_.getCompression(), u"");
-  EXPECT_EQ(cache_.getNumRuns(), 0);
-  EXPECT_EQ(cache_.getNumSignals(), 0);
-  EXPECT_FALSE(cache_.getContainsView()) << "a thumbnail is no view";
-  EXPECT_FALSE(cache_.getContainsComparison());
+  EXPECT_EQ(*cache_.getDescription() + *cache_.getCompression(), u"");
+  EXPECT_EQ(cache_.getNumRuns() + cache_.getNumSignals(), 0);
+  EXPECT_FALSE(cache_.getContainsView() || cache_.getContainsComparison());
   EXPECT_TRUE(cache_.getRunIDs().empty());
-}
-
-TEST_F(Metadata, CountsOnlyTheFirstRunList) {
   bind([](SessionWriter& session) {
     session.setView("{}");
-    session.addPart(u"/one.json", u"application/json", tavlox::relationship_types::kRunData,
-                    R"([{"id": 1, "runClassName": "comparisonset"}])");
-    session.addPart(u"/two.json", u"application/json", tavlox::relationship_types::kRunData,
-                    R"([{"id": 2, "runClassName": "ComparisonSet"}, {"id": 3}])");
+    for (const char* json : {R"([{"id": 1, "runClassName": "comparisonset"}])",
+                             R"([{"id": 2, "runClassName": "ComparisonSet"}, {"id": 3}])"}) {
+      session.addPart(json[8] == '1' ? u"/1" : u"/2", u"application/json",
+                      tavlox::relationship_types::kRunData, json);
+    }
   });
   EXPECT_TRUE(cache_.getContainsView());
-  EXPECT_EQ(cache_.getNumRuns(), 1);
   EXPECT_FALSE(cache_.getContainsComparison()) << "the class name is compared exactly, in the first list";
   EXPECT_EQ(cache_.getRunIDs(), std::vector<FileRunId>{FileRunId{1}});
+  EXPECT_EQ(cache_.getNumRuns(), 1);
 }
 
 TEST_F(Metadata, IsReadAgainExactlyWhenTheFilesTimeChanges) {
   bind([](SessionWriter& session) { session.setDescription(u"before"); });
   const std::u16string* description = cache_.getDescription();
-  EXPECT_TRUE(cache_.isUpToDate());
   const auto stamp = std::filesystem::last_write_time(path());
-
   sessions_.write("s.tavlox", [](SessionWriter& session) { session.setDescription(u"after"); });
   std::filesystem::last_write_time(path(), stamp);
+  EXPECT_TRUE(cache_.isUpToDate());
   EXPECT_EQ(*cache_.getDescription(), u"before") << "nothing but the time stamp makes the cache stale";
-
   std::filesystem::last_write_time(path(), stamp + std::chrono::microseconds(1));
   EXPECT_FALSE(cache_.isUpToDate());
-  EXPECT_EQ(*cache_.getDescription(), u"after");
-  EXPECT_EQ(cache_.getDescription(), description) << "the text is changed in place";
+  cache_.getDescription();
+  EXPECT_EQ(*description, u"after") << "the text is changed in place";
 }
 
 TEST_F(Metadata, SaysThatTheFileIsGone) {
   bind(support::fillTwoRuns);
   cache_.getNumRuns();
   std::filesystem::remove(path());
-  const std::string notFound = "tavlox:general:FileNotFound(" + path() + ")";
-  EXPECT_EQ(raisedBy([&] { cache_.getNumRuns(); }), notFound);
-  EXPECT_EQ(raisedBy([&] { cache_.getFilename(); }), notFound);
-  EXPECT_EQ(raisedBy([&] { cache_.isUpToDate(); }), notFound);
-  EXPECT_EQ(raisedBy([&] { cache_.getRunIDs(); }), notFound);
+  const std::function<void()> kQuestions[] = {[&] { cache_.getNumRuns(); }, [&] { cache_.getFilename(); },
+                                              [&] { cache_.isUpToDate(); }, [&] { cache_.getRunIDs(); }};
+  for (const auto& ask : kQuestions) EXPECT_EQ(raisedBy(ask), "tavlox:general:FileNotFound(" + path() + ")");
 }
 
-TEST_F(Metadata, AFirstPassThatFailsHalfWayKeepsWhatItReadAndIsNotRepeated) {
-  cache_.setFilename(
-      sessions_.writeWithPart("s.tavlox", tavlox::relationship_types::kCompression, "no JSON"));
+TEST_F(Metadata, APassThatFailsHalfWayKeepsWhatItReadAndIsNotRepeated) {
+  const auto writeBroken = [this] {
+    return sessions_.writeWithPart("s.tavlox", tavlox::relationship_types::kCompression, "no JSON");
+  };
+  cache_.setFilename(writeBroken());
   EXPECT_NE(raisedBy([&] { cache_.getNumRuns(); }), "");
-  EXPECT_EQ(*cache_.getDescription(), u"a description");
-  EXPECT_EQ(*cache_.getVersion(), u"1.0");
+  EXPECT_EQ(*cache_.getDescription() + *cache_.getVersion(), u"a description1.0");
   EXPECT_EQ(raisedBy([&] { cache_.getCompression(); }), "tavlox_io:general:InternalError(" + path() + ", 3)");
-  EXPECT_EQ(raisedBy([&] { cache_.getNumRuns(); }), "tavlox_io:general:InternalError(" + path() + ", 4)");
-
-  bind(support::fillTwoRuns);
-  sessions_.touch("s.tavlox");
-  EXPECT_EQ(cache_.getNumRuns(), 2);
-}
-
-TEST_F(Metadata, ALaterPassThatFailsLeavesTheEarlierValues) {
   bind(support::fillTwoRuns);
   EXPECT_EQ(cache_.getNumRuns(), 2);
-  sessions_.writeWithPart("s.tavlox", tavlox::relationship_types::kRunData, R"([{"id": 1}, {"id": 1}])");
+  writeBroken();
   sessions_.touch("s.tavlox");
-  EXPECT_EQ(raisedBy([&] { cache_.getNumRuns(); }).substr(0, 49),
-            "simulation_data_repository:sdr:InvalidSessionData");
+  EXPECT_NE(raisedBy([&] { cache_.getNumRuns(); }), "");
   EXPECT_EQ(*cache_.getDescription(), u"a description") << "read before the failure";
   EXPECT_EQ(cache_.getNumRuns(), 2) << "not reached again";
 }

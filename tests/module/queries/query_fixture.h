@@ -3,8 +3,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -48,11 +48,11 @@ class Queries : public ::testing::Test {
     return raised + " " + std::to_string(waited / std::chrono::milliseconds(500));
   }
 
-  /// The database files there are.
-  std::vector<std::filesystem::path> databases() const {
-    std::vector<std::filesystem::path> found;
+  /// The database files there are, absolute paths.
+  std::set<std::string> databases() const {
+    std::set<std::string> found;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(databases_.path())) {
-      if (entry.is_regular_file()) found.push_back(entry.path());
+      if (entry.is_regular_file()) found.insert(entry.path().string());
     }
     return found;
   }
@@ -65,8 +65,8 @@ class Queries : public ::testing::Test {
   int rewritten_ = 0;
 };
 
-/// The fields of the element at `index`, as "name=value" lines: texts as they are, numbers in brackets with
-/// their class.
+/// The fields of the element at `index`, as "name=value|": texts as they are, each int32 followed by a blank,
+/// doubles with six decimals.
 inline std::string describeRecord(const corvan::HostArray& records, std::size_t index) {
   std::string text;
   for (std::size_t field = 0; field < records.fieldNames().size(); ++field) {
@@ -75,15 +75,11 @@ inline std::string describeRecord(const corvan::HostArray& records, std::size_t 
     if (value.kind() == corvan::ArrayKind::Char) {
       text += fl::i18n::to_string(value.text());
     } else if (value.numericClass() == corvan::NumericClass::Int32) {
-      text += "int32[";
       for (const std::int32_t number : value.values<std::int32_t>()) text += std::to_string(number) + " ";
-      text += "]" + std::to_string(value.rows()) + "x" + std::to_string(value.columns());
     } else {
-      char number[32];
-      std::snprintf(number, sizeof number, "double[%g]", value.scalarAsDouble());
-      text += number;
+      text += std::to_string(value.scalarAsDouble());
     }
-    text += "\n";
+    text += "|";
   }
   return text;
 }

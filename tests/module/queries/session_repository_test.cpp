@@ -1,5 +1,3 @@
-#include "metadata/session_repository.h"
-
 #include <fstream>
 
 #include "tests/module/queries/query_fixture.h"
@@ -12,22 +10,17 @@ using support::OtherConnection;
 using support::raisedBy;
 using tavlox::SessionWriter;
 
-TEST_F(Queries, AnUnchangedFileIsLoadedOnce) {
+TEST_F(Queries, AFileIsLoadedOnceAndAgainWhenItChanges) {
   bind(support::fillTwoRuns);
   allSignals();
-  ASSERT_EQ(databases().size(), 1u);
-  // A run that only the database has shows whether the file is loaded again.
-  const OtherConnection other(databases()[0], "UPDATE runs SET name = 'changed in the database'");
-  EXPECT_EQ(run(7).fieldAt(0, u"Name").text(), u"changed in the database");
-}
-
-TEST_F(Queries, AChangedFileIsLoadedIntoANewDatabaseAndTheOldOneRemoved) {
-  bind(support::fillTwoRuns);
-  run(7);
   const auto before = databases();
+  ASSERT_EQ(before.size(), 1u);
+  // What only the database has shows whether the file is loaded again.
+  const OtherConnection other(*before.begin(), "UPDATE runs SET name = 'changed in the database'");
+  EXPECT_EQ(run(7).fieldAt(0, u"Name").text(), u"changed in the database");
   rewrite(support::fillTwoRuns);
-  run(7);
-  ASSERT_EQ(databases().size(), 1u);
+  EXPECT_EQ(run(7).fieldAt(0, u"Name").text(), u"");
+  EXPECT_EQ(databases().size(), 1u) << "the old one is removed";
   EXPECT_NE(databases(), before);
   cache_.setFilename(sessions_.folder().wide("s.tavlox"));
   EXPECT_TRUE(databases().empty());
@@ -36,7 +29,7 @@ TEST_F(Queries, AChangedFileIsLoadedIntoANewDatabaseAndTheOldOneRemoved) {
 TEST_F(Queries, ADatabaseThatCannotBeRemovedIsReportedAndForgotten) {
   bind(support::fillTwoRuns);
   run(7);
-  const std::filesystem::path database = databases().at(0);
+  const std::filesystem::path database = *databases().begin();
   std::filesystem::remove(database);
   std::filesystem::create_directories(database / "not empty");
   rewrite(support::fillTwoRuns);
@@ -45,41 +38,22 @@ TEST_F(Queries, ADatabaseThatCannotBeRemovedIsReportedAndForgotten) {
   EXPECT_EQ(run(7).elementCount(), 1u);
 }
 
-TEST_F(Queries, ALockedDatabaseIsSaidAfterAPause) {
+TEST_F(Queries, LockedAndCorruptDatabasesAreSaidAfterAPause) {
   bind(support::fillTwoRuns);
   run(7);
-  const OtherConnection other(databases().at(0), "BEGIN EXCLUSIVE");
-  const std::string raised = raisedAfterPauses([&] { run(7); });
-  EXPECT_EQ(raised.substr(0, 39), "sqldb:ssdb:Locked(sqldb:ssdb:Locked, Th") << raised;
-  EXPECT_EQ(raised.back(), '1');
-  const std::string unpaused = raisedAfterPauses([&] { signalsNamed(u"a"); });
-  EXPECT_EQ(unpaused.substr(0, 19), "sqldb:ssdb:Locked(/") << "the repository's own, outside of transactions";
-  EXPECT_EQ(unpaused.back(), '0');
-}
-
-TEST_F(Queries, ACorruptDatabaseIsAnInternalErrorAfterAPause) {
-  bind(support::fillTwoRuns);
-  run(7);
-  std::fstream(databases().at(0), std::ios::binary | std::ios::in | std::ios::out)
+  {
+    const OtherConnection other(*databases().begin(), "BEGIN EXCLUSIVE");
+    const std::string raised = raisedAfterPauses([&] { run(7); });
+    EXPECT_EQ(raised.substr(0, 39), "sqldb:ssdb:Locked(sqldb:ssdb:Locked, Th") << raised;
+    EXPECT_EQ(raised.back(), '1');
+    const std::string unpaused = raisedAfterPauses([&] { signalsNamed(u"a"); });
+    EXPECT_EQ(unpaused.substr(0, 19), "sqldb:ssdb:Locked(/")
+        << "the repository's own, outside of transactions";
+    EXPECT_EQ(unpaused.back(), '0');
+  }
+  std::fstream(*databases().begin(), std::ios::binary | std::ios::in | std::ios::out)
       << std::string(8192, '\xFF');
   EXPECT_EQ(raisedAfterPauses([&] { run(7); }), "simulation_data_repository:sdr:InternalError() 1");
-}
-
-TEST_F(Queries, TheFirstCollectedErrorDecides) {
-  using foundation::core::except::collection;
-  throwCollected(collection::get_empty_instance());
-  collection errors;
-  errors.add(foundation::core::except::except_with_causes("other:component:Key", {u"a"}));
-  errors.add("sqldb:ssdb:Corrupt", "file", "text");
-  EXPECT_EQ(raisedAfterPauses([&] {
-              try {
-                throwCollected(errors);
-              } catch (const collection& raised) {
-                EXPECT_EQ(raised.size(), 2u) << "the others ride along";
-                throw;
-              }
-            }),
-            "other:component:Key(a) 1");
 }
 
 TEST_F(Queries, ALoadThatFailedIsNotTriedAgainUntilTheFileChanges) {

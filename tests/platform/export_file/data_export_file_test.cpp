@@ -33,19 +33,3 @@ TEST(DataExportFile, PartsComeInTheOrderOfTheRelationships) {
     EXPECT_THROW(file.getPartsByRelationshipType(type), opc::Exception);
   }
 }
-
-TEST(DataExportFile, ANewFileHasTheDescriptionThatItIsGiven) {
-  const TemporaryFolder folder;
-  DataExportFile file(true);
-  file.modify(folder.wide("new.tavlox"));
-  std::u16string description = u"x", version = u"x";
-  file.getDescription(description);
-  file.getVersion(version);
-  EXPECT_EQ(description + version, u"");
-  file.setDescription(u"first & größer");
-  file.closePackage();
-  DataExportFile reader(false);
-  reader.modifyReadPackage(folder.wide("new.tavlox"));
-  reader.getDescription(description);
-  EXPECT_EQ(description, u"first & größer");
-}

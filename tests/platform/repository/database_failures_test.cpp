@@ -60,17 +60,12 @@ auto filesIn(const fs::path& folder) { return std::distance(fs::directory_iterat
 
 TEST(DatabaseFailures, LockedByASecondConnection) {
   LoadedRepository session;
-  const auto signals = session.signalsOf(7);
-  signals[3].getName();
-  {
-    // Refused if reading had left the database locked.
-    const OtherConnection other(session.database(), "PRAGMA busy_timeout=0; BEGIN EXCLUSIVE");
-    const std::string locked = "sqldb:ssdb:Locked(" + session.database().string() + ", database is locked)";
-    EXPECT_EQ(session.collected([&] { signals[3].getName(); }), std::vector<std::string>{locked});
-    EXPECT_EQ(raisedBy([&] { session.countNamed(u"n", 7); }), locked);
-    EXPECT_EQ(raisedBy([&] { session.loadSignals(signalJson(1, 7, "a")); }), locked);
-  }
-  EXPECT_EQ(session.readingFails(), "");
+  session.signalsOf(7)[3].getName();
+  // Refused if reading had left the database locked.
+  const OtherConnection other(session.database(), "PRAGMA busy_timeout=0; BEGIN EXCLUSIVE");
+  const std::string locked = "sqldb:ssdb:Locked(" + session.database().string() + ", database is locked)";
+  EXPECT_EQ(session.collected([&] { session.names(7); }), std::vector<std::string>{locked});
+  EXPECT_EQ(raisedBy([&] { session.loadSignals(signalJson(1, 7, "a")); }), locked);
 }
 
 TEST(DatabaseFailures, DamagedFiles) {
@@ -103,10 +98,8 @@ TEST(DatabaseFailures, FullDisk) {
     const auto errors = session.collected([&] { session.loadSignals(manySignals(80)); });
     ASSERT_EQ(errors.size(), 1u);
     EXPECT_TRUE(errors[0].starts_with("sqldb:ssdb:Failed(" + session.database().string())) << errors[0];
-    ObjectManager another;
     const support::FileSizeLimit fuller(100);
-    EXPECT_NE(raisedBy([&] { another.initializeObjectManager("", ""); }), "");
-    EXPECT_EQ(another.getDatabaseLocation(), u"");
+    EXPECT_NE(raisedBy([] { ObjectManager().initializeObjectManager("", ""); }), "");
     EXPECT_EQ(filesIn(session.database().parent_path()), 1) << "the file of the one that failed";
   }
   session.loadSignals(manySignals(80));
@@ -149,12 +142,4 @@ TEST(DatabaseFile, AFolderOfSomeoneElseIsNotUsed) {
   manager.initializeObjectManager("", "");
   EXPECT_EQ(filesIn(elsewhere.path()), 0);
   EXPECT_TRUE(fs::exists(fs::path(manager.getDatabaseLocation())));
-}
-
-TEST(DatabaseFile, AFileThatIsThereIsNotTaken) {
-  support::TemporaryFolder folder;
-  folder.write("taken.db", "precious");
-  ObjectManager manager;
-  EXPECT_NE(raisedBy([&] { manager.initializeObjectManager(folder.path().string(), "taken.db"); }), "");
-  EXPECT_EQ(folder.read("taken.db"), "precious");
 }

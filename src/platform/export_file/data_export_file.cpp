@@ -52,13 +52,7 @@ std::vector<opc::model::Part> DataExportFile::getPartsByRelationshipType(std::u1
   const opc::model::Package& package = getPackageImpl();
   std::vector<opc::model::Part> parts;
   for (const opc::model::Relationship& link : package.getRelationshipsByType(type)) {
-    const std::u16string& target = link.getTarget().text();
-    if (link.getTargetMode() == opc::model::TargetMode::External) {
-      opc::raise("export_file:file:ExternalTarget", package.path(), type, target);
-    }
-    const opc::model::PartName name(target);
-    if (!package.hasPart(name)) opc::raise("export_file:file:MissingPart", package.path(), type, target);
-    parts.push_back(package.getPart(name));
+    if (auto part = package.findPart(link)) parts.push_back(std::move(*part));
   }
   return parts;
 }

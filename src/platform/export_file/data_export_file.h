@@ -51,8 +51,8 @@ class DataExportFile {
   void setDescription(const std::u16string& description);
   void getVersion(std::u16string& version) const;
 
-  /// The parts that package-level relationships of this type lead to, in the order of the relationships.
-  /// Raises opc::Exception if a target is missing or external.
+  /// The parts that package-level relationships of this type lead to, in the order of the relationships, one
+  /// for each: several may lead to the same part. A relationship without a part is passed over.
   std::vector<opc::model::Part> getPartsByRelationshipType(std::u16string_view type) const;
 
  private:

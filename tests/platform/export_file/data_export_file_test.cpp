@@ -29,7 +29,7 @@ TEST(DataExportFile, PartsComeInTheOrderOfTheRelationships) {
   EXPECT_EQ(parts[0].getName().text(), u"/b.txt");
   EXPECT_EQ(parts[1].getName().text(), u"/a.txt");
   EXPECT_TRUE(file.getPartsByRelationshipType(u"pair").empty());
-  for (const char16_t* type : {u"Broken", u"Outside", u"Climbs"}) {
-    EXPECT_THROW(file.getPartsByRelationshipType(type), opc::Exception);
-  }
+  EXPECT_EQ(file.getPartsByRelationshipType(u"Broken").size(), 1u) << "the other is gone";
+  for (const char16_t* type : {u"Outside", u"Climbs"})
+    EXPECT_TRUE(file.getPartsByRelationshipType(type).empty());
 }

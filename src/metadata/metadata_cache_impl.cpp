@@ -152,14 +152,20 @@ RunId MetadataCacheImpl::repositoryRun(FileRunId run) const {
   return entry->second;
 }
 
+ObjectManager& MetadataCacheImpl::repository() const {
+  if (objectManager_ == nullptr) raise("simulation_data_repository:sdr:InternalError");
+  return *objectManager_;
+}
+
 std::shared_ptr<Set> MetadataCacheImpl::lookupRun(FileRunId run) {
   ensureRunData();
   const RunId inRepository = repositoryRun(run);
+  ObjectManager& manager = repository();
   std::shared_ptr<Set> found;
   collection errors = collection::get_empty_instance();
-  objectManager_->safeTransaction(
+  manager.safeTransaction(
       [&] {
-        if (Set::lookupSet(inRepository, found, *objectManager_, false)) return;
+        if (Set::lookupSet(inRepository, found, manager, false)) return;
         collection missing;
         missing.add("simulation_data_repository:sdr:NoSuchRun");
         throwCollected(missing);
@@ -171,10 +177,11 @@ std::shared_ptr<Set> MetadataCacheImpl::lookupRun(FileRunId run) {
 
 Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
   ensureRunData();
+  ObjectManager& manager = repository();
   Signals signals;
   for (const FileRunId run : getRunIDs()) {
     References references;
-    Set::getAllSignalsByName(*objectManager_, name, repositoryRun(run), references);
+    Set::getAllSignalsByName(manager, name, repositoryRun(run), references);
     appendSignals(signals, references);
   }
   return signals;
@@ -182,13 +189,14 @@ Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
 
 Signals MetadataCacheImpl::lookupAllSignals() {
   ensureRunData();
+  ObjectManager& manager = repository();
   Signals signals;
   for (const FileRunId run : getRunIDs()) {
     const RunId inRepository = repositoryRun(run);
     References references;
     collection errors = collection::get_empty_instance();
-    objectManager_->safeTransaction(
-        [&] { Set::getAllSignals(*objectManager_, SignalQueryType::All, inRepository, references); }, errors);
+    manager.safeTransaction(
+        [&] { Set::getAllSignals(manager, SignalQueryType::All, inRepository, references); }, errors);
     throwCollected(errors);
     appendSignals(signals, references);
   }

@@ -62,6 +62,9 @@ class MetadataCacheImpl final : public MetadataCache {
   /// the reason, or BRINDD:brindd:DictFuncThrewException without one, if the file cannot be removed.
   void releaseRepository();
   RunId repositoryRun(FileRunId run) const;
+  /// The repository that ensureRunData loaded. Raises simulation_data_repository:sdr:InternalError if there is
+  /// none, which is so from a failed releaseRepository until the file changes.
+  ObjectManager& repository() const;
 
   std::u16string filename_;
   boost::posix_time::ptime metadataStamp_, runDataStamp_;  ///< the file's time when they were last read

@@ -42,7 +42,9 @@ bool containsComparisonRun(const ObjRefArrayJSON* runs) {
 
 std::int32_t countSignals(const file::ScopedRef& ref) {
   std::uint32_t count = 0;
-  for (const auto& part : findPartsByRelationshipType(ref, tavlox::relationship_types::kSignalsData)) {
+  for (auto& found : findPartsByRelationshipType(ref, tavlox::relationship_types::kSignalsData)) {
+    // A part keeps its input open: one is let go of before the next is asked.
+    const opc::model::Part part = std::move(found);
     PartStream stream(part, StartAt::Current);
     ObjRefArrayJSON signals(kSignalsPartKind);
     signals.load(stream);

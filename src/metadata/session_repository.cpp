@@ -19,7 +19,9 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
   Set::loadRunsFromJSON(manager, runList, loaded, newRuns, Application::SessionFile);
   for (const auto& [inFile, run] : loaded) runIdMap[inFile] = run;
 
-  for (const auto& part : findPartsByRelationshipType(ref, relationship_types::kSignalsData)) {
+  for (auto& found : findPartsByRelationshipType(ref, relationship_types::kSignalsData)) {
+    // A part keeps its input open: one is let go of before the next is asked.
+    const opc::model::Part part = std::move(found);
     PartStream stream(part, StartAt::Beginning);
     ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Keep::Rows);
     signals.load(stream);

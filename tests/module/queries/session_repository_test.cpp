@@ -34,6 +34,10 @@ TEST_F(Queries, ADatabaseThatCannotBeRemovedIsReportedAndForgotten) {
   std::filesystem::create_directories(database / "not empty");
   rewrite(support::fillTwoRuns);
   EXPECT_EQ(raisedBy([&] { run(7); }).substr(0, 39), "BRINDD:brindd:DictFuncThrewStdException");
+  const std::function<void()> kQueries[] = {[&] { run(7); }, [&] { allSignals(); },
+                                            [&] { signalsNamed(u""); }};
+  for (const auto& query : kQueries)
+    EXPECT_EQ(raisedBy(query), "simulation_data_repository:sdr:InternalError()");
   rewrite(support::fillTwoRuns);
   EXPECT_EQ(run(7).elementCount(), 1u);
 }

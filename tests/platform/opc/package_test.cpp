@@ -25,10 +25,10 @@ using tests::relationships;
 constexpr auto kLink = R"(<Relationship Id="rId1" Type="t" Target="a.txt"/>)";
 const ContentType kText(u"text/plain");
 
-/// The names of the parts of an archive that also has a list of content types, or what refuses to open it.
+/// The names of the parts of an archive, or what refuses to open it. All but empty ones have content types.
 std::string partsOf(tests::Items items, const zip::Limits& limits = {}) {
   const support::TemporaryFolder folder;
-  items.emplace(items.begin(), "[content_types].XML", contentTypes());
+  if (!items.empty()) items.emplace(items.begin(), "[content_types].XML", contentTypes());
   tests::writeArchive(folder.narrow("p.zip"), items);
   Package package(folder.wide("p.zip"), limits);
   std::string names;
@@ -60,15 +60,10 @@ TEST(Opening, TakesWhatRealFilesContainAndRefusesWithTheRuleThatIsBroken) {
       {{{"a.txt", ""}, {"a.txt/b.txt", "derived"}}, "/a.txt /a.txt/b.txt "},
       {{{"_rels/a.txt.rels", "<of no part"}, {"_rels/_rels/.rels.rels", "<"}, {"b.txt", ""}}, "/b.txt "},
       {{{"Ab.TXT", ""}, {"\xC3\xB6.txt", "not encoded"}}, "/Ab.TXT /%C3%B6.txt "},
-      {{}, ""},
-  };
+      {{}, "opc:package:ContentTypesMissing"}};
   for (const auto& [items, outcome] : kCases) EXPECT_EQ(partsOf(items), outcome);
 
-  const support::TemporaryFolder folder;
-  tests::writeArchive(folder.narrow("archive.zip"), {{"a.txt", "x"}, {"[Content_Types].xml/", ""}});
-  EXPECT_EQ(ruleOf([&] { Package(folder.wide("archive.zip")).open(OpenMode::Read); }),
-            "opc:package:ContentTypesMissing");
-  EXPECT_THROW(Package(folder.wide("none.zip")).open(OpenMode::Modify), PackageNotFound);
+  EXPECT_THROW(Package(u"/none.zip").open(OpenMode::Modify), PackageNotFound);
 }
 
 TEST(Opening, HoldsTheLimitsForAllRelationshipsTogether) {
@@ -106,9 +101,8 @@ TEST(Opening, KeepsRelationshipsThatReachNoPart) {
 TEST(Opening, HashesTextsDifferentlyInEveryProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs this test anew in the other process
   const std::string hash = std::to_string(fl::i18n::TextHash()("rId1"));
-  setenv("HASH_OF_THE_FIRST_PROCESS", hash.c_str(), /*overwrite=*/0);
-  EXPECT_EXIT(std::exit(hash == std::getenv("HASH_OF_THE_FIRST_PROCESS") ? 1 : 0), testing::ExitedWithCode(0),
-              "");
+  setenv("FIRST_HASH", hash.c_str(), /*overwrite=*/0);
+  EXPECT_EXIT(std::exit(hash == std::getenv("FIRST_HASH") ? 1 : 0), testing::ExitedWithCode(0), "");
 }
 
 // The index is shared exactly as long as the file is the same. A file that has only just changed is read once
@@ -151,11 +145,9 @@ TEST_F(Parts, SayThatTheirPackageIsClosed) {
   const auto input = part.getInputStream();
   const auto output = package_.createPart(PartName(u"/b.txt"), kText, {}).getOutputStream();
   char byte;
-  const std::function<void()> kUses[] = {
-      [&] { input->read(&byte, 1); },     [&] { input->restart(); },
-      [&] { output->write("x", 1); },     [&] { part.getInputStream(); },
-      [&] { part.getOutputStream(); },    [&] { part.getSize(); },
-      [&] { part.getRelationships({}); }, [&] { part.deleteRelationship("rId1"); }};
+  const std::function<void()> kUses[] = {[&] { input->read(&byte, 1); },  [&] { input->restart(); },
+                                         [&] { output->write("x", 1); },  [&] { part.getSize(); },
+                                         [&] { part.getOutputStream(); }, [&] { part.getRelationships({}); }};
   package_.close();
   EXPECT_EQ(ruleOf([&] { package_.getRelationships({}); }), "opc:package:Closed");
   package_.open(OpenMode::Read);  // of which the old handles are no part

@@ -62,7 +62,7 @@ TEST(HostJson, HasTheShapeThatReadersExpect) {
     HostArray array;
     const char* expected;
   } const cases[] = {
-      {HostArray::charRow(u"caf\u00E9 \"1\"\n"), R"("café \"1\"\u000a")"},
+      {HostArray::charRow(u"\u00E9\u009F \"1\"\n\x7F\u009B31m"), R"("é\u009f \"1\"\u000a\u007f\u009b31m")"},
       {HostArray::doubleScalar(0.1), "0.1"},
       {HostArray::doubleScalar(std::numeric_limits<double>::quiet_NaN()), "null"},
       {HostArray::logicalScalar(true), "true"},

@@ -103,14 +103,20 @@ JsonWriter& JsonWriter::value(double number) {
 std::string JsonWriter::take() { return std::exchange(text_, {}); }
 
 void JsonWriter::appendEscaped(std::string_view narrow) {
-  for (const char c : narrow) {
-    if (c == '"' || c == '\\') {
+  for (std::size_t i = 0; i < narrow.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(narrow[i]);
+    // In UTF-8 the control characters from U+0080 to U+009F are C2 and their own byte.
+    const bool isTwoByteControl =
+        byte == 0xC2 && i + 1 < narrow.size() && static_cast<unsigned char>(narrow[i + 1]) < 0xA0;
+    if (byte == '"' || byte == '\\') {
       text_ += '\\';
-      text_ += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      appendUnicodeEscape(text_, static_cast<unsigned char>(c));
+      text_ += narrow[i];
+    } else if (byte < 0x20 || byte == 0x7F) {
+      appendUnicodeEscape(text_, byte);
+    } else if (isTwoByteControl) {
+      appendUnicodeEscape(text_, static_cast<unsigned char>(narrow[++i]));
     } else {
-      text_ += c;
+      text_ += narrow[i];
     }
   }
 }

@@ -8,7 +8,8 @@
 namespace fl::i18n {
 
 /// Writes one JSON document (RFC 8259) into a text, front to back. Calls nest as the document does:
-/// `beginObject(); member("id"); value(1); endObject();`. Commas are put in where they belong.
+/// `beginObject(); member("id"); value(1); endObject();`. Commas are put in where they belong. Control
+/// characters are escaped, also those that JSON lets pass (U+007F to U+009F) and terminals obey.
 class JsonWriter {
  public:
   JsonWriter& beginObject();

@@ -30,7 +30,7 @@ TEST(JsonWriter, Texts) {
   json.value(std::string_view("q\" b\\ s/ \n\x1F\0\x7F", 13)).value("größe");
   json.value(u"\xD83D\xDE00 ü").value(u"lo \xD800").value(u"").endArray().endObject();
   EXPECT_EQ(json.text(),
-            "{\"a\\\"b\":[\"q\\\" b\\\\ s/ \\u000a\\u001f\\u0000\x7F\",\"größe\",\"😀 ü\","
+            "{\"a\\\"b\":[\"q\\\" b\\\\ s/ \\u000a\\u001f\\u0000\\u007f\",\"größe\",\"😀 ü\","
             "\"\\u006c\\u006f\\u0020\\ud800\",\"\"]}");
 }
 

@@ -33,6 +33,7 @@ constexpr std::string_view kOutputRules = R"(Output:
   Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
   tab-separated, without headings, everywhere else. Backslashes, tabs, line ends and control characters in
   a value are written as \\, \t, \n, \r and \u001B. Colours are left out when NO_COLOR is set.
+  With --json each error and warning is an object on a line of its own.
 
 Exit code: 0 done, 1 the operation failed, 2 the command line is wrong.
 )";

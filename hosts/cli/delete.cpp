@@ -1,61 +1,91 @@
+#include <algorithm>
+#include <functional>
 #include <set>
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/saving.h"
 #include "platform/errors/exceptions.h"
+#include "platform/errors/package_errors.h"
 #include "platform/files/filesystem.h"
+#include "platform/opc/package.h"
 
 namespace tavlox::cli {
 namespace {
 
 using Texts = std::vector<std::u16string>;
 
-/// A bare name deletes user files only, whatever else is listed under it.
-void refuseOutsideUserFolder(const Texts& listed, const Request& request) {
-  const bool isByName = !fl::filesystem::is_absolute_path_when_expanded(request.one("ENTRY"));
-  if (isByName || request.has("--force")) return;
-  Texts outside = listed;
-  std::erase_if(outside, [](const std::u16string& path) { return path.starts_with(kUserFolder); });
-  if (outside.empty()) return;
-  foundation::core::except::raise("tavlox:cli:NotAUserFile", request.one("FILE"), namesInMessage(outside));
+bool isOutsideUserFolder(const std::u16string& entry) { return !entry.starts_with(kUserFolder); }
+
+bool isByName(const Request& request) {
+  return !fl::filesystem::is_absolute_path_when_expanded(request.one("ENTRY"));
 }
 
-/// Deletes what the search finds, and gives the paths that are no longer listed.
-Texts deleteEntries(const zobs::COSInterfacePointer& file, const Request& request) {
+/// What the module will remove: of a bare name user files only, whatever else is listed under it. Where the
+/// entries cannot be listed, the search stands for them.
+Texts found(const zobs::COSInterfacePointer& file, const Request& request) {
   const std::u16string& search = request.one("ENTRY");
-  Texts removed = listedPaths(file, search);
-  refuseOutsideUserFolder(removed, request);
-  call(file, "deleteFile", {search});
-  const Texts left = listedPaths(file, search);
-  std::erase_if(removed, [kept = std::set<std::u16string_view>(left.begin(), left.end())](const auto& path) {
-    return kept.contains(path);
-  });
-  return removed;
+  Texts entries;
+  try {
+    entries = listedPaths(file, search);
+  } catch (const std::exception&) {
+    return {search};
+  }
+  if (isByName(request)) std::erase_if(entries, isOutsideUserFolder);
+  return entries;
 }
 
-/// Entries whose part is missing cannot be listed, but they can be removed.
-bool canBeListed(const zobs::COSInterfacePointer& file, const std::u16string& search) {
-  try {
-    listedPaths(file, search);
-    return true;
-  } catch (const std::exception&) {
-    return false;
+void refuseOutsideUserFolder(Texts entries, const Request& request) {
+  if (isByName(request) || request.has("--force")) return;
+  std::erase_if(entries, std::not_fn(isOutsideUserFolder));
+  if (entries.empty()) return;
+  foundation::core::except::raise("tavlox:cli:NotAUserFile", request.one("FILE"), namesInMessage(entries));
+}
+
+/// Of entries that are to be removed, those with a part that anything but a user file's relationship leads
+/// to.
+Texts sessionPartsAmong(const Texts& entries, const std::u16string& path) {
+  opc::model::Package package(path);
+  package.open(opc::interfaces::OpenMode::Read);
+  Texts parts;
+  for (const std::u16string& entry : std::set(entries.begin(), entries.end())) {
+    const auto links = package.getRelationshipsByTarget(opc::model::URI(entry));
+    const bool isNeeded = std::ranges::any_of(links, [](const opc::model::Relationship& link) {
+      return link.getTargetMode() != opc::model::TargetMode::External && link.getType() != kUserFileType;
+    });
+    try {
+      if (isNeeded && package.hasPart(opc::model::PartName(entry))) parts.push_back(entry);
+    } catch (const opc::Exception&) {
+      // No part can be called so.
+    }
   }
+  return parts;
+}
+
+/// Of what was found before, that which is no longer listed.
+Texts removedOf(Texts before, const zobs::COSInterfacePointer& file, const std::u16string& search) {
+  try {
+    const Texts left = listedPaths(file, search);
+    std::erase_if(before, [kept = std::set<std::u16string_view>(left.begin(), left.end())](const auto& path) {
+      return kept.contains(path);
+    });
+  } catch (const std::exception&) {
+    // It is deleted, whether or not the package can be read a moment later.
+  }
+  return before;
 }
 
 ExitCode runDelete(const Request& request) {
-  const std::u16string& search = request.one("ENTRY");
-  const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
-  Texts removed;
-  if (request.has("--force") && !canBeListed(file, search)) {
-    call(file, "deleteFile", {search});
-    removed = {search};
-  } else {
-    removed = deleteEntries(file, request);
-  }
-  printPaths(request, "Removed", removed);
+  const std::u16string &path = request.one("FILE"), &search = request.one("ENTRY");
+  const zobs::COSInterfacePointer file = openFile(request, path);
+  const Texts before = found(file, request);
+  refuseOutsideUserFolder(before, request);
+  const Texts lost = request.has("--force") ? sessionPartsAmong(before, path) : Texts();
+  save(request, path, [&] { call(file, "deleteFile", {search}); });
+  if (!lost.empty()) warn(request.format, "tavlox:cli:SessionPartsRemoved", path, namesInMessage(lost));
+  printPaths(request, "Removed", removedOf(before, file, search));
   return ExitCode::Done;
 }
 
@@ -74,8 +104,10 @@ elsewhere belongs to the recorded session: it is removed only with --force.
 )",
     .parameters = {{"FILE", Takes::One, "The package to change"},
                    {"ENTRY", Takes::One, "A path of the package or a file name"},
-                   {"--force", Takes::Flag, "Remove also what lies outside /user"}},
+                   {"--force", Takes::Flag, "Remove also what lies outside /user"},
+                   kWait},
     .run = runDelete,
+    .check = checkWait,
 };
 
 }  // namespace tavlox::cli

@@ -1,13 +1,15 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/saving.h"
 
 namespace tavlox::cli {
 namespace {
 
 ExitCode runDescribe(const Request& request) {
   const std::u16string &path = request.one("FILE"), &text = request.one("TEXT");
-  call(openFile(request, path), "setFileDescription", {text});
+  const zobs::COSInterfacePointer file = openFile(request, path);
+  save(request, path, [&] { call(file, "setFileDescription", {text}); });
   if (request.format == OutputFormat::Json)
     print(beginAnswer(path).member("Description").value(text).endObject());
   return ExitCode::Done;
@@ -27,8 +29,10 @@ extern const Command kDescribe = {
 old description or the new one, whatever happens. A text that begins with "-" goes behind "--".
 )",
     .parameters = {{"FILE", Takes::One, "The package to change"},
-                   {"TEXT", Takes::One, "The new description; an empty text takes it away"}},
+                   {"TEXT", Takes::One, "The new description; an empty text takes it away"},
+                   kWait},
     .run = runDescribe,
+    .check = checkWait,
 };
 
 }  // namespace tavlox::cli

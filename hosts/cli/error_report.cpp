@@ -1,12 +1,10 @@
 #include "hosts/cli/error_report.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <new>
 
 #include <Poco/Exception.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "hosts/cli/terminal.h"
 #include "platform/errors/package_errors.h"
@@ -48,10 +46,6 @@ except_with_causes describe(const std::u16string& path) {
   }
 }
 
-bool isWritable(const std::u16string& path, int also) {
-  return access(fl::i18n::to_string(path).c_str(), W_OK | also) == 0;
-}
-
 /// Adds the rule of the package format that the file breaks, if it breaks one.
 void addBrokenRule(except_with_causes& error, const std::u16string& path) {
   try {
@@ -62,35 +56,20 @@ void addBrokenRule(except_with_causes& error, const std::u16string& path) {
   }
 }
 
-/// Adds what keeps a change of the file from being saved, as far as it can be seen from outside.
-void addObstaclesToSaving(except_with_causes& error, const std::u16string& path) {
-  const std::u16string target = fs::weakly_canonical(path);
-  const std::u16string folder = fs::extract_parent_path(target);
-  // The mode is asked too: to the superuser every file is writable, and still a read-only one is left alone.
-  if (fs::exists(target) &&
-      (!fs::status(target).has(fs::Permissions::OwnerWrite) || !isWritable(target, 0))) {
-    error.addCause(except_with_causes("tavlox:save:FileIsReadOnly", Arguments{target}));
-  }
-  if (!isWritable(folder, X_OK)) {
-    error.addCause(except_with_causes("tavlox:save:FolderNotWritable", Arguments{folder}));
-  }
-  std::error_code unknown;
-  const auto space = std::filesystem::space(fl::i18n::to_string(folder), unknown);
-  if (!unknown && space.available == 0) {
-    error.addCause(except_with_causes("tavlox:save:DiskFull", Arguments{folder}));
-  }
-}
-
-/// The module's errors name the file alone, so the package library and the file system are asked again.
+/// The module's errors name the file alone, so the package library is asked for the reason.
 void addCauses(except_with_causes& error) {
   if (error.GetArguments().empty() || error.GetArguments().front().empty()) return;
-  const std::u16string path = error.GetArguments().front();
-  const bool isReading = error.GetID() == "tavlox:general:UnableToReadFile";
-  const bool isSaving = error.GetID() == "tavlox_io:general:UnableToClosePackage";
-  const std::size_t given = error.causes().size();
-  if (isReading) addBrokenRule(error, path);
-  // A file that is sound and still not read was to be changed.
-  if (isSaving || (isReading && error.causes().size() == given)) addObstaclesToSaving(error, path);
+  if (error.GetID() == "tavlox:general:UnableToReadFile") addBrokenRule(error, error.GetArguments().front());
+  const auto& failedSave = opc::model::lastFailedSave();
+  if (error.GetID() == "tavlox_io:general:UnableToClosePackage" && failedSave) error.addCause(*failedSave);
+}
+
+/// Only searches know the home folder by "~". Shells expand it, but not in quotes or behind a "=".
+std::u16string hintAtHome(const except_with_causes& error) {
+  if (error.GetArguments().empty()) return {};
+  const std::u16string& path = error.GetArguments().front();
+  if (path != u"~" && !path.starts_with(u"~/")) return {};
+  return u"\"~\" is a name like any other here; the path tried is " + fs::absolute(path);
 }
 
 /// The catalog's text on one line that cannot drive a terminal, and the identifier.
@@ -106,8 +85,8 @@ void appendCauses(std::string& text, const except_with_causes& error) {
   }
 }
 
-std::string asText(const except_with_causes& error, const std::u16string& hint) {
-  std::string text = "tavlox: error: " + shown(error);
+std::string asText(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
+  std::string text = fmt::format("tavlox: {}: {}", kind, shown(error));
   appendCauses(text, error);
   if (!hint.empty()) text += fmt::format("  hint: {}\n", singleLine(hint, Backslashes::Kept));
   return text;
@@ -127,27 +106,46 @@ void writeError(JsonWriter& json, const except_with_causes& error, const std::u1
   json.endObject();
 }
 
-std::string asJson(const except_with_causes& error, const std::u16string& hint) {
+std::string asJson(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
   JsonWriter json;
-  json.beginObject().member("error");
+  json.beginObject().member(kind);
   writeError(json, error, hint);
   json.endObject();
   return json.take() + "\n";
 }
 
+void tell(OutputFormat format, std::string_view kind, const except_with_causes& error,
+          const std::u16string& hint) {
+  eraseProgress();
+  printError(format == OutputFormat::Json ? asJson(kind, error, hint) : asText(kind, error, hint));
+}
+
+// Without memory there is no catalog, and nothing to put a text together in.
+constexpr std::string_view kOutOfMemory =
+    "tavlox: error: Out of memory. Close other programs or data and try again. [tavlox:cli:OutOfMemory]\n";
+constexpr std::string_view kOutOfMemoryJson =
+    R"({"error":{"identifier":"tavlox:cli:OutOfMemory","arguments":[],"message":"Out of memory. Close other programs or data and try again."}})"
+    "\n";
+
 }  // namespace
 
 void report(OutputFormat format, const std::u16string& path, const std::u16string& hint) noexcept {
   try {
-    eraseProgress();
     except_with_causes error = describe(path);
     addCauses(error);
-    printError(format == OutputFormat::Json ? asJson(error, hint) : asText(error, hint));
-  } catch (const std::bad_alloc&) {
-    printError("tavlox: error: Out of memory. Close other programs or data and try again.\n");
-  } catch (const std::exception& second) {
-    for (const char* const piece : {"tavlox: error: ", second.what(), "\n"}) printError(piece);
+    tell(format, "error", error, hint.empty() ? hintAtHome(error) : hint);
+  } catch (const std::exception&) {
+    // A second failure while the first is told: there is hardly any memory left.
+    printError(format == OutputFormat::Json ? kOutOfMemoryJson : kOutOfMemory);
   }
+}
+
+void tellError(OutputFormat format, const except_with_causes& error) {
+  tell(format, "error", error, hintAtHome(error));
+}
+
+void tellWarning(OutputFormat format, const except_with_causes& warning) {
+  tell(format, "warning", warning, {});
 }
 
 std::u16string namesInMessage(const std::vector<std::u16string>& names) {

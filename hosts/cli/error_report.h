@@ -4,8 +4,9 @@
 #include <vector>
 
 #include "hosts/cli/command.h"
+#include "platform/errors/exceptions.h"
 
-/// How failures are told to people and to other programs.
+/// How failures, and what is to be known of a success, are told to people and to other programs.
 namespace tavlox::cli {
 
 /// Tells of the exception that is being handled, of whatever kind, on standard error. As text:
@@ -17,6 +18,18 @@ namespace tavlox::cli {
 /// told as causes. `path` is the file at hand, for errors that do not name it; it may be empty. `hint` says
 /// what this program knows besides.
 void report(OutputFormat format, const std::u16string& path = {}, const std::u16string& hint = {}) noexcept;
+
+/// Tells of an error that was caught before, as it is.
+void tellError(OutputFormat format, const foundation::core::except::except_with_causes& error);
+
+/// Tells on standard error, in the same forms, what is no failure: "tavlox: warning: …", {"warning": {…}}.
+void tellWarning(OutputFormat format, const foundation::core::except::except_with_causes& warning);
+template <class... Argument>
+void warn(OutputFormat format, fl::i18n::MessageId<sizeof...(Argument)> identifier,
+          const Argument&... arguments) {
+  namespace except = foundation::core::except;
+  tellWarning(format, except::except_with_causes(identifier, {except::toArgument(arguments)...}));
+}
 
 /// Names for a message: "/a, /b and 3 more". Not empty.
 std::u16string namesInMessage(const std::vector<std::u16string>& names);

@@ -31,5 +31,7 @@ std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, c
 
 /// Where people's own files lie; what lies elsewhere belongs to the recorded session.
 inline constexpr std::u16string_view kUserFolder = u"/user/";
+/// The type of the relationships that lead to them.
+inline constexpr std::u16string_view kUserFileType = u"UserAssetsPartRelType";
 
 }  // namespace tavlox::cli

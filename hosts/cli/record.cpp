@@ -9,6 +9,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/sample_table.h"
+#include "hosts/cli/saving.h"
 #include "platform/errors/exceptions.h"
 #include "platform/export_file/session_writer.h"
 #include "platform/files/descriptor.h"
@@ -203,7 +204,8 @@ void printJson(const std::u16string& output, const std::vector<RecordedRun>& run
 }
 
 ExitCode runRecord(const Request& request) {
-  const std::vector<RecordedRun> runs = recordSession(request);
+  std::vector<RecordedRun> runs;
+  save(request, request.one("OUT"), [&] { runs = recordSession(request); });
   request.format == OutputFormat::Json ? printJson(request.one("OUT"), runs) : printTable(runs);
   return ExitCode::Done;
 }
@@ -236,8 +238,10 @@ Prints a line for each run: id, name, number of signals and of rows, start, stop
     .parameters = {{"OUT", Takes::One, "The package to make"},
                    {"CSV", Takes::OneOrMore, "The tables, one for each run"},
                    {"--force", Takes::Flag, "Replace OUT if it exists"},
-                   {"--description", Takes::Value, "The description of the session"}},
+                   {"--description", Takes::Value, "The description of the session"},
+                   kWait},
     .run = runRecord,
+    .check = checkWait,
 };
 
 }  // namespace tavlox::cli

@@ -1,4 +1,5 @@
 #include "hosts/cli/command.h"
+#include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 
@@ -11,11 +12,21 @@ constexpr Column kColumns[] = {{"name", u"Name"},
                                {"type", u"DataType"},
                                {"block path", u"FullBlockPath"}};
 
+/// The module's answer is quiet where the run list is missing: signals of unknown runs are none.
+void warnOfSignalsLeftOut(const Request& request, const zobs::COSInterfacePointer& file) {
+  const auto count = [&](const char* property) {
+    return std::get<corvan::HostArray>(zobs::getProperty(file, property)).values<std::int32_t>()[0];
+  };
+  if (count("NumRuns") > 0 || count("NumSignals") == 0) return;
+  warn(request.format, "tavlox:cli:SignalsLeftOut", request.one("FILE"), count("NumSignals"));
+}
+
 ExitCode runSignals(const Request& request) {
   const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
   const corvan::HostArray found = request.has("--name")
                                       ? callForArray(file, "getSignalInfoByName", {request.one("--name")})
                                       : callForArray(file, "getAllSignalsInfo");
+  if (found.elementCount() == 0) warnOfSignalsLeftOut(request, file);
   printRecords(request.format, found, kColumns);
   return ExitCode::Done;
 }

@@ -40,6 +40,7 @@ class BadFiles(ProgramTest):
                       ["signals", "no"], ["add", "no", "no"], ["get", "no", "a"]):
             error = self.error_of(*words)
             self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
+        self.assertIn(f"{self.folder}/~/no", self.error_of("info", "~/no")["hint"])  # a name like any other
 
 
 class BadTables(ProgramTest):
@@ -92,6 +93,7 @@ class WrongCommandLines(ProgramTest):
             ["describe", "s.tavlox"], ["record", "s.tavlox"], ["record", "s.tavlox", "a.csv", "--description"])),
         *((["runs", "s.tavlox", "1", word], "tavlox:cli:NotARunID")
           for word in ("x", "", "2.9", "1e3", " 1", "+1", "2147483648", "99999999999999999999")),
+        *((["add", "s.tavlox", "a", "--wait", word], "tavlox:cli:NotSeconds") for word in ("soon", "", "-1", "nan", "1s")),
         (["info", b"\xff.tavlox"], "tavlox:cli:IllFormedText"),
     ]
 

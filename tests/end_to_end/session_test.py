@@ -1,8 +1,10 @@
 import datetime
+import fcntl
 import json
 import os
 import pty
 import subprocess
+import threading
 import xml.etree.ElementTree as ElementTree
 
 from program import COLD, CONTENT_TYPES, HOT, PROGRAM, SOURCES, ProgramTest
@@ -81,16 +83,31 @@ class Life(ProgramTest):
         before, names = path.read_bytes(), self.names_in_folder()
         # The superuser can write everywhere, so somebody else has to try.
         other = {"user": 65534} if os.geteuid() == 0 else {}
-        for mode, folder_mode, cause, options in [(0o444, 0o755, "FileIsReadOnly", {}),
-                                                  (0o666, 0o555, "FolderNotWritable", other)]:
+        for mode, folder_mode, cause, options in [(0o444, 0o755, "ReadOnly", {}), (0o666, 0o555, "FolderNotWritable", other)]:
             path.chmod(mode)
             self.folder.chmod(folder_mode)
             error = self.error_of("describe", "s.tavlox", "changed", **options)
             self.folder.chmod(0o755)
-            self.assertIn(error["identifier"],
-                          ["tavlox:general:UnableToReadFile", "tavlox_io:general:UnableToClosePackage"])
-            self.assertIn("tavlox:save:" + cause, [found["identifier"] for found in error["causes"]])
+            self.assertEqual(error["identifier"], "tavlox_io:general:UnableToClosePackage")
+            self.assertEqual([found["identifier"] for found in error["causes"]], ["opc:save:" + cause])
             self.assertEqual((path.read_bytes(), self.names_in_folder()), (before, names))
+
+    def test_a_save_waits_for_another_program_as_long_as_it_is_told_to(self):
+        words = ["describe", "s.tavlox", "text", "--wait"]
+        with open(self.record(), "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            for save in (words, ["record", "s.tavlox", self.write("hot.csv", HOT).name, "--force", "--wait"]):
+                error = self.error_of(*save, "0.2")
+                self.assertIn("opc:save:InUse", [error["identifier"], *(cause["identifier"] for cause in error.get("causes", []))])
+            threading.Timer(0.5, fcntl.flock, (file.fileno(), fcntl.LOCK_UN)).start()
+            self.output_of(*words, "30")
+
+    def test_a_hard_link_that_a_save_breaks_is_told_once(self):
+        (self.folder / "other.tavlox").hardlink_to(self.record())
+        for name in "ab":
+            self.write(name, name)
+        _, errors = self.run_program("add", "s.tavlox", "a", "b", "--json")
+        self.assertEqual(json.loads(errors)["warning"]["identifier"], "tavlox:cli:HardLinksKeepOldFile")
 
 
 class Answers(ProgramTest):
@@ -102,6 +119,16 @@ class Answers(ProgramTest):
         for command in ("runs", "signals"):
             self.assertEqual((self.json_of(command, "plain.tavlox"), self.output_of(command, "plain.tavlox")), ([], ""))
         self.assertEqual(self.error_of("runs", "plain.tavlox", "1")["hint"], "there is no run 1; the file has no runs")
+
+    def test_what_a_session_lost_is_told(self):
+        self.record()
+        output, errors = self.run_program("delete", "s.tavlox", "/session/runs.json", "--force")
+        self.assertEqual(output, "/session/runs.json\n")
+        self.assertRegex(errors, r"^tavlox: warning: .* /session/runs.json\. .* \[tavlox:cli:SessionPartsRemoved\]\n$")
+        for words in ([], ["--name", "v(out)"]):
+            output, errors = self.run_program("signals", "s.tavlox", *words)
+            self.assertEqual(output, "")
+            self.assertRegex(errors, r"^tavlox: warning: .* 3 signals .* \[tavlox:cli:SignalsLeftOut\]\n$")
 
     def test_one_file_that_fails_does_not_keep_the_others_from_being_answered(self):
         self.record("a.tavlox", hot=HOT)

@@ -41,6 +41,11 @@ std::optional<PartName> targetOf(const Relationship& link) {
   return PartName::tryFromText(link.getTarget().text());
 }
 
+std::optional<Exception>& failedSave() {
+  static std::optional<Exception> failure;
+  return failure;
+}
+
 }  // namespace
 
 Package::Package(std::u16string path, const zip::Limits& limits) : path_(std::move(path)), limits_(limits) {}
@@ -69,8 +74,18 @@ void Package::create(Existing existing) {
 }
 
 void Package::close() {
-  if (const auto closing = std::exchange(open_, nullptr)) closing->close();
+  const auto closing = std::exchange(open_, nullptr);
+  if (!closing) return;
+  failedSave().reset();
+  try {
+    closing->close();
+  } catch (const Exception& failure) {
+    failedSave() = failure;
+    throw;
+  }
 }
+
+const std::optional<Exception>& lastFailedSave() { return failedSave(); }
 
 OpenPackage& Package::opened() const {
   if (!open_) raise("opc:package:Closed", path_);

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/errors/package_errors.h"
 #include "platform/opc/core_properties.h"
 #include "platform/opc/part.h"
 #include "platform/opc/relationship.h"
@@ -108,5 +109,9 @@ class Package final : public RelationshipSource {
   std::shared_ptr<const PackageIndex> index_;  // outlives the openings
   std::shared_ptr<OpenPackage> open_;          // null while closed
 };
+
+/// Why the last `close` of this process failed, nothing if it did not. Modules tell their hosts no more than
+/// that a package could not be saved; here a host learns whether it is worth trying again.
+const std::optional<Exception>& lastFailedSave();
 
 }  // namespace opc::model

@@ -1,55 +1,282 @@
-#include <filesystem>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <optional>
+#include <set>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/temporary_folder.h"
 #include "platform/errors/exceptions.h"
+#include "platform/errors/package_errors.h"
+#include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
+#include "platform/opc/package.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
 namespace {
 
 namespace fs = fl::filesystem;
+using fl::i18n::to_string;
+using foundation::core::except::except_with_causes;
 using foundation::core::except::raise;
 using Texts = std::vector<std::u16string>;
 
-/// A link counts even if it leads nowhere: what is written would appear where it points to.
-bool isTaken(const std::u16string& path) {
-  std::error_code unknown;
-  return std::filesystem::exists(std::filesystem::symlink_status(fl::i18n::to_string(path), unknown));
+[[noreturn]] void raiseNotWritten(const std::u16string& path, int error) {
+  const fs::Error reason("fl:filesystem:ReplaceFailed",
+                         {path, fl::i18n::to_ustring(fs::systemReason(error))});
+  throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path}, {reason});
 }
 
-/// The module overwrites without asking. Asked for by a path, an entry is written to that path below the
-/// folder; by a bare name, only user files are written, to their path less /user/.
-void refuseToOverwrite(const Texts& listed, const std::u16string& search, const std::u16string& folder) {
-  const bool isByPath = fs::is_absolute_path_when_expanded(search);
-  Texts taken;
-  for (const std::u16string& entry : listed) {
-    // "*" and an empty text list everything, but get no more than what is called so.
-    if (!isByPath && (!entry.starts_with(kUserFolder) || fs::extract_filename(entry) != search)) continue;
-    const std::u16string target = fs::concatenate(folder, entry.substr(isByPath ? 1 : kUserFolder.size()));
-    if (isTaken(target)) taken.push_back(target);
+/// The folder that the files go below. A link given as the folder is followed; below it none is. Folders that
+/// are missing are made with the rights that the user gives new ones.
+class OutputFolder {
+ public:
+  explicit OutputFolder(std::u16string path) : path_(std::move(path)) {
+    for (std::u16string above = path_; !fs::exists(above); above = fs::extract_parent_path(above))
+      created_.push_back(above);
+    try {
+      fs::create_directories(path_);
+    } catch (const fs::Error& failure) {
+      throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path_}, {failure});
+    }
+    if (!fs::status(path_).has(fs::Permissions::OwnerWrite)) raise("tavlox:save:FolderNotWritable", path_);
+    folder_ = fs::Descriptor(open(to_string(path_).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder_) raiseNotWritten(path_, errno);
   }
-  if (!taken.empty()) raise("tavlox:cli:OutputExists", namesInMessage(taken));
+  /// Takes back the folders it made, unless there is something in them.
+  ~OutputFolder() {
+    for (const std::u16string& created : created_) rmdir(to_string(created).c_str());
+  }
+  OutputFolder(const OutputFolder&) = delete;
+  OutputFolder& operator=(const OutputFolder&) = delete;
+
+  const std::u16string& path() const { return path_; }
+  std::u16string pathOf(const std::u16string& relative) const { return fs::concatenate(path_, relative); }
+
+  /// What is at a path below the folder now, or the first link on the way to it.
+  struct Found {
+    std::u16string path;
+    struct stat status;
+  };
+  std::optional<Found> find(const std::u16string& relative) const {
+    struct stat status {};
+    for (std::size_t end = relative.find(u'/');; end = relative.find(u'/', end + 1)) {
+      const std::u16string step = relative.substr(0, end);
+      if (fstatat(folder_.get(), to_string(step).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return std::nullopt;
+      if (end == relative.npos || S_ISLNK(status.st_mode)) return Found{pathOf(step), status};
+    }
+  }
+
+  enum class Existing { Keep, Replace };
+  /// Moves a finished file to its path below the folder in one step.
+  void take(int fromFolder, const std::string& name, const std::u16string& relative, Existing existing) {
+    const std::string target = to_string(fs::extract_filename(relative));
+    openParent(relative);
+    struct stat old {};
+    const bool replaces = existing == Existing::Replace &&
+                          fstatat(parent_.get(), target.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          S_ISREG(old.st_mode);
+    // Who may read a file is its owner's choice, whatever is in it.
+    if (replaces) fchmodat(fromFolder, name.c_str(), old.st_mode & 07777, 0);
+    const unsigned flags = existing == Existing::Keep ? RENAME_NOREPLACE : 0;
+    int done = renameat2(fromFolder, name.c_str(), parent_.get(), target.c_str(), flags);
+    // Not every file system can look and rename in one step.
+    if (done != 0 && flags != 0 && errno == EINVAL && !find(relative))
+      done = renameat(fromFolder, name.c_str(), parent_.get(), target.c_str());
+    if (done == 0) return;
+    if (errno == EEXIST) raise("tavlox:cli:OutputExists", pathOf(relative));
+    raiseNotWritten(pathOf(relative), errno);
+  }
+
+ private:
+  /// Opens the folder that a file goes into, unless the one before went there too. Step by step: between a
+  /// look at a path and its use somebody could put a link there.
+  void openParent(const std::u16string& relative) {
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    const std::u16string name = fs::extract_parent_path(relative);
+    if (parent_ && name == parentName_) return;
+    parent_ = fs::Descriptor(openat(folder_.get(), ".", kFlags));
+    for (std::size_t start = 0; start < name.size();) {
+      const std::size_t end = std::min(name.find(u'/', start), name.size());
+      const std::string step = to_string(name.substr(start, end - start));
+      const bool exists = mkdirat(parent_.get(), step.c_str(), 0777) == 0 || errno == EEXIST;
+      if (exists) parent_ = fs::Descriptor(openat(parent_.get(), step.c_str(), kFlags));
+      if (!exists || !parent_) raiseNotWritten(pathOf(relative), errno);
+      start = end + 1;
+    }
+    parentName_ = name;
+  }
+
+  std::u16string path_;
+  Texts created_;  // the innermost first
+  fs::Descriptor folder_;
+  std::u16string parentName_;  // relative to the folder
+  fs::Descriptor parent_;
+};
+
+/// An entry that the search finds, and where it goes below the output folder: asked for by a path, an entry
+/// keeps its own; asked for by a bare name, only user files are meant, less /user/.
+struct Wanted {
+  std::u16string entry, relative;
+};
+
+/// What leads out of the package has no place below a folder, and no part.
+bool hasPlace(const std::u16string& entry) {
+  return entry.starts_with(u'/') && (entry + u'/').find(u"/../") == entry.npos;
 }
 
-ExitCode runGet(const Request& request) {
-  const std::u16string& search = request.one("ENTRY");
-  const std::u16string folder =
-      request.has("--output") ? fs::absolute(request.one("--output")) : fs::current_path();
-  const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
-  if (!request.has("--force")) refuseToOverwrite(listedPaths(file, search), search, folder);
-  const corvan::HostArray cells =
-      callForArray(file, "getFile", {search, std::u16string(u"OutputPath"), folder});
-  Texts written;
-  for (std::size_t i = 0; i < cells.elementCount(); ++i) written.emplace_back(cells.cellAt(i).text());
-  // The module's answer for a folder whose owner may not write to it.
-  if (written == Texts{u""}) raise("tavlox:save:FolderNotWritable", folder);
-  printPaths(request, "Written", written);
-  return ExitCode::Done;
+/// A finished file, by its paths below the temporary folder and below the output folder.
+struct Finished {
+  std::u16string source, relative;
+};
+
+/// All that an error and its causes name. There may be a cause for each of very many entries.
+void addNamed(const except_with_causes& error, std::set<std::u16string>& named) {
+  named.insert(error.GetArguments().begin(), error.GetArguments().end());
+  for (const except_with_causes& cause : error.causes()) addNamed(cause, named);
 }
+
+/// Whether the files cannot be written, rather than one entry not be read.
+bool isAboutDisk(const except_with_causes& error) {
+  if (error.GetID() != "tavlox_io:general:InvalidOutputPath") return false;
+  if (error.causes().empty()) return true;
+  const std::string& cause = error.causes().front().GetID();
+  return cause == "opc:stream:CannotWrite" || cause.starts_with("fl:");
+}
+
+/// One run of the command. The module writes without asking and as it goes, so it is given a temporary folder
+/// in the output folder, on the same file system; what is complete is moved from there.
+class Extraction {
+ public:
+  explicit Extraction(const Request& request)
+      : request_(request),
+        file_(openFile(request, request.one("FILE"))),
+        wanted_(wantedEntries()),
+        folder_(request.has("--output") ? fs::absolute(request.one("--output")) : fs::current_path()) {
+    refuseTargets();
+    temporary_.emplace(folder_.path());
+  }
+
+  ExitCode run() {
+    std::vector<Finished> finished;
+    try {
+      for (const std::u16string& path : extract(request_.one("ENTRY"))) finished.push_back({path, path});
+    } catch (const except_with_causes& failure) {
+      if (wanted_.size() < 2 || isAboutDisk(failure)) throw;
+      finished = extractTheSound(failure);
+    }
+    const Texts written = place(finished);
+    if (!written.empty()) printPaths(request_, "Written", written);
+    return result_;
+  }
+
+ private:
+  std::vector<Wanted> wantedEntries() const {
+    const std::u16string& search = request_.one("ENTRY");
+    const bool isByPath = fs::is_absolute_path_when_expanded(search);
+    std::vector<Wanted> wanted;
+    for (const std::u16string& entry : listedPaths(file_, search)) {
+      // "*" and an empty text list everything, but get no more than what is called so.
+      if (!isByPath && (!entry.starts_with(kUserFolder) || fs::extract_filename(entry) != search)) continue;
+      wanted.push_back({entry, entry.substr(isByPath ? 1 : kUserFolder.size())});
+    }
+    return wanted;
+  }
+
+  /// Before anything is extracted, which may take long.
+  void refuseTargets() const {
+    struct stat package {};
+    stat(to_string(request_.one("FILE")).c_str(), &package);
+    std::set<std::u16string> links, taken;
+    for (const Wanted& wanted : wanted_) {
+      const auto found = hasPlace(wanted.entry) ? folder_.find(wanted.relative) : std::nullopt;
+      if (!found) continue;
+      (S_ISLNK(found->status.st_mode) ? links : taken).insert(found->path);
+      const bool isPackage = found->status.st_dev == package.st_dev && found->status.st_ino == package.st_ino;
+      if (isPackage) raise("tavlox_io:general:InvalidOutputPath", found->path);
+    }
+    const auto named = [](const auto& paths) { return namesInMessage({paths.begin(), paths.end()}); };
+    if (!links.empty()) raise("tavlox:cli:LinkInOutput", named(links));
+    if (!taken.empty() && !request_.has("--force")) raise("tavlox:cli:OutputExists", named(taken));
+  }
+
+  /// Gives the paths written, below the temporary folder. Errors name the files as they were to be.
+  Texts extract(const std::u16string& search) const {
+    const std::u16string folder = fs::weakly_canonical(temporary_->path());
+    Texts paths;
+    try {
+      const corvan::HostArray cells =
+          callForArray(file_, "getFile", {search, std::u16string(u"OutputPath"), temporary_->path()});
+      for (std::size_t i = 0; i < cells.elementCount(); ++i)
+        paths.emplace_back(cells.cellAt(i).text().substr(folder.size() + 1));
+    } catch (const except_with_causes& error) {
+      throw temporary_->inTermsOf(folder_.path(), error);
+    }
+    return paths;
+  }
+
+  /// Keeps what was extracted before the failure, tries the other entries one by one, and reports those that
+  /// fail.
+  std::vector<Finished> extractTheSound(const except_with_causes& failure) {
+    opc::model::Package package(request_.one("FILE"));
+    package.open(opc::interfaces::OpenMode::Read);
+    std::vector<Finished> finished;
+    std::set<std::u16string> tried, failed;
+    addNamed(failure, failed);
+    for (const auto& [entry, relative] : wanted_) {
+      if (!tried.insert(entry).second) continue;
+      try {
+        // Asked here: each call of the module walks over all entries, too long if many have no part.
+        const bool hasPart = hasPlace(entry) && package.hasPart(opc::model::PartName(entry));
+        if (!hasPart) opc::raise("opc:part:NotFound", request_.one("FILE"), entry);
+        const bool isThere = fs::exists(fs::concatenate(temporary_->path(), relative));
+        const bool isComplete = isThere && !failed.contains(folder_.pathOf(relative));
+        const std::u16string source = isComplete ? relative : extract(entry).front();
+        finished.push_back({source, relative});
+      } catch (const except_with_causes& another) {
+        if (isAboutDisk(another)) throw;
+        report(request_.format, request_.one("FILE"));
+        result_ = ExitCode::Failed;
+      }
+    }
+    return finished;
+  }
+
+  /// Gives the final paths, one as often as it was found; it is moved once.
+  Texts place(const std::vector<Finished>& finished) {
+    using Existing = OutputFolder::Existing;
+    const Existing existing = request_.has("--force") ? Existing::Replace : Existing::Keep;
+    const std::u16string folder = fs::weakly_canonical(folder_.path());
+    Texts written;
+    std::set<std::u16string> placed;
+    for (const auto& [source, relative] : finished) {
+      endIfInterrupted();
+      if (placed.insert(relative).second)
+        folder_.take(temporary_->descriptor(), to_string(source), relative, existing);
+      written.push_back(fs::concatenate(folder, relative));
+    }
+    return written;
+  }
+
+  const Request& request_;
+  const zobs::COSInterfacePointer file_;
+  const std::vector<Wanted> wanted_;
+  OutputFolder folder_;
+  std::optional<TemporaryFolder> temporary_;  // goes before the folder it lies in
+  ExitCode result_ = ExitCode::Done;
+};
+
+ExitCode runGet(const Request& request) { return Extraction(request).run(); }
 
 }  // namespace
 
@@ -62,7 +289,9 @@ extern const Command kGet = {
     .details =
         R"(Prints the paths of the files written. A path of the package stands for an entry or for all in a folder,
 and is kept below the output folder: /user/plots/a.png becomes copies/user/plots/a.png. A bare file
-name takes the user files of that name, less /user: copies/plots/a.png. Missing folders are made.
+name takes the user files of that name, less /user: copies/plots/a.png. Missing folders are made. A file
+appears once it is complete. Nothing is written through a symbolic link below the output folder. An entry
+that cannot be read is reported, the others are still extracted, and the exit code is 1.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"ENTRY", Takes::One, "A path of the package or a file name"},

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/temporary_folder.h"
 #include "hosts/cli/terminal.h"
 #include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
@@ -165,5 +167,8 @@ int main(int argumentCount, char** arguments) {
   } catch (const std::exception&) {
     report(requestedFormat(argumentCount, arguments), file);
     return static_cast<int>(failure);
+  } catch (const Interrupted& interrupted) {
+    // So that a shell sees what ended the program, and ends a script too.
+    return std::raise(interrupted.signal);
   }
 }

@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "hosts/cli/temporary_folder.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -108,13 +109,15 @@ std::string progressLine(const corvan::Progress& progress, std::size_t width) {
 
 ProgressDisplay::ProgressDisplay()
     : next_(Clock::now() + 1s),
-      subscription_(isTerminal(stderr)
-                        ? corvan::ProgressListener([this](const auto& progress) { show(progress); })
-                        : corvan::ProgressListener()) {}
+      isShown_(isTerminal(stderr)),
+      subscription_([this](const auto& progress) { show(progress); }) {}
 
 ProgressDisplay::~ProgressDisplay() { eraseProgress(); }
 
 void ProgressDisplay::show(const corvan::Progress& progress) {
+  // What takes long enough to report is also what can be told to end.
+  endIfInterrupted();
+  if (!isShown_) return;
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
   next_ = now + 200ms;

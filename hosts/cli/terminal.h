@@ -33,7 +33,8 @@ std::size_t displayWidth(std::string_view narrow);
 
 /// Shows how far long work of the platform, the module and this program has come: on a terminal's standard
 /// error, once it takes longer than a second, and then a few times a second. One stands for the whole run of
-/// a command; its line is wiped away before anything else is said, and at the end.
+/// a command; its line is wiped away before anything else is said, and at the end. Each report is also where
+/// an interrupted program ends.
 class ProgressDisplay {
  public:
   ProgressDisplay();
@@ -44,6 +45,7 @@ class ProgressDisplay {
   void show(const corvan::Progress& progress);
 
   Clock::time_point next_;
+  bool isShown_;
   corvan::ProgressSubscription subscription_;
 };
 

@@ -31,13 +31,7 @@ RULES = {
     "swept": "after a kill the next save failed, or what was left is still there",
 }
 # The rules that do not hold yet, by command. One that holds in the whole long form fails it, until it is taken out.
-EXPECTED = {
-    "delete": {"failure"},  # What is left is listed after the save; an error then looks as if nothing was deleted.
-    "record": {"swept"},
-    "record-force": {"attributes", "success", "temporary", "swept"},
-    "get": {"whole", "failure"},  # A file written whole, whose path cannot be resolved then, counts as failed.
-    "get-force": {"whole", "failure"},
-}
+EXPECTED = {}
 # What is said of a change that is there, but may not outlast a power failure.
 UNCERTAIN = ("opc:save:NotConfirmed", "tavlox_io:general:UnableToClosePackage")
 

@@ -1,7 +1,12 @@
+import json
 import os
+import signal
+import subprocess
 import urllib.parse
+import zipfile
+from pathlib import Path
 
-from program import ProgramTest
+from program import PROGRAM, ProgramTest
 
 ODD_NAMES = ["my run (1).csv", "Gr\u00f6\u00dfe.csv", "100%.txt", "a#b.csv", "\u65e5\u672c.dat", "tab\there.txt",
              "two\nlines", "-dash", "[1].txt", "%41.txt", "a&b<c>'d\".txt", "no extension"]
@@ -99,11 +104,25 @@ class Add(UserFiles):
         (self.folder / "empty").mkdir()
         (self.folder / "folders only" / "sub").mkdir(parents=True)
         os.mkfifo(self.folder / "pipe")
-        (self.folder / "dangling").symlink_to("nowhere")
         for path, identifier in [("missing", "tavlox:general:FileNotFound"), ("", "tavlox:general:FileNotFound"),
-                                 ("dangling", "tavlox:general:FileNotFound"), ("empty", "tavlox:cli:NoFilesInFolder"),
-                                 ("folders only", "tavlox:cli:NoFilesInFolder"), ("pipe", "tavlox:cli:NeitherFileNorFolder")]:
+                                 ("empty", "tavlox:cli:NoFilesInFolder"), ("folders only", "tavlox:cli:NoFilesInFolder"), ("pipe", "tavlox:cli:NeitherFileNorFolder")]:
             self.assertEqual(self.assert_refused(identifier, "add", "s.tavlox", "good.txt", path), [path])
+
+    def test_files_that_cannot_be_read_are_named_and_the_others_stored(self):
+        self.write("plots/a.png", "a")
+        self.write("plots/b", "b")
+        self.write("c", "c")
+        for link, target in [("plots/nowhere", "nothing"), ("plots/folder", "."), ("dangling", "nothing")]:
+            (self.folder / link).symlink_to(target)
+        Path(os.fsdecode(os.fsencode(self.folder) + b"/plots/not utf-8 \xff")).touch()
+        for options in ([], ["--replace"]):
+            output, errors = self.run_program("add", "--json", "s.tavlox", "plots", "dangling", "c", *options, exit_code=1)
+            self.assertEqual(sorted(json.loads(output)["Added"]), ["/user/a.png", "/user/b", "/user/c"])
+            named = [json.loads(line)["error"]["arguments"][0] for line in errors.splitlines()]
+            self.assertEqual(sorted(named), ["dangling", "plots", "plots/folder", "plots/nowhere"])
+        self.assertEqual(self.entry_data("/user/a.png"), b"a")
+        error = self.run_program("add", "s.tavlox", "plots", exit_code=1)[1].splitlines()[0]
+        self.assertRegex(error, r'"(a\.png|b)" cannot be stored .* \[tavlox_io:general:CannotAddEntry\]')
 
     def test_what_was_stored_before_an_error_is_said(self):
         for name in ("a/1.txt", "2.txt", "1.txt", "3.txt"):
@@ -129,11 +148,50 @@ class Get(UserFiles):
         self.assertEqual((self.folder / "a.txt").read_text(), "precious")
         self.assertEqual(len(self.json_of("get", "s.tavlox", "a.txt", "--force")["Written"]), 2)
         self.assertEqual((self.folder / "a.txt").read_text(), "from the package")
-        # What is written through a link would appear where it points to.
+
+    def test_links_are_followed_to_the_output_folder_but_not_below_it(self):
+        (self.folder / "elsewhere").mkdir()
+        (self.folder / "out").symlink_to("elsewhere")
+        self.json_of("get", "s.tavlox", "a.txt", "-o", "out")
+        self.assertEqual((self.folder / "elsewhere/sub/a.txt").read_text(), "from the package")
+        (self.folder / "user").symlink_to("elsewhere")
         (self.folder / "a.txt").unlink()
-        (self.folder / "a.txt").symlink_to("elsewhere")
-        refused = self.assert_refused("tavlox:cli:OutputExists", "get", "s.tavlox", "a.txt")
-        self.assertTrue(refused[0].startswith(str(self.folder / "a.txt")), refused)
+        (self.folder / "a.txt").symlink_to("nothing")
+        for search, link in [("/user", "user"), ("a.txt", "a.txt")]:
+            for options in ([], ["--force"]):
+                refused = self.assert_refused("tavlox:cli:LinkInOutput", "get", "s.tavlox", search, *options)
+                self.assertEqual(refused, [str(self.folder / link)])
+
+    def test_only_whole_files_appear(self):
+        self.add("bad.txt", "precious" * 4000)
+        package = self.folder / "s.tavlox"
+        with zipfile.ZipFile(package) as archive:
+            middle = archive.getinfo("user/bad.txt").header_offset + 60
+        package.write_bytes(package.read_bytes()[:middle] + b"!" + package.read_bytes()[middle + 1:])
+        self.write("out/user/bad.txt", "old")
+        os.chmod(self.write("out/user/a.txt", "old"), 0o640)
+        output, errors = self.run_program("get", "s.tavlox", "/user", "-o", "out", "--force", exit_code=1, umask=0o022)
+        self.assertEqual(output.splitlines(), [str(self.folder / f"out/user/{name}") for name in ("a.txt", "sub/a.txt")])
+        self.assertRegex(errors, rf'^tavlox: error: "{self.folder}/out/user/bad.txt" was not written.*\n  because: .*\[opc:zip:.*\]\n$')
+        found = {str(path.relative_to(self.folder / "out/user")): path for path in (self.folder / "out").rglob("*") if path.is_file()}
+        self.assertEqual({name: path.read_text() for name, path in found.items()},
+                         {"a.txt": "from the package", "sub/a.txt": "from the package", "bad.txt": "old"})
+        modes = [(self.folder / "out/user" / name).stat().st_mode & 0o777 for name in ("a.txt", "sub", "sub/a.txt")]
+        self.assertEqual(modes, [0o640, 0o755, 0o644])
+
+    def test_an_interrupt_leaves_nothing(self):
+        with open(self.folder / "large", "wb") as file:
+            file.truncate(1 << 30)
+        self.output_of("add", "s.tavlox", "large")
+        names = [*self.names_in_folder(), "out"]
+        for word, code in [("INT", -signal.SIGINT), ("TERM", -signal.SIGTERM)]:
+            (self.folder / "out").mkdir(exist_ok=True)
+            extracting = subprocess.Popen([PROGRAM, "get", "s.tavlox", "large", "-o", "out"], cwd=self.folder)
+            while not any((self.folder / "out").rglob("large")):
+                self.assertIsNone(extracting.poll())
+            extracting.send_signal(-code)
+            self.assertEqual(extracting.wait(60), code, word)
+            self.assertEqual(list((self.folder / "out").iterdir()), [])
 
     def test_folders_that_cannot_be_written_are_errors(self):
         (self.folder / "locked").mkdir()
@@ -153,11 +211,9 @@ class Delete(UserFiles):
         self.assertEqual(self.output_of("delete", "s.tavlox", "/userdata", "--force"), "/userdata/a.txt\n")
         self.assertEqual(self.output_of("delete", "s.tavlox", "/user"), "/user/a.txt\n")
 
-    def test_an_entry_without_its_part_can_be_removed_by_force(self):
+    def test_an_entry_without_its_part_can_be_removed(self):
         self.add("a.txt", "a")
         entries = self.parts()
         self.write_package("s.tavlox", {name: data for name, data in entries.items() if not name.startswith("user/")})
-        self.error_of("list", "s.tavlox")
-        self.error_of("delete", "s.tavlox", "a.txt")
-        self.assertEqual(self.output_of("delete", "s.tavlox", "a.txt", "--force"), "a.txt\n")
+        self.output_of("delete", "s.tavlox", "a.txt")
         self.assertNotIn("/user/a.txt", self.listed())

@@ -1,6 +1,7 @@
 #include "assets/extract.h"
 
 #include <fstream>
+#include <map>
 
 #include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
@@ -37,18 +38,44 @@ void refusePackageItself(const std::u16string& filePath, const opc::model::Packa
   foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
 }
 
+/// Why a relationship reaches no part.
+void addMissing(collection& errors, const opc::model::Package& package,
+                const opc::model::Relationship& link) {
+  const std::u16string& target = link.getTarget().text();
+  if (link.getTargetMode() == opc::model::TargetMode::External) {
+    return errors.add("opc:package:ExternalTarget", package.path(), link.getID(), target);
+  }
+  errors.add("opc:part:NotFound", package.path(), target);
+}
+
+/// An external target is another thing than the part of the same name.
+using Target = std::pair<opc::model::TargetMode, std::u16string>;
+
+/// The visitor that extracts. A relationship that reaches no part is added to `errors` and the walk goes on:
+/// one such entry must not keep the others from being extracted, and the host is to hear of every one that is
+/// missing. A file that cannot be written ends the walk, since the next one would fail as well.
 RelationshipVisitor writerTo(const std::u16string& folder, RelativePath relativePath,
-                             std::vector<std::u16string>& written) {
-  return [=, &written](opc::model::Package& package, const opc::model::Relationship& link) {
-    const std::u16string relative = relativePath(link.getTarget().text());
+                             std::vector<std::u16string>& written, collection& errors) {
+  // The file of each target so far, empty for a missing one. Any number of relationships may lead to one
+  // part, and a small package can hold many thousands; writing it for each would take minutes. An ordered
+  // map, because the targets come from the file and could be made to collide in a hash table.
+  return [=, &written, &errors, files = std::map<Target, std::u16string>()](
+             opc::model::Package& package, const opc::model::Relationship& link) mutable {
+    const std::u16string& target = link.getTarget().text();
+    const std::u16string relative = relativePath(target);
     if (relative.empty()) return;
-    const std::u16string filePath = fs::concatenate(folder, relative);
-    // Fetched before anything is written: only the name of a part becomes a path on disk, and such a name
-    // cannot climb out of the folder.
-    const opc::model::Part part = targetPart(package, link);
-    refusePackageItself(filePath, package);
-    writePartToFile(filePath, part);
-    written.push_back(fs::expand(fs::weakly_canonical(filePath)));
+    const auto [file, isFirst] = files.try_emplace(Target(link.getTargetMode(), target));
+    if (isFirst) {
+      // Looked for before anything is written: only the name of a part becomes a path on disk, and such a
+      // name cannot climb out of the folder.
+      const auto part = package.findPart(link);
+      if (!part) return addMissing(errors, package, link);
+      const std::u16string filePath = fs::concatenate(folder, relative);
+      refusePackageItself(filePath, package);
+      writePartToFile(filePath, *part);
+      file->second = fs::expand(fs::weakly_canonical(filePath));
+    }
+    if (!file->second.empty()) written.push_back(file->second);
   };
 }
 
@@ -64,7 +91,7 @@ std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const st
   std::vector<std::u16string> written;
   collection errors;
   const auto relativePath = isPackagePath(name) ? keepingThePath : lessTheUserFolder;
-  forEachPartFound(ref, name, writerTo(folder, relativePath, written), errors, kUserFolder);
+  forEachPartFound(ref, name, writerTo(folder, relativePath, written, errors), errors, kUserFolder);
   raiseGatheredErrors(errors, {});
   return written;
 }
@@ -72,9 +99,11 @@ std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const st
 std::u16string prepareOutputDirectory(const std::u16string& folder) {
   try {
     std::u16string absolute = fs::make_native_form(fs::absolute(folder));
-    if (!fs::exists(folder)) {
-      fs::create_directories(folder);
-      fs::set_permissions(folder, fs::Permissions::OwnerAll);
+    // By the absolute path, so that the cause of an error says which one was tried: "~" is a name like others
+    // here, and a shell has expanded it before.
+    if (!fs::exists(absolute)) {
+      fs::create_directories(absolute);
+      fs::set_permissions(absolute, fs::Permissions::OwnerAll);
     }
     return absolute;
   } catch (const fs::Error& failure) {

@@ -8,10 +8,12 @@ namespace {
 using opc::model::Package;
 using opc::model::Relationship;
 
-/// A target outside the package has no content type to show.
+/// A relationship that reaches no part has no content type to show. It is listed all the same, so that people
+/// see the entry and can delete it.
 std::u16string typeOf(const Package& package, const Relationship& link) {
-  if (link.getTargetMode() == opc::model::TargetMode::External) return {};
-  const std::u16string subType = targetPart(package, link).getContentType().getSubType();
+  const auto part = package.findPart(link);
+  if (!part) return {};
+  const std::u16string subType = part->getContentType().getSubType();
   const std::size_t plus = subType.rfind(u'+');
   return plus == std::u16string::npos ? std::u16string() : subType.substr(plus + 1);
 }

@@ -20,8 +20,8 @@ struct ListedEntry {
 
 /// The entries that the search text selects, in the package's order. A bare name is looked for among all
 /// package-level relationships. Empty text and "*" mean "/". Finding nothing is an empty answer. Raises
-/// tavlox_io:general:UnsupportedSearch for a relative path with folders, and opc::Exception for a
-/// relationship that leads to no part; one that leads out of the package is an entry without a type.
+/// tavlox_io:general:UnsupportedSearch for a relative path with folders. A relationship that reaches no part
+/// (dangling, above the root or out of the package) is an entry without a type.
 std::vector<ListedEntry> listFiles(const file::ScopedRef& ref, const ListOptions& options);
 
 /// Removes the entries that `name` selects, bare names among user files only, and gives their names. Raises

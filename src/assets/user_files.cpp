@@ -8,9 +8,7 @@ namespace orra::tavloxio::part {
 
 namespace fs = fl::filesystem;
 using opc::model::ExcludeMode;
-using opc::model::PartName;
 using opc::model::Relationship;
-using opc::model::TargetMode;
 
 namespace {
 
@@ -52,13 +50,6 @@ std::u16string fileNameOf(const std::u16string& path) {
 
 bool isPackagePath(const std::u16string& search) {
   return fs::is_absolute_path_when_expanded(fs::make_native_form(search));
-}
-
-opc::model::Part targetPart(const opc::model::Package& package, const Relationship& link) {
-  if (link.getTargetMode() == TargetMode::External) {
-    opc::raise("opc:package:ExternalTarget", package.path(), link.getID(), link.getTarget().text());
-  }
-  return package.getPart(PartName(link.getTarget().text()));
 }
 
 OptionMap parseNameValueOptions(std::span<const zobs::Value> inputs) {
@@ -112,15 +103,10 @@ void raiseGatheredErrors(const collection& errors, const std::set<std::string>& 
 }
 
 void removeUserEntry(opc::model::Package& package, const Relationship& link) {
+  // Looked for first, so that a relationship that reaches no part goes without an error.
+  const auto part = package.findPart(link);
   package.deleteRelationship(link.getID());
-  if (link.getTargetMode() == TargetMode::External) return;
-  std::optional<PartName> target;
-  try {
-    target.emplace(link.getTarget().text());
-  } catch (const opc::Exception&) {
-    return;  // no part can be called so
-  }
-  package.deletePart(*target);
+  if (part) package.deletePart(part->getName());
 }
 
 }  // namespace orra::tavloxio::part

@@ -30,9 +30,6 @@ std::u16string fileNameOf(const std::u16string& path);
 /// Whether a search text is a path of the package, to a part or a folder, rather than a file name.
 bool isPackagePath(const std::u16string& search);
 
-/// The part that a relationship leads to. Raises opc::Exception if there is none.
-opc::model::Part targetPart(const opc::model::Package& package, const opc::model::Relationship& link);
-
 /// "OutputPath" and "Path" hold a text, "Replace" a logical.
 using OptionMap = std::unordered_map<std::string, std::variant<std::u16string, bool>>;
 
@@ -73,7 +70,7 @@ void forEachPartFound(const file::ScopedRef& ref, const std::u16string& search,
 /// Raises what was gathered as one error with causes, unless its identifier is among those to let pass.
 void raiseGatheredErrors(const collection& errors, const std::set<std::string>& identifiersToLetPass);
 
-/// Deletes a relationship, and the part it leads to if there is one.
+/// Deletes a relationship, and the part it reaches if there is one.
 void removeUserEntry(opc::model::Package& package, const opc::model::Relationship& link);
 
 }  // namespace orra::tavloxio::part

@@ -1,5 +1,7 @@
 // The same search texts given to list, getFile and deleteFile: where their answers differ is the point.
 
+#include <ctime>
+
 #include "tests/module/assets/user_files_fixture.h"
 
 namespace support {
@@ -60,25 +62,47 @@ TEST_F(Searching, AnswersOfListGetAndDelete) {
 }
 
 TEST_F(Searching, TypesAreWhatFollowsTheLastPlus) {
-  const std::pair<const char16_t*, const char*> kTypes[] = {
-      {u"image/png", ""}, {u"application/a+b+c", "c"}, {u"application/a+", ""}};
-  for (const auto& [contentType, type] : kTypes) {
-    package_.add(u"/user/a", "1", contentType).link(u"/user/a");
-    EXPECT_EQ(listed({}, u"Type"), type);
-    EXPECT_EQ(listed({}, u"Name"), "a");
-    call("deleteFile", {u"/user/a"});
-  }
+  package_.add(u"/a", "1", u"image/png").add(u"/b", "2", u"application/a+b+c").add(u"/c", "3", u"text/a+");
+  package_.link(u"/a").link(u"/b").link(u"/c");
+  EXPECT_EQ(listed({}, u"Name"), "a b c");
+  EXPECT_EQ(listed({}, u"Type"), "c ");
 }
 
-TEST_F(Searching, ADanglingRelationshipStopsOnlyWhatNeedsItsPart) {
-  package_.link(u"/user/gone.txt").addLinked(u"/user/here.txt", "text");
-  const std::string notFound = "opc:part:NotFound(" + package_.narrowPath() + ", /user/gone.txt)";
-  EXPECT_EQ(errorOf("list", {}), notFound);
-  EXPECT_EQ(raisedBy([&] { got(u"gone.txt"); }), notFound);
-  EXPECT_EQ(listed({u"here.txt"}), "/user/here.txt");
-  EXPECT_EQ(got(u"/user/here.txt"), "out/user/here.txt");
-  call("deleteFile", {u"gone.txt"});
-  EXPECT_EQ(listed(), "/user/here.txt");
+TEST_F(Searching, ADanglingRelationshipSpoilsNoAnswerAboutTheOthers) {
+  for (const char16_t* part : {u"/gone", u"/user/here", u"/lost", u"/gone"}) package_.link(part);
+  package_.add(u"/user/here", "text");
+  const std::string rule = "opc:part:NotFound(" + package_.narrowPath();
+  EXPECT_EQ(listed(), "/gone /user/here /lost /gone");
+  try {
+    call("getFile", {u"/", u"OutputPath", onDisk("out")});
+    ADD_FAILURE() << "nothing is missed";
+  } catch (const foundation::core::except::except_with_causes& error) {
+    EXPECT_EQ(describe(error), rule + ", /gone)");
+    ASSERT_EQ(error.causes().size(), 1u) << "each is named once";
+    EXPECT_EQ(describe(error.causes()[0]), rule + ", /lost)");
+  }
+  EXPECT_EQ(filesBelow(package_.folder().narrow("out")), "user/here");
+  call("deleteFile", {u"/gone"});
+  EXPECT_EQ(listed(), "/user/here /lost");
+}
+
+TEST_F(Searching, APartIsWrittenOnceHoweverManyRelationshipsLeadToIt) {
+  package_.add(u"/user/a", std::string(1 << 20, 'x'));
+  for (int i = 0; i < 3000; ++i) package_.link(u"/user/a");
+  const auto cpuTime = [] { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; };
+  const double start = cpuTime();
+  EXPECT_EQ(outputOf("getFile", {u"/", u"OutputPath", onDisk("out")}).columns(), 3000u);
+  EXPECT_LT(cpuTime() - start, 0.5);
+}
+
+// A home folder is only looked for in a search text; everywhere else "~" is a name like others.
+TEST_F(Searching, ATildeIsAName) {
+  std::filesystem::current_path(package_.folder().path());
+  writeOnDisk("~/a", "text");
+  call("addFile", {u"~/a"});
+  EXPECT_EQ(listed(), "/user/a");
+  call("getFile", {u"a", u"OutputPath", u"~/out"});
+  EXPECT_EQ(filesBelow(package_.folder().narrow("~")), "a out/a");
 }
 
 }  // namespace

@@ -13,13 +13,13 @@
 #include "platform/opc/package.h"
 #include "platform/zobs/object.h"
 
-/// What adding, extracting, listing and deleting user files have in common: how the files are called, the
+/// What adding, extracting, listing and deleting user files have in common: the names of the files, the
 /// options, and how entries of a package are selected.
 namespace orra::tavloxio::part {
 
 using foundation::core::except::collection;
 
-/// The folder of the package that user files go into, are looked for in by bare name, and are stripped of.
+/// The folder of the package for user files: where they are stored, and where a bare name is looked for.
 inline constexpr char16_t kUserFolder[] = u"/user/";
 /// The type of the package-level relationship that leads to a user file.
 inline constexpr char16_t kUserAssetsRelationshipType[] = u"UserAssetsPartRelType";

@@ -37,8 +37,8 @@ void CvInitialize_orra_tavlox_io() {
   if (initialised) return;
   initialised = true;
 
-  // Another module may have registered one or both of the namespaces. What is missing is added by the
-  // populations.
+  // Another module may have registered one or both of the namespaces. A namespace that is new is filled by
+  // the host when it is first looked into.
   COSNamespace* const tavlox = COSNamespace::getNamespace(makeInterned("tavlox"));
   if (tavlox == nullptr) {
     COSNamespace::addNamespace(new TAVLOXZOBSNamespaceInfo);

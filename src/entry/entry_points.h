@@ -8,7 +8,7 @@ extern "C" {
 /// the first one failed.
 __attribute__((visibility("default"))) void CvInitialize_orra_tavlox_io();
 
-/// Does nothing: what was registered stays for the life of the process. The doubled word in the name is the
-/// host's.
+/// Does nothing: what was registered stays for the life of the process. The host asks for the
+/// name with "orra" twice.
 __attribute__((visibility("default"))) void CvTerminate_orra_orra_tavlox_io();
 }

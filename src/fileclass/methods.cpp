@@ -124,8 +124,8 @@ class ORRATavloxIOZOBSMethodInfo : public zobs::COSMethodInfo {
   std::unique_ptr<zobs::COSMethodSignature> signature_ = zobs::COSMethodSignature::createMethodSignature();
 };
 
-/// The frame of a method call: finds the object's MetadataCache, and hands what the work returns, if it
-/// returns anything, to the host as the one output.
+/// One method call: finds the object's MetadataCache, runs `Work`, and gives its result, if it has one, to
+/// the host as the one output.
 template <auto Work>
 class FileMethod : public ORRATavloxIOZOBSMethodInfo {
  public:

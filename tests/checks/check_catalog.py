@@ -13,14 +13,9 @@ IDENTIFIER = re.compile(r'([=!]= )?"(\w+:\w+:\w+)"')
 
 def read_catalog(path):
     """(identifiers, problems); the build itself refuses a text whose placeholders have a gap."""
-    pairs = json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=list)
-    keys = [key for key, _ in pairs]
-    problems = [f"{path}: {key} is there twice" for key in sorted(set(keys)) if keys.count(key) > 1]
-    problems += [
-        f'{path}: "{key}" comes before "{following}"'
-        for key, following in zip(keys, keys[1:])
-        if key > following
-    ]
+    keys = [key for key, _ in json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=list)]
+    pairs = zip(keys, keys[1:])
+    problems = [f"{path}: {key} is there twice or comes before {next}" for key, next in pairs if key >= next]
     return {f"{path.stem}:{key}" for key in keys}, problems
 
 
@@ -37,9 +32,7 @@ def main(root):
             raised |= set() if compared else {identifier}
     problems += [f"{named[name]}: {name} has no text" for name in sorted(set(named) - texts)]
     problems += [f"{name}: no source raises it" for name in sorted(texts - raised)]
-    for problem in problems:
-        print(problem.replace(f"{root}/", ""))
-    print(f"{len(texts)} texts, {len(named)} identifiers")
+    print(*problems, f"{len(texts)} texts, {len(named)} identifiers", sep="\n")
     return 1 if problems or not texts else 0
 
 

@@ -1,7 +1,5 @@
-"""Includes point one way: entry, fileclass, {queries, assets}, metadata, package, platform, and inside the
-platform down to text. Hosts see the platform only. Headers of C libraries and of the operating system
-stay in source files of the platform and the hosts, and in headers that nothing outside their folder
-reaches. What the build generates ("generated/…") is nobody's and includes nothing.
+"""Includes point one way, as ALLOWED says. Headers of C libraries and of the operating system stay in source
+files of the platform and the hosts, and in headers that nothing outside their folder reaches.
 
 usage: check_includes.py SOURCE_FOLDER
 """
@@ -48,8 +46,8 @@ class Tree:
                 self.foreign[path] = [name for _, name in found if name and FOREIGN.match(name)]
 
     def resolve(self, path, name):
-        candidates = (folder / name for folder in (path.parent, self.root / "src", self.root))
-        return next((file.resolve() for file in candidates if file.is_file()), None)
+        files = (folder / name for folder in (path.parent, self.root / "src", self.root))
+        return next((file.resolve() for file in files if file.is_file()), None)
 
     def area(self, path):
         """The folder that the rules speak of: the longest known one, or "hosts/NAME"."""
@@ -89,8 +87,7 @@ def problems_of(tree, path):
 def main(root):
     tree = Tree(Path(root).resolve())
     problems = [(path, problem) for path in tree.own for problem in problems_of(tree, path)]
-    for path, problem in problems:
-        print(f"{path.relative_to(tree.root)}: {problem}")
+    print(*(f"{path.relative_to(tree.root)}: {problem}" for path, problem in problems), sep="\n")
     return 1 if problems or not tree.own else 0
 
 

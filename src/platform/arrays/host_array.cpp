@@ -19,7 +19,7 @@ constexpr std::array<std::string_view, 10> kClassNames{"double", "single", "int8
 // In the order of ArrayKind.
 constexpr std::array<std::string_view, 5> kKindNames{"numeric", "logical", "char", "cell", "struct"};
 
-/// What the maker gives for the C++ type of a numeric class.
+/// The result of `make` for the C++ type of a numeric class.
 template <class Maker>
 auto forType(NumericClass numericClass, const Maker& make) {
   return [&]<class... T>(const std::tuple<T...>*) {
@@ -79,8 +79,8 @@ struct HostArray::Block {
 
 void HostArray::Block::release() noexcept {
   if (--references != 0) return;
-  // Cells may be nested as deeply as memory allows. What a dying block lets go of waits in this list, so that
-  // deep nesting costs no stack.
+  // Cells may be nested as deeply as memory allows. Blocks that lose their last reference while another one
+  // is destroyed wait in this list: a recursion would overflow the stack.
   static Block* doomed = nullptr;
   static bool isEmptying = false;
   nextDoomed = doomed;

@@ -4,8 +4,8 @@
 
 #include "platform/errors/exceptions.h"
 
-/// The errors of the package library. They stand with the container because it is the lowest layer that
-/// raises them.
+/// The errors of the package library. They stand here, below it, because the files and the ZIP container that
+/// it is built on raise them too.
 namespace opc {
 
 /// Any failure of the package library. The identifier says which rule was broken, the first argument is the

@@ -8,7 +8,7 @@
 namespace corvan {
 
 struct Progress {
-  const char16_t* activity;  ///< what is being done, in the host's language of work: u"Loading signals"
+  const char16_t* activity;  ///< what is being done, in English: u"Loading signals"
   std::uint64_t done = 0;
   std::uint64_t total = 0;  ///< in the unit of `done`; 0 if it is not known
 };
@@ -18,7 +18,7 @@ using ProgressListener = std::function<void(const Progress&)>;
 /// Tells the listener, if there is one. Called often: listeners must be quick.
 void reportProgress(const Progress& progress);
 
-/// Subscribes for as long as it lives; the previous listener comes back afterwards.
+/// Subscribes for as long as it lives; afterwards the previous listener is called again.
 class ProgressSubscription {
  public:
   explicit ProgressSubscription(ProgressListener listener);

@@ -81,8 +81,8 @@ void append(std::string& out, char32_t point) {
   }
 }
 
-// Nearly every text is ASCII from end to end, or at least begins so; that part is recognised many units at a
-// time and is copied as it stands.
+/// How many units at the beginning are ASCII, in whole blocks. Most texts are ASCII throughout: this part is
+/// recognised many units at a time and needs no conversion.
 template <class In>
 std::size_t asciiPrefix(In text) {
   constexpr std::size_t kBlock = 16;

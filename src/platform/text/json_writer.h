@@ -20,7 +20,7 @@ class JsonWriter {
   /// The name of the member whose value follows.
   JsonWriter& member(std::string_view name);
 
-  /// UTF-8 must be well-formed; a lone surrogate of UTF-16 is written as its escape.
+  /// UTF-8 must be well-formed; UTF-16 with a lone surrogate is written in \u escapes.
   JsonWriter& value(std::string_view narrow);
   JsonWriter& value(std::u16string_view text);
   // Literals of either width would otherwise become a logical.

@@ -48,7 +48,7 @@ class TextIndex {
   }
 
  private:
-  /// Half of the hash is kept, so that growing reads no text and searching hardly ever a wrong one.
+  /// Half of the hash is kept, so that growing reads no text and a search seldom compares a wrong one.
   struct Slot {
     std::uint32_t index, hash;
   };

@@ -12,8 +12,8 @@
 
 namespace zobs {
 
-/// One registered property. Hosts can read it only: there is no setter. Attributes are words between the
-/// module and its hosts (0x800 and 0x40 are in use), which the object system keeps as given.
+/// One registered property. Hosts can read it only: there is no setter. What the attribute words (0x800 and
+/// 0x40 are in use) mean is agreed between module and host; the object system keeps them as given.
 struct COSProperty {
   Interned name;
   Interned type;

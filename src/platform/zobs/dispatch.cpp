@@ -14,7 +14,7 @@ using corvan::ArrayKind;
 using corvan::HostArray;
 using foundation::core::except::raise;
 
-/// An input as a type of the signature wants it. Nothing if it is not of the type and cannot become it.
+/// An input converted to a type of the signature; nothing if it can be neither taken nor converted.
 using Converted = std::optional<Value>;
 
 Converted toUnicodeString(const Value& input) {
@@ -76,7 +76,7 @@ std::string describe(const Value& input) {
          std::string(array->className());
 }
 
-/// The inputs as the method's signature wants them.
+/// The inputs, checked against the method's signature and converted to its types.
 std::vector<Value> convertInputs(const COSMethodInfo& method, std::vector<Value> inputs) {
   const COSMethodSignature& signature = method.getSignature();
   const std::vector<Interned>& types = signature.inputTypes();

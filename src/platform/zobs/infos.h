@@ -13,16 +13,16 @@
 /// Frees memory that came from the host's allocator.
 extern "C" void utFree(void* memory) noexcept;
 
-/// What a module says of itself: it derives a class from one of these infos for each namespace, class, method
-/// and function, and registers an object of it. Operations that answer something here need not be overridden;
-/// the object system itself uses few of those, the others are there for hosts to ask.
+/// How a module describes itself: it derives a class from one of these infos for each namespace, class,
+/// method and function, and registers an object of it. Operations with an answer here need not be overridden;
+/// the object system itself uses few of those, the others are for hosts to ask.
 namespace zobs {
 
 class COSNamespace;
 
 /// The access codes that registrations carry. Hosts may use public members only.
 inline constexpr int kPublicAccess = 0;
-/// Nobody may; this code stands for setting or replacing a member.
+/// Nobody may: given for the setting or replacing of a member.
 inline constexpr int kNoAccess = 2;
 
 struct Access {

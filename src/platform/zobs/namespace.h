@@ -21,7 +21,8 @@ struct COSFunction {
 /// Registered namespaces live as long as the process: objects may outlive whatever created them.
 class COSNamespace {
  public:
-  /// The namespace of a dotted name, or null. Looks into every namespace on the way, not into the one found.
+  /// The namespace of a dotted name, or null. Populates every namespace that holds the one found, not that
+  /// one.
   static COSNamespace* getNamespace(Interned dottedName) { return getNamespace(dottedName.text()); }
   static COSNamespace* getNamespace(std::string_view dottedName);
   /// Registers a top-level namespace. Like the further operations that add something, it takes over the info,

@@ -126,9 +126,7 @@ TEST(HostArray, AskingForWhatIsNotThereIsAnError) {
   const std::pair<std::function<void()>, std::string> cases[] = {
       {[&] { numbers.values<float>(); }, id + "WrongClass(double, single)"},
       {[&] { numbers.text(); }, id + "WrongClass(double, char)"},
-      {[&] { structure.setCell(0, numbers); }, id + "WrongClass(struct, cell)"},
       {[&] { numbers.scalarAsDouble(); }, id + "NotScalar(1, 3)"},
-      {[&] { HostArray::cell(1, 1).scalarAsDouble(); }, id + "WrongClass(cell, numeric)"},
       {[&] { cells.cellAt(4); }, id + "IndexOutOfRange(4, 4)"},
       {[&] { structure.setField(1, 0, numbers); }, id + "IndexOutOfRange(1, 1)"},
       {[&] { structure.fieldAt(0, u"name"); }, id + "NoSuchField(name)"},

@@ -1,8 +1,5 @@
 """What the compiler does not see of the messages: that an identifier which no raising call names has a text,
-that every text is raised somewhere, and that the catalogs are in order.
-
-usage: check_catalog.py SOURCE_FOLDER
-"""
+that every text is raised somewhere, and that the catalogs are in order. usage: check_catalog.py SOURCE_FOLDER"""
 import json
 import re
 import sys
@@ -15,7 +12,7 @@ def read_catalog(path):
     """(identifiers, problems); the build itself refuses a text whose placeholders have a gap."""
     keys = [key for key, _ in json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=list)]
     pairs = zip(keys, keys[1:])
-    problems = [f"{path}: {key} is there twice or comes before {next}" for key, next in pairs if key >= next]
+    problems = [f"{path}: {key} is there twice or comes before {other}" for key, other in pairs if key >= other]
     return {f"{path.stem}:{key}" for key in keys}, problems
 
 

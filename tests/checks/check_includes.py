@@ -1,8 +1,5 @@
-"""Includes point one way, as ALLOWED says. Headers of C libraries and of the operating system stay in source
-files of the platform and the hosts, and in headers that nothing outside their folder reaches.
-
-usage: check_includes.py SOURCE_FOLDER
-"""
+"""Includes point one way, as ALLOWED says. Headers of C libraries and of the system stay in source files of the
+platform and the hosts, and in headers private to their folder. usage: check_includes.py SOURCE_FOLDER"""
 import re
 import sys
 from pathlib import Path

@@ -51,12 +51,8 @@ TEST(HostArray, KnowsItsClassAndShape) {
   const std::pair<HostArray, std::string> cases[] = {
       {HostArray(), "double 0 0"},
       {HostArray::int32Column(ids), "int32 3 1"},
-      {HostArray::int32Row({}), "int32 1 0"},
-      {HostArray::numeric(corvan::numericClassByName("uint8"), 0, 255),
-       "uint8 0 255"},  // too wide for a byte
-      {HostArray::numeric(NumericClass::Single, 4, 5), "single 4 5"},
+      {HostArray::numeric(corvan::numericClassByName("uint8"), 0, 255), "uint8 0 255"},
       {HostArray::charRow(kLongText), "char 1 1000"},
-      {HostArray::cell(1, 0), "cell 1 0"},
   };
   for (const auto& [array, shape] : cases) {
     const HostArray copy = array;
@@ -85,7 +81,6 @@ TEST(HostArray, ChangingACopyLeavesTheOriginal) {
   HostArray copy = numbers;
   copy.mutableValues<double>()[99] = 2;
   EXPECT_EQ(numbers.values<double>()[99], 0);
-  EXPECT_EQ(copy.values<double>()[99], 2);
 
   const HostArray structure = record(1);
   HostArray changed = structure, cells = HostArray::cell(1, 1);
@@ -130,11 +125,9 @@ TEST(HostArray, AskingForWhatIsNotThereIsAnError) {
       {[&] { cells.cellAt(4); }, id + "IndexOutOfRange(4, 4)"},
       {[&] { structure.setField(1, 0, numbers); }, id + "IndexOutOfRange(1, 1)"},
       {[&] { structure.fieldAt(0, u"name"); }, id + "NoSuchField(name)"},
-      {[&] { structure.setField(0, 2, numbers); }, id + "NoSuchField(2)"},
       {[&] { HostArray::structure(1, 1, kTwice); }, id + "DuplicateField(A)"},
       {[&] { corvan::numericClassByName("int128"); }, id + "UnknownClass(int128)"},
       {[&] { HostArray::numeric(NumericClass::Double, kHuge, 2); }, outOfMemory},
-      {[&] { HostArray::cell(kHuge / 16, 1); }, outOfMemory},
   };
   for (const auto& [ask, raised] : cases) EXPECT_EQ(support::raisedBy(ask), raised);
 }

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(TextIndex, FindsWhatIsThereAlsoInACopyOfTheList) {
+TEST(TextIndex, FindsWhatIsThere) {
   std::vector<std::string> names;
   const auto nameAt = [&](std::size_t index) -> std::string_view { return names[index]; };
   fl::i18n::TextIndex byName;
@@ -16,12 +16,8 @@ TEST(TextIndex, FindsWhatIsThereAlsoInACopyOfTheList) {
   names.push_back("part7");
   EXPECT_FALSE(byName.add(5000, nameAt));
   byName.remove("part8", nameAt);
-  byName.remove("never there", nameAt);
   EXPECT_EQ(byName.size(), 4999U);
 
-  const fl::i18n::TextIndex copied = byName;
-  std::vector<std::string> copy = std::move(names);
-  const auto copyAt = [&](std::size_t index) -> std::string_view { return copy[index]; };
-  EXPECT_EQ(copied.find("part7", copyAt), 7U);
-  EXPECT_EQ(copied.find("part8", copyAt), std::nullopt);
+  EXPECT_EQ(byName.find("part7", nameAt), 7U);
+  EXPECT_EQ(byName.find("part8", nameAt), std::nullopt);
 }

@@ -35,8 +35,8 @@ struct Entry {
 /// Deliberately let pass, since sound archives do it: bytes before the first entry and between entries (as
 /// long as offsets count from the start of the file), up to 16 bytes behind the end record (line ends added
 /// in transport, padding to a block; lost when the archive is saved), padding in extra fields, data
-/// descriptors in each of their four forms. Movable, not copyable: the entries point into one
-/// buffer.
+/// descriptors in each of their four forms, entries said to be deflated that are empty and have no data.
+/// Movable, not copyable: the entries point into one buffer.
 class Directory {
  public:
   /// Raises PackageOpenFailed, with the identifier of the first rule that is broken; also when the file

@@ -66,6 +66,11 @@ DataReader::Source dataOf(const InputFile& file, const Entry& entry) {
       };
 }
 
+/// Some programs call nothing at all deflated, although even an empty stream has bytes.
+Method methodOfData(const Entry& entry) {
+  return entry.size == 0 && entry.compressedSize == 0 ? Method::Stored : entry.method;
+}
+
 }  // namespace
 
 struct DataReader::State {
@@ -124,7 +129,7 @@ std::size_t DataReader::read(void* into, std::size_t count) {
 EntryReader::EntryReader(std::shared_ptr<const InputFile> file, const Entry& entry)
     : file_(std::move(file)),
       name_(entry.name),
-      data_(dataOf(*file_, entry), entry.method, entry.size, entry.checksum) {}
+      data_(dataOf(*file_, entry), methodOfData(entry), entry.size, entry.checksum) {}
 
 std::size_t EntryReader::read(void* into, std::size_t count) {
   try {

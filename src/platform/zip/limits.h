@@ -9,7 +9,9 @@ namespace zip {
 /// hostile file from taking the machine's memory or time.
 struct Limits {
   std::uint64_t entries = 262'144;
-  std::uint64_t directoryBytes = std::uint64_t{512} << 20;
+  /// 256 bytes for each of so many entries. What is kept of a directory beside itself, the keys of its parts,
+  /// is no larger.
+  std::uint64_t directoryBytes = std::uint64_t{64} << 20;
   std::uint64_t relationshipBytes = std::uint64_t{16} << 20;
   std::size_t relationships = 100'000;
   std::uint64_t contentTypeBytes = std::uint64_t{64} << 20;

@@ -13,7 +13,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "platform/zobs/module_loader.h"
-#include "tests/support/package_fixture.h"
+#include "tests/platform/zip/archives.h"
 #include "tests/support/session_fixture.h"
 
 namespace {
@@ -93,11 +93,11 @@ struct OutOfMemory : testing::TestWithParam<std::size_t> {
   /// "" if the failure did no harm.
   std::string harmOf(long failing) {
     const bool succeeded = run(failing);
-    const std::string left = support::contentOf("s.tavlox");
+    const std::string left = zip::readAll("s.tavlox");
     if (!run(-1)) return "the next command fails";
-    const std::string changed = support::contentOf("s.tavlox");
+    const std::string changed = zip::readAll("s.tavlox");
     folder.write("s.tavlox", old);
-    if (left != changed && (succeeded || left != support::contentOf("s.tavlox"))) return "a mixture is saved";
+    if (left != changed && (succeeded || left != zip::readAll("s.tavlox"))) return "a mixture is saved";
     // What is kept from one call for the next comes and goes; what leaks grows with every call.
     std::array<long, 9> live{};
     for (std::size_t i = 0; i < live.size(); ++i) {

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <array>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "platform/opc/package.h"
 #include "platform/zip/directory.h"
-#include "platform/zip/entry_reader.h"
 #include "tests/support/command.h"
 #include "tests/support/temporary_folder.h"
 
@@ -24,16 +22,6 @@ inline std::string readAll(opc::InputStream& input) {
   std::array<char, 4096> block;
   while (const std::size_t got = input.read(block.data(), block.size())) bytes.append(block.data(), got);
   return bytes;
-}
-
-/// The data of every item of an archive, checksums compared, as "name=data;".
-inline std::string contentOf(std::string_view archive) {
-  const auto file = std::make_shared<const fl::filesystem::InputFile>(std::string(archive));
-  const auto directory = zip::Directory::read(*file);
-  std::string all;
-  for (const zip::Entry& entry : directory.entries())
-    all.append(entry.name).append("=").append(readWhole(file, entry, 1 << 25)).append(";");
-  return all;
 }
 
 /// A package in a folder of one test's own, filled part by part and damaged byte by byte. Names are decoded

@@ -90,10 +90,6 @@ TEST_F(Filesystem, FoldersAreMadeChangedAndRemoved) {
   const auto raised = [](const auto& action) { return ruleOf(action); };
   EXPECT_EQ(raised([&] { fs::set_permissions(wide("missing"), fs::Permissions::OwnerAll); }),
             "fl:filesystem:PermissionsFailed");
-  EXPECT_EQ(raised([&] { fs::create_directories(wide("target/below")); }),
-            "fl:filesystem:CreateFolderFailed");
-  EXPECT_EQ(raised([&] { fs::remove(wide("a")); }), "fl:filesystem:RemoveFailed");
-  EXPECT_EQ(raised([&] { fs::remove(u"\xDC00"); }), "fl:filesystem:ImpossibleName");
   EXPECT_EQ(support::raisedBy([&] { fs::status(wide("missing")); }),
             "fl:filesystem:StatusFailed(" + folder.narrow("missing") + ", No such file or directory)");
 }
@@ -104,9 +100,6 @@ TEST_F(Filesystem, AbsoluteAndCanonicalPaths) {
   ASSERT_EQ(chdir(folder.narrow("").c_str()), 0);
   const std::u16string here = folder.path().u16string();
   EXPECT_EQ(fs::absolute(u"link/../x"), here + u"/link/../x");
-  EXPECT_EQ(fs::absolute(u""), here);
-  EXPECT_EQ(fs::absolute(u"/x"), u"/x");
-  EXPECT_EQ(fs::absolute(u"x", u"/base"), u"/base/x");
   EXPECT_EQ(fs::absolute(u"x", u"sub"), here + u"/sub/x");
 
   EXPECT_EQ(fs::weakly_canonical(u"link/./a.txt"), here + u"/real/a.txt");

@@ -42,38 +42,24 @@ const Case kHostile[] = {
     {"too much behind the end", "NotAnArchive", [](auto& a) { a.trailing = std::string(17, ' '); }},
     {"a second end record in the comment", "NotAnArchive",
      [](auto& a) { a.end.comment = "PK\5\6" + std::string(30, 'x'); }},
-    {"a disk of several", "SeveralDisks", [](auto& a) { a.end.disk = 1; }},
-    {"entries on other disks", "SeveralDisks", [](auto& a) { a.end.entriesOnDisk = 1; }},
     {"an entry on another disk", "SeveralDisks", [](auto& a) { a.entries[1].disk = 2; }},
     {"directory size too small", "DirectoryMisplaced", [](auto& a) { a.end.directorySize = 55; }},
-    {"directory larger than the file", "DirectoryMisplaced",
-     [](auto& a) { a.end.directorySize = 0x7FFFFFFF; }},
-    {"offsets that do not count a stub", "DirectoryMisplaced",
-     [](auto& a) { a.end.directoryOffset = a.bytes().size() - 22 - 2 * 46 - 19 - 4; }},
     {"bytes between directory and end", "DirectoryMisplaced", [](auto& a) { a.beforeEnd = "x"; }},
     {"one entry less than declared", "EntryCountDiffers",
      [](auto& a) { a.end.entries = a.end.entriesOnDisk = 1; }},
     {"far more entries than fit", "EntryCountDiffers",
      [](auto& a) { a.end.entries = a.end.entriesOnDisk = 60000; }},
-    {"record past the directory's end", "RecordBroken",
-     [](auto& a) { a.entries[1].central.extra = littleEndian(0, 4), a.entries[1].central.extraSize = 5; }},
     {"no record where one should be", "RecordBroken", [](auto& a) { a.entries[0].central.extraSize = 1; }},
     {"ZIP64 record of another size", "Zip64EndBroken", [](auto& a) { a.zip64End.emplace().recordSize = 45; }},
-    {"ZIP64 record elsewhere", "Zip64EndBroken", [](auto& a) { a.zip64End.emplace().recordOffset = 0; }},
     {"ZIP64 record past the file", "Zip64EndBroken",
      [](auto& a) { a.zip64End.emplace().recordOffset = ~0ULL; }},
     {"ZIP64 record says other things", "EndRecordsDiffer", [](auto& a) { a.zip64End.emplace().entries = 1; }},
-    {"ZIP64 locator of several disks", "SeveralDisks", [](auto& a) { a.zip64End.emplace().disks = 2; }},
-    {"ZIP64 directory size that wraps around", "DirectoryMisplaced",
-     [](auto& a) { a.end.directorySize = 0xFFFFFFFF, a.zip64End.emplace().directorySize = ~0ULL - 5; }},
     {"ZIP64 count of entries that wraps around", "TooManyEntries",
      [](auto& a) { a.end.entries = a.end.entriesOnDisk = 0xFFFF, a.zip64End.emplace().entries = ~0ULL; }},
 
     // Names.
     {"no name", "EmptyName", [](auto& a) { a.entries[0].central.name = ""; }},
     {"NUL in a name", "NameWithNul", [](auto& a) { a.entries[0].central.name[5] = '\0'; }},
-    {"climbs at the start", "NameClimbs", [](auto& a) { a.add("../x", ""); }},
-    {"climbs inside", "NameClimbs", [](auto& a) { a.add("a/../../x", ""); }},
     {"climbs at the end", "NameClimbs", [](auto& a) { a.add("a..b/..", ""); }},
     {"climbs with backslashes", "NameClimbs", [](auto& a) { a.add("a\\..\\x", ""); }},
     {"a name twice", "DuplicateName", [](auto& a) { a.add("first.txt", "other text"); }},
@@ -86,10 +72,7 @@ const Case kHostile[] = {
     // What an entry says of itself in the directory.
     {"encrypted", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1; }},
     {"encrypted in the local header only", "Encrypted", [](auto& a) { a.entries[0].local.flags = 1; }},
-    {"strongly encrypted", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1 << 6; }},
-    {"masked local headers", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1 << 13; }},
     {"method 12", "UnsupportedMethod", [](auto& a) { a.entries[0].central.method = 12; }},
-    {"a patch", "UnsupportedMethod", [](auto& a) { a.entries[0].central.flags = 1 << 5; }},
     {"stored with two sizes", "StoredSizesDiffer", [](auto& a) { a.entries[1].central.size = 8; }},
     {"extra field past its end", "ExtraFieldBroken",
      [](auto& a) { a.entries[0].central.extra = littleEndian(9, 2) + littleEndian(1, 2); }},
@@ -99,60 +82,32 @@ const Case kHostile[] = {
      [](auto& a) {
        a.entries[0].central.size = 0xFFFFFFFF, a.entries[0].central.extra = extraField(1, "1234567");
      }},
-    {"ZIP64 offset past the file", "EntryOutOfBounds", [](auto& a) { a.entries[0].useZip64(~0ULL - 40); }},
-    {"ZIP64 size past the file", "EntryOutOfBounds",
-     [](auto& a) { a.entries[0].central.compressedSize = ~0ULL - 40, a.entries[0].useZip64(0); }},
 
     // Where entries lie.
     {"header past the file", "EntryOutOfBounds", [](auto& a) { a.entries[1].offset = 0xFFFFFF; }},
-    {"header in the directory", "EntryOutOfBounds",
-     [](auto& a) { a.entries[1].offset = a.bytes().size() - 70; }},
-    {"data reaches into the directory", "EntryOutOfBounds", [](auto& a) { a.entries[1].data.pop_back(); }},
     {"data reaches into the next entry", "EntriesOverlap",
      [](auto& a) { a.entries[0].central.compressedSize = a.entries[0].local.compressedSize += 1; }},
-    {"two records of one entry", "EntriesOverlap", [](auto& a) { a.entries[1].offset = 0; }},
-    {"an entry inside another's data", "EntriesOverlap",
-     [](auto& a) {
-       auto& outer = a.add("outer", "", Packing::Stored);
-       const std::string inner = twoEntries().bytes().substr(secondOffset());
-       outer.data = inner.substr(0, 30 + 10 + 9);
-       for (auto* header : {&outer.local, &outer.central}) {
-         header->size = header->compressedSize = outer.data.size();
-         header->checksum = support::checksumOf(outer.data);
-       }
-       a.entries[1].offset = secondOffset() + 30 + 10 + 9 + 30 + 5;
-     }},
     {"no header there", "LocalHeaderMissing", [](auto& a) { a.entries[0].offset = 1; }},
 
     // Local header and descriptor against the directory.
     {"another name", "LocalNameDiffers", [](auto& a) { a.entries[0].local.name = "First.txt"; }},
     {"another method", "LocalMethodDiffers", [](auto& a) { a.entries[0].local.method = 0; }},
     {"another size", "LocalSizesDiffer", [](auto& a) { a.entries[0].local.size = 10; }},
-    {"another compressed size", "LocalSizesDiffer", [](auto& a) { --a.entries[0].local.compressedSize; }},
     {"sizes left open without a descriptor", "LocalSizesDiffer",
      [](auto& a) { a.entries[0].local.size = a.entries[0].local.compressedSize = 0; }},
-    {"another ZIP64 size", "LocalSizesDiffer",
-     [](auto& a) { a.entries[0].useZip64(0), ++a.entries[0].local.extra[4]; }},
     {"another checksum", "LocalChecksumDiffers", [](auto& a) { ++a.entries[0].local.checksum; }},
     {"another checksum in the descriptor", "DescriptorDiffers",
      [](auto& a) { a.entries[0].stream(), ++a.entries[0].descriptor[4]; }},
-    {"another size in a descriptor without signature", "DescriptorDiffers",
-     [](auto& a) { a.entries[0].stream(""), ++a.entries[0].descriptor[8]; }},
     {"descriptor that lies though the header is right", "DescriptorDiffers",
      [](auto& a) {
        const auto local = a.entries[0].local;
        a.entries[0].stream(), a.entries[0].local = local, a.entries[0].local.flags = 8,
                               ++a.entries[0].descriptor[12];
      }},
-    {"no descriptor", "DescriptorDiffers",
-     [](auto& a) { a.entries[1].stream(), a.entries[1].descriptor = ""; }},
-    {"no room for the descriptor", "DescriptorDiffers",
-     [](auto& a) { a.entries[1].stream(), a.entries[1].descriptor.resize(8); }},
 
     // The data itself.
     {"wrong checksum everywhere", "ChecksumDiffers",
      [](auto& a) { a.entries[0].central.checksum = ++a.entries[0].local.checksum; }},
-    {"stored byte changed", "ChecksumDiffers", [](auto& a) { a.entries[1].data[3] ^= 1; }},
     {"declared too long", "DataTooShort",
      [](auto& a) { a.entries[0].central.size = ++a.entries[0].local.size; }},
     {"declared too short", "DataTooLong",
@@ -173,19 +128,13 @@ TEST(Directory, RefusesWhatReadersCouldDisagreeAboutAndNamesTheRule) {
 }
 
 const Case kSound[] = {
-    {"as it is", "", [](auto&) {}},
     {"comment", "", [](auto& a) { a.end.comment = std::string(65535, 'c'); }},
-    {"one byte behind the end", "", [](auto& a) { a.trailing = "\n"; }},
     {"padded to a block", "", [](auto& a) { a.end.comment = "c", a.trailing = std::string(16, '\0'); }},
     {"stub counted by every offset", "", [](auto& a) { a.entries[0].before = "#!/bin/sh\n"; }},
-    {"gap between entries", "", [](auto& a) { a.entries[1].before = std::string(70000, 'g'); }},
     {"other times in the local headers", "", [](auto& a) { a.entries[0].local.time = 0; }},
     {"flag of a descriptor, numbers in the header, no descriptor", "",
      [](auto& a) { a.entries[0].local.flags = a.entries[0].central.flags = 8; }},
     {"descriptor", "", [](auto& a) { a.entries[0].stream(), a.entries[1].stream(); }},
-    {"descriptor without signature", "", [](auto& a) { a.entries[0].stream(""), a.entries[1].stream(""); }},
-    {"wide descriptor", "",
-     [](auto& a) { a.entries[0].stream("PK\7\10", 8), a.entries[1].stream("PK\7\10", 8); }},
     {"wide descriptor without signature", "",
      [](auto& a) { a.entries[0].stream("", 8), a.entries[1].stream("", 8); }},
     {"wide descriptor of an empty entry", "",
@@ -252,15 +201,6 @@ TEST(Directory, KeepsToItsLimits) {
             "opc:zip:DirectoryTooLarge(" + file.path() + ", 110)");
 }
 
-TEST(Directory, RefusesEveryTruncation) {
-  support::TemporaryFolder folder;
-  const std::string whole = twoEntries().bytes();
-  for (std::size_t size = 0; size < whole.size(); ++size) {
-    const std::string path = folder.write("cut.zip", whole.substr(0, size)).string();
-    EXPECT_EQ(ruleOf(path), "opc:zip:NotAnArchive") << size;
-  }
-}
-
 void overwrite(const std::string& path, std::size_t at, char byte) {
   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(static_cast<std::streamoff>(at)).put(byte);
@@ -296,9 +236,9 @@ TEST(Directory, NeverGivesOtherBytesAfterAFlip) {
 }
 
 std::string madeBy(const support::TemporaryFolder& folder, const std::string& command) {
-  const outside::Outcome outcome =
-      outside::run("cd '" + folder.path().string() + "' && rm -f out.zip && { " + command + "; }");
-  EXPECT_EQ(outcome.status, 0) << command << outcome.output;
+  const std::string said =
+      support::outputOf("cd '" + folder.path().string() + "' && rm -f out.zip && { " + command + "; }");
+  EXPECT_EQ(said.find("exit "), std::string::npos) << said;
   return folder.narrow("out.zip");
 }
 

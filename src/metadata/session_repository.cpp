@@ -23,12 +23,9 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
     // A part keeps its input open: one is let go of before the next is asked.
     const opc::model::Part part = std::move(found);
     PartStream stream(part, StartAt::Beginning);
-    ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Keep::Rows);
+    ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Reading::WithRows);
     signals.load(stream);
-    // Loading may change the map it is given, and leaves the old one as it was if it fails.
-    RunIdMap runIds = runIdMap;
-    object::loadSignals(manager, signals, runIds, nullptr, false, 0, nullptr);
-    runIdMap = std::move(runIds);
+    object::loadSignals(manager, signals, runIdMap, nullptr, false, 0, nullptr);
   }
 }
 

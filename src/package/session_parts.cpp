@@ -4,9 +4,14 @@
 #include <Poco/JSON/ParseHandler.h>
 #include <Poco/JSON/Parser.h>
 
+#include "platform/errors/exceptions.h"
+#include "platform/repository/records.h"
 #include "platform/text/conversion.h"
 
 namespace orra::tavloxio {
+
+using foundation::core::except::raise;
+
 namespace {
 
 opc::InputStreamSource sourceOver(const opc::model::Part& part, StartAt start) {
@@ -32,8 +37,13 @@ std::u16string readCompressionType(const file::ScopedRef& ref) {
   const auto parts = findPartsByRelationshipType(ref, tavlox::relationship_types::kCompression);
   if (parts.empty()) return {};
   PartStream stream(parts.front(), StartAt::Current);
+  constexpr std::size_t kMost = orra::kSessionLimits.compressionRecordBytes;
+  std::string json(kMost + 1, '\0');
+  json.resize(static_cast<std::size_t>(stream.read(json.data(), kMost + 1).gcount()));
+  if (json.size() > kMost)
+    raise("simulation_data_repository:sdr:RecordTooLarge", "compression record", "1 MiB");
   Poco::JSON::Parser parser(new Poco::JSON::ParseHandler);  // the parser counts and frees its handler
-  const auto record = parser.parse(stream).extract<Poco::JSON::Object::Ptr>();
+  const auto record = parser.parse(json).extract<Poco::JSON::Object::Ptr>();
   return fl::i18n::to_ustring(record->get("CompressionType").convert<std::string>());
 }
 

@@ -32,7 +32,8 @@ class PartStream : public boost::iostreams::stream<opc::InputStreamSource> {
 };
 
 /// The compression type that the session's recorder noted, as it is; empty text when the package has no such
-/// record. The JSON library's errors reach the caller unchanged.
+/// record. One of more than 1 MiB raises simulation_data_repository:sdr:RecordTooLarge; the JSON library's
+/// errors reach the caller unchanged.
 std::u16string readCompressionType(const file::ScopedRef& ref);
 
 }  // namespace orra::tavloxio

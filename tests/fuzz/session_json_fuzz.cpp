@@ -1,35 +1,77 @@
-// Any bytes as a run list and as a signals part: they are loaded, or refused with the one error that says
-// why, and a walk over the rows that were kept sees what the load saw.
+// Any bytes as a run list and as a signals part of one repository: they are loaded, or refused with the one
+// error that says why, and loading them into the database sees as many as reading them alone does.
 
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
 
 #include "platform/errors/exceptions.h"
-#include "platform/repository/json_rows.h"
-#include "platform/repository/obj_ref_array_json.h"
+#include "platform/repository/signal.h"
 
 namespace {
 
-void load(const orra::PartKind& kind, const std::string& json) {
-  orra::ObjRefArrayJSON array(kind, orra::ObjRefArrayJSON::Keep::Rows);
-  std::istringstream stream(json);
+constexpr char kInvalid[] = "simulation_data_repository:sdr:InvalidSessionData";
+
+/// The number of elements, or nothing if the part is refused.
+template <class Read>
+std::optional<std::size_t> count(const Read& read) {
   try {
-    array.load(stream);
+    return read();
   } catch (const foundation::core::except::IUserException& error) {
-    if (error.GetID() != "simulation_data_repository:sdr:InvalidSessionData") std::abort();
-    return;
+    if (error.GetID() != kInvalid) std::abort();
+    return std::nullopt;
   }
-  std::size_t rows = 0;
-  array.forEachRow([&rows](std::size_t, const orra::Row&) { ++rows; });
-  if (rows != array.size()) std::abort();
+}
+
+std::optional<std::size_t> countAlone(const orra::PartKind& kind, const std::string& json) {
+  return count([&] {
+    std::istringstream stream(json);
+    orra::ObjRefArrayJSON array(kind);
+    array.load(stream);
+    return array.size();
+  });
+}
+
+/// What is loaded is rolled back, so that one database serves every input.
+void load(orra::ObjectManager& manager, const std::string& json) {
+  orra::RunIdMap runIds;
+  std::vector<orra::RunId> runs;
+  std::istringstream runList(json);
+  const auto loadedRuns = count([&] {
+    orra::Set::loadRunsFromJSON(manager, runList, runIds, runs, orra::Application::SessionFile);
+    return runs.size();
+  });
+  if (loadedRuns != countAlone(orra::kRunListKind, json)) std::abort();
+
+  std::istringstream one(R"([{"id":1}])"), stream(json);
+  if (!runIds.contains(orra::FileRunId{1})) {
+    orra::Set::loadRunsFromJSON(manager, one, runIds, runs, orra::Application::SessionFile);
+  }
+  const auto loadedSignals = count([&] {
+    orra::ObjRefArrayJSON signals(orra::kSignalsPartKind, orra::ObjRefArrayJSON::Reading::WithRows);
+    signals.load(stream);
+    orra::object::loadSignals(manager, signals, runIds, nullptr, false, 0, nullptr);
+    return signals.size();
+  });
+  // A signal of an unknown run is refused here only.
+  if (loadedSignals && loadedSignals != countAlone(orra::kSignalsPartKind, json)) std::abort();
 }
 
 }  // namespace
 
 void sessionJson(std::string_view bytes) {
-  const std::string json(bytes);
-  load(orra::kRunListKind, json);
-  load(orra::kSignalsPartKind, json);
+  static orra::ObjectManager* const manager = [] {
+    auto* created = new orra::ObjectManager;
+    created->initializeObjectManager("", "");
+    return created;
+  }();
+  foundation::core::except::collection rolledBack;
+  manager->safeTransaction(
+      [&] {
+        load(*manager, std::string(bytes));
+        throw foundation::core::except::collection();
+      },
+      rolledBack);
 }

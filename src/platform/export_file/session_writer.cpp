@@ -70,6 +70,20 @@ class RecordWriter {
   template <class Character>
   void requireWellFormed(std::string_view name, const std::basic_string<Character>& text) const {
     if (!fl::i18n::is_well_formed(text)) opc::raise("export_file:session:IllFormedText", path_, name);
+    if (bytesOf(text) > orra::kSessionLimits.memberBytes) {
+      opc::raise("export_file:session:TextTooLong", path_, name);
+    }
+  }
+
+  /// What the text takes in UTF-8.
+  static std::size_t bytesOf(const std::string& text) { return text.size(); }
+  static std::size_t bytesOf(const std::u16string& text) {
+    std::size_t bytes = 0;
+    for (const char16_t unit : text) {
+      const bool isHalfOfFour = unit >= 0xD800 && unit <= 0xDFFF;
+      bytes += unit < 0x80 ? 1 : unit < 0x800 || isHalfOfFour ? 2 : 3;
+    }
+    return bytes;
   }
 
   const std::u16string& path_;

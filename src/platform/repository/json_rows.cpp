@@ -1,6 +1,7 @@
 #include "platform/repository/json_rows.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -15,72 +16,113 @@ namespace {
 
 namespace dom = simdjson::dom;
 
-/// Levels of nesting that a part may have, its array included.
-constexpr int kMaximalDepth = 128;
-constexpr std::size_t kWindowBytes = std::size_t{1024} * 1024;
-constexpr std::size_t kMaximalElementBytes = std::size_t{256} * 1024 * 1024;
+constexpr std::size_t kWindowBytes = std::size_t{256} * 1024;
 constexpr std::size_t kPadding = simdjson::SIMDJSON_PADDING;  // readable bytes that the parser asks for
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kWhitespace = " \t\n\r";
 
-/// Whether a byte outside of texts matters to the nesting. Most do not; one look into this table passes them.
-constexpr auto kMatters = [] {
-  std::array<bool, 256> matters{};
-  for (const unsigned char c : {'"', ',', '{', '}', '[', ']'}) matters[c] = true;
-  return matters;
-}();
-
-/// Finds where the elements of a JSON array end, without checking anything else: it knows texts, their
-/// escapes and the nesting. Starts behind the array's opening bracket and takes the text in pieces of any
-/// size.
-class ElementScanner {
+/// 64 bytes of text, and questions that are answered with one bit for each.
+class Block {
  public:
-  enum class Found {
-    Nothing,    ///< the piece ends first
-    Separator,  ///< the comma between two elements
-    End,        ///< a closing bracket of the array's own level
-    TooDeep,    ///< an element is nested deeper than allowed
-  };
+  static constexpr std::size_t kBytes = 64;
 
-  /// Moves `at` past what was found, or to `end`.
-  Found advance(const char*& at, const char* end) {
-    while (true) {
-      if (inText_ && !skipText(at, end)) return Found::Nothing;
-      inText_ = false;
-      while (at != end && !kMatters[static_cast<unsigned char>(*at)]) ++at;
-      if (at == end) return Found::Nothing;
-      switch (*at++) {
-        case '"':
-          inText_ = true;
-          break;
-        case ',':
-          if (depth_ == 0) return Found::Separator;
-          break;
-        case '{':
-        case '[':
-          // The array itself is the first level.
-          if (++depth_ >= kMaximalDepth) return Found::TooDeep;
-          break;
-        default:
-          if (depth_-- == 0) return Found::End;
-      }
-    }
+  /// Up to 64 bytes; blanks stand for those that are missing.
+  explicit Block(std::string_view text) {
+    if (text.size() < kBytes) std::memset(bytes_, ' ', kBytes);
+    std::memcpy(bytes_, text.data(), text.size());
+  }
+
+  /// Which bytes are equal to `byte` once the bits of `set` are set in them. The compiler turns the loop over
+  /// eight bytes into a few instructions; multiplying gathers their lowest bits.
+  std::uint64_t equal(char byte, char set = 0) const {
+    std::uint64_t found = 0;
+    for (std::size_t at = 0; at < kBytes; at += 8) found |= equalInEight(bytes_ + at, byte, set) << at;
+    return found;
   }
 
  private:
-  /// Whether the text ended within the piece.
-  bool skipText(const char*& at, const char* end) {
-    while (at != end) {
-      const char c = *at++;
-      if (escaped_) {
-        escaped_ = false;
-      } else if (c == '\\') {
-        escaped_ = true;
-      } else if (c == '"') {
-        return true;
+  static std::uint64_t equalInEight(const char* at, char byte, char set) {
+    constexpr std::uint64_t kEach = 0x0101010101010101, kLowSeven = 0x7F * kEach;
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    word = (word | static_cast<unsigned char>(set) * kEach) ^ static_cast<unsigned char>(byte) * kEach;
+    // The top bit of each byte that is zero: no sum of seven bits carries into the next byte.
+    const std::uint64_t zeros = ~(((word & kLowSeven) + kLowSeven) | word | kLowSeven);
+    return (zeros >> 7) * 0x0102040810204080 >> 56;
+  }
+
+  char bytes_[kBytes];
+};
+
+/// Finds where the elements of a JSON array end, without checking anything else: it knows texts, their
+/// escapes and the nesting. Starts behind the array's opening bracket and takes the text in pieces of any
+/// size, 64 bytes at a time. What it finds in a text that is not well-formed may be wrong; the parser then
+/// refuses the pieces.
+class ElementScanner {
+ public:
+  enum class Found {
+    Nothing,  ///< the piece ends first
+    End,      ///< a closing bracket of the array's own level
+    TooDeep,  ///< an element is nested deeper than allowed
+  };
+  struct Result {
+    Found found;
+    std::size_t offset;  ///< behind what was found, or the end of the piece
+  };
+
+  /// Calls `onSeparator` with the offset of each comma between two elements.
+  template <class OnSeparator>
+  Result scan(std::string_view piece, const OnSeparator& onSeparator) {
+    for (std::size_t start = 0; start < piece.size(); start += Block::kBytes) {
+      const std::string_view text = piece.substr(start, Block::kBytes);
+      const Block block(text);
+      const std::uint64_t inTexts = textsOf(block, text.size());
+      const std::uint64_t open = block.equal('{', ' ') & ~inTexts;  // '[' is '{' without that bit
+      const std::uint64_t close = block.equal('}', ' ') & ~inTexts;
+      std::uint64_t commas = block.equal(',') & ~inTexts;
+      for (std::uint64_t brackets = open | close;; brackets &= brackets - 1) {
+        const std::uint64_t before = (brackets & -brackets) - 1;  // the bytes before the next bracket
+        if (depth_ == 0) {
+          for (std::uint64_t at = commas & before; at != 0; at &= at - 1)
+            onSeparator(start + std::countr_zero(at));
+        }
+        if (brackets == 0) break;
+        commas &= ~before;
+        const std::size_t behind = start + std::countr_zero(brackets) + 1;
+        if ((open & (before + 1)) != 0) {
+          // The array itself is the first level.
+          if (++depth_ >= kSessionLimits.nesting) return {Found::TooDeep, behind};
+        } else if (depth_-- == 0) {
+          return {Found::End, behind};
+        }
       }
     }
-    return false;
+    return {Found::Nothing, piece.size()};
+  }
+
+ private:
+  /// Which bytes stand in texts, each with its opening quote and without its closing one. `count` bytes of
+  /// the block are text; the state behind them is kept.
+  std::uint64_t textsOf(const Block& block, std::size_t count) {
+    const std::uint64_t escaped = escapedBytes(block.equal('\\'), count);
+    std::uint64_t inTexts = block.equal('"') & ~escaped;
+    for (int shift = 1; shift < 64; shift *= 2) inTexts ^= inTexts << shift;
+    if (inText_) inTexts = ~inTexts;
+    inText_ = (inTexts >> (count - 1) & 1) != 0;
+    return inTexts;
+  }
+
+  /// Which bytes are behind a backslash that is not itself behind one.
+  std::uint64_t escapedBytes(std::uint64_t backslashes, std::size_t count) {
+    std::uint64_t escaped = std::exchange(escaped_, false) ? 1 : 0;
+    for (; backslashes != 0; backslashes &= backslashes - 1) {
+      const std::uint64_t one = backslashes & -backslashes;
+      if ((escaped & one) != 0) continue;
+      escaped |= one << 1;
+      if (one >> (count - 1) != 0) escaped_ = true;
+    }
+    return escaped;
   }
 
   int depth_ = 0;
@@ -115,6 +157,7 @@ class JsonWindows {
     buffer_[0] = '[';
     scanned_ = 1;
     separator_ = separators_ = consumed_ = 0;
+    windowBytes_ = std::max(kWindowBytes, filled_);
     scanner_ = ElementScanner();
     while (true) {
       if (auto window = cut()) {
@@ -128,18 +171,17 @@ class JsonWindows {
  private:
   enum class Position { BeforeArray, InArray, BehindArray };
 
-  /// Reads behind what is there, in a larger buffer if the current one is full. False at the end of the
-  /// source.
+  /// Reads behind what is there, up to the size of a window, and makes that larger if it is full. False at
+  /// the end of the source.
   bool readOn() {
-    std::size_t room = buffer_.size() - kPadding - filled_;
-    if (room == 0) {
-      if (filled_ >= kMaximalElementBytes) {
-        raiseInvalid(kind_, elementsBefore_ + 1, "it is larger than 256 MiB");
+    if (filled_ == windowBytes_) {
+      if (filled_ >= kSessionLimits.elementBytes) {
+        raiseInvalid(kind_, elementsBefore_ + 1, "it is larger than 16 MiB");
       }
-      buffer_.resize(2 * filled_ + kPadding);
-      room = filled_;
+      windowBytes_ = std::min(2 * filled_, kSessionLimits.elementBytes);
+      if (buffer_.size() < windowBytes_ + kPadding) buffer_.resize(windowBytes_ + kPadding);
     }
-    const std::size_t got = read_(buffer_.data() + filled_, room);
+    const std::size_t got = read_(buffer_.data() + filled_, windowBytes_ - filled_);
     filled_ += got;
     return got != 0;
   }
@@ -147,41 +189,45 @@ class JsonWindows {
   void openArray() {
     while (filled_ < kByteOrderMark.size() && readOn()) {
     }
-    std::size_t skipped =
+    const std::size_t start =
         std::string_view(buffer_.data(), filled_).starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
-    std::size_t bracket;
-    while ((bracket = std::string_view(buffer_.data(), filled_).find_first_not_of(kWhitespace, skipped)) ==
-           std::string_view::npos) {
-      filled_ = skipped = 0;  // white space is not kept, however much there is
-      if (!readOn()) raiseInvalid(kind_, 0, "it is empty");
-    }
-    if (buffer_[bracket] != '[') raiseInvalid(kind_, 0, "it is not a JSON array");
-    consumed_ = bracket;
+    if (!skipWhitespace(start)) raiseInvalid(kind_, 0, "it is empty");
+    if (buffer_[consumed_] != '[') raiseInvalid(kind_, 0, "it is not a JSON array");
     position_ = Position::InArray;
   }
 
   void requireNothingBehind() {
-    std::size_t from = consumed_;
-    do {
-      const std::string_view rest(buffer_.data() + from, filled_ - from);
-      if (rest.find_first_not_of(kWhitespace) != std::string_view::npos) {
-        raiseInvalid(kind_, 0, "something follows the array");
+    if (skipWhitespace(consumed_)) raiseInvalid(kind_, 0, "something follows the array");
+  }
+
+  /// Moves `consumed_` to the first byte from `start` on that is no white space. False if there is none.
+  bool skipWhitespace(std::size_t start) {
+    std::uint64_t passed = 0;
+    while (true) {
+      const auto at = std::string_view(buffer_.data(), filled_).find_first_not_of(kWhitespace, start);
+      if (at != std::string_view::npos) {
+        consumed_ = at;
+        return true;
       }
-      from = filled_ = 0;
-    } while (readOn());
+      passed += filled_ - start;
+      if (passed > kSessionLimits.whitespaceBytes) {
+        raiseInvalid(kind_, 0, "it has more than 64 MiB of white space outside its array");
+      }
+      filled_ = start = 0;  // white space is not kept
+      if (!readOn()) return false;
+    }
   }
 
   /// Scans what is there. Gives the window up to the end of the array, or up to the last separator if the
   /// buffer is full.
   std::optional<Window> cut() {
-    const char* at = buffer_.data() + scanned_;
-    const char* const end = buffer_.data() + filled_;
-    auto found = scanner_.advance(at, end);
-    for (; found == ElementScanner::Found::Separator; found = scanner_.advance(at, end)) {
-      separator_ = static_cast<std::size_t>(at - buffer_.data()) - 1;
-      ++separators_;
-    }
-    scanned_ = static_cast<std::size_t>(at - buffer_.data());
+    const std::size_t start = scanned_;
+    const auto [found, offset] =
+        scanner_.scan({buffer_.data() + start, filled_ - start}, [this, start](std::size_t separator) {
+          separator_ = start + separator;
+          ++separators_;
+        });
+    scanned_ = start + offset;
 
     if (found == ElementScanner::Found::TooDeep) {
       raiseInvalid(kind_, elementsBefore_ + separators_ + 1, "it is nested more than 128 levels deep");
@@ -191,8 +237,7 @@ class JsonWindows {
       consumed_ = scanned_;
       return Window{{buffer_.data(), scanned_}, first_};
     }
-    const bool full = filled_ + kPadding == buffer_.size();
-    if (!full || separator_ == 0) return std::nullopt;
+    if (filled_ < windowBytes_ || separator_ == 0) return std::nullopt;
     buffer_[separator_] = ']';
     consumed_ = separator_;
     return Window{{buffer_.data(), separator_ + 1}, false};
@@ -203,6 +248,7 @@ class JsonWindows {
   ElementScanner scanner_;
   Position position_ = Position::BeforeArray;
   std::vector<char> buffer_;
+  std::size_t windowBytes_ = kWindowBytes;
   // Within the buffer: the window starts at 0 with its bracket, is scanned up to `scanned_`, filled up to
   // `filled_`, and the last separator lies at `separator_` (0 for none).
   std::size_t scanned_ = 0, filled_ = 0, separator_ = 0;
@@ -255,25 +301,23 @@ class WindowParser {
   simdjson::simdjson_result<dom::element> parseText(std::string_view padded) {
     constexpr bool kCopy = false;
     if (padded.size() > parser_.capacity()) {
-      if (const auto failure = parser_.allocate(padded.size(), kMaximalDepth + 1)) return failure;
+      if (const auto failure = parser_.allocate(padded.size(), kSessionLimits.nesting + 1)) return failure;
     }
     return parser_.parse(padded.data(), padded.size(), kCopy);
   }
 
   /// Parses element by element to find the one at fault.
   [[noreturn]] void refuse(std::string_view window, std::size_t element) {
-    ElementScanner scanner;
-    const char* at = window.data() + 1;
-    const char* const end = window.data() + window.size();
-    for (auto found = ElementScanner::Found::Separator; found == ElementScanner::Found::Separator;) {
-      const char* const start = at;
-      found = scanner.advance(at, end);
-      const bool delimited = found != ElementScanner::Found::Nothing;
-      const std::string_view text(start, static_cast<std::size_t>(at - start) - (delimited ? 1 : 0));
-      const simdjson::padded_string copy(text);
+    std::size_t start = 1;
+    const auto checkUpTo = [&](std::size_t end) {
+      const simdjson::padded_string copy(window.substr(start, end - start));
+      start = end + 1;
       ++element;
       if (const auto failure = parser_.parse(copy).error()) raiseInvalid(kind_, element, describe(failure));
-    }
+    };
+    const auto [found, offset] =
+        ElementScanner().scan(window.substr(1), [&](std::size_t separator) { checkUpTo(1 + separator); });
+    checkUpTo(1 + offset - (found == ElementScanner::Found::Nothing ? 0 : 1));
     // The elements are sound, what closes them is not.
     raiseInvalid(kind_, element, describe(simdjson::TAPE_ERROR));
   }
@@ -326,6 +370,13 @@ bool isUnsignedList(const dom::element& json) {
   return std::all_of(list.begin(), list.end(), [](const dom::element& number) { return number.is_uint64(); });
 }
 
+void requireText(std::string_view name, const dom::element& json, const Element& element) {
+  if (!json.is_string()) element.refuse(name, "must be a text");
+  if (json.get_string_length().value() > kSessionLimits.memberBytes) {
+    element.refuse(name, "is larger than 1 MiB");
+  }
+}
+
 void requireMetadata(const dom::element& json, const Element& element) {
   dom::object object;
   if (json.get(object) != simdjson::SUCCESS) element.refuse("metadata", "must be an object");
@@ -336,7 +387,7 @@ void requireMetadata(const dom::element& json, const Element& element) {
     if (!index) continue;
     const std::string name = "metadata." + std::string(key);
     if (std::exchange(seen[*index], true)) element.refuse(name, "stands there twice");
-    if (!value.is_string()) element.refuse(name, "must be a text");
+    requireText(name, value, element);
   }
 }
 
@@ -354,10 +405,13 @@ void requireKind(const Member& member, const dom::element& json, const Element& 
       if (!json.is_number()) element.refuse(member.name, "must be a number");
       return;
     case FieldKind::Text:
-      if (!json.is_string()) element.refuse(member.name, "must be a text");
+      requireText(member.name, json, element);
       return;
     case FieldKind::UInt64List:
       if (!isUnsignedList(json)) element.refuse(member.name, "must be a list of unsigned integers");
+      if (json.get_array().size() > kSessionLimits.memberBytes / sizeof(std::uint64_t)) {
+        element.refuse(member.name, "is larger than 1 MiB");
+      }
       return;
     case FieldKind::Metadata:
       requireMetadata(json, element);
@@ -391,13 +445,11 @@ std::int32_t Row::integer(std::size_t member) const {
 }
 
 void forEachRow(const ReadBytes& read, const PartKind& kind,
-                const std::function<void(std::string_view)>& visitWindow,
                 const std::function<void(std::size_t, const Row&)>& visitRow) {
   JsonWindows windows(read, kind);
   WindowParser parser(kind);
   std::size_t index = 0;
   while (const auto window = windows.next(index)) {
-    visitWindow(window->text);
     for (const dom::element element : parser.parse(*window, index)) {
       visitRow(index, Row(kind, index + 1, element));
       ++index;

@@ -20,7 +20,7 @@ class Row {
   using Value = std::optional<simdjson::dom::element>;
 
   /// Raises InvalidSessionData for an element (counted from 1) that is no object, lacks `id`, or has a known
-  /// member twice or of the wrong kind.
+  /// member twice, of the wrong kind or too large.
   Row(const PartKind& kind, std::size_t element, simdjson::dom::element json);
 
   const Value& operator[](std::size_t member) const { return values_[member]; }
@@ -41,11 +41,10 @@ class Row {
 using ReadBytes = std::function<std::size_t(char* into, std::size_t count)>;
 
 /// Parses a JSON array of objects and visits its elements. The text is read in windows, arrays of some of its
-/// elements in their order, of about 1 MiB or one element, so that memory does not grow with it. A window's
-/// text is visited before its elements are parsed. Raises InvalidSessionData for whatever is wrong, also
-/// behind the array; by then elements before it have been visited. A byte-order mark is passed over.
+/// elements in their order, of about 256 KiB or one element, so that memory does not grow with it. Raises
+/// InvalidSessionData for whatever is wrong, also behind the array; by then elements before it have been
+/// visited. A byte-order mark is passed over.
 void forEachRow(const ReadBytes& read, const PartKind& kind,
-                const std::function<void(std::string_view window)>& visitWindow,
                 const std::function<void(std::size_t index, const Row& row)>& visitRow);
 
 }  // namespace orra

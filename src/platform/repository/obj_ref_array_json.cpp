@@ -8,11 +8,8 @@
 #include <vector>
 
 #include "platform/errors/exceptions.h"
-#include "platform/files/filesystem.h"
 #include "platform/repository/json_rows.h"
-#include "platform/text/conversion.h"
 #include "platform/text/text_hash.h"
-#include "platform/zip/spool.h"
 
 namespace orra {
 
@@ -60,57 +57,36 @@ struct ObjRefArrayJSON::References {
   }
 };
 
-struct ObjRefArrayJSON::Text {
-  zip::Spool spool{fl::i18n::to_string(fl::filesystem::temp_directory_path())};
-  bool empty = true;
-
-  /// Windows become one array again.
-  void add(std::string_view window) {
-    if (!empty) spool.write(",", 1);
-    spool.write(window.data() + (empty ? 0 : 1), window.size() - (empty ? 1 : 2));
-    empty = false;
-  }
-  void finish() {
-    spool.write("]", 1);
-    spool.finish();
-  }
-};
-
-ObjRefArrayJSON::ObjRefArrayJSON(const PartKind& kind, Keep keep)
-    : kind_(kind), keep_(keep), references_(std::make_unique<References>()) {}
+ObjRefArrayJSON::ObjRefArrayJSON(const PartKind& kind, Reading reading)
+    : kind_(kind), reading_(reading), references_(std::make_unique<References>()) {}
 ObjRefArrayJSON::~ObjRefArrayJSON() = default;
 ObjRefArrayJSON::ObjRefArrayJSON(ObjRefArrayJSON&&) noexcept = default;
 ObjRefArrayJSON& ObjRefArrayJSON::operator=(ObjRefArrayJSON&&) noexcept = default;
 
 void ObjRefArrayJSON::load(std::istream& stream) {
-  load(stream, [](std::size_t, const Row&) {});
+  // Straight from the buffer: the stream itself would swallow the errors of what it reads from.
+  source_ = stream.rdbuf();
+  references_ = std::make_unique<References>();
+  if (reading_ == Reading::AtOnce) forEachRow([](std::size_t, const Row&) {});
 }
 
-void ObjRefArrayJSON::load(std::istream& stream, const RowVisitor& visit) {
-  // Straight from the buffer: the stream itself would swallow the errors of what it reads from.
-  std::streambuf* const source = stream.rdbuf();
+void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) {
+  std::streambuf* const source = std::exchange(source_, nullptr);
+  if (source == nullptr) raise("simulation_data_repository:sdr:InternalError");
   const auto read = [source](char* into, std::size_t count) {
     return static_cast<std::size_t>(source->sgetn(into, static_cast<std::streamsize>(count)));
   };
-  auto references = std::make_unique<References>();
-  auto text = keep_ == Keep::Rows ? std::make_unique<Text>() : nullptr;
   const bool hasClasses = kind_.name == kRunListKind.name;
-  const auto keepText = [&](std::string_view window) {
-    if (text) text->add(window);
-  };
-  orra::forEachRow(read, kind_, keepText, [&](std::size_t index, const Row& row) {
-    references->addId(row.integer(kId));
+  orra::forEachRow(read, kind_, [&](std::size_t index, const Row& row) {
+    references_->addId(row.integer(kId));
     if (hasClasses) {
-      references->addClass(row[kRunClass] ? row[kRunClass]->get_string().value() : kDefaultRunClass);
+      references_->addClass(row[kRunClass] ? row[kRunClass]->get_string().value() : kDefaultRunClass);
     }
     visit(index, row);
   });
-  if (const auto repeated = references->firstRepeated()) {
+  if (const auto repeated = references_->firstRepeated()) {
     raiseInvalid(kind_, *repeated + 1, "an earlier element has its \"id\"");
   }
-  if (text) text->finish();
-  references_ = std::move(references);
-  text_ = std::move(text);
 }
 
 std::size_t ObjRefArrayJSON::size() const { return references_->ids.size(); }
@@ -125,13 +101,6 @@ std::string ObjRefArrayJSON::getPropertyString(std::size_t index, std::string_vi
     raise("simulation_data_repository:sdr:InternalError");
   }
   return *references_->classOf[index];
-}
-
-void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) const {
-  if (text_ == nullptr) raise("simulation_data_repository:sdr:InternalError");
-  zip::Spool::Reader reader(text_->spool);
-  orra::forEachRow([&](char* into, std::size_t count) { return reader.read(into, count); }, kind_,
-                   [](std::string_view) {}, visit);
 }
 
 }  // namespace orra

@@ -21,32 +21,30 @@ class Row;
 /// null is no value of any known member.
 ///
 /// The text is read in windows of whole elements, so that memory does not grow with it: what stays is four
-/// bytes an element, and class names. Whoever wants the elements' other members takes them while they pass
-/// (`load` with a visitor), or has the text kept (`Keep::Rows`: compressed, and past some MiB in an unlinked
-/// file) and walks over it afterwards; the second walk parses again, in windows, too.
+/// bytes an element, and class names. Whoever wants the elements' other members takes them while they pass.
 class ObjRefArrayJSON {
  public:
-  enum class Keep {
-    References,  ///< what size, getPropertyInt32 and getPropertyString answer from
-    Rows,        ///< also what forEachRow walks over
+  enum class Reading {
+    AtOnce,    ///< `load` reads the stream to its end
+    WithRows,  ///< `load` only takes the stream; forEachRow reads it, so that it is parsed once
   };
 
   /// Called with each element's index, from 0, and its members (platform/repository/json_rows.h), which are
   /// valid during the call. What it raises ends the loading.
   using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
 
-  explicit ObjRefArrayJSON(const PartKind& kind, Keep keep = Keep::References);
+  explicit ObjRefArrayJSON(const PartKind& kind, Reading reading = Reading::AtOnce);
   ~ObjRefArrayJSON();
   ObjRefArrayJSON(ObjRefArrayJSON&&) noexcept;
   ObjRefArrayJSON& operator=(ObjRefArrayJSON&&) noexcept;
 
-  /// Replaces what was loaded before, if nothing is raised. Raises
-  /// simulation_data_repository:sdr:InvalidSessionData with the kind, the element (from 1; 0 for the whole
-  /// part) and what is wrong with it, naming the member if it is one. The stream's own errors pass through.
-  /// The stream is read to its end.
+  /// Replaces what was loaded before. Raises simulation_data_repository:sdr:InvalidSessionData with the kind,
+  /// the element (from 1; 0 for the whole part) and what is wrong with it, naming the member if it is one.
+  /// The stream's own errors pass through.
   void load(std::istream& stream);
-  /// The visitor sees an element before later ones are read: an error may come after it has seen some.
-  void load(std::istream& stream, const RowVisitor& visit);
+  /// Reads the stream that `load` took, which must still be there, and visits every element in order. Raises
+  /// what loading raises; the visitor has then seen the elements before. Once for each `load`.
+  void forEachRow(const RowVisitor& visit);
 
   std::size_t size() const;
 
@@ -56,17 +54,13 @@ class ObjRefArrayJSON {
   std::int32_t getPropertyInt32(std::size_t index, std::string_view name) const;
   std::string getPropertyString(std::size_t index, std::string_view name) const;
 
-  /// Every element of a loaded array that keeps rows, in order.
-  void forEachRow(const RowVisitor& visit) const;
-
  private:
   struct References;
-  struct Text;
 
   PartKind kind_;
-  Keep keep_;
+  Reading reading_;
   std::unique_ptr<References> references_;
-  std::unique_ptr<Text> text_;  ///< null unless rows are kept
+  std::streambuf* source_ = nullptr;  ///< not read yet
 };
 
 }  // namespace orra

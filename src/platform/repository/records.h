@@ -189,6 +189,16 @@ consteval std::size_t fieldIndex(std::string_view name) {
   throw "no such field";
 }
 
+/// The most that the parts of a session may have: what is larger is refused before it takes time or memory.
+struct SessionLimits {
+  std::size_t compressionRecordBytes = std::size_t{1} << 20;
+  std::size_t elementBytes = std::size_t{16} << 20;     ///< of an array, as it is written
+  std::size_t memberBytes = std::size_t{1} << 20;       ///< of those that are known, as they are kept
+  std::size_t whitespaceBytes = std::size_t{64} << 20;  ///< before or behind an array
+  int nesting = 128;                                    ///< levels, an array included
+};
+inline constexpr SessionLimits kSessionLimits;
+
 /// A kind of JSON part: what errors call it, and the members that its elements are known to have.
 struct PartKind {
   std::string_view name;

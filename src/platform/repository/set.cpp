@@ -42,7 +42,9 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
   ObjectManager::Tables& tables = manager.tables();
   std::vector<std::pair<FileRunId, RunId>> loaded;
   sql::Transaction transaction(tables.database);
-  ObjRefArrayJSON(kRunListKind).load(stream, [&](std::size_t index, const Row& row) {
+  ObjRefArrayJSON runs(kRunListKind, ObjRefArrayJSON::Reading::WithRows);
+  runs.load(stream);
+  runs.forEachRow([&](std::size_t index, const Row& row) {
     const std::int32_t inFile = row.integer(fieldIndex<RunRecord>(strings::IDLower));
     const RunId run = newRunId(inFile);
     const auto position = static_cast<std::int64_t>(index) + 1;
@@ -58,7 +60,7 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
 
 bool Set::lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& manager, bool mustExist) {
   result.reset();
-  const bool found = manager.tables().runs.find(keyOf(run)) != nullptr;
+  const bool found = manager.tables().runs.lastKey({keyOf(run), keyOf(run)}).has_value();
   if (!found && mustExist) raise("simulation_data_repository:sdr:NoSuchRun");
   if (found) result = std::make_shared<Set>(ObjectRef(&manager, keyOf(run)));
   return found;

@@ -53,13 +53,13 @@ class SignalLoader {
 
 }  // namespace
 
-void object::loadSignals(ObjectManager& manager, const ObjRefArrayJSON& signals, RunIdMap& runIds,
+void object::loadSignals(ObjectManager& manager, ObjRefArrayJSON& signals, const RunIdMap& runIds,
                          ProgressTracker*, bool, int, TemporalDeserializer*) {
   ObjectManager::Tables& tables = manager.tables();
   sql::Transaction transaction(tables.database);
   SignalLoader loader(tables, runIds);
   signals.forEachRow([&](std::size_t index, const Row& row) {
-    if (index % kRowsPerReport == 0) corvan::reportProgress({u"Loading signals", index, signals.size()});
+    if (index % kRowsPerReport == 0) corvan::reportProgress({u"Loading signals", index});
     loader.add(index, row);
   });
   transaction.commit();

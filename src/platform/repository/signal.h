@@ -15,11 +15,11 @@ class TemporalDeserializer;
 
 namespace object {
 
-/// Loads a signals part. `runIds` must have every run that a signal names; nothing is added to it. All of the
-/// part is loaded, in one transaction, or nothing. The array must keep rows. Identifiers of signals are a
-/// part's own: another part may have them again. Raises simulation_data_repository:sdr:InvalidSessionData
-/// with the element and the member, and database failures.
-void loadSignals(ObjectManager& manager, const ObjRefArrayJSON& signals, RunIdMap& runIds,
+/// Loads a signals part, whose array reads with its rows. `runIds` must have every run that a signal names;
+/// nothing is added to it. All of the part is loaded, in one transaction, or nothing. Identifiers of signals
+/// are a part's own: another part may have them again. Raises
+/// simulation_data_repository:sdr:InvalidSessionData with the element and the member, and database failures.
+void loadSignals(ObjectManager& manager, ObjRefArrayJSON& signals, const RunIdMap& runIds,
                  ProgressTracker* tracker, bool keepsIdentifiers, int offset,
                  TemporalDeserializer* deserializer);
 

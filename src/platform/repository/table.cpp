@@ -10,9 +10,6 @@ namespace {
 
 namespace dom = simdjson::dom;
 
-/// Whether a field is a column of its record's table.
-constexpr bool isColumn(const Member& member) { return member.kind != FieldKind::Metadata; }
-
 // The key comes before the columns, and parameters count from 1.
 constexpr int columnOf(std::size_t field) { return static_cast<int>(field) + 1; }
 constexpr int parameterOf(std::size_t field) { return columnOf(field) + 1; }
@@ -26,6 +23,7 @@ const char* columnType(FieldKind kind) {
     case FieldKind::Number:
       return "REAL";
     case FieldKind::UInt64List:
+    case FieldKind::Metadata:
       return "BLOB";
     default:
       return "TEXT";
@@ -36,7 +34,7 @@ template <class Record>
 sql::Database& withTable(sql::Database& database, const std::string& name) {
   std::string columns = "key INTEGER PRIMARY KEY";
   for (const Member& member : kMembers<Record>) {
-    if (isColumn(member)) columns += ", " + std::string(member.name) + " " + columnType(member.kind);
+    columns += ", " + std::string(member.name) + " " + columnType(member.kind);
   }
   database.execute("CREATE TABLE " + name + " (" + columns + ")");
   return database;
@@ -45,35 +43,41 @@ sql::Database& withTable(sql::Database& database, const std::string& name) {
 template <class Record>
 std::string insertStatement(const std::string& name) {
   std::string values = "?";
-  for (const Member& member : kMembers<Record>) values += isColumn(member) ? ", ?" : "";
+  for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) values += ", ?";
   return "INSERT INTO " + name + " VALUES (" + values + ")";
 }
 
-/// Numbers, each in as few bytes as its value needs: seven bits a byte, lowest first; the top bit says that
+/// A number in as few bytes as its value needs: seven bits a byte, lowest first; the top bit says that
 /// another byte follows.
-void pack(const dom::element& list, std::string& packed) {
-  packed.clear();
-  for (const dom::element json : list.get_array()) {
-    std::uint64_t number = json.get_uint64().value();
-    for (; number >= 0x80; number >>= 7) packed.push_back(static_cast<char>(number | 0x80));
-    packed.push_back(static_cast<char>(number));
-  }
+void pack(std::uint64_t number, std::string& packed) {
+  for (; number >= 0x80; number >>= 7) packed.push_back(static_cast<char>(number | 0x80));
+  packed.push_back(static_cast<char>(number));
 }
 
-/// The numbers of a list that was packed; whatever else the bytes are, a list comes out.
-std::vector<std::uint64_t> unpack(std::string_view packed) {
-  std::vector<std::uint64_t> list;
+/// Takes a number off what was packed; whatever the bytes are, one comes out.
+std::uint64_t unpack(std::string_view& packed) {
   std::uint64_t number = 0;
-  unsigned shift = 0;
-  for (const char byte : packed) {
+  for (unsigned shift = 0; !packed.empty(); shift += 7) {
+    const char byte = packed.front();
+    packed.remove_prefix(1);
     if (shift < 64) number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
-    shift += 7;
-    if ((byte & 0x80) != 0) continue;
-    list.push_back(number);
-    number = 0;
-    shift = 0;
+    if ((byte & 0x80) == 0) break;
   }
-  return list;
+  return number;
+}
+
+/// The entries of metadata that are known, each as its index in kMetadataMembers, the length of its text and
+/// the text. One that is not known may be anything, and may stand there twice.
+void packMetadata(const dom::object& entries, std::string& packed) {
+  for (const auto& [name, value] : entries) {
+    const auto known = std::find_if(std::begin(kMetadataMembers), std::end(kMetadataMembers),
+                                    [name = name](const Member& member) { return member.name == name; });
+    if (known == std::end(kMetadataMembers)) continue;
+    const std::string_view text = value.get_string().value();
+    pack(static_cast<std::uint64_t>(known - std::begin(kMetadataMembers)), packed);
+    pack(text.size(), packed);
+    packed += text;
+  }
 }
 
 void bindField(sql::Statement& insert, int parameter, FieldKind kind, const Row::Value& value,
@@ -99,11 +103,14 @@ void bindField(sql::Statement& insert, int parameter, FieldKind kind, const Row:
       insert.bind(parameter, value->get_string().value());
       return;
     case FieldKind::UInt64List:
-      pack(*value, packed);
+      packed.clear();
+      for (const dom::element number : value->get_array()) pack(number.get_uint64().value(), packed);
       insert.bindBlob(parameter, packed);
       return;
     case FieldKind::Metadata:
-      return;
+      packed.clear();
+      packMetadata(value->get_object().value(), packed);
+      insert.bindBlob(parameter, packed);
   }
 }
 
@@ -115,7 +122,19 @@ void read(const sql::Statement& row, int column, double& value) { value = row.nu
 void read(const sql::Statement& row, int column, std::string& value) { value = row.bytes(column); }
 void read(const sql::Statement& row, int column, std::u16string& value) { value = row.text(column); }
 void read(const sql::Statement& row, int column, std::vector<std::uint64_t>& value) {
-  value = unpack(row.bytes(column));
+  value.clear();
+  for (std::string_view packed = row.bytes(column); !packed.empty();) value.push_back(unpack(packed));
+}
+void read(const sql::Statement& row, int column, decltype(RunRecord::metadata)& entries) {
+  entries.clear();
+  for (std::string_view packed = row.bytes(column); !packed.empty();) {
+    const std::uint64_t index = unpack(packed), length = unpack(packed);
+    if (index >= std::size(kMetadataMembers) || length > packed.size()) {
+      row.failAsCorrupt("a run's metadata is not what was written");
+    }
+    entries.emplace(kMetadataMembers[index].name, row.toText(packed.substr(0, length)));
+    packed.remove_prefix(length);
+  }
 }
 template <class Value>
 void read(const sql::Statement& row, int column, std::optional<Value>& value) {
@@ -143,41 +162,16 @@ Table<Record>::Table(sql::Database& database, const std::string& name)
       keys_(database, "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? ORDER BY key"),
       keysNamed_(database,
                  "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? AND name = ? ORDER BY key"),
-      packedLists_(kMembers<Record>.size()) {
-  // A field that is no column would shift those behind it.
-  static_assert(std::all_of(kMembers<Record>.begin(), kMembers<Record>.end() - 1, isColumn));
-  if (isColumn(kMembers<Record>.back())) return;
-  const std::string metadata = name + "_" + std::string(kMembers<Record>.back().name);
-  database.execute("CREATE TABLE " + metadata +
-                   " (owner INTEGER, entry TEXT, value TEXT, PRIMARY KEY (owner, entry)) WITHOUT ROWID");
-  insertMetadata_.emplace(database, "INSERT INTO " + metadata + " VALUES (?, ?, ?)");
-  metadata_.emplace(database, "SELECT entry, value FROM " + metadata + " WHERE owner = ?");
-}
+      packed_(kMembers<Record>.size()) {}
 
 template <class Record>
 void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
   insert_.bind(kKeyParameter, key);
   for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
-    const Member& member = kMembers<Record>[field];
-    if (isColumn(member)) {
-      bindField(insert_, parameterOf(field), member.kind, row[field], packedLists_[field]);
-    }
+    bindField(insert_, parameterOf(field), kMembers<Record>[field].kind, row[field], packed_[field]);
   }
   if (missing && !row[missing->field]) insert_.bind(parameterOf(missing->field), missing->number);
   insert_.execute();
-  if (insertMetadata_) addMetadata(key, row);
-}
-
-template <class Record>
-void Table<Record>::addMetadata(std::int64_t key, const Row& row) {
-  const Row::Value& entries = row[kMembers<Record>.size() - 1];
-  if (!entries) return;
-  for (const auto& [name, value] : entries->get_object()) {
-    // An entry that is not known may be anything, and may stand there twice.
-    const bool known = std::any_of(std::begin(kMetadataMembers), std::end(kMetadataMembers),
-                                   [name = name](const Member& member) { return member.name == name; });
-    if (known) insertMetadata_->bind(1, key).bind(2, name).bind(3, value.get_string().value()).execute();
-  }
 }
 
 template <class Record>
@@ -203,21 +197,7 @@ const Record* Table<Record>::find(std::int64_t key) {
 template <class Record>
 void Table<Record>::readRecord() {
   int column = kKeyColumn;
-  forEachField(record_, [&]<class Value>(std::string_view, Value& value) {
-    if constexpr (kKindOf<Value> == FieldKind::Metadata) {
-      readMetadata(value);
-    } else {
-      read(rows_, ++column, value);
-    }
-  });
-}
-
-template <class Record>
-void Table<Record>::readMetadata(decltype(RunRecord::metadata)& metadata) {
-  metadata.clear();
-  const sql::Statement::ResetAtEnd reset(*metadata_);
-  metadata_->bind(1, recordKey_);
-  while (metadata_->step()) metadata.emplace(metadata_->bytes(0), metadata_->text(1));
+  forEachField(record_, [&](std::string_view, auto& value) { read(rows_, ++column, value); });
 }
 
 template <class Record>

@@ -22,7 +22,7 @@ struct KeyRange {
 };
 
 /// The records of one kind in a database: a column for each field, in the order of the field table, and
-/// before them the key. Metadata has a table of its own, one row an entry.
+/// before them the key. A run's metadata is one column, so that a record is one row.
 template <class Record>
 class Table {
  public:
@@ -51,15 +51,12 @@ class Table {
 
  private:
   void readRecord();
-  void addMetadata(std::int64_t key, const Row& row);
-  void readMetadata(decltype(RunRecord::metadata)& metadata);
 
   sql::Database& database_;
   std::string createNameIndex_;
   sql::Statement insert_, rows_, lastKey_, keys_, keysNamed_;
-  std::optional<sql::Statement> insertMetadata_, metadata_;  ///< if the record has any
-  std::vector<std::string> packedLists_;                     ///< by field, bound until their row is inserted
-  Record record_;                                            ///< of the row that rows_ is on
+  std::vector<std::string> packed_;  ///< by field: lists and metadata, bound until their row is inserted
+  Record record_;                    ///< of the row that rows_ is on
   std::int64_t recordKey_ = 0;
 };
 

@@ -121,7 +121,7 @@ TEST(ObjRefArrayJSON, AnswersForReferences) {
 // Windows are about 1 MiB: elements of many sizes put every kind of byte at their ends.
 TEST(ObjRefArrayJSON, ElementsLieAcrossTheEndsOfWindows) {
   const std::pair<int, std::size_t> kParts[] = {
-      {60'000, 40}, {3'000, 1'000}, {8, 400'000}, {5, 1'048'500}, {3, 5'000'000}};
+      {60'000, 40}, {3'000, 1'000}, {8, 400'000}, {5, 262'100}, {3, 1'000'000}};
   for (const auto& [count, bytes] : kParts) {
     const auto signals = loaded(kSignalsPartKind, signalsPart(count, bytes));
     ASSERT_EQ(signals.size(), static_cast<std::size_t>(count)) << bytes;
@@ -143,22 +143,23 @@ TEST(ObjRefArrayJSON, AFaultIsFoundInEveryWindow) {
   EXPECT_EQ(refusalWith(39'999, R"("id":17,)"), R"(signals part, 39999, an earlier element has its "id")");
 }
 
-TEST(ObjRefArrayJSON, RowsCanBeTakenWhileLoadingAndAfterwards) {
-  std::vector<std::size_t> passing, kept;
-  const auto takeInto = [](std::vector<std::size_t>& lengths) {
-    return [&lengths](std::size_t index, const Row& row) {
-      EXPECT_EQ(index, lengths.size());
-      lengths.push_back(row[fieldIndex<SignalRecord>("name")]->get_string_length().value());
-      EXPECT_FALSE(row[fieldIndex<SignalRecord>("domainType")].has_value());
-    };
+TEST(ObjRefArrayJSON, WhatIsTooLargeIsRefused) {
+  constexpr std::size_t kMebi = std::size_t{1} << 20;
+  std::string manyOnes;
+  for (int i = 0; i < 131'072; ++i) manyOnes += ",1";
+  const std::pair<std::string, std::string> kParts[] = {
+      {signal(1, std::string(kMebi, 'n')), ""},
+      {signal(1, std::string(kMebi + 1, 'n')), R"(1, "name" is larger than 1 MiB)"},
+      {R"({"id":1,"channel":[1)" + manyOnes + "]}", R"(1, "channel" is larger than 1 MiB)"},
+      {signal(1, "") + R"(,{"id":2,"x":")" + std::string(15 * kMebi, 'x') + R"("})", ""},
+      {signal(1, "") + ",{" + std::string(16 * kMebi, ' '), "2, it is larger than 16 MiB"},
   };
-  ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Keep::Rows);
-  std::istringstream stream(signalsPart(30'000, 60));
-  signals.load(stream, takeInto(passing));
-  EXPECT_EQ(passing.size(), 30'000u);
-  signals.forEachRow(takeInto(kept));
-  EXPECT_EQ(kept, passing);
-  EXPECT_THROW(loaded(kSignalsPartKind, "[]").forEachRow([](std::size_t, const Row&) {}), IUserException);
+  for (const auto& [elements, refusal] : kParts) {
+    EXPECT_EQ(refusalOf(kSignalsPartKind, "[" + elements + "]"),
+              refusal.empty() ? "" : "signals part, " + refusal);
+  }
+  EXPECT_EQ(refusalOf(kRunListKind, std::string(65 * kMebi, ' ') + "[]"),
+            "run list, 0, it has more than 64 MiB of white space outside its array");
 }
 
 TEST(ObjRefArrayJSON, TheStreamsErrorsPass) {

@@ -36,7 +36,7 @@ struct RepositoryFixture {
   /// Signals as signalJson gives them, separated by commas.
   void loadSignals(const std::string& elements) {
     std::istringstream stream("[" + elements + "]");
-    orra::ObjRefArrayJSON signals(orra::kSignalsPartKind, orra::ObjRefArrayJSON::Keep::Rows);
+    orra::ObjRefArrayJSON signals(orra::kSignalsPartKind, orra::ObjRefArrayJSON::Reading::WithRows);
     signals.load(stream);
     orra::object::loadSignals(manager, signals, runIds, nullptr, false, 0, nullptr);
   }

@@ -38,6 +38,22 @@ void Database::execute(const std::string& sql) {
   if (code != SQLITE_OK) fail(code);
 }
 
+void Database::execute(Step step) {
+  // A savepoint that is not inside a transaction is one.
+  constexpr const char* kSteps[] = {"SAVEPOINT work", "RELEASE work"};
+  auto& statement = steps_[static_cast<std::size_t>(step)];
+  if (statement == nullptr) {
+    sqlite3_stmt* prepared = nullptr;
+    const int code = sqlite3_prepare_v3(handle(), kSteps[static_cast<std::size_t>(step)], -1,
+                                        SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+    statement.reset(prepared);
+    if (code != SQLITE_OK) fail(code);
+  }
+  sqlite3_step(statement.get());
+  const int code = sqlite3_reset(statement.get());
+  if (code != SQLITE_OK) fail(code);
+}
+
 void Database::resetStatements() noexcept {
   for (sqlite3_stmt* at = nullptr; (at = sqlite3_next_stmt(handle(), at)) != nullptr;) {
     if (sqlite3_stmt_busy(at) != 0) sqlite3_reset(at);
@@ -116,9 +132,9 @@ std::string_view Statement::bytes(int column) const {
   return {data, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column))};
 }
 
-std::u16string Statement::text(int column) const {
+std::u16string Statement::toText(std::string_view bytes) const {
   try {
-    return fl::i18n::to_ustring(bytes(column));
+    return fl::i18n::to_ustring(bytes);
   } catch (const fl::i18n::ConversionError& error) {
     database_.failAsCorrupt(error.what());
   }
@@ -130,8 +146,7 @@ void Statement::require(int code) const {
 
 Transaction::Transaction(Database& database) : database_(database) {
   database_.resetStatements();
-  // A savepoint that is not inside a transaction is one.
-  database_.execute("SAVEPOINT work");
+  database_.execute(Database::Step::Begin);
 }
 
 Transaction::~Transaction() {
@@ -144,7 +159,7 @@ Transaction::~Transaction() {
 void Transaction::commit() {
   // A statement that is still on a row would keep the database locked.
   database_.resetStatements();
-  database_.execute("RELEASE work");
+  database_.execute(Database::Step::Commit);
   committed_ = true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -26,6 +27,9 @@ class Database {
 
   /// Runs SQL that gives no rows.
   void execute(const std::string& sql);
+  /// The same for SQL that is run often: it is prepared once.
+  enum class Step { Begin, Commit };
+  void execute(Step step);
 
   bool isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
 
@@ -43,6 +47,7 @@ class Database {
  private:
   std::string path_;
   std::unique_ptr<sqlite3, FreeWith<sqlite3_close_v2>> handle_;
+  std::array<std::unique_ptr<sqlite3_stmt, FreeWith<sqlite3_finalize>>, 2> steps_;
 };
 
 /// One prepared statement. Parameters count from 1, columns from 0. Texts and blobs are neither copied when
@@ -86,8 +91,10 @@ class Statement {
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
   std::string_view bytes(int column) const;
-  /// Raises sqldb:ssdb:Corrupt if the text is not well-formed.
-  std::u16string text(int column) const;
+  std::u16string text(int column) const { return toText(bytes(column)); }
+  /// Raises sqldb:ssdb:Corrupt if the text, which is of this row, is not well-formed.
+  std::u16string toText(std::string_view bytes) const;
+  [[noreturn]] void failAsCorrupt(const std::string& reason) const { database_.failAsCorrupt(reason); }
 
  private:
   void require(int code) const;

@@ -103,6 +103,8 @@ class Disk:
         file = self.opened.get(words[0])
         if name in ("rename", "unlink"):
             name, words = f"{name}at", [word for path in words for word in ("AT_FDCWD", path)]
+        if name == "open":  # as the sanitizers do
+            name, words = "openat", ["AT_FDCWD", *words]
         if name == "openat":
             self.opened[call.result], self.positions[call.result] = self.open(*words), 0
         elif name in ("renameat", "renameat2"):

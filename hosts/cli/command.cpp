@@ -4,12 +4,14 @@
 
 namespace tavlox::cli {
 
-extern const Command kAdd, kCompression, kDelete, kDescribe, kGet, kInfo, kList, kRecord, kRuns, kSignals;
+extern const Command kAdd, kCheck, kCompression, kDelete, kDescribe, kGet, kInfo, kList, kRecord, kRecover,
+    kRuns, kSignals;
 
 namespace {
 
 const Command* const kCommands[] = {
-    &kRecord, &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kList, &kAdd, &kGet, &kDelete,
+    &kRecord, &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe,
+    &kList,   &kAdd,  &kGet,  &kDelete,  &kCheck,       &kRecover,
 };
 
 constexpr Parameter kCommon[] = {
@@ -35,7 +37,7 @@ constexpr std::string_view kOutputRules = R"(Output:
   a value are written as \\, \t, \n, \r and \u001B. Colours are left out when NO_COLOR is set.
   With --json each error and warning is an object on a line of its own.
 
-Exit code: 0 done, 1 the operation failed, 2 the command line is wrong.
+Exit code: 0 done, 1 the operation failed, 2 the command line is wrong, 3 done and damage was found.
 )";
 
 /// The parameter as a usage line shows it.

@@ -11,7 +11,8 @@
 /// line is parsed.
 namespace tavlox::cli {
 
-enum class ExitCode { Done = 0, Failed = 1, WrongCommandLine = 2 };
+/// Found: done, and something was found that is not as it should be.
+enum class ExitCode { Done = 0, Failed = 1, WrongCommandLine = 2, Found = 3 };
 
 enum class OutputFormat { Text, Json };
 

@@ -1,0 +1,79 @@
+#include <algorithm>
+
+#include "hosts/cli/command.h"
+#include "hosts/cli/error_report.h"
+#include "hosts/cli/findings.h"
+#include "hosts/cli/output.h"
+#include "hosts/cli/terminal.h"
+#include "platform/files/filesystem.h"
+#include "platform/recovery/inspection.h"
+
+namespace tavlox::cli {
+namespace {
+
+/// What became of one file.
+struct Answer {
+  std::u16string path;
+  recovery::Findings findings;
+  bool isSound() const { return !hasErrors(findings); }
+};
+
+void printText(const Answer& answer, bool isOneOfSeveral) {
+  if (answer.findings.empty()) return print(singleLine(answer.path) + ": sound\n");
+  if (isOneOfSeveral) print(singleLine(answer.path) + (answer.isSound() ? ": sound\n" : ": damaged\n"));
+  printFindings(answer.findings, "error");
+}
+
+void printJson(const std::vector<Answer>& answers, std::size_t asked) {
+  if (answers.empty() && asked == 1) return;
+  fl::i18n::JsonWriter json;
+  if (asked > 1) json.beginArray();
+  for (const Answer& answer : answers) {
+    json.beginObject().member("Filename").value(fl::filesystem::absolute(answer.path));
+    json.member("Sound").value(answer.isSound());
+    writeFindings(json, answer.findings, "error");
+    json.endObject();
+  }
+  if (asked > 1) json.endArray();
+  print(json);
+}
+
+ExitCode runCheck(const Request& request) {
+  const std::vector<std::u16string>& paths = request.all("FILE");
+  std::vector<Answer> answers;
+  for (const std::u16string& path : paths) {
+    try {
+      answers.push_back({path, recovery::inspect(path)});
+      if (request.format == OutputFormat::Text) printText(answers.back(), paths.size() > 1);
+    } catch (const std::exception&) {
+      // The other files are still checked.
+      report(request.format, path);
+    }
+  }
+  if (request.format == OutputFormat::Json) printJson(answers, paths.size());
+  if (answers.size() != paths.size()) return ExitCode::Failed;
+  return std::ranges::all_of(answers, &Answer::isSound) ? ExitCode::Done : ExitCode::Found;
+}
+
+}  // namespace
+
+extern const Command kCheck = {
+    .name = "check",
+    .summary = "Look for damage in packages",
+    .examples = R"(  tavlox check filter.tavlox
+  tavlox check --json *.tavlox | jq '.[] | select(.Sound | not) | .Filename'
+)",
+    .details =
+        R"(Checked are the rules of the archive, the checksum of every item, content types and relationships, every part
+that a relationship promises, the form of session parts, and whether recorded samples fit their signals.
+
+A finding is a line: error or note, the item, the byte of the file where it begins, what is wrong and what to do about
+it, and the rule's identifier. Errors are what readers refuse, notes what they let pass.
+
+Exit code: 0 sound, perhaps with notes; 3 errors were found; 1 a file could not be checked.
+)",
+    .parameters = {{"FILE", Takes::OneOrMore, "The packages to check"}},
+    .run = runCheck,
+};
+
+}  // namespace tavlox::cli

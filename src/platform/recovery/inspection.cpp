@@ -1,0 +1,230 @@
+#include "platform/recovery/inspection.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "platform/export_file/data_export_file.h"
+#include "platform/opc/package.h"
+#include "platform/opc/package_index.h"
+#include "platform/recovery/salvage.h"
+#include "platform/recovery/session_form.h"
+#include "platform/text/conversion.h"
+#include "platform/zip/records.h"
+
+namespace tavlox::recovery {
+namespace {
+
+using fl::i18n::to_ustring_lossy;
+using opc::PackageIndex;
+using opc::model::PartName;
+using opc::model::Relationship;
+using zip::Entry;
+
+/// The part that a relationship leads to, as the file has it; null if there is none.
+const opc::IndexedPart* targetOf(const PackageIndex& index, const Relationship& link) {
+  const std::u16string& target = link.getTarget().text();
+  try {
+    return index.find(PartName(target).key());
+  } catch (const opc::Exception&) {
+    return nullptr;  // a target that is the name of no part
+  }
+}
+
+class Inspection {
+ public:
+  Inspection(const std::u16string& path, const zip::Limits& limits)
+      : limits_(limits),
+        file_(std::make_shared<const fl::filesystem::InputFile>(fl::i18n::to_string(path))),
+        package_(path, limits),
+        form_(file_) {}
+
+  Findings run() {
+    try {
+      directory_.emplace(zip::Directory::read(*file_, limits_));
+    } catch (const opc::model::PackageOpenFailed& refusal) {
+      if (refusal.GetID() == "opc:zip:ReadFailed") throw;
+      found_ = findEntries(file_, limits_);
+      add(refusal);
+      addDamage();
+      return std::move(findings_);
+    }
+    found_ = checkEntries(file_, *directory_, limits_);
+    addDamage();
+    addUnusedBytes();
+    if (!opens()) return std::move(findings_);
+    const PackageIndex& index = *package_.index();
+    addItemsThatAreNoParts(index);
+    addSessionParts(index);
+    for (const opc::IndexedPart& part : index.parts()) {
+      if (part.relationships) addMissingTargets(index, part);
+    }
+    return std::move(findings_);
+  }
+
+ private:
+  void add(Severity severity, foundation::core::except::except_with_causes rule, const Entry& entry) {
+    findings_.push_back({severity, std::move(rule), to_ustring_lossy(entry.name), entry.headerOffset});
+  }
+
+  /// A refusal of the package library, whose second argument mostly is the item that it is about.
+  void add(const opc::Exception& refusal) {
+    Finding finding{Severity::Error, refusal, {}};
+    const auto& arguments = refusal.GetArguments();
+    for (const FoundEntry& found : found_.list) {
+      const std::u16string name = to_ustring_lossy(found.entry.name);
+      if (arguments.size() < 2 || (arguments[1] != name && arguments[1] != u"/" + name)) continue;
+      finding.item = name;
+      finding.offset = found.entry.headerOffset;
+      break;
+    }
+    findings_.push_back(std::move(finding));
+  }
+
+  void addDamage() {
+    for (const FoundEntry& found : found_.list) {
+      if (found.damage) add(Severity::Error, *found.damage, found.entry);
+    }
+  }
+
+  /// Bytes that belong to no item: kept by readers, and lost when the package is saved.
+  void addUnusedBytes() {
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> used;
+    for (const Entry& entry : directory_->entries()) used.emplace_back(entry.headerOffset, entry.endOffset);
+    std::sort(used.begin(), used.end());
+    used.emplace_back(directory_->offset(), 0);
+    std::uint64_t end = 0;
+    for (const auto& [begin, nextEnd] : used) {
+      if (begin > end) {
+        findings_.push_back({Severity::Note, rule("recovery:check:UnusedBytes", begin - end, end), {}, end});
+      }
+      end = nextEnd;
+    }
+    const std::uint64_t archiveEnd = endOfArchive();
+    if (file_->size() == archiveEnd) return;
+    findings_.push_back({Severity::Note,
+                         rule("recovery:check:TrailingBytes", file_->size() - archiveEnd, archiveEnd),
+                         {},
+                         archiveEnd});
+  }
+
+  /// Past the end record, which lies in the last bytes of the file. A comment that ends in its signature is
+  /// refused.
+  std::uint64_t endOfArchive() const {
+    constexpr std::size_t kMostTrailing = 16;
+    const std::uint64_t smallest = zip::kEndSize + directory_->comment().size();
+    for (std::uint64_t behind = 0; behind < kMostTrailing; ++behind) {
+      std::array<char, 4> signature{};
+      file_->read(file_->size() - behind - smallest, signature.data(), signature.size());
+      if (zip::load32(signature.data()) == zip::kEndSignature) return file_->size() - behind;
+    }
+    return file_->size() - kMostTrailing;
+  }
+
+  bool opens() {
+    try {
+      package_.open(opc::interfaces::OpenMode::Read);
+      return true;
+    } catch (const opc::Exception& refusal) {
+      const auto isKnown = [&](const Finding& known) {
+        return known.rule.GetID() == refusal.GetID() && known.rule.GetArguments() == refusal.GetArguments();
+      };
+      if (std::ranges::none_of(findings_, isKnown)) add(refusal);
+      return false;
+    }
+  }
+
+  void addItemsThatAreNoParts(const PackageIndex& index) {
+    std::set<std::optional<opc::EntryIndex>> documents{index.contentTypesEntry(), index.relationshipsEntry()};
+    for (const opc::IndexedPart& part : index.parts()) documents.insert(part.relationshipsEntry);
+    for (opc::EntryIndex i = 0; i < index.entries().size(); ++i) {
+      const Entry& entry = index.entries()[i];
+      const std::string name = std::string("/").append(entry.name);
+      const auto key = PartName::tryKey(name);
+      if (name.ends_with('/') || documents.contains(i)) continue;
+      if (isDocument(entry.name)) {
+        add(Severity::Note, rule("recovery:check:OrphanedRelationships", entry.name), entry);
+      } else if (entry.isSymbolicLink) {
+        add(Severity::Note, rule("recovery:check:ItemIsLink", entry.name), entry);
+      } else if (!key) {
+        add(Severity::Note, rule("recovery:check:NameOfNoPart", entry.name), entry);
+      } else if (index.find(*key) == nullptr) {
+        add(Severity::Note, rule("recovery:check:NoContentType", entry.name), entry);
+      } else {
+        addDerivedName(index, *key, entry);
+      }
+    }
+  }
+
+  void addDerivedName(const PackageIndex& index, const std::string& key, const Entry& entry) {
+    for (std::size_t slash = key.rfind('/'); slash > 0; slash = key.rfind('/', slash - 1)) {
+      const opc::IndexedPart* const folder = index.find(std::string_view(key).substr(0, slash));
+      if (folder == nullptr) continue;
+      const Entry& other = index.entries()[folder->entry];
+      return add(Severity::Note, rule("recovery:check:DerivedName", entry.name, other.name), entry);
+    }
+  }
+
+  /// What the relationships of the package lead to: run list first, then signals, then what rests on them.
+  void addSessionParts(const PackageIndex& index) {
+    std::set<std::u16string_view> seen;
+    std::vector<Relationship> links = package_.getRelationships(opc::model::ExcludeMode::None);
+    const auto roleOf = [](const Relationship& link) { return roleOfRelationship(link.getType()); };
+    std::ranges::stable_sort(links, std::less<>(), roleOf);
+    for (const Relationship& link : links) {
+      const Role* const role = roleOf(link);
+      if (link.getTargetMode() == opc::model::TargetMode::External && role == nullptr) continue;
+      const opc::IndexedPart* const part =
+          link.getTargetMode() == opc::model::TargetMode::External ? nullptr : targetOf(index, link);
+      if (part == nullptr) {
+        addMissingTarget(role ? Severity::Error : Severity::Note, link, index.relationshipsEntry());
+        continue;
+      }
+      if (role == nullptr || found_.list[part->entry].damage) continue;
+      const Entry& entry = index.entries()[part->entry];
+      const std::u16string name = index.nameOf(*part).text();
+      if (role->isOnce && !seen.insert(role->relationshipType).second) {
+        add(Severity::Note, rule("recovery:check:FurtherPart", name, role->relationshipType), entry);
+      }
+      if (auto problem = form_.problemOf(link.getType(), name, entry)) {
+        add(Severity::Error, *std::move(problem), entry);
+      } else if (role->relationshipType == relationship_types::kSignalsData && !form_.hasRunList()) {
+        add(Severity::Note, rule("recovery:check:SignalsWithoutRuns", name), entry);
+      }
+    }
+  }
+
+  void addMissingTargets(const PackageIndex& index, const opc::IndexedPart& part) {
+    for (const Relationship& link : part.relationships->relationships(opc::model::ExcludeMode::External)) {
+      if (targetOf(index, link) == nullptr) addMissingTarget(Severity::Note, link, part.relationshipsEntry);
+    }
+  }
+
+  void addMissingTarget(Severity severity, const Relationship& link,
+                        std::optional<opc::EntryIndex> document) {
+    auto broken = rule("recovery:check:MissingTarget", link.getID(), link.getType(), link.getTarget().text());
+    if (document) return add(severity, std::move(broken), directory_->entries()[*document]);
+    findings_.push_back({severity, std::move(broken), {}});
+  }
+
+  const zip::Limits limits_;
+  std::shared_ptr<const fl::filesystem::InputFile> file_;
+  std::optional<zip::Directory> directory_;
+  FoundEntries found_;
+  opc::model::Package package_;
+  SessionForm form_;
+  Findings findings_;
+};
+
+}  // namespace
+
+Findings inspect(const std::u16string& path, const zip::Limits& limits) {
+  return Inspection(path, limits).run();
+}
+
+}  // namespace tavlox::recovery

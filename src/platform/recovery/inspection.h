@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "platform/recovery/finding.h"
+#include "platform/zip/limits.h"
+
+namespace tavlox::recovery {
+
+/// Everything that is wrong with one package: the rules of the archive, the checksum of every item, content
+/// types and relationships, every part that a relationship promises, the form of session parts, and samples
+/// that do not fit their signals. Errors are what readers refuse, when they open the package or when they
+/// come to it; notes are what they let pass. Of a directory the first broken rule is told; the items are then
+/// looked for without it. Reads all of the file, in constant memory.
+///
+/// Raises opc::Exception if the file is not there or cannot be read.
+Findings inspect(const std::u16string& path, const zip::Limits& limits = {});
+
+}  // namespace tavlox::recovery

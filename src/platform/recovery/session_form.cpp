@@ -1,0 +1,268 @@
+#include "platform/recovery/session_form.h"
+
+#include <algorithm>
+#include <array>
+#include <istream>
+#include <limits>
+#include <streambuf>
+#include <vector>
+
+#include <simdjson.h>
+
+#include "platform/errors/package_errors.h"
+#include "platform/export_file/data_export_file.h"
+#include "platform/opc/core_properties.h"
+#include "platform/recovery/finding.h"
+#include "platform/repository/obj_ref_array_json.h"
+#include "platform/text/conversion.h"
+#include "platform/zip/entry_reader.h"
+#include "platform/zip/limits.h"
+
+namespace tavlox::recovery {
+namespace {
+
+using fl::filesystem::InputFile;
+using foundation::core::except::raise;
+using zip::Entry;
+namespace types = relationship_types;
+
+constexpr char16_t kCoreProperties[] =
+    u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
+
+constexpr Role kRoles[] = {
+    {types::kRunData, u"application/vnd.tavlox.session-runs+json", u"/session/runs.json", u"", true},
+    {types::kSignalsData, u"application/vnd.tavlox.session-signals+json", u"/session/signals/", u".json",
+     false},
+    {types::kSamples, u"text/csv", u"/session/data/", u".csv", false},
+    {types::kCompression, u"application/vnd.tavlox.session-compression+json", u"/session/compression.json",
+     u"", true},
+    {types::kView, u"application/vnd.tavlox.session-view+json", u"/session/view.json", u"", true},
+    {types::kThumbnail, u"application/vnd.tavlox.session-thumbnail", u"/session/thumbnail", u"", true},
+    {kCoreProperties, u"application/vnd.openxmlformats-package.core-properties+xml", u"/docProps/core.xml",
+     u"", true},
+    {u"UserAssetsPartRelType", u"", u"/user/", u"", false},
+};
+
+/// The number in the name of a part: "3" in "/session/signals/3.json". Nothing if it is named otherwise.
+std::optional<std::u16string> numberIn(std::u16string_view name, const Role& role) {
+  if (!name.starts_with(role.namePrefix) || !name.ends_with(role.nameSuffix)) return std::nullopt;
+  if (name.size() <= role.namePrefix.size() + role.nameSuffix.size()) return std::nullopt;
+  name.remove_prefix(role.namePrefix.size());
+  return std::u16string(name.substr(0, name.size() - role.nameSuffix.size()));
+}
+
+/// Lets a stream read the data of an entry.
+class EntryBuffer : public std::streambuf {
+ public:
+  EntryBuffer(const std::shared_ptr<const InputFile>& file, const Entry& entry) : reader_(file, entry) {}
+
+ private:
+  int_type underflow() override {
+    const std::size_t got = reader_.read(block_.data(), block_.size());
+    setg(block_.data(), block_.data(), block_.data() + got);
+    return got == 0 ? traits_type::eof() : traits_type::to_int_type(block_.front());
+  }
+
+  zip::EntryReader reader_;
+  std::vector<char> block_ = std::vector<char>(std::size_t{64} << 10);
+};
+
+void loadForm(const std::shared_ptr<const InputFile>& file, const Entry& entry, const orra::PartKind& kind) {
+  EntryBuffer buffer(file, entry);
+  std::istream stream(&buffer);
+  orra::ObjRefArrayJSON(kind).load(stream);
+}
+
+/// Counts the cells of a comma-separated table, line by line. A line end in a quoted cell ends no line; lines
+/// without anything in them are passed over.
+class CellCount {
+ public:
+  void take(char byte) {
+    if (byte == '"') isQuoted_ = !isQuoted_;
+    if (byte == '\n' && !isQuoted_) return endLine();
+    if (byte == ',' && !isQuoted_) ++cells_;
+    hasContent_ = hasContent_ || byte != '\r';
+  }
+
+  void endLine() {
+    ++line_;
+    if (hasContent_ && columns_ == 0) columns_ = cells_;
+    if (hasContent_ && cells_ != columns_ && unevenLine_ == 0) unevenLine_ = line_;
+    cells_ = 1;
+    hasContent_ = false;
+  }
+
+  std::uint64_t columns() const { return columns_; }
+  /// The first line, from 1, that has another number of cells than the heading; 0 if there is none.
+  std::uint64_t unevenLine() const { return unevenLine_; }
+
+ private:
+  std::uint64_t line_ = 0, cells_ = 1, columns_ = 0, unevenLine_ = 0;
+  bool isQuoted_ = false, hasContent_ = false;
+};
+
+/// Finds the end of a JSON object at the front of a text: past its brace, or 0 if it does not end there.
+std::size_t endOfObject(std::string_view text) {
+  constexpr int kDeepest = 128;
+  int depth = 0;
+  bool isInText = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char byte = text[at];
+    if (isInText && byte == '\\') ++at;
+    if (byte == '"') isInText = !isInText;
+    if (isInText) continue;
+    if (byte == '{' && ++depth > kDeepest) return 0;
+    if (byte == '}' && --depth == 0) return at + 1;
+  }
+  return 0;
+}
+
+std::optional<std::int64_t> integerIn(const simdjson::dom::element& object, std::string_view member) {
+  std::int64_t number = 0;
+  if (object[member].get(number) != simdjson::SUCCESS) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+std::uint64_t forEachReadableElement(
+    const std::shared_ptr<const InputFile>& file, const Entry& entry,
+    const std::function<void(std::string_view, std::int64_t, std::optional<std::int64_t>)>& take) {
+  constexpr std::size_t kLongest = std::size_t{16} << 20;  // of an element
+  constexpr std::size_t kStep = std::size_t{256} << 10;
+  Entry boundless = entry;  // its reader hands out everything before it says what is wrong
+  boundless.size = std::numeric_limits<std::uint64_t>::max();
+  zip::EntryReader reader(file, boundless);
+  simdjson::dom::parser parser;
+  std::string text;
+  std::size_t at = 0;
+  std::uint64_t count = 0, searched = 0, all = 0;
+  bool isMore = true;
+  const auto readOn = [&] {
+    text.erase(0, std::exchange(at, 0));
+    while (isMore && text.size() < 2 * kLongest) {
+      const std::size_t before = text.size();
+      text.resize(before + kStep);
+      std::size_t got = 0;
+      try {
+        got = reader.read(text.data() + before, kStep);
+      } catch (const opc::Exception&) {
+        // The end of what can be read.
+      }
+      text.resize(before + got);
+      all += got;
+      isMore = got != 0;
+    }
+  };
+  const auto takeObject = [&](std::string_view object) {
+    simdjson::dom::element element;
+    if (parser.parse(object.data(), object.size()).get(element) != simdjson::SUCCESS) return false;
+    const auto id = integerIn(element, orra::strings::IDLower);
+    if (!id) return false;
+    take(object, *id, integerIn(element, "runID"));
+    ++count;
+    return true;
+  };
+  while (true) {
+    if (isMore && text.size() - at < kLongest) readOn();
+    at = std::min(text.find('{', at), text.size());
+    if (at == text.size()) {
+      if (!isMore) return count;
+      continue;
+    }
+    const std::string_view rest = std::string_view(text).substr(at, kLongest);
+    const std::size_t end = endOfObject(rest);
+    searched += end == 0 ? rest.size() : end;
+    // Of text that was chosen so that every brace begins something long, the rest is left alone.
+    if (searched / 64 > all + kLongest) return count;
+    at += end != 0 && takeObject(rest.substr(0, end)) ? end : 1;
+  }
+}
+
+const Role* roleOfRelationship(std::u16string_view type) {
+  const auto role = std::ranges::find(kRoles, type, &Role::relationshipType);
+  return role == std::end(kRoles) ? nullptr : role;
+}
+
+const Role* roleOfPart(std::u16string_view name, std::u16string_view contentType) {
+  for (const Role& role : kRoles) {
+    const bool isNumbered = role.namePrefix.ends_with(u'/');
+    if (isNumbered ? numberIn(name, role).has_value() : name == role.namePrefix) return &role;
+  }
+  // Tables are everywhere; being one makes no part the samples of a run.
+  const auto role = std::ranges::find(kRoles, contentType, &Role::contentType);
+  const bool tellsNothing =
+      role == std::end(kRoles) || contentType.empty() || role->contentType == u"text/csv";
+  return tellsNothing ? nullptr : role;
+}
+
+std::optional<foundation::core::except::except_with_causes> SessionForm::problemOf(std::u16string_view type,
+                                                                                   const std::u16string& name,
+                                                                                   const Entry& entry) {
+  const Role* const role = roleOfRelationship(type);
+  if (role == nullptr) return std::nullopt;
+  const std::u16string number = numberIn(name, *role).value_or(name);
+  try {
+    if (type == types::kRunData) checkRunList(entry);
+    if (type == types::kSignalsData) checkSignals(number, entry);
+    if (type == types::kSamples) checkSamples(number, name, entry);
+    if (type == types::kCompression) checkCompression(entry);
+    if (type == kCoreProperties) {
+      const zip::Limits limits;
+      const std::string narrowName = fl::i18n::to_string_lossy(name);
+      opc::coreProperty(zip::readWhole(file_, entry, limits.relationshipBytes),
+                        opc::model::CoreProperty::Description, {file_->path(), narrowName}, limits.xmlDepth);
+    }
+  } catch (const foundation::core::except::except_with_causes& problem) {
+    return problem;
+  }
+  return std::nullopt;
+}
+
+void SessionForm::checkRunList(const Entry& entry) {
+  loadForm(file_, entry, orra::kRunListKind);
+  if (runIds_) return;  // the first counts
+  runIds_.emplace();
+  forEachReadableElement(file_, entry, [&](std::string_view, std::int64_t id, auto) { runIds_->insert(id); });
+}
+
+void SessionForm::checkSignals(const std::u16string& number, const Entry& entry) {
+  loadForm(file_, entry, orra::kSignalsPartKind);
+  std::uint64_t count = 0;
+  forEachReadableElement(file_, entry, [&](std::string_view, std::int64_t, std::optional<std::int64_t> run) {
+    ++count;
+    if (!runIds_ || (run && runIds_->contains(*run))) return;
+    raise("simulation_data_repository:sdr:InvalidSessionData", orra::kSignalsPartKind.name, count,
+          "\"runID\" is no run of the run list");
+  });
+  signalCounts_[number] = count;
+}
+
+void SessionForm::checkCompression(const Entry& entry) const {
+  constexpr std::uint64_t kLongest = std::uint64_t{1} << 20;
+  simdjson::dom::parser parser;
+  simdjson::dom::element record;
+  std::string_view type;
+  const bool isRecord =
+      parser.parse(zip::readWhole(file_, entry, kLongest)).get(record) == simdjson::SUCCESS &&
+      record["CompressionType"].get(type) == simdjson::SUCCESS;
+  if (!isRecord) raise("recovery:check:CompressionRecord", entry.name);
+}
+
+void SessionForm::checkSamples(const std::u16string& number, const std::u16string& name,
+                               const Entry& entry) const {
+  CellCount count;
+  zip::EntryReader reader(file_, entry);
+  std::vector<char> block(std::size_t{64} << 10);
+  while (const std::size_t got = reader.read(block.data(), block.size())) {
+    for (std::size_t i = 0; i < got; ++i) count.take(block[i]);
+  }
+  count.endLine();
+  if (count.unevenLine() != 0)
+    raise("recovery:check:UnevenSamples", name, count.unevenLine(), count.columns());
+  const auto signals = signalCounts_.find(number);
+  if (signals == signalCounts_.end() || signals->second + 1 == count.columns()) return;
+  raise("recovery:check:SamplesDiffer", name, count.columns(), signals->second);
+}
+
+}  // namespace tavlox::recovery

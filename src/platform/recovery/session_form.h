@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/errors/exceptions.h"
+#include "platform/files/descriptor.h"
+#include "platform/zip/directory.h"
+
+namespace tavlox::recovery {
+
+/// What the parts of a session are to be, and how one reads them. They are checked as they lie in the
+/// archive, so that this works with and without a directory: the run list first, then the signals parts, then
+/// the others.
+class SessionForm {
+ public:
+  explicit SessionForm(std::shared_ptr<const fl::filesystem::InputFile> file) : file_(std::move(file)) {}
+
+  /// What is wrong with the sound data of the part that a relationship of this type leads to; nothing for
+  /// parts whose inside belongs to others. `name` is the part's, decoded.
+  std::optional<foundation::core::except::except_with_causes> problemOf(std::u16string_view type,
+                                                                        const std::u16string& name,
+                                                                        const zip::Entry& entry);
+  bool hasRunList() const { return runIds_.has_value(); }
+
+ private:
+  void checkRunList(const zip::Entry& entry);
+  void checkSignals(const std::u16string& number, const zip::Entry& entry);
+  void checkCompression(const zip::Entry& entry) const;
+  void checkSamples(const std::u16string& number, const std::u16string& name, const zip::Entry& entry) const;
+
+  std::shared_ptr<const fl::filesystem::InputFile> file_;
+  std::optional<std::set<std::int64_t>> runIds_;
+  std::map<std::u16string, std::uint64_t> signalCounts_;  ///< by the number in the part's name
+};
+
+/// Finds the objects with an `id` in what is left of a JSON array: those that are well-formed, wherever they
+/// begin. Data that breaks off or does not have its checksum is read as far as it goes. `take` is given the
+/// text of each and the id of its run, if it has one. Gives their number.
+std::uint64_t forEachReadableElement(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Entry& entry,
+    const std::function<void(std::string_view text, std::int64_t id, std::optional<std::int64_t> run)>& take);
+
+/// The role of a part in a session: the type of the relationship that leads to it, the content type that it
+/// is written with, and the name, which may hold a number.
+struct Role {
+  std::u16string_view relationshipType, contentType, namePrefix, nameSuffix;
+  bool isOnce;  ///< of several the first counts
+};
+
+/// By the relationship that leads there; null for what belongs to no session.
+const Role* roleOfRelationship(std::u16string_view type);
+/// By the name that writers use, or else by the content type, which may be empty; null likewise.
+const Role* roleOfPart(std::u16string_view name, std::u16string_view contentType);
+
+}  // namespace tavlox::recovery

@@ -76,9 +76,11 @@ class Inspection {
   void add(const opc::Exception& refusal) {
     Finding finding{Severity::Error, refusal, {}};
     const auto& arguments = refusal.GetArguments();
+    const std::u16string about = arguments.size() < 2 ? std::u16string() : arguments[1];
     for (const FoundEntry& found : found_.list) {
       const std::u16string name = to_ustring_lossy(found.entry.name);
-      if (arguments.size() < 2 || (arguments[1] != name && arguments[1] != u"/" + name)) continue;
+      const bool isOther = !found.otherName.empty() && about == to_ustring_lossy(found.otherName);
+      if (about != name && about != u"/" + name && !isOther) continue;
       finding.item = name;
       finding.offset = found.entry.headerOffset;
       break;

@@ -14,8 +14,6 @@ void requireOutput(const Request& request) {
   if (!request.has("--output")) raise("tavlox:recover:NoOutput");
 }
 
-void printText(const recovery::Rebuilt& rebuilt) { printFindings(rebuilt.findings, "lost"); }
-
 void printJson(const Request& request, const recovery::Rebuilt& rebuilt) {
   fl::i18n::JsonWriter json = beginAnswer(request.one("FILE"));
   json.member("Recovered").value(fl::filesystem::absolute(request.one("--output")));
@@ -32,7 +30,8 @@ ExitCode runRecover(const Request& request) {
   if (!request.has("--force") && fl::filesystem::exists(output)) raise("tavlox:recover:OutputExists", output);
   const recovery::Rebuilt rebuilt = recovery::rebuild(
       request.one("FILE"), output, request.has("--force") ? Existing::Replace : Existing::Refuse);
-  request.format == OutputFormat::Json ? printJson(request, rebuilt) : printText(rebuilt);
+  request.format == OutputFormat::Json ? printJson(request, rebuilt)
+                                       : printFindings(rebuilt.findings, "lost");
   return hasErrors(rebuilt.findings) ? ExitCode::Found : ExitCode::Done;
 }
 

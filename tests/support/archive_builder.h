@@ -175,7 +175,7 @@ class ArchiveBuilder {
 
 /// A package as another program might write it. `relationships` are elements of the package's own list; items
 /// that end in .txt are parts, and hold their names.
-inline std::string foreignPackage(const std::string& relationships, const std::vector<std::string>& items) {
+inline ArchiveBuilder foreignArchive(const std::string& relationships, const std::vector<std::string>& items) {
   const std::string format = "http://schemas.openxmlformats.org/package/2006/";
   ArchiveBuilder archive;
   archive.add("[Content_Types].xml", "<Types xmlns=\"" + format +
@@ -185,7 +185,11 @@ inline std::string foreignPackage(const std::string& relationships, const std::v
   archive.add("_rels/.rels",
               "<Relationships xmlns=\"" + format + "relationships\">" + relationships + "</Relationships>");
   for (const std::string& item : items) archive.add(item, item);
-  return archive.bytes();
+  return archive;
+}
+
+inline std::string foreignPackage(const std::string& relationships, const std::vector<std::string>& items) {
+  return foreignArchive(relationships, items).bytes();
 }
 
 }  // namespace support

@@ -115,8 +115,8 @@ class Rebuilding {
       } else if ((isDocument(name) || isOtherDocument) && !found.isDoubtful) {
         documents_.emplace(opc::percent::toLower(isOtherDocument ? found.otherName : name), &found);
       } else {
-        items_.push_back(
-            {&found, PartName(u"/item-" + to_ustring_lossy(std::to_string(found.entry.headerOffset)))});
+        const std::string provisional = "/item-" + std::to_string(found.entry.headerOffset);
+        items_.push_back({&found, PartName(to_ustring_lossy(provisional))});
       }
     }
   }
@@ -149,8 +149,8 @@ class Rebuilding {
         readDocument(std::string(kContentTypesItem), limits_.contentTypeBytes, [&](const std::string& bytes) {
           return opc::ContentTypesDocument::parse(bytes, file_->path(), limits_);
         });
-    if (!types_) tell(Severity::Note, rule("recovery:recover:TypesRebuilt"));
     const auto relationships = relationshipsOf({});
+    if (!types_) tell(Severity::Note, rule("recovery:recover:TypesRebuilt"));
     if (!relationships) return tell(Severity::Note, rule("recovery:recover:LinksRebuilt"));
     areLinksKnown_ = true;
     takeLinks(*relationships, links_);
@@ -178,6 +178,7 @@ class Rebuilding {
                              : PartName::tryFromEncoded(std::string("/").append(item.found->otherName));
       const int ownRank = rankOf(own), otherRank = rankOf(other);
       if (own || other) item.name = ownRank >= otherRank ? *own : *other;
+      if (item.found->isDoubtful) item.problem = rule("recovery:recover:Doubtful", entry.name);
       if (!own && !other) item.problem = rule("recovery:recover:NameOfNoPart", entry.name);
       if (item.found->otherName.empty()) continue;
       // Which name is right is a guess if nothing else in the package tells.
@@ -207,7 +208,7 @@ class Rebuilding {
     if (areLinksKnown_) return;
     for (const Item& item : items_) {
       const Role* const role = roleOf(item.name);
-      if (role == nullptr || item.found->isDoubtful || item.problem) continue;
+      if (role == nullptr || item.problem) continue;
       links_.push_back({std::u16string(role->relationshipType), item.name.text(), {}});
     }
   }
@@ -216,7 +217,7 @@ class Rebuilding {
   void checkForm() {
     ByName<Item*> byName;
     for (Item& item : items_) {
-      if (!item.problem && !item.found->isDoubtful) byName.emplace(item.name.key(), &item);
+      if (!item.problem) byName.emplace(item.name.key(), &item);
     }
     std::vector<const Link*> ordered;
     for (const Link& link : links_) ordered.push_back(&link);
@@ -227,7 +228,7 @@ class Rebuilding {
       const auto name = nameOf(link->target);
       const auto item = name ? byName.find(name->key()) : byName.end();
       if (item == byName.end() || item->second->problem) continue;
-      roles_.emplace(name->key(), roleOfRelationship(link->type));
+      if (const Role* role = roleOfRelationship(link->type)) roles_.emplace(name->key(), role);
       item->second->problem = form.problemOf(link->type, name->text(), item->second->found->entry);
     }
   }
@@ -243,11 +244,11 @@ class Rebuilding {
   ContentType typeOf(const Item& item) {
     if (const ContentType* type = originalTypeOf(item.name)) return *type;
     const auto linked = roles_.find(item.name.key());
-    const Role* const role =
-        linked != roles_.end() && linked->second != nullptr ? linked->second : roleOf(item.name);
-    if (role != nullptr && role->relationshipType == kUserFiles)
-      return ContentType(userFileType(item.name.text()));
-    if (role != nullptr) return ContentType(role->contentType);
+    const Role* const role = linked == roles_.end() ? roleOf(item.name) : linked->second;
+    if (role != nullptr) {
+      const bool isUserFile = role->relationshipType == kUserFiles;
+      return ContentType(isUserFile ? userFileType(item.name.text()) : std::u16string(role->contentType));
+    }
     tell(types_ ? Severity::Note : Severity::Error, item.found->entry,
          rule("recovery:recover:TypeUnknown", item.name.text()));
     return ContentType(u"application/octet-stream");
@@ -255,7 +256,6 @@ class Rebuilding {
 
   void keep(const Item& item) {
     std::optional<except_with_causes> problem = item.problem;
-    if (item.found->isDoubtful) problem = rule("recovery:recover:Doubtful", item.name.text());
     try {
       if (!problem) parts_.push_back(target_.createPart(item.name, typeOf(item), {}));
     } catch (const opc::Exception& refusal) {
@@ -288,13 +288,12 @@ class Rebuilding {
 
   /// A user file of that name below "/user/recovered", or of a name like it.
   std::optional<Part> createAside(const PartName& name) {
-    constexpr int kMostAlike = 100;
+    constexpr int kMostAlike = 10;
     const std::u16string folder = fl::filesystem::extract_parent_path(name.text());
     const std::u16string file = fl::filesystem::extract_filename(name.text());
     for (int number = 1; number <= kMostAlike; ++number) {
-      std::u16string aside = u"/user/recovered" + (folder == u"/" ? folder : folder + u"/");
-      if (number > 1) aside += to_ustring_lossy(std::to_string(number)) + u"-";
-      aside += file;
+      const std::u16string prefix = number == 1 ? u"" : to_ustring_lossy(std::to_string(number) + "-");
+      const std::u16string aside = fl::filesystem::concatenate(u"/user/recovered" + folder, prefix + file);
       try {
         Part part = target_.createPart(PartName(aside), ContentType(userFileType(aside)), {});
         links_.push_back({kUserFiles, aside, {}});

@@ -80,9 +80,9 @@ std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& di
   // All of the file is taken in before the package changes: if that fails, the old entry is still there.
   const opc::model::PartData data = package.startData();
   opc::copyStream(file, native, *data, size);
-  if (replaced) package.deleteRelationship(replaced->getID());
   orCannotAdd(ref, name, [&] {
     if (replaced) package.replacePart(PartName(name), type, data);
+    if (replaced) package.deleteRelationship(replaced->getID());
     if (!replaced) package.createPart(PartName(name), type, {.size = size}, data);
     package.createInternalRelationship(replaced ? replaced->getType() : kUserAssetsRelationshipType,
                                        opc::model::URI(name), "");

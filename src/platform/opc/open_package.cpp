@@ -162,6 +162,7 @@ void OpenPackage::checkCanCreate(const PartName& name) {
 void OpenPackage::create(const PartName& name, const model::ContentType& type,
                          std::shared_ptr<zip::Spool> data) {
   checkCanCreate(name);
+  if (data) data->finish();
   putNew(name, type, std::move(data));
 }
 
@@ -169,6 +170,7 @@ void OpenPackage::recreate(const PartName& name, const model::ContentType& type,
                            std::shared_ptr<zip::Spool> data) {
   checkMayChange();
   part(name);
+  data->finish();  // a full disk may show only now, when the old part is still there
   remove(name);
   putNew(name, type, std::move(data));
 }

@@ -93,9 +93,6 @@ TEST_F(Metadata, BindsUnderTheAbsoluteNameAndRefusesUnderTheNameGiven) {
   EXPECT_EQ(*cache_.getFilename(), sessions_.folder().wide("s.tavlox"));
   EXPECT_EQ(raisedBy([&] { cache_.setFilename(u"missing.tavlox"); }),
             "tavlox:general:FileNotFound(missing.tavlox)");
-  sessions_.folder().write("text.tavlox", "text");
-  EXPECT_EQ(raisedBy([&] { cache_.setFilename(u"text.tavlox"); }),
-            "tavlox:general:UnableToReadFile(text.tavlox)");
 }
 
 TEST_F(Metadata, LastModifiedIsLocalTime) {

@@ -48,7 +48,6 @@ class Queries : public ::testing::Test {
     return raised + " " + std::to_string(waited / std::chrono::milliseconds(500));
   }
 
-  /// The database files there are, absolute paths.
   std::set<std::string> databases() const {
     std::set<std::string> found;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(databases_.path())) {

@@ -60,12 +60,5 @@ TEST_F(Queries, LockedAndCorruptDatabasesAreSaidAfterAPause) {
   EXPECT_EQ(raisedAfterPauses([&] { run(7); }), "simulation_data_repository:sdr:InternalError() 1");
 }
 
-TEST_F(Queries, ALoadThatFailedIsNotTriedAgainUntilTheFileChanges) {
-  cache_.setFilename(sessions_.writeWithPart("s.tavlox", tavlox::relationship_types::kRunData,
-                                             R"([{"id": 1}, {"id": "2"}])"));
-  EXPECT_EQ(raisedBy([&] { run(1); }).substr(0, 49), "simulation_data_repository:sdr:InvalidSessionData");
-  EXPECT_EQ(raisedBy([&] { run(1); }), "tavlox:general:UnableToReadFile()");
-}
-
 }  // namespace
 }  // namespace orra::tavloxio

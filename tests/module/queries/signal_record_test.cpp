@@ -4,7 +4,6 @@ namespace orra::tavloxio {
 namespace {
 
 using corvan::HostArray;
-using support::raisedBy;
 using tavlox::SessionWriter;
 
 constexpr char kFullSignal[] = R"([{"id":1,"runID":2,"name":"wheel speed","domainType":"outport",
@@ -70,15 +69,6 @@ TEST_F(Queries, ComplexFormatsAndDomainsThatAreNotKnownAreEmpty) {
   }
   EXPECT_EQ(domains, u"Tovrin|Tovrin|State|State||") << "types are compared exactly";
   EXPECT_EQ(formats, u"real-imaginary|magnitude-phase|magnitude|phase||");
-}
-
-TEST_F(Queries, OneSignalOfAnUnknownRunSpoilsThemAll) {
-  bind(withSignalsPart(R"([{"id": 6, "runID": 5}, {"id": 7, "runID": 1}])"));
-  EXPECT_EQ(raisedBy([&] { allSignals(); }),
-            "simulation_data_repository:sdr:InvalidSessionData(signals part, 2, "
-            "\"runID\" is no run of the run list)");
-  rewrite(support::fillTwoRuns);
-  EXPECT_EQ(allSignals().columns(), 4u) << "repaired";
 }
 
 }  // namespace

@@ -83,14 +83,6 @@ TEST(DatabaseFailures, DamagedFiles) {
   }
 }
 
-TEST(DatabaseFailures, VanishedRows) {
-  LoadedRepository session;
-  const auto signals = session.signalsOf(7);
-  OtherConnection(session.database(), "DELETE FROM signals WHERE rowid % 2 = 0; DELETE FROM runs");
-  EXPECT_EQ(raisedBy([&] { signals[1].getName(); }), "simulation_data_repository:sdr:InternalError()");
-  EXPECT_EQ(raisedBy([&] { signals[0].getRun()->getModel(); }), "simulation_data_repository:sdr:NoSuchRun()");
-}
-
 TEST(DatabaseFailures, FullDisk) {
   LoadedRepository session;
   {

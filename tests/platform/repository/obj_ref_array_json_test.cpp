@@ -12,7 +12,6 @@
 
 using namespace orra;
 using namespace std::string_literals;
-using foundation::core::except::IUserException;
 
 namespace {
 
@@ -105,17 +104,6 @@ TEST(ObjRefArrayJSON, AcceptsWhatIsSound) {
       std::string(3'000'000, ' ') + R"([{"id":1}])" + std::string(3'000'000, '\n'),
   };
   for (const std::string& json : kSound) EXPECT_EQ(refusalOf(kRunListKind, json), "") << json.substr(0, 60);
-}
-
-TEST(ObjRefArrayJSON, AnswersForReferences) {
-  const auto runs =
-      loaded(kRunListKind, R"([{"id":7},{"runClassName":"ComparisonSet","id":-2147483648},{"id":-0}])");
-  ASSERT_EQ(runs.size(), 3u);
-  EXPECT_EQ(runs.getPropertyInt32(1, strings::IDLower), -2147483647 - 1);
-  EXPECT_EQ(runs.getPropertyString(1, strings::RunClassName), "ComparisonSet");
-  EXPECT_EQ(runs.getPropertyString(2, strings::RunClassName), "Set");
-  EXPECT_THROW(runs.getPropertyInt32(3, strings::IDLower), IUserException);
-  EXPECT_THROW(runs.getPropertyInt32(0, "runNumber"), IUserException);
 }
 
 // Windows are about 1 MiB: elements of many sizes put every kind of byte at their ends.

@@ -1,12 +1,8 @@
-#include <stdexcept>
-
 #include <gtest/gtest.h>
 
-#include "platform/progress/progress.h"
 #include "tests/platform/repository/repository_fixture.h"
 
 using namespace orra;
-using foundation::core::except::collection;
 using foundation::core::except::except_with_causes;
 using support::raisedBy;
 using Errors = std::vector<std::string>;
@@ -78,32 +74,6 @@ TEST(Repository, ARefusedLoadLeavesNothing) {
   }
   EXPECT_NE(raisedBy([&] { session.loadRuns(R"([{"id":8},{"id":9},{"id":8}])"); }), "");
   EXPECT_EQ(session.newRuns.size(), 1u) << "the run of before";
-}
-
-TEST(Repository, ProgressIsReportedAndMayEndTheLoading) {
-  std::string part = signalJson(1, 7, "");
-  for (int id = 2; id <= 65'537; ++id) part += "," + signalJson(id, 7, "");
-  RepositoryFixture session;
-  session.loadRuns(kTwoRuns);
-  std::uint64_t last = 0;
-  corvan::ProgressSubscription whole([&](const corvan::Progress& progress) {
-    last = progress.done;
-    if (last == 65'536) throw std::runtime_error("enough");
-  });
-  EXPECT_EQ(raisedBy([&] { session.loadSignals(part); }), "enough");
-  EXPECT_TRUE(session.signalsOf(7).empty());
-}
-
-TEST(SafeTransaction, CollectsWhatTheWorkRaises) {
-  RepositoryFixture session;
-  const std::string failed = "sqldb:ssdb:Failed(" + session.database().string() + ", ";
-  collection two;
-  two.add(except_with_causes("a:b:First", {u"1"}));
-  two.add(except_with_causes("a:b:Second"));
-  EXPECT_EQ(session.collected([&] { throw two; }), (Errors{"a:b:First(1)", "a:b:Second()"}));
-  EXPECT_EQ(session.collected([] { throw std::runtime_error("why"); }), Errors{failed + "why)"});
-  for (const auto silent : {+[] { throw collection(); }, +[] { throw 1; }})
-    EXPECT_EQ(session.collected(silent), Errors{failed + "the work failed without a reason)"});
 }
 
 TEST(SafeTransaction, RollsBackAsAWhole) {

@@ -175,7 +175,8 @@ class ArchiveBuilder {
 
 /// A package as another program might write it. `relationships` are elements of the package's own list; items
 /// that end in .txt are parts, and hold their names.
-inline ArchiveBuilder foreignArchive(const std::string& relationships, const std::vector<std::string>& items) {
+inline ArchiveBuilder foreignArchive(const std::string& relationships,
+                                     const std::vector<std::string>& items) {
   const std::string format = "http://schemas.openxmlformats.org/package/2006/";
   ArchiveBuilder archive;
   archive.add("[Content_Types].xml", "<Types xmlns=\"" + format +

@@ -64,6 +64,12 @@ struct SignalRecord {
   std::optional<std::vector<std::uint64_t>> dimensions, channel;
 };
 
+/// The text of a field, empty if it is not set.
+inline const std::u16string& textOf(const std::optional<std::u16string>& field) {
+  static const std::u16string empty;
+  return field ? *field : empty;
+}
+
 template <class Record, class Value>
 struct Field {
   std::string_view name;

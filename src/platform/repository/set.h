@@ -57,20 +57,20 @@ class Set : public ORM {
   static void getAllSignalsByName(ObjectManager& manager, const std::u16string& name, RunId run,
                                   boost::ptr_vector<ObjectRef>& references);
 
-  /// All fields, read in one go. Valid until another run is read or the transaction ends.
+  /// All fields, read in one go. Valid, as are the texts below, until another run of the repository is read.
   const RunRecord& record() const;
 
-  std::u16string getRunDisplayName() const { return record().name.value_or(u""); }
+  const std::u16string& getRunDisplayName() const { return textOf(record().name); }
   /// Empty text for a key that the run does not have. Keys are those of orra::strings.
   std::u16string getRunMetaDataUstring(std::string_view key) const;
-  std::string getDateString() const { return fl::i18n::to_string(record().dateCreated.value_or(u"")); }
+  std::string getDateString() const { return fl::i18n::to_string(textOf(record().dateCreated)); }
   std::uint32_t getRunNumber() const { return record().runNumber.value_or(0); }
   std::int32_t getOrderIndex() const { return record().orderIndex.value_or(0); }
-  std::u16string getModel() const { return record().model.value_or(u""); }
-  std::string getSimMode() const { return fl::i18n::to_string(record().simMode.value_or(u"")); }
+  const std::u16string& getModel() const { return textOf(record().model); }
+  std::string getSimMode() const { return fl::i18n::to_string(textOf(record().simMode)); }
   double getStartTime() const { return record().startTime.value_or(0); }
   double getStopTime() const { return record().stopTime.value_or(0); }
-  std::u16string getRunStatus() const { return record().status.value_or(u""); }
+  const std::u16string& getRunStatus() const { return textOf(record().status); }
   double getUpdateTime() const { return record().updateTime.value_or(0); }
   double getSimTime() const { return record().simTime.value_or(0); }
   double getTermTime() const { return record().termTime.value_or(0); }

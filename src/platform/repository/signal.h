@@ -33,31 +33,32 @@ class Signal : public ORM {
 
   static std::unique_ptr<Signal> getSignalFromObjRef(std::unique_ptr<ObjectRef> reference);
 
-  /// All fields, read in one go. Valid until another signal is read or the transaction ends.
+  /// All fields, read in one go. Valid, as are the texts below, until another signal of the repository is
+  /// read.
   const SignalRecord& record() const;
 
-  std::u16string getName() const { return record().name.value_or(u""); }
+  const std::u16string& getName() const { return textOf(record().name); }
   std::shared_ptr<Set> getRun() const;
-  std::string getDomainType() const { return fl::i18n::to_string(record().domainType.value_or(u"")); }
-  std::u16string getDescription() const { return record().description.value_or(u""); }
-  std::u16string getUnits() const { return record().units.value_or(u""); }
-  std::u16string getDisplayUnits() const { return record().displayUnits.value_or(u""); }
-  std::u16string getDataTypeLabel() const { return record().dataTypeLabel.value_or(u""); }
+  std::string getDomainType() const { return fl::i18n::to_string(textOf(record().domainType)); }
+  const std::u16string& getDescription() const { return textOf(record().description); }
+  const std::u16string& getUnits() const { return textOf(record().units); }
+  const std::u16string& getDisplayUnits() const { return textOf(record().displayUnits); }
+  const std::u16string& getDataTypeLabel() const { return textOf(record().dataTypeLabel); }
   std::int32_t getComplexity() const { return record().complexity.value_or(0); }
   std::int32_t getComplexCoordSystem() const { return record().complexCoordSystem.value_or(0); }
-  std::u16string getSampleTimeString() const { return record().sampleTime.value_or(u""); }
-  std::u16string getModel() const { return record().model.value_or(u""); }
-  std::u16string getDisplayBlockPath() const { return record().displayBlockPath.value_or(u""); }
-  std::u16string getBlockName() const { return record().blockName.value_or(u""); }
+  const std::u16string& getSampleTimeString() const { return textOf(record().sampleTime); }
+  const std::u16string& getModel() const { return textOf(record().model); }
+  const std::u16string& getDisplayBlockPath() const { return textOf(record().displayBlockPath); }
+  const std::u16string& getBlockName() const { return textOf(record().blockName); }
   std::int32_t getPortIndex() const { return record().portIndex.value_or(0); }
   std::vector<std::uint64_t> getDimensions() const {
     return record().dimensions.value_or(std::vector<std::uint64_t>{});
   }
   /// `zeroBased` counts from 0 instead of as recorded.
   std::vector<std::uint64_t> getChannel(bool zeroBased) const;
-  std::u16string getRootSource() const { return record().rootSource.value_or(u""); }
-  std::u16string getTimeSource() const { return record().timeSource.value_or(u""); }
-  std::u16string getDataSource() const { return record().dataSource.value_or(u""); }
+  const std::u16string& getRootSource() const { return textOf(record().rootSource); }
+  const std::u16string& getTimeSource() const { return textOf(record().timeSource); }
+  const std::u16string& getDataSource() const { return textOf(record().dataSource); }
 };
 
 }  // namespace orra

@@ -138,7 +138,8 @@ void read(const sql::Statement& row, int column, decltype(RunRecord::metadata)& 
 }
 template <class Value>
 void read(const sql::Statement& row, int column, std::optional<Value>& value) {
-  if (row.isNull(column)) {
+  // A missing text is stored as an empty one.
+  if (kKindOf<Value> != FieldKind::Text && row.isNull(column)) {
     value.reset();
     return;
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -11,7 +10,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "platform/errors/free_with.h"
 #include "platform/files/descriptor.h"
@@ -99,18 +97,6 @@ std::ifstream open_for_reading(const std::u16string& path) {
   std::ifstream file(toNativeName(path), std::ios::binary);
   if (!file) raise("fl:filesystem:OpenFailed", path, systemReason(errno));
   return file;
-}
-
-void replace_file(const std::u16string& from, const std::u16string& to) {
-  if (rename(toNativeName(from).c_str(), toNativeName(to).c_str()) != 0) {
-    const std::string reason = systemReason(errno);
-    unlink(toNativeName(from).c_str());
-    raise("fl:filesystem:ReplaceFailed", to, reason);
-  }
-  // The new name is kept by the folder, which is synced like a file.
-  const Descriptor folder(
-      open(toNativeName(extract_parent_path(absolute(to))).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder) fsync(folder.get());  // a folder that may be written but not read cannot be synced
 }
 
 std::u16string absolute(const std::u16string& path, const std::u16string& base) {

@@ -42,9 +42,6 @@ bool create_directories(const std::u16string& path);
 bool remove(const std::u16string& path);
 /// Opens a file for reading its bytes. Raises unless it is a regular file that may be read.
 std::ifstream open_for_reading(const std::u16string& path);
-/// Puts the file `from` in the place of `to`, durably and in one step; both are in the same file system. On
-/// failure `from` is removed and `to` is as it was.
-void replace_file(const std::u16string& from, const std::u16string& to);
 
 /// The path seen from `base`, or from the current folder if `base` is empty. "." and ".." stay as they are.
 std::u16string absolute(const std::u16string& path, const std::u16string& base = {});

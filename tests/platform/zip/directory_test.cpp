@@ -73,6 +73,9 @@ const Case kHostile[] = {
     {"encrypted", "Encrypted", [](auto& a) { a.entries[0].central.flags = 1; }},
     {"encrypted in the local header only", "Encrypted", [](auto& a) { a.entries[0].local.flags = 1; }},
     {"method 12", "UnsupportedMethod", [](auto& a) { a.entries[0].central.method = 12; }},
+    {"a patch", "UnsupportedMethod", [](auto& a) { a.entries[0].central.flags = 1 << 5; }},
+    {"a patch in the local header only", "LocalMethodDiffers",
+     [](auto& a) { a.entries[0].local.flags = 1 << 5; }},
     {"stored with two sizes", "StoredSizesDiffer", [](auto& a) { a.entries[1].central.size = 8; }},
     {"extra field past its end", "ExtraFieldBroken",
      [](auto& a) { a.entries[0].central.extra = littleEndian(9, 2) + littleEndian(1, 2); }},
@@ -87,6 +90,12 @@ const Case kHostile[] = {
     {"header past the file", "EntryOutOfBounds", [](auto& a) { a.entries[1].offset = 0xFFFFFF; }},
     {"data reaches into the next entry", "EntriesOverlap",
      [](auto& a) { a.entries[0].central.compressedSize = a.entries[0].local.compressedSize += 1; }},
+    {"an entry inside another's data", "EntriesOverlap",
+     [](auto& a) {
+       const std::string inner = a.bytes().substr(secondOffset(), 30 + 10 + 9);
+       a.add("outer", inner, Packing::Stored);
+       a.entries[1].offset = secondOffset() + inner.size() + 30 + 5;
+     }},
     {"no header there", "LocalHeaderMissing", [](auto& a) { a.entries[0].offset = 1; }},
 
     // Local header and descriptor against the directory.
@@ -98,6 +107,8 @@ const Case kHostile[] = {
     {"another checksum", "LocalChecksumDiffers", [](auto& a) { ++a.entries[0].local.checksum; }},
     {"another checksum in the descriptor", "DescriptorDiffers",
      [](auto& a) { a.entries[0].stream(), ++a.entries[0].descriptor[4]; }},
+    {"another size in a descriptor without signature", "DescriptorDiffers",
+     [](auto& a) { a.entries[0].stream(""), ++a.entries[0].descriptor[8]; }},
     {"descriptor that lies though the header is right", "DescriptorDiffers",
      [](auto& a) {
        const auto local = a.entries[0].local;
@@ -127,6 +138,15 @@ TEST(Directory, RefusesWhatReadersCouldDisagreeAboutAndNamesTheRule) {
   for (const Case& hostile : kHostile) check(hostile);
 }
 
+TEST(Directory, RefusesEveryTruncation) {
+  support::TemporaryFolder folder;
+  const std::string whole = twoEntries().bytes();
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    const std::string path = folder.write("cut.zip", whole.substr(0, size)).string();
+    EXPECT_EQ(ruleOf(path), "opc:zip:NotAnArchive") << size;
+  }
+}
+
 const Case kSound[] = {
     {"comment", "", [](auto& a) { a.end.comment = std::string(65535, 'c'); }},
     {"padded to a block", "", [](auto& a) { a.end.comment = "c", a.trailing = std::string(16, '\0'); }},
@@ -135,6 +155,7 @@ const Case kSound[] = {
     {"flag of a descriptor, numbers in the header, no descriptor", "",
      [](auto& a) { a.entries[0].local.flags = a.entries[0].central.flags = 8; }},
     {"descriptor", "", [](auto& a) { a.entries[0].stream(), a.entries[1].stream(); }},
+    {"descriptor without signature", "", [](auto& a) { a.entries[0].stream(""), a.entries[1].stream(""); }},
     {"wide descriptor without signature", "",
      [](auto& a) { a.entries[0].stream("", 8), a.entries[1].stream("", 8); }},
     {"wide descriptor of an empty entry", "",

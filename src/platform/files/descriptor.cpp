@@ -22,10 +22,12 @@ FileIdentity identityFrom(const struct stat& status) {
 }
 
 Descriptor openForReading(const std::string& path) {
+  // The system would stop reading at the NUL and open another file.
   if (path.find('\0') != std::string::npos) throw opc::model::PackageNotFound(path);
   // Opening a pipe that nobody writes to would otherwise wait for a writer.
   Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (file) return file;
+  // Below something that is no folder there is no file either.
   if (errno == ENOENT || errno == ENOTDIR) throw opc::model::PackageNotFound(path);
   opc::refuse("opc:zip:CannotOpen", path, systemReason(errno));
 }
@@ -50,6 +52,7 @@ int writeAt(int descriptor, std::uint64_t offset, const void* data, std::size_t 
   const char* from = static_cast<const char*>(data);
   while (count > 0) {
     const ssize_t written = ::pwrite(descriptor, from, count, static_cast<off_t>(offset));
+    // A signal that came before the first byte: nothing was written, nothing is wrong.
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) return errno;
     if (written == 0) return ENOSPC;  // no progress and no reason: as good as full
@@ -67,6 +70,7 @@ ReadResult readAt(int descriptor, std::uint64_t offset, void* into, std::size_t 
     const ssize_t got = ::pread(descriptor, to + done, count - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return {done, errno};
+    // The end of the file, which is no error here; the count says so.
     if (got == 0) break;
     done += static_cast<std::size_t>(got);
   }
@@ -79,6 +83,7 @@ FileIdentity identityOf(int descriptor) {
 }
 
 InputFile::InputFile(std::string path) : path_(std::move(path)), file_(openForReading(path_)) {
+  // Asked of the open file and not of the path, which may lead to another one by now.
   struct stat status {};
   if (::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode)) opc::refuse("opc:zip:NotAFile", path_);
   identity_ = identityFrom(status);
@@ -87,6 +92,7 @@ InputFile::InputFile(std::string path) : path_(std::move(path)), file_(openForRe
 void InputFile::read(std::uint64_t offset, void* into, std::size_t count) const {
   const ReadResult result = readAt(file_.get(), offset, into, count);
   if (result.error != 0) opc::raise("opc:zip:ReadFailed", path_, systemReason(result.error));
+  // Whoever reads knows the size from the opening, so the file has been cut off since.
   if (result.count < count) opc::raise("opc:zip:EndsEarly", path_);
 }
 

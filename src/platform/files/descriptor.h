@@ -11,6 +11,8 @@ namespace fl::filesystem {
 /// Owns one open file descriptor.
 class Descriptor {
  public:
+  /// Takes over what `open` gave. A negative value owns nothing, so a failed open can be passed on and asked
+  /// for with `operator bool`.
   explicit Descriptor(int value = -1) noexcept : value_(value) {}
   ~Descriptor() { reset(); }
   Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
@@ -18,16 +20,19 @@ class Descriptor {
 
   int get() const noexcept { return value_; }
   explicit operator bool() const noexcept { return value_ >= 0; }
+  /// Closes the descriptor if there is one. What closing reports is ignored: whoever must know that the data
+  /// reached the disk syncs before.
   void reset() noexcept;
 
  private:
   int value_;
 };
 
-/// The system's words for an error number.
+/// The system's words for an error number ("No such file or directory"), as messages quote them.
 std::string systemReason(int error);
 
-/// Writes all of `count` bytes at `offset`. Gives 0, or the error number of the write that failed.
+/// Writes all of `count` bytes at `offset`, going on after interruptions and partial writes. Gives 0, or the
+/// error number of the write that failed. The descriptor's own position is neither used nor moved.
 int writeAt(int descriptor, std::uint64_t offset, const void* data, std::size_t count) noexcept;
 
 /// What a read gave: fewer bytes than were asked for only at the end of the file or with an error number.
@@ -35,9 +40,12 @@ struct ReadResult {
   std::size_t count;
   int error;
 };
+/// Reads at `offset` in the same way.
 ReadResult readAt(int descriptor, std::uint64_t offset, void* into, std::size_t count) noexcept;
 
-/// What tells one state of a file from another: two equal identities mean that nobody changed it in between.
+/// What tells one state of a file from another: two equal identities mean that nobody changed it in between,
+/// unless a change of the same size came within one tick of the kernel's clock. The time of the last change
+/// is part of it because whoever writes a file can also set its time of modification back.
 struct FileIdentity {
   std::uint64_t device = 0, inode = 0, size = 0;
   std::int64_t modified = 0, changed = 0;  ///< nanoseconds since the epoch
@@ -45,7 +53,7 @@ struct FileIdentity {
   bool operator==(const FileIdentity&) const = default;
 };
 
-/// All zero if the system does not tell.
+/// Of an open file. All zero if the system does not tell.
 FileIdentity identityOf(int descriptor);
 
 /// An open file that is read by offset. Reading never maps the file: a mapping of a file that somebody
@@ -58,6 +66,7 @@ class InputFile {
 
   const std::string& path() const { return path_; }
   int descriptor() const { return file_.get(); }
+  /// In bytes, when the file was opened.
   std::uint64_t size() const { return identity_.size; }
   /// As it was when the file was opened.
   const FileIdentity& identity() const { return identity_; }

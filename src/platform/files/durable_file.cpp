@@ -24,6 +24,16 @@
 #include "platform/errors/free_with.h"
 #include "platform/errors/package_errors.h"
 
+// How a file is replaced so that a crash at any moment leaves either the old version or the new one. The
+// folder is opened and stays open, so that every later step works on the same folder. The original is
+// locked, which keeps other savers away, and compared with what the caller read. The new version is written
+// under a temporary name beside it, because a rename is only atomic inside one file system. It gets the
+// original's attributes and a later time stamp and is synced; then the original is compared once more and
+// renamed over. Last the folder is synced: until then the rename itself may be lost when the power fails.
+//
+// A file that does not exist yet is created the same way, but there is no original to lock, to compare or to
+// copy from, and the rename must not replace what somebody else put there.
+
 namespace fl::filesystem {
 namespace {
 
@@ -37,7 +47,7 @@ struct FileLocation {
   std::string name;
 };
 
-/// A folder that may be entered and written but not listed is enough to save in.
+/// Opened even if it may not be listed: a folder that may be entered and written is enough to save in.
 Descriptor openFolder(const std::string& path, const std::string& folder) {
   Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened && errno == EACCES) {
@@ -52,6 +62,7 @@ FileLocation locate(const std::string& path, const std::string& resolved) {
   const std::size_t slash = resolved.rfind('/');
   std::string name = slash == std::string::npos ? resolved : resolved.substr(slash + 1);
   if (name.empty() || name == "." || name == "..") raise("opc:save:BadName", path);
+  // A bare name lies in the current folder.
   const std::string folder = slash == std::string::npos ? "." : resolved.substr(0, slash + 1);
   return {path, openFolder(path, folder), std::move(name)};
 }
@@ -88,6 +99,7 @@ Descriptor openOriginal(const FileLocation& location) {
   const struct stat status = statusOf(location);
   if (!S_ISREG(status.st_mode)) raise("opc:save:NotAFile", location.path);
   if ((status.st_mode & S_IWUSR) == 0) raise("opc:save:ReadOnly", location.path);
+  // A link or a pipe that was put there since is neither followed nor waited for.
   const int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   Descriptor file(::openat(location.folder.get(), location.name.c_str(), flags));
   if (file) return file;
@@ -125,7 +137,9 @@ std::string shortened(const std::string& name, std::size_t room) {
   std::array<char, 10> sum{};
   const auto hash = static_cast<std::uint32_t>(std::hash<std::string>()(name));
   static_cast<void>(std::snprintf(sum.data(), sum.size(), "~%08x", hash));
+  // Nine bytes are the "~" and eight hex digits.
   std::size_t end = room > 9 ? room - 9 : 0;
+  // Bytes 10xxxxxx continue a UTF-8 character.
   while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
   return name.substr(0, end) + sum.data();
 }
@@ -134,6 +148,7 @@ std::string shortened(const std::string& name, std::size_t room) {
 std::string temporaryPrefix(const FileLocation& location) {
   const long longest = ::fpathconf(location.folder.get(), _PC_NAME_MAX);
   const std::size_t most = longest > 0 ? static_cast<std::size_t>(longest) : NAME_MAX;
+  // The one is the dot in front.
   const std::size_t room = most - 1 - kInfix.size() - kRandomLetters;
   const std::string& name = location.name;
   return "." + (name.size() <= room ? name : shortened(name, room)) + std::string(kInfix);
@@ -176,6 +191,8 @@ bool isKeptFromSweeping(const Descriptor& file) {
   return ::fstat(file.get(), &status) != 0 || status.st_nlink > 0;
 }
 
+/// The new version on its way: created under a temporary name and locked, so that no other process sweeps it
+/// away; removed again unless it was given its real name.
 class TemporaryFile {
  public:
   /// `location` must outlive it. The mode is less what the process masks.
@@ -189,6 +206,7 @@ class TemporaryFile {
       for (std::size_t i = 0; i < kRandomLetters; ++i) name += kLetters[random() % kLetters.size()];
       const int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
       file_ = Descriptor(::openat(location.folder.get(), name.c_str(), flags, mode));
+      // Another attempt helps only if somebody has drawn the same letters.
       if (!file_ && errno != EEXIST) break;
       if (file_ && isKeptFromSweeping(file_)) name_ = std::move(name);
     }
@@ -208,7 +226,7 @@ class TemporaryFile {
   int takeFreeName() {
     const int error = rename(RENAME_NOREPLACE);
     if (error != EINVAL && error != ENOSYS) return error;
-    // For file systems that cannot rename without replacing.
+    // For file systems that cannot rename without replacing: a second name is not given where one exists.
     const int folder = location_.folder.get();
     if (::linkat(folder, name_.c_str(), folder, location_.name.c_str(), 0) != 0) return errno;
     ::unlinkat(folder, name_.c_str(), 0);
@@ -237,6 +255,7 @@ class TemporaryFile {
 /// Sharing blocks costs no more than a new inode. Not every file system can, and none across file systems.
 bool clone(int from, int to) {
   if (::ioctl(to, FICLONE, from) == 0) return true;
+  // An attempt that failed on the way may have left some blocks.
   static_cast<void>(::ftruncate(to, 0));
   return false;
 }
@@ -404,6 +423,7 @@ void DurableFile::State::replace() {
   if (::fchmod(file, mode) != 0) raise("opc:save:CannotKeepMode", location.path, systemReason(errno));
   ensureLaterStamp(file, expected.modified, location.path);
   sync(file, location.path);
+  // Programs that ask for no locks may have changed the file while its new version was being written.
   checkUnchanged(location, original, expected);
   const int error = temporary->replaceFile();
   if (error != 0) raise("opc:save:CannotRename", location.path, systemReason(error));
@@ -432,6 +452,7 @@ void DurableFile::commit() {
   } else {
     state.create();
   }
+  // Before the folder is synced: the rename has happened, and must not be tried again if that fails.
   state.isCommitted = true;
   syncFolder(state.location);
   state.temporary->unlock();

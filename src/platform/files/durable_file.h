@@ -8,7 +8,7 @@
 namespace fl::filesystem {
 
 /// A new version of a file, written beside it and put in its place by one rename: all there or not at all,
-/// also when the power fails. This is the only way in which files are saved.
+/// also when the power fails. This is the only way in which packages are saved.
 ///
 /// Construction resolves symbolic links, takes an exclusive advisory lock (flock) on the original's inode,
 /// without waiting for it, and checks that the path still leads there. It removes temporaries that killed
@@ -33,7 +33,10 @@ class DurableFile {
   DurableFile(const DurableFile&) = delete;
   DurableFile& operator=(const DurableFile&) = delete;
 
+  /// Where the new version is written. Stays this object's, and open until it goes.
   int descriptor() const;
+  /// Whether the new version starts with all bytes of the original. If not, it starts empty, whatever was
+  /// asked for.
   bool isClone() const;
 
   /// Syncs the file, gives it a time stamp later than the original's (by a microsecond or more), checks that

@@ -37,7 +37,8 @@ posix_time::ptime timeOf(const timespec& stamp) {
   return epoch + posix_time::seconds(seconds) + posix_time::microseconds(stamp.tv_nsec / 1000);
 }
 
-/// Whether the system says that there is no such file, and not merely that it cannot tell.
+/// Whether the system says that there is no such file, and not merely that it cannot tell. Links that lead
+/// in a circle, and names longer than any file has, lead to no file either.
 bool saysMissing(int code) {
   return code == ENOENT || code == ENOTDIR || code == ELOOP || code == ENAMETOOLONG;
 }
@@ -123,6 +124,8 @@ std::u16string current_path() {
 }
 
 std::u16string temp_directory_path() {
+  // Not the standard library's: that one fails if TMPDIR names no folder, and here the use of it should say
+  // so.
   const char* chosen = std::getenv("TMPDIR");
   return fromNativeName(chosen != nullptr && *chosen != '\0' ? chosen : "/tmp");
 }
@@ -148,8 +151,10 @@ std::optional<DirectoryIterator::Entry> DirectoryIterator::next() {
     if (listed == nullptr) raise("fl:filesystem:ListFailed", state_->path, systemReason(errno));
     const std::string_view name = listed->d_name;
     if (name == "." || name == "..") continue;
+    // Left out silently, a file would be missing from what the caller makes of the folder.
     if (!i18n::is_well_formed(name)) raise("fl:filesystem:EntryNotUtf8", state_->path, name);
     const FileType type = typeOf(state_->folder.get(), *listed);
+    // Removed while the folder was read: as if it had never been listed.
     if (type != FileType::NotFound) return Entry{concatenate(state_->path, i18n::to_ustring(name)), type};
   }
 }

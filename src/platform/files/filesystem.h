@@ -14,6 +14,7 @@
 /// system's reason; so does a name that no file can have.
 namespace fl::filesystem {
 
+/// A listing shows links as such; where they are followed, `SymbolicLink` does not occur.
 enum class FileType { NotFound, Regular, Directory, SymbolicLink, Other };
 
 /// Permission bits, as the system's own.
@@ -36,9 +37,11 @@ bool exists(const std::u16string& path);
 FileStatus status(const std::u16string& path);
 /// Gives the file exactly these bits. Follows symbolic links.
 void set_permissions(const std::u16string& path, Permissions bits);
-/// Creates the folder and its missing parents; true if anything was created.
+/// Creates the folder and its missing parents; true if anything was created. What was created before a
+/// failure stays.
 bool create_directories(const std::u16string& path);
-/// Removes a file, a link or an empty folder. False if there was nothing to remove.
+/// Removes a file, a link or an empty folder. False if there was nothing to remove. The link goes, not what
+/// it leads to; a folder that is not empty raises.
 bool remove(const std::u16string& path);
 /// Opens a file for reading its bytes. Raises unless it is a regular file that may be read.
 std::ifstream open_for_reading(const std::u16string& path);
@@ -47,6 +50,7 @@ std::ifstream open_for_reading(const std::u16string& path);
 std::u16string absolute(const std::u16string& path, const std::u16string& base = {});
 /// Absolute, without ".", ".." and links as far as the path exists, and lexically beyond.
 std::u16string weakly_canonical(const std::u16string& path);
+/// The current folder of the process.
 std::u16string current_path();
 /// The folder that temporary files go into (TMPDIR, else /tmp).
 std::u16string temp_directory_path();

@@ -18,6 +18,7 @@ constexpr char16_t kSeparator = u'/';
 std::optional<std::u16string> homeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return fromNativeName(home);
   // Services and cron jobs often run without HOME; the user database knows the folder then.
+  // Room for the texts of one user; with longer ones there is no home folder.
   std::array<char, 4096> texts;
   passwd entry{};
   passwd* found = nullptr;
@@ -66,6 +67,7 @@ std::u16string extract_filename(const std::u16string& path) {
 std::u16string extract_extension(const std::u16string& path) {
   const std::u16string name = extract_filename(path);
   const std::size_t dot = name.rfind(u'.');
+  // A dot in front hides a file; it does not begin an extension.
   if (dot == std::u16string::npos || dot == 0 || name == u"..") return {};
   return name.substr(dot + 1);
 }
@@ -73,6 +75,7 @@ std::u16string extract_extension(const std::u16string& path) {
 std::u16string extract_parent_path(const std::u16string& path) {
   const std::size_t separator = path.rfind(kSeparator);
   if (separator == std::u16string::npos) return {};
+  // Several separators in a row count as one. Only at the very front are they the root.
   const std::size_t last = path.find_last_not_of(kSeparator, separator);
   if (last == std::u16string::npos) return {kSeparator};
   return path.substr(0, last + 1);

@@ -17,6 +17,7 @@ class Error : public foundation::core::except::except_with_causes {
   ~Error() override;
 };
 
+/// Raises Error. The compiler checks that the identifier has a text and how many arguments this takes.
 template <class... Argument>
 [[noreturn]] void raise(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   throw Error(identifier, {foundation::core::except::toArgument(arguments)...});
@@ -30,10 +31,14 @@ std::string toNativeName(const std::u16string& path);
 /// Raises Error if `native` is not UTF-8.
 std::u16string fromNativeName(std::string_view native);
 
+/// Both give the text as it is, since the two forms are one here; whoever calls them says which form is
+/// meant.
 std::u16string make_native_form(const std::u16string& path);
 std::u16string make_generic_form(const std::u16string& path);
-/// A leading "~" or "~/" becomes the home folder; nothing else is expanded.
+/// A leading "~" or "~/" becomes the home folder; nothing else is expanded. Left alone if there is no home
+/// folder.
 std::u16string expand(const std::u16string& path);
+/// Whether the path starts at the root once a leading "~" was replaced.
 bool is_absolute_path_when_expanded(const std::u16string& path);
 
 /// What follows the last "/"; the whole text if there is none.

@@ -13,6 +13,15 @@
 #include "platform/zip/local_headers.h"
 #include "platform/zip/records.h"
 
+// How an archive is audited. It is read from its end: the end record (APPNOTE 4.3.16) and, where there are
+// some, the ZIP64 records in front of it (4.3.14, 4.3.15) say where the central directory lies; the records
+// of the directory (4.3.12) say what the entries are; the local header in front of each entry's data must
+// then say the same (local_headers.cpp).
+//
+// The format states nearly everything twice, and programs differ in which statement they believe. An archive
+// whose statements contradict each other would show different content to different programs, so it is
+// refused, however small the difference.
+
 namespace zip {
 namespace {
 
@@ -21,10 +30,12 @@ using opc::refuse;
 
 // ---- The end of the archive, which says where the directory lies.
 
+// The length field has 16 bits.
 constexpr std::size_t kLongestComment = 0xFFFF;
 constexpr std::size_t kToleratedTrailingBytes = 16;
 
-/// What the end record and its ZIP64 form both give.
+/// What the end record and its ZIP64 form both give. Offsets into the records are those of APPNOTE 4.3.16
+/// and 4.3.14.
 struct EndNumbers {
   std::uint64_t thisDisk, directoryDisk, entriesOnDisk, entries, directorySize, directoryOffset;
 };
@@ -53,6 +64,7 @@ bool agree(const EndNumbers& brief, const EndNumbers& full) {
 /// another one has readers that disagree about the archive.
 std::optional<std::size_t> findEnd(const std::vector<char>& tail) {
   if (tail.size() < kEndSize) return std::nullopt;
+  // From behind, because the comment makes the distance from the end unknown.
   for (std::size_t at = tail.size() - kEndSize + 1; at-- > 0;) {
     if (load32(&tail[at]) != kEndSignature) continue;
     const std::size_t end = at + kEndSize + load16(&tail[at + 20]);
@@ -91,11 +103,14 @@ EndRecord readEndRecord(const InputFile& file) {
 
   EndNumbers numbers = endNumbers(record);
   std::uint64_t directoryEnd = tailOffset + *at;
+  // The locator has its only position directly in front of the end record. Where there is none, nothing is
+  // looked for: whatever else looks like a ZIP64 record is data.
   if (*at >= kZip64LocatorSize && load32(record - kZip64LocatorSize) == kZip64LocatorSignature) {
     const std::uint64_t locatorOffset = directoryEnd - kZip64LocatorSize;
     directoryEnd = zip64EndOffset(file, record - kZip64LocatorSize, locatorOffset);
     std::array<char, kZip64EndSize> full{};
     file.read(directoryEnd, full.data(), full.size());
+    // The size field counts what follows it, without the first twelve bytes, and must lead to the locator.
     if (load32(full.data()) != kZip64EndSignature || load64(&full[4]) != locatorOffset - directoryEnd - 12) {
       refuse("opc:zip:Zip64EndBroken", file.path());
     }
@@ -103,6 +118,7 @@ EndRecord readEndRecord(const InputFile& file) {
     numbers = zip64EndNumbers(full.data());
   }
 
+  // A package is one file. Counts that differ belong to an archive in several.
   if (numbers.thisDisk != 0 || numbers.directoryDisk != 0 || numbers.entriesOnDisk != numbers.entries) {
     refuse("opc:zip:SeveralDisks", file.path());
   }
@@ -124,12 +140,13 @@ void checkLimits(const EndRecord& end, const Limits& limits, const std::string& 
 
 // ---- Its records.
 
-/// A central record cut into its pieces.
+/// A central record (APPNOTE 4.3.12) cut into its pieces.
 struct Record {
   std::string_view whole, name, extra;
 
   std::uint16_t flags() const { return load16(whole.data() + 8); }
   std::uint16_t method() const { return load16(whole.data() + 10); }
+  /// The upper half of the external attributes holds a Unix mode only if a system with such modes wrote it.
   bool isSymbolicLink() const {
     constexpr int kMadeOnUnix = 3, kMadeOnDarwin = 19;
     const int madeOn = load16(whole.data() + 4) >> 8;
@@ -151,7 +168,8 @@ Record takeRecord(std::string_view& rest, const std::string& path) {
   return record;
 }
 
-/// Whichever slash divides the segments.
+/// Whether a segment is "..", whichever slash divides the segments: such a name may lead out of the folder
+/// that the archive is unpacked into.
 bool hasClimbingSegment(std::string_view name) {
   for (std::size_t at = name.find(".."); at != std::string_view::npos; at = name.find("..", at + 1)) {
     const auto divides = [&](std::size_t index) { return name[index] == '/' || name[index] == '\\'; };
@@ -164,6 +182,7 @@ bool hasClimbingSegment(std::string_view name) {
 
 void checkName(std::string_view name, const std::string& path) {
   if (name.empty()) refuse("opc:zip:EmptyName", path);
+  // Programs that take names for C strings would see another, shorter name.
   const std::size_t nul = name.find('\0');
   if (nul != std::string_view::npos) refuse("opc:zip:NameWithNul", path, name.substr(0, nul));
   if (hasClimbingSegment(name)) refuse("opc:zip:NameClimbs", path, name);
@@ -174,13 +193,15 @@ Method methodOf(const Record& record, const std::string& path) {
   const std::uint16_t method = record.method();
   const bool isKnown = method == static_cast<std::uint16_t>(Method::Stored) ||
                        method == static_cast<std::uint16_t>(Method::Deflate);
+  // Patch data is packed like any other but needs an older version of the file, which nobody has.
   if (!isKnown || (record.flags() & kPatchData) != 0) {
     refuse("opc:zip:UnsupportedMethod", path, record.name, method);
   }
   return static_cast<Method>(method);
 }
 
-/// Sizes, offset and disk, from the ZIP64 field where the record refers to it.
+/// Sizes, offset and disk, from the ZIP64 field where the record refers to it. The field holds only the
+/// numbers that are referred to, in this order (APPNOTE 4.5.3).
 void readNumbers(const Record& record, Entry& entry, const std::string& path) {
   entry.compressedSize = load32(record.whole.data() + 20);
   entry.size = load32(record.whole.data() + 24);
@@ -215,6 +236,8 @@ Entry entryOf(const Record& record, const std::string& path) {
   return entry;
 }
 
+/// Compares bytes. Names that differ, but are the same by the rules for part names, are found by the
+/// package's index.
 void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path) {
   boost::unordered_flat_set<std::string_view, fl::i18n::TextHash> names(entries.size());
   for (const Entry& entry : entries) {
@@ -227,6 +250,7 @@ void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path
 void Directory::readRecords(const InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries) {
   records_ = std::make_unique_for_overwrite<char[]>(bytes);
   file.read(offset_, records_.get(), bytes);
+  // Not more than fit into the directory, see `checkLimits`.
   entries_.reserve(declaredEntries);
   std::string_view rest(records_.get(), bytes);
   while (!rest.empty()) {
@@ -243,6 +267,7 @@ Directory Directory::audit(const InputFile& file, const Limits& limits) {
   directory.offset_ = end.directoryOffset;
   directory.comment_ = std::move(end.comment);
   directory.readRecords(file, end.directorySize, end.entries);
+  // Local headers come last: their offsets are taken from records that have been found sound.
   checkNamesDiffer(directory.entries_, file.path());
   checkLocalHeaders(file, directory.entries_, directory.offset_);
   return directory;

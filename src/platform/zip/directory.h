@@ -11,9 +11,12 @@
 
 namespace zip {
 
+/// How the data of an entry is packed, with the numbers of APPNOTE 4.4.5. Archives that use others are
+/// refused.
 enum class Method : std::uint16_t { Stored = 0, Deflate = 8 };
 
-/// One entry as the central directory gives it, checked against its local header.
+/// One entry as the central directory gives it, checked against its local header. Its texts are valid as
+/// long as the directory, also after that was moved.
 struct Entry {
   std::string_view name;           ///< raw bytes, inside the directory's own buffer
   std::string_view centralRecord;  ///< the whole central record, likewise
@@ -45,6 +48,7 @@ class Directory {
 
   /// In the order of the central directory.
   const std::vector<Entry>& entries() const { return entries_; }
+  /// The archive's comment: raw bytes, at most 65,535.
   std::string_view comment() const { return comment_; }
   /// Where the central directory starts: new entries may be appended from here on in a clone.
   std::uint64_t offset() const { return offset_; }

@@ -9,12 +9,19 @@
 
 #include "platform/errors/package_errors.h"
 
+// Size and checksum of an entry are claims until all of its data was unpacked, and the packed data may come
+// from anybody. So the output is cut at the declared size, whatever the stream would still give, and the
+// whole is judged together with the last declared byte, not at a further read that a caller might never
+// make.
+
 namespace zip {
 namespace {
 
 using fl::filesystem::InputFile;
 using opc::raise;
 
+// Packed bytes that are taken at once, and unpacked bytes that one call gives at most: these are still in
+// the processor's cache when their checksum is taken, and fit the 32 bits in which the library counts.
 constexpr std::size_t kInputStep = std::size_t{64} << 10;
 constexpr std::size_t kOutputStep = std::size_t{256} << 10;
 
@@ -27,6 +34,7 @@ class Inflater {
   /// the end of the stream.
   std::size_t inflate(void* into, std::size_t count) {
     for (;;) {
+      // Called before new input is taken: what it holds back from the last input may fill this output too.
       state_.next_out = static_cast<std::uint8_t*>(into);
       state_.avail_out = static_cast<std::uint32_t>(count);
       if (isal_inflate(&state_) != ISAL_DECOMP_OK) throw Damage::Broken;
@@ -95,6 +103,7 @@ struct DataReader::State {
   /// All declared bytes came out; the data must have nothing more to say, and end where its bytes do.
   void checkEnd() {
     char surplus = 0;
+    // The end of a deflate stream shows only when one byte more is asked for. That byte must not come.
     const bool hasMore =
         inflater ? inflater->inflate(&surplus, 1) != 0 || inflater->hasMoreInput() : source(&surplus, 1) != 0;
     if (hasMore) throw Damage::TooLong;
@@ -116,6 +125,7 @@ DataReader::~DataReader() = default;
 DataReader::DataReader(DataReader&&) noexcept = default;
 
 std::size_t DataReader::read(void* into, std::size_t count) {
+  // A reader that failed has lost its position. Whoever tries again must not take what follows for the rest.
   if (state_->failure) std::rethrow_exception(state_->failure);
   if (count == 0) return 0;
   try {
@@ -159,6 +169,7 @@ std::string readWhole(const std::shared_ptr<const InputFile>& file, const Entry&
     content.resize(static_cast<std::size_t>(std::min<std::uint64_t>(entry.size, 2 * filled + kOutputStep)));
     while (filled < content.size()) filled += reader.read(content.data() + filled, content.size() - filled);
   } while (filled < entry.size);
+  // An empty entry was not read at all so far; this checks its end as well.
   char surplus = 0;
   reader.read(&surplus, 1);
   return content;

@@ -11,7 +11,8 @@
 
 namespace zip {
 
-/// What is wrong with data that is not what was declared.
+/// What is wrong with data that is not what was declared. TooLong is also said of packed bytes behind the
+/// end of the deflate stream.
 enum class Damage { Broken, TooShort, TooLong, ChecksumDiffers };
 
 /// Reads data that lies stored or deflated somewhere, front to back and in constant memory. Never yields more
@@ -23,6 +24,8 @@ class DataReader {
   /// Reads the next `count` bytes as they lie there, or fewer if there are no more.
   using Source = std::function<std::size_t(void* into, std::size_t count)>;
 
+  /// Size and checksum (CRC-32) are those that the unpacked data must have. The source is not called before
+  /// the first read.
   DataReader(Source source, Method method, std::uint64_t size, std::uint32_t checksum);
   ~DataReader();
   DataReader(DataReader&&) noexcept;
@@ -36,7 +39,7 @@ class DataReader {
   std::unique_ptr<State> state_;
 };
 
-/// Reads the data of one entry.
+/// Reads the data of one entry. Keeps the file open; the entry and its directory are no longer needed.
 class EntryReader {
  public:
   EntryReader(std::shared_ptr<const fl::filesystem::InputFile> file, const Entry& entry);

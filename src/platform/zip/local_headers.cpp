@@ -8,11 +8,21 @@
 #include "platform/errors/package_errors.h"
 #include "platform/zip/records.h"
 
+// An entry is described by its record in the directory, by the local header in front of its data (APPNOTE
+// 4.3.7) and, where the writer did not know the numbers yet when it wrote that, by a data descriptor behind
+// the data (4.3.9). Programs that read an archive as a stream never see the directory, so all descriptions
+// must agree.
+//
+// The entries are visited in the order in which they lie in the file. That makes overlaps easy to see,
+// because an entry then only has to end before the next one starts, and reading fast, because the window on
+// the file moves in one direction.
+
 namespace zip {
 namespace {
 
 using opc::refuse;
 
+// Signature, checksum and two sizes of 64 bits.
 constexpr std::size_t kLargestDescriptor = 24;
 /// Large enough for the largest header, small enough to stay in the processor's cache.
 constexpr std::uint64_t kWindow = std::uint64_t{256} << 10;
@@ -35,13 +45,15 @@ struct Header {
 /// Whether the header gave all numbers itself, so that nothing rests on a descriptor.
 enum class Given { InHeader, InDescriptor };
 
-/// One of the four ways to write a data descriptor.
+/// One of the four ways to write a data descriptor. The signature is optional, and no field tells how wide
+/// the sizes are.
 struct DescriptorForm {
   std::size_t signature, width;  ///< in bytes
   std::size_t size() const { return signature + 4 + 2 * width; }
 };
 constexpr std::array<DescriptorForm, 4> kDescriptorForms = {{{4, 4}, {4, 8}, {0, 4}, {0, 8}}};
 
+/// `at` has `form.size()` bytes.
 bool matches(const DescriptorForm& form, const char* at, const Entry& entry) {
   if (form.signature != 0 && load32(at) != kDescriptorSignature) return false;
   at += form.signature;
@@ -50,6 +62,7 @@ bool matches(const DescriptorForm& form, const char* at, const Entry& entry) {
          number(at + 4 + form.width) == entry.size;
 }
 
+/// One pass over the entries of an archive.
 class HeaderCheck {
  public:
   HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
@@ -58,10 +71,13 @@ class HeaderCheck {
 
  private:
   void check(Entry& entry);
+  /// Also fills in where the entry's data starts.
   Header readHeader(Entry& entry);
   void checkName(const Entry& entry, const Header& header) const;
   void readZip64Sizes(const Entry& entry, Header& header) const;
   Given checkNumbers(const Entry& entry, const Header& header) const;
+  /// The size of the descriptor behind the data, which must match the directory; 0 if there is none and none
+  /// is needed.
   std::uint64_t descriptorSize(const Entry& entry, const Header& header, Given given);
 
   /// Refuses the entry if it reaches from `offset` into the next entry or the directory.
@@ -72,6 +88,7 @@ class HeaderCheck {
 
   /// Bytes of the file that lie before the directory; valid until the next call.
   const char* bytes(std::uint64_t offset, std::size_t count);
+  /// Reads the bytes asked for and goes on over the headers that follow, as long as they lie close together.
   void fillWindow(std::uint64_t offset, std::uint64_t count);
   const std::string& path() const { return file_.path(); }
 
@@ -105,6 +122,7 @@ void HeaderCheck::run() {
 
 void HeaderCheck::check(Entry& entry) {
   Header header = readHeader(entry);
+  // First, since in a masked header the other fields are not the true ones.
   if ((header.flags & kAnyEncryption) != 0) refuse("opc:zip:Encrypted", path(), entry.name);
   if (header.method != static_cast<std::uint16_t>(entry.method) || (header.flags & kPatchData) != 0) {
     refuse("opc:zip:LocalMethodDiffers", path(), entry.name);
@@ -117,6 +135,7 @@ void HeaderCheck::check(Entry& entry) {
 }
 
 Header HeaderCheck::readHeader(Entry& entry) {
+  // Name and extra fields have lengths that only the header itself tells, so room is asked for step by step.
   requireRoom(entry, entry.headerOffset, kLocalSize);
   const char* at = bytes(entry.headerOffset, kLocalSize);
   if (load32(at) != kLocalSignature) refuse("opc:zip:LocalHeaderMissing", path(), entry.name);
@@ -126,6 +145,8 @@ Header HeaderCheck::readHeader(Entry& entry) {
   entry.dataOffset = entry.headerOffset + whole;
   requireRoom(entry, entry.dataOffset, entry.compressedSize);
 
+  // The window may end before the name does; it is then read anew, and what was read of it is no longer
+  // valid.
   at = bytes(entry.headerOffset, whole);
   Header header{};
   header.name = {at + kLocalSize, name};
@@ -141,6 +162,7 @@ Header HeaderCheck::readHeader(Entry& entry) {
 void HeaderCheck::checkName(const Entry& entry, const Header& header) const {
   if (header.name != entry.name) refuse("opc:zip:LocalNameDiffers", path(), entry.name, header.name);
   const std::uint16_t centralFlags = load16(entry.centralRecord.data() + 8);
+  // The same bytes in another encoding are another name.
   if (((header.flags ^ centralFlags) & kUtf8Name) == 0) return;
   if (!isAscii(entry.name)) refuse("opc:zip:TwoNames", path(), entry.name);
 }
@@ -188,6 +210,8 @@ std::uint64_t HeaderCheck::descriptorSize(const Entry& entry, const Header& head
   if (best != 0) return best;
 
   // Some writers set the flag and then give the numbers in the header after all.
+  // What looks like a descriptor by its signature, or fills the gap as one without signature would, is taken
+  // for one, and is wrong.
   const bool hasSignature = count >= 4 && load32(at) == kDescriptorSignature;
   const bool mustBeOne = hasSignature || room == 12 || room == 20;
   if (given == Given::InDescriptor || mustBeOne) refuse("opc:zip:DescriptorDiffers", path(), entry.name);

@@ -11,6 +11,8 @@
 /// extra fields.
 namespace zip {
 
+/// Numbers are read and written byte by byte: records lie at any address, and the machine's own byte order
+/// does not matter.
 inline std::uint16_t load16(const char* at) {
   const auto* byte = reinterpret_cast<const unsigned char*>(at);
   return static_cast<std::uint16_t>(byte[0] | byte[1] << 8);
@@ -35,6 +37,7 @@ void append(std::string& to, Number number) {
   store(to.data() + to.size() - sizeof number, number);
 }
 
+/// What each kind of record starts with: "PK" and two bytes more.
 inline constexpr std::uint32_t kLocalSignature = 0x04034b50, kDescriptorSignature = 0x08074b50,
                                kCentralSignature = 0x02014b50, kEndSignature = 0x06054b50,
                                kZip64EndSignature = 0x06064b50, kZip64LocatorSignature = 0x07064b50;
@@ -46,9 +49,10 @@ inline constexpr std::size_t kLocalSize = 30, kCentralSize = 46, kEndSize = 22, 
 inline constexpr std::uint32_t kInZip64Field = 0xFFFFFFFF;
 inline constexpr std::uint16_t kInZip64Record = 0xFFFF;
 
-/// Bits of the general purpose flags that local headers and central records both carry.
+/// Bits of the general purpose flags (APPNOTE 4.4.4) that local headers and central records both carry.
 inline constexpr std::uint16_t kEncrypted = 1U << 0, kHasDescriptor = 1U << 3, kPatchData = 1U << 5,
                                kStrongEncryption = 1U << 6, kUtf8Name = 1U << 11, kMaskedHeaders = 1U << 13;
+/// Any of them makes an entry unreadable: its data, or the fields of its header, are hidden.
 inline constexpr std::uint16_t kAnyEncryption = kEncrypted | kStrongEncryption | kMaskedHeaders;
 
 /// Names that are all ASCII are the same in every encoding and carry no flag.
@@ -56,7 +60,7 @@ inline bool isAscii(std::string_view name) {
   return std::all_of(name.begin(), name.end(), [](unsigned char byte) { return byte < 0x80; });
 }
 
-/// Extra fields: number, size and content, one after the other.
+/// Extra fields (APPNOTE 4.5): number, size and content, one after the other.
 inline constexpr std::uint16_t kZip64FieldId = 0x0001, kUnicodePathId = 0x7075;
 inline constexpr std::size_t kFieldHeaderSize = 4;
 
@@ -93,7 +97,8 @@ struct ExtraFields {
   }
 };
 
-/// Takes the numbers out of a ZIP64 field, front to back.
+/// Takes the numbers out of a ZIP64 field (APPNOTE 4.5.3), front to back. The field has no tags: which
+/// numbers it holds follows from the record, so they must be asked for in the order of the format.
 class Zip64Numbers {
  public:
   explicit Zip64Numbers(std::string_view field) : rest_(field) {}

@@ -21,9 +21,11 @@ using fl::filesystem::Descriptor;
 using fl::filesystem::systemReason;
 using opc::raise;
 
+// Most new parts are small: with this budget they never touch the disk.
 constexpr std::size_t kMemory = std::size_t{8} << 20;
 
-/// A file that has no name, so that nothing is left whatever becomes of the process.
+/// A file that has no name, so that nothing is left whatever becomes of the process. O_EXCL also keeps it
+/// from being given one later.
 Descriptor openUnlinked(const std::string& folder) {
   Descriptor file(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600));
   if (file) return file;
@@ -40,6 +42,7 @@ Descriptor openUnlinked(const std::string& folder) {
 SpoolStorage::SpoolStorage(std::string folder) : folder_(folder.empty() ? "." : std::move(folder)) {}
 
 bool SpoolStorage::takeMemory(std::size_t count) {
+  // Not as a sum, which could wrap around.
   if (count > kMemory - memory_) return false;
   memory_ += count;
   return true;
@@ -49,6 +52,7 @@ std::uint64_t SpoolStorage::append(const char* data, std::size_t count) {
   if (!file_) file_ = openUnlinked(folder_);
   const int error = fl::filesystem::writeAt(file_.get(), end_, data, count);
   if (error != 0) raise("opc:spool:CannotWrite", folder_, systemReason(error));
+  // Only now: the next write goes over what a failed one may have left.
   end_ += count;
   return end_ - count;
 }
@@ -84,6 +88,7 @@ class Spool::Deflater {
   void finish(const Sink& sink) {
     stream_.avail_in = 0;
     stream_.end_of_stream = 1;
+    // What is held back may be more than one output buffer.
     while (stream_.internal_state.state != ZSTATE_END) step(sink);
   }
 
@@ -104,6 +109,7 @@ class Spool::Deflater {
     const std::size_t produced = kOutputBuffer - stream_.avail_out;
     const bool isStuck =
         produced == 0 && stream_.avail_in == inputBefore && stream_.internal_state.state == stateBefore;
+    // Without the second condition a library that stands still would be called for ever.
     if (status != COMP_OK || isStuck) throw std::logic_error("the deflate library refused a sound stream");
     if (produced > 0) sink(reinterpret_cast<const char*>(output_.get()), produced);
   }
@@ -138,6 +144,7 @@ void Spool::finish() {
   deflater_->finish([&](const char* out, std::size_t size) { keep(out, size); });
   isBroken_ = false;
   deflater_.reset();
+  // A growing vector sets aside more than the budget knows of.
   memory_.shrink_to_fit();
 }
 
@@ -153,6 +160,7 @@ bool Spool::keepInMemory(const char* data, std::size_t count) {
     memory_.insert(memory_.end(), data, data + count);
     return true;
   }
+  // All of the data lies in one or the other, so what is in memory goes to the file first.
   if (memory_.empty()) return false;
   store(memory_.data(), memory_.size());
   storage_->giveMemoryBack(memory_.size());
@@ -162,6 +170,7 @@ bool Spool::keepInMemory(const char* data, std::size_t count) {
 
 void Spool::store(const char* data, std::size_t count) {
   const std::uint64_t begin = storage_->append(data, count);
+  // Other spools may have written to the same file since; only then does a new extent start.
   if (!extents_.empty() && extents_.back().end == begin) {
     extents_.back().end += count;
   } else {
@@ -179,6 +188,7 @@ void Spool::readCompressed(std::uint64_t offset, void* into, std::size_t count) 
   }
   auto* to = static_cast<char*>(into);
   for (const auto& [begin, end] : extents_) {
+    // From here on the offset counts from the start of this extent.
     const std::uint64_t length = end - begin;
     if (offset >= length) {
       offset -= length;

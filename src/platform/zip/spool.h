@@ -23,6 +23,7 @@ class SpoolStorage {
 
   /// Whether the budget has this much left, which is then taken from it.
   bool takeMemory(std::size_t count);
+  /// For bytes that were taken and are no longer in memory.
   void giveMemoryBack(std::size_t count) { memory_ -= count; }
 
   /// Writes to the end of the file and gives the offset. Raises opc::Exception if the file cannot be created
@@ -65,7 +66,8 @@ class Spool {
   std::uint64_t compressedSize() const { return compressedSize_; }  ///< valid once finished
   std::uint32_t checksum() const { return checksum_; }              ///< CRC-32 of the uncompressed bytes
 
-  /// Reads deflated bytes at an offset, once finished.
+  /// Reads exactly `count` deflated bytes at an offset, once finished. Raises opc::Exception if they are not
+  /// all there, or cannot be read.
   void readCompressed(std::uint64_t offset, void* into, std::size_t count) const;
   /// A run of deflated bytes in the storage's file.
   struct Extent {
@@ -75,10 +77,13 @@ class Spool {
   int descriptor() const { return extents_.empty() ? -1 : storage_->descriptor(); }
   const std::vector<Extent>& extents() const { return extents_; }
 
-  /// Reads the data back, uncompressed, front to back; checked as an entry's. The spool must outlive it.
+  /// Reads the data back, uncompressed, front to back; checked as an entry's. The spool must outlive it and
+  /// be finished. Raises opc::Exception if the temporary file no longer gives what was written.
   class Reader {
    public:
+    /// Raises opc::Exception if the spool is not finished.
     explicit Reader(const Spool& spool);
+    /// Up to `count` bytes; 0 at the end.
     std::size_t read(void* into, std::size_t count);
 
    private:

@@ -12,6 +12,14 @@
 #include "platform/errors/package_errors.h"
 #include "platform/zip/records.h"
 
+// An archive is written in one pass. Local headers and data go to the file as the entries come, while the
+// central records (APPNOTE 4.3.12) are collected in memory and follow at the end.
+//
+// Entries that come from an older archive keep their bytes and their record, in which only the offset is set
+// anew: what other programs wrote there, and this one does not understand, survives. New entries have the
+// plainest form: sizes and checksum are known before the header is written, so there is no data descriptor,
+// and no extra field but that of ZIP64, where numbers do not fit into 32 bits (4.5.3).
+
 namespace zip {
 namespace {
 
@@ -48,6 +56,7 @@ struct NewEntry {
   std::uint64_t size, compressedSize, headerOffset;
 };
 
+/// The largest 32-bit number counts as too large, since it says that the true one stands elsewhere.
 bool isLarge(std::uint64_t number) { return number >= kInZip64Field; }
 std::uint32_t narrowed(std::uint64_t number) {
   return isLarge(number) ? kInZip64Field : static_cast<std::uint32_t>(number);
@@ -60,7 +69,8 @@ std::string zip64Field(std::string_view numbers) {
   return field.append(numbers);
 }
 
-/// Either both sizes stand in the ZIP64 field or none does: a local header may not hold only one.
+/// Either both sizes stand in the ZIP64 field or none does: a local header may not hold only one (APPNOTE
+/// 4.5.3).
 bool hasLargeSize(const NewEntry& entry) { return isLarge(entry.size) || isLarge(entry.compressedSize); }
 
 std::string largeSizes(const NewEntry& entry) {
@@ -75,6 +85,7 @@ std::string largeSizes(const NewEntry& entry) {
 void appendCommon(std::string& to, const NewEntry& entry, const std::string& extra) {
   const std::uint16_t version = entry.method == Method::Deflate ? kDeflateVersion : kPlainVersion;
   append(to, extra.empty() ? version : kZip64Version);
+  // Names are UTF-8. Only one that is not ASCII has to say so.
   append(to, isAscii(entry.name) ? std::uint16_t{0} : kUtf8Name);
   append(to, static_cast<std::uint16_t>(entry.method));
   append(to, entry.modified);
@@ -95,6 +106,7 @@ std::string localHeader(const NewEntry& entry) {
 
 void appendCentralRecord(std::string& directory, const NewEntry& entry) {
   std::string numbers = largeSizes(entry);
+  // Behind the sizes, and on its own if these are small.
   if (isLarge(entry.headerOffset)) append(numbers, entry.headerOffset);
   const std::string extra = numbers.empty() ? std::string() : zip64Field(numbers);
 
@@ -105,6 +117,8 @@ void appendCentralRecord(std::string& directory, const NewEntry& entry) {
   append(directory, std::uint16_t{0});  // no comment
   append(directory, std::uint16_t{0});  // first disk
   append(directory, std::uint16_t{0});  // no internal attributes
+  // For programs that unpack the archive: a file that its owner may change. The record says Unix above, so
+  // that this counts as a mode.
   append(directory, static_cast<std::uint32_t>(S_IFREG | 0644) << 16);
   append(directory, narrowed(entry.headerOffset));
   directory.append(entry.name).append(extra);
@@ -119,6 +133,7 @@ struct OtherFields {
   bool hadZip64 = false;
 };
 
+/// What follows the last whole field, such as padding of up to three bytes, stays at the end.
 OtherFields withoutZip64(std::string_view extra) {
   OtherFields others;
   std::size_t at = 0;
@@ -148,6 +163,8 @@ std::string zip64WithOffset(const Entry& entry, std::uint64_t offset) {
   return zip64Field(numbers);
 }
 
+/// The ZIP64 field stands where the old one stood, at the front if there was none. False if there is no
+/// room.
 bool appendRecordWithLargeOffset(std::string& directory, const Entry& entry, std::uint64_t offset) {
   std::string_view record = entry.centralRecord;
   const std::size_t extraAt = kCentralSize + load16(record.data() + 28);
@@ -157,6 +174,7 @@ bool appendRecordWithLargeOffset(std::string& directory, const Entry& entry, std
   if (extra.bytes.size() > kLongestText) return false;
 
   std::string moved(record.substr(0, extraAt));
+  // Readers that know no ZIP64 are told to keep away. The upper byte names a system and stays.
   const std::uint16_t version = load16(moved.data() + 6);
   if ((version & 0xFF) < kZip64Version) {
     store(&moved[6], static_cast<std::uint16_t>((version & 0xFF00) | kZip64Version));
@@ -208,6 +226,7 @@ std::string zip64End(const DirectoryExtent& directory) {
 
 /// What follows the directory: ZIP64 records if a number asks for them, the end record and the comment.
 std::string directoryEnd(const DirectoryExtent& directory, std::string_view comment) {
+  // A count of 0xFFFF has to go there too, because that number refers to it.
   const bool isZip64 =
       directory.entries >= kInZip64Record || isLarge(directory.offset) || isLarge(directory.size);
   std::string end = isZip64 ? zip64End(directory) : std::string();
@@ -236,6 +255,7 @@ Writer::Writer(int descriptor, std::string path, std::uint64_t offset)
     : descriptor_(descriptor), path_(std::move(path)), offset_(offset), now_(dosTimeNow()) {}
 
 void Writer::copy(const fl::filesystem::InputFile& from, const Entry& entry) {
+  // Entries that follow each other in the original are only noted down, and copied in one call later.
   const bool isNeighbour =
       pending_ && pending_->descriptor == from.descriptor() && pending_->end == entry.headerOffset;
   if (!isNeighbour) {
@@ -282,6 +302,7 @@ void Writer::finish(std::string_view comment) {
   const DirectoryExtent extent{entries_, offset_, directory_.size()};
   write(directory_);
   write(directoryEnd(extent, comment));
+  // A clone may be longer than what was written: its old directory lay here.
   if (::ftruncate(descriptor_, static_cast<off_t>(offset_)) != 0) {
     raise("opc:save:CannotWrite", path_, systemReason(errno));
   }
@@ -291,6 +312,7 @@ void Writer::copyPending() {
   if (!pending_) return;
   const Range range = *pending_;
   pending_.reset();
+  // `copy` has counted these bytes already; writing them counts them again.
   offset_ -= range.end - range.begin;
   copyRange(range);
 }
@@ -298,6 +320,7 @@ void Writer::copyPending() {
 void Writer::copyRange(Range range) {
   while (range.begin < range.end) {
     const std::uint64_t copied = copyInKernel(range);
+    // What the kernel declines once it will decline for the rest.
     if (copied == 0) return copyThroughMemory(range);
     range.begin += copied;
     offset_ += copied;
@@ -324,6 +347,7 @@ void Writer::copyThroughMemory(Range range) {
     const std::size_t piece = std::min<std::uint64_t>(range.end - range.begin, buffer.size());
     const auto result = fl::filesystem::readAt(range.descriptor, range.begin, buffer.data(), piece);
     if (result.error != 0) raise("opc:save:CannotReadOriginal", path_, systemReason(result.error));
+    // Its length was checked when it was opened, so somebody has cut it off since.
     if (result.count < piece) raise("opc:save:OriginalShrank", path_);
     write({buffer.data(), piece});
     range.begin += piece;

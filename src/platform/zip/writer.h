@@ -37,13 +37,14 @@ class Writer {
   void finish(std::string_view comment);
 
  private:
-  /// Bytes of one file, asked for but not copied yet.
+  /// Bytes of one file that are to be copied.
   struct Range {
     int descriptor;
     std::uint64_t begin, end;
   };
 
   void appendRecord(const Entry& entry, std::uint64_t offset);
+  /// Copying is put off so that neighbours go in one call; whatever else is written must come after this.
   void copyPending();
   void copyRange(Range range);
   std::uint64_t copyInKernel(const Range& range);

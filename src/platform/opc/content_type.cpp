@@ -10,6 +10,7 @@
 namespace opc::model {
 namespace {
 
+/// What type and subtype consist of in a document. "%" is a character of tokens like the others there.
 bool isStoredCharacter(char byte) { return byte == '%' || percent::kTokenLiterals.contains(byte); }
 
 bool isToken(std::string_view text) {
@@ -26,6 +27,8 @@ ContentType::ContentType(std::u16string_view decoded) {
   if (slash == std::string::npos || narrow.find('/', slash + 1) != std::string::npos) {
     raise("opc:name:NoContentType", decoded);
   }
+  // Only the subtype is encoded: a type that is no token is a fault of the caller, not a text to be
+  // disguised.
   const auto type = tryFromEncoded(narrow.substr(0, slash + 1) +
                                    percent::encode(narrow.substr(slash + 1), percent::kTokenLiterals));
   if (!type) raise("opc:name:NoContentType", decoded);
@@ -50,6 +53,7 @@ std::u16string ContentType::getSubType() const {
 }
 
 bool ContentType::operator==(const ContentType& other) const {
+  // Copies share one text, and most types that are compared are copies.
   return encoded_ == other.encoded_ || percent::equalsIgnoringCase(encoded(), other.encoded());
 }
 

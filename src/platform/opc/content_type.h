@@ -20,6 +20,7 @@ class ContentType {
   /// From stored text; nothing if it is not two tokens with a "/" between them.
   static std::optional<ContentType> tryFromEncoded(std::string_view encoded);
 
+  /// As documents have it: ASCII.
   const std::string& encoded() const { return *encoded_; }
   /// Decoded, what follows the "/". A subtype that is not sound percent-encoding of UTF-8 is given as it
   /// stands: a media type may well have a "%" that means nothing.

@@ -17,6 +17,7 @@ constexpr std::string_view kName = "[Content_Types].xml";
 constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
 
 /// What an extension is compared by: without a leading dot, encoded as it would be in a name, in lower case.
+/// Text that is badly encoded is taken for decoded text.
 std::string extensionKey(std::string_view written) {
   if (!written.empty() && written[0] == '.') written.remove_prefix(1);
   const std::optional<std::string> decoded = percent::decode(written);
@@ -30,6 +31,7 @@ std::string_view extensionOf(std::string_view key) {
   return key.substr(dot + 1);
 }
 
+/// A name that has no key has no override; it may still have an extension, which a default is for.
 std::string overrideKey(std::string_view encodedName) {
   std::optional<std::string> key = model::nameKey(encodedName);
   return key ? *std::move(key) : percent::toLower(encodedName);
@@ -37,6 +39,8 @@ std::string overrideKey(std::string_view encodedName) {
 
 }  // namespace
 
+/// Fills a list from its document, item by item, and refuses what would give a part two types: a second
+/// default of one extension, a second override of one name (ECMA-376 part 2, content types stream).
 class ContentTypesDocument::Reader : public xml::ListReader {
  public:
   Reader(ContentTypesDocument& document, std::string_view packagePath)
@@ -56,6 +60,7 @@ class ContentTypesDocument::Reader : public xml::ListReader {
   }
 
   void endItem(xml::Span item) override {
+    // Only the end of an item tells which piece of the document it is.
     if (!isIgnored_) document_.items_.back().written = item;
   }
   void endRoot(xml::ListText text) override { document_.text_ = std::move(text); }
@@ -93,6 +98,7 @@ class ContentTypesDocument::Reader : public xml::ListReader {
     // Careless writers leave the slash out. Nobody is called so: the text is kept, and is about no part.
     isIgnored_ = !written.starts_with('/');
     if (isIgnored_) return;
+    // Not `PartName`: relationship parts may be named here too, and have names that no part may have.
     const std::optional<std::string> key = model::nameKey(written);
     if (!key) refuse("opc:contentTypes:BadPartName", package_, written);
     if (!document_.append(Kind::Override, *key, itsType, {})) {
@@ -121,6 +127,7 @@ ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::st
   if (bytes.size() > limits.contentTypeBytes)
     refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
   ContentTypesDocument document;
+  // Large packages may have a hundred thousand overrides: growing step by step would copy them many times.
   document.items_.reserve(bytes.size() / kBytesPerItem);
   document.texts_.reserve(bytes.size() / 2);  // the rest is markup
   Reader reader(document, packagePath);
@@ -130,6 +137,7 @@ ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::st
 
 bool ContentTypesDocument::append(Kind kind, std::string_view key, const model::ContentType& type,
                                   xml::Span written) {
+  // The index compares keys by their position, so the item must stand there before the index is asked.
   items_.push_back({texts_.add(key), type, written});
   fl::i18n::TextIndex& index = kind == Kind::Default ? defaults_ : overrides_;
   const bool isNew = index.add(items_.size() - 1, keyAt());
@@ -149,11 +157,13 @@ const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view e
 
 const model::ContentType* ContentTypesDocument::contentTypeOfKey(std::string_view key) const {
   const Item* item = find(Kind::Override, key);
+  // The conventions ask for this order: the override decides, the default only where there is none.
   if (item == nullptr && !extensionOf(key).empty()) item = find(Kind::Default, extensionOf(key));
   return item == nullptr ? nullptr : &item->type;
 }
 
 void ContentTypesDocument::setOverride(std::string_view encodedName, const model::ContentType& type) {
+  // Cut out and added anew, so that the text of all other items stays as it was.
   removeOverride(encodedName);
   const xml::Span written = text_.append(xml::writeElement(
       text_.prefixed("Override"), {{"PartName", encodedName}, {"ContentType", type.encoded()}}));

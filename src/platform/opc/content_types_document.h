@@ -46,11 +46,14 @@ class ContentTypesDocument {
   /// Removing what is not there is no error.
   void removeOverride(std::string_view encodedName);
 
+  /// The document in UTF-8.
   std::string toBytes() const { return text_.toBytes(); }
 
  private:
   class Reader;
+  /// What an item speaks of: all parts with an extension, or one part.
   enum class Kind { Default, Override };
+  /// One element of the list, and where it stands in the text.
   struct Item {
     TextStore::Location key;  ///< lower-case extension, or name key
     model::ContentType type;
@@ -59,6 +62,7 @@ class ContentTypesDocument {
   /// Whether the key was not there yet; otherwise nothing changes.
   bool append(Kind kind, std::string_view key, const model::ContentType& type, xml::Span written);
   const Item* find(Kind kind, std::string_view key) const;
+  /// For the indexes, which hold positions and ask here for the key at one.
   auto keyAt() const {
     return [this](std::size_t index) { return texts_.at(items_[index].key); };
   }

@@ -7,6 +7,10 @@
 #include "platform/opc/xml_writer.h"
 #include "platform/text/conversion.h"
 
+// A property is set in the text of the document. One reading finds where its elements stand and which
+// prefixes the root declares; then only these pieces of text are replaced. So the properties that this
+// program does not know stay as another program wrote them.
+
 namespace opc {
 namespace {
 
@@ -20,6 +24,8 @@ struct PropertyName {
   std::string_view space, local, usualPrefix;
 };
 
+/// The element of a property, and the prefix that it usually has. The conventions take some from Dublin
+/// Core.
 PropertyName nameOf(model::CoreProperty property) {
   switch (property) {
     case model::CoreProperty::Description:
@@ -68,6 +74,7 @@ class PropertyReader : public xml::Handler {
       if (name.is(kOwnSpace, "coreProperties")) return;
       refuse("opc:coreProperties:WrongRoot", location_.package, location_.part, name.local, name.space);
     }
+    // Properties stand directly below the root; what is called so further down is another element's content.
     if (depth_ != 2) return;
     isInside_ = name.is(wanted_.space, wanted_.local);
     if (isInside_) found_.push_back({tag, {}, name.written(), {}});
@@ -80,6 +87,7 @@ class PropertyReader : public xml::Handler {
     isInside_ = false;
   }
   void text(std::string_view piece) override {
+    // Text of elements inside belongs to it, and may come in pieces.
     if (isInside_) found_.back().text.append(piece);
   }
 
@@ -95,6 +103,7 @@ class PropertyReader : public xml::Handler {
   bool isInside_ = false;
 };
 
+/// Puts the text between the tags of an element that is there.
 void setText(xml::ListText& document, const PropertyReader::Found& element, std::string_view text) {
   std::string written = xml::writeText(text);
   const bool isEmptyTag = element.endTag.begin == element.endTag.end;
@@ -108,6 +117,7 @@ void setText(xml::ListText& document, const PropertyReader::Found& element, std:
 std::string newElement(const PropertyReader& reader, const PropertyName& name, std::string_view text) {
   std::vector<xml::WrittenAttribute> attributes;
   const auto prefixFor = [&](std::string_view space, std::string_view usual, std::string_view declaration) {
+    // A prefix of the root is used as it is; a missing one is declared on the element itself.
     const std::string known = reader.prefixOf(space);
     if (known.empty()) attributes.emplace_back(declaration, space);
     return known.empty() ? std::string(usual) : known;

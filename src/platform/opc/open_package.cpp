@@ -9,6 +9,11 @@
 #include "platform/errors/package_errors.h"
 #include "platform/zip/entry_reader.h"
 
+// Every question about the package is answered from two layers: what was changed since it was opened and,
+// for everything else, the index of the file, which other openings share and which never changes. The
+// numbers of entries and relationships are counted along with the changes, so that whoever goes past a limit
+// learns it from that very request, not when everything is saved.
+
 namespace opc {
 
 using model::PartName;
@@ -16,7 +21,8 @@ using model::Relationship;
 
 namespace {
 
-// The list of content types and the package's relationships, which may have to be added.
+// The list of content types and the package's relationships. Counted although they may be there already: the
+// count is an upper bound.
 constexpr std::size_t kDocuments = 2;
 
 }  // namespace
@@ -38,10 +44,12 @@ OpenPackage::OpenPackage(std::string path, std::shared_ptr<const PackageIndex> i
       entryCount_(index_->entries().size() + kDocuments) {}
 
 void OpenPackage::close() {
+  // Also if saving fails: the package is closed in any case.
   struct Closer {
     OpenPackage& package;
     ~Closer() { package.closeWithoutSaving(); }
   } closer{*this};
+  // A new package is written even if nothing was put into it.
   if (access_ == Access::Change && (isChanged_ || !file_)) save();
 }
 
@@ -78,6 +86,7 @@ std::optional<PartView> OpenPackage::find(const std::string& key) const {
   const PartChange& change = found->second;
   if (change.isDeleted) return std::nullopt;
   PartView view{&change.type, nullptr, change.data, nullptr};
+  // A part that was created anew has nothing of the one in the file.
   if (change.creation == 0) {
     if (!change.data) view.entry = &index_->entries()[change.original->entry];
     view.relationships = change.original->relationships.get();
@@ -98,6 +107,8 @@ PartView OpenPackage::part(const PartName& name) const {
   return *std::move(view);
 }
 
+// That of the change, if there is one: a part that was created anew may be spelled otherwise than the old
+// one.
 PartName OpenPackage::storedName(const PartName& name) const {
   part(name);
   const auto found = changes_.find(name.key());
@@ -119,6 +130,7 @@ std::vector<Relationship> OpenPackage::relationshipsByTarget(const std::u16strin
     }
   }
   std::vector<Relationship> links;
+  // Equal keys keep the order in which they were put in, which is that of the document.
   const auto [begin, end] = idsByTarget_->equal_range(target);
   for (auto found = begin; found != end; ++found) links.push_back(*document.find(found->second));
   return links;
@@ -133,6 +145,7 @@ std::string OpenPackage::readWhole(const PartName& name, std::uint64_t limit) co
   const PartView view = part(name);
   if (view.entry) return zip::readWhole(file_, *view.entry, limit);
   std::string bytes;
+  // Created, but never written to.
   if (!view.data) return bytes;
   checkIsComplete(*view.data, name);
   if (view.data->size() > limit) raise("opc:part:TooLarge", path_, name.text(), limit);
@@ -144,6 +157,7 @@ std::string OpenPackage::readWhole(const PartName& name, std::uint64_t limit) co
 }
 
 void OpenPackage::countInflated(std::uint64_t bytes) {
+  // Of all streams together, since many small ones fill a disk or take time as well as a large one.
   inflated_ += bytes;
   const std::uint64_t limit = index_->limits().inflatedBytesPerOpen;
   if (inflated_ > limit) raise("opc:package:TooMuchData", path_, limit);
@@ -153,6 +167,7 @@ void OpenPackage::countInflated(std::uint64_t bytes) {
 
 void OpenPackage::checkCanCreate(const PartName& name) {
   checkMayChange();
+  // The most telling reason first: a name that is taken by a part is not free either.
   if (has(name)) raise("opc:part:Exists", path_, name.text());
   if (!isFree(name)) raise("opc:part:NameOfItem", path_, name.text());
   checkIsNotDerived(name);
@@ -186,6 +201,7 @@ void OpenPackage::putNew(const PartName& name, const model::ContentType& type,
   // A new part starts without relationships, also where some were left behind.
   const auto orphan = index_->orphanedRelationships(name.key());
   if (!orphan) return;
+  // Once: a part of this name may have been created and removed before.
   if (isNew) droppedOrphans_.push_back(*orphan);
   isOnlyAddition_ = false;
 }
@@ -195,7 +211,8 @@ void OpenPackage::checkEntryCount() const {
   if (entryCount_ >= limit) raise("opc:package:TooManyEntries", path_, limit);
 }
 
-// Neither "/a" when there is "/a/b", nor "/a/b" when there is "/a".
+// Neither "/a" when there is "/a/b", nor "/a/b" when there is "/a". The folders above a name are few, and
+// are looked up one by one; the names below it follow it in the sorted keys.
 void OpenPackage::checkIsNotDerived(const PartName& name) {
   const auto raiseBeside = [&](std::string_view key) {
     const PartName other = storedName(PartName::tryFromEncoded(key).value());
@@ -207,11 +224,13 @@ void OpenPackage::checkIsNotDerived(const PartName& name) {
     if (find(folder)) raiseBeside(folder);
   }
   const std::string folder = key + '/';
+  // If any name starts with the folder, the first that does not come before it does.
   const auto next = sortedKeys().lower_bound(folder);
   if (next != sortedKeys().end() && next->starts_with(folder)) raiseBeside(*next);
 }
 
 std::set<std::string_view>& OpenPackage::sortedKeys() {
+  // Built from both layers when the first part is created, and kept up to date from then on.
   if (sortedKeys_) return *sortedKeys_;
   sortedKeys_.emplace();
   for (const IndexedPart& part : index_->parts()) {
@@ -227,6 +246,7 @@ OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
   const auto found = changes_.find(name.key());
   if (found != changes_.end()) return found->second;
   const IndexedPart* part = index_->find(name.key());
+  // Callers have found the part, so without a change it is one of the file.
   PartChange unchanged{index_->nameOf(*part), part->type, part, false, 0, nullptr, std::nullopt};
   return changes_.emplace(name.key(), std::move(unchanged)).first->second;
 }
@@ -235,11 +255,13 @@ void OpenPackage::remove(const PartName& name) {
   checkMayChange();
   const auto view = find(name.key());
   if (!view) return;
+  // The part's relationships go with it.
   if (view->relationships) relationshipCount_ -= view->relationships->size();
   --entryCount_;
   if (sortedKeys_) sortedKeys_->erase(name.key());
   PartChange& part = change(name);
   editContentTypes().removeOverride(name.key());
+  // Some writers name relationship parts there too; one left behind would be about nothing.
   editContentTypes().removeOverride(model::relationshipPartNameOf(part.name.encoded()));
   part.isDeleted = true;
   part.data.reset();
@@ -256,6 +278,7 @@ std::shared_ptr<zip::Spool> OpenPackage::replaceData(const PartName& name) {
   checkMayChange();
   part(name);
   PartChange& part = change(name);
+  // Until this is finished, reading the part raises: the old data is given up, and the new is not whole.
   part.data = startData();
   isChanged_ = true;
   if (part.original) isOnlyAddition_ = false;
@@ -289,6 +312,7 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   PartChange& part = change(*source);
   if (part.relationships) return *part.relationships;
   if (before) return part.relationships.emplace(*before);
+  // The first relationship of a part makes its relationship part.
   ++entryCount_;
   return part.relationships.emplace(part.name.encoded());
 }
@@ -296,9 +320,11 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
 Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,
                                           const model::URI& target, std::string_view id) {
   checkMayChange();
+  // Also raises if the source is gone.
   const bool hasDocument = relationships(source) != nullptr;
   const std::size_t limit = index_->limits().relationships;
   if (relationshipCount_ >= limit) raise("opc:package:TooManyRelationships", path_, limit);
+  // A first relationship adds an entry as well.
   if (!hasDocument) checkEntryCount();
   Relationship added = editRelationships(source).add(type, target, id, path_);
   ++relationshipCount_;

@@ -22,7 +22,7 @@
 
 namespace opc {
 
-/// One part as it is now. Valid until the package changes.
+/// One part as it is now: what its changes say, else what the file says. Valid until the package changes.
 struct PartView {
   const model::ContentType* type;
   /// Its data in the opened file; null if it is new or was replaced.
@@ -55,6 +55,7 @@ class OpenPackage {
   void closeWithoutSaving() noexcept;
 
   const std::string& path() const { return path_; }
+  /// For callers that must know before they do something else.
   void checkIsOpen() const;
   void checkMayChange() const;
 
@@ -85,14 +86,16 @@ class OpenPackage {
   /// The same in place of a part that is there, whose relationships go with it.
   void recreate(const model::PartName& name, const model::ContentType& type,
                 std::shared_ptr<zip::Spool> data);
-  /// Deleting what is not there does nothing.
+  /// Deleting what is not there does nothing. The part's relationships and its content type go with it.
   void remove(const model::PartName& name);
   /// Data that is no part's yet.
   std::shared_ptr<zip::Spool> startData();
   /// Where the part's new data is to be written.
   std::shared_ptr<zip::Spool> replaceData(const model::PartName& name);
+  /// Adds to the relationships of a part, or of the package for null; see RelationshipsDocument::add.
   model::Relationship addRelationship(const model::PartName* source, std::u16string_view type,
                                       const model::URI& target, std::string_view id);
+  /// Removing what is not there does nothing.
   void removeRelationship(const model::PartName* source, std::string_view id);
 
  private:
@@ -111,15 +114,21 @@ class OpenPackage {
     std::optional<RelationshipsDocument> relationships;
   };
 
+  /// The part of this key as it is now.
   std::optional<PartView> find(const std::string& key) const;
+  /// What was done to a part that is there; a record of nothing if this is the first change.
   PartChange& change(const model::PartName& name);
   void putNew(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
+  /// Copies of the documents in the index, made when they are first changed.
   ContentTypesDocument& editContentTypes();
   RelationshipsDocument& editRelationships(const model::PartName* source);
   const std::shared_ptr<zip::SpoolStorage>& spoolStorage();
+  /// Raises if there is "/a" and this is "/a/b", or the other way round (ECMA-376 part 2, part naming).
   void checkIsNotDerived(const model::PartName& name);
   void checkEntryCount() const;
+  /// The keys of all parts there are.
   std::set<std::string_view>& sortedKeys();
+  /// Writes everything to the path, see SavePlan.
   void save();
 
   std::string path_;
@@ -131,11 +140,14 @@ class OpenPackage {
   std::size_t entryCount_;  // at most so many will be saved
   std::uint64_t inflated_ = 0;
 
+  // Whether there is anything to save.
   bool isChanged_ = false;
   bool isOnlyAddition_ = true;  // nothing of the file was deleted or replaced
+  // How many parts were created, including those that were deleted again.
   std::uint64_t creations_ = 0;
   // By key. Never erased from, so that views and keys stay valid.
   boost::unordered_map<std::string, PartChange, fl::i18n::TextHash, std::equal_to<>> changes_;
+  // Nothing as long as the documents of the index hold.
   std::optional<ContentTypesDocument> contentTypes_;
   std::optional<RelationshipsDocument> relationships_;
   // Relationship parts without a part, now that a part of that name was created.

@@ -41,6 +41,7 @@ std::optional<PartName> targetOf(const Relationship& link) {
   return PartName::tryFromText(link.getTarget().text());
 }
 
+/// One for the process, since those who ask are not those who closed the package.
 std::optional<Exception>& failedSave() {
   static std::optional<Exception> failure;
   return failure;
@@ -60,6 +61,7 @@ void Package::open(OpenMode mode) {
   if (mode == OpenMode::Create) return create();
   if (isOpen()) raise("opc:package:AlreadyOpen", path_);
   auto file = std::make_shared<const InputFile>(narrowPath(path_));
+  // The index that this package read is tried first, then the last one that any package of the process did.
   if (!index_ || !index_->describes(file->identity(), limits_)) index_ = PackageIndex::of(file, limits_);
   const auto access = mode == OpenMode::Modify ? OpenPackage::Access::Change : OpenPackage::Access::Read;
   open_ = std::make_shared<OpenPackage>(std::move(file), index_, access);
@@ -68,12 +70,14 @@ void Package::open(OpenMode mode) {
 void Package::create(Existing existing) {
   if (isOpen()) raise("opc:package:AlreadyOpen", path_);
   const std::string path = narrowPath(path_);
+  // Taken now, so that `close` notices if somebody changes the file in between.
   const auto replaced = existing == Existing::Replace ? identityOfFile(path) : std::nullopt;
   index_ = PackageIndex::ofNewPackage(limits_);
   open_ = std::make_shared<OpenPackage>(path, index_, replaced);
 }
 
 void Package::close() {
+  // Taken out first, because the package is closed also when saving fails.
   const auto closing = std::exchange(open_, nullptr);
   if (!closing) return;
   failedSave().reset();
@@ -97,6 +101,7 @@ bool Package::hasPart(const PartName& name) const { return opened().has(name); }
 Part Package::getPart(const PartName& name) const { return Part(open_, opened().storedName(name)); }
 
 std::optional<Part> Package::findPart(const Relationship& link) const {
+  // A relationship without a part is no fault of the package, so nothing is raised.
   const auto name = targetOf(link);
   if (!name || !hasPart(*name)) return std::nullopt;
   return getPart(*name);
@@ -104,6 +109,7 @@ std::optional<Part> Package::findPart(const Relationship& link) const {
 
 Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&,
                          const PartData& data) {
+  // The info is only a hint, and not needed: data is deflated where that makes it smaller.
   opened().create(name, type, data ? data->data_ : nullptr);
   return Part(open_, name);
 }
@@ -139,6 +145,7 @@ std::optional<std::u16string> Package::getCoreProperty(CoreProperty property) co
 }
 
 void Package::setCoreProperty(CoreProperty property, std::u16string_view text) {
+  // Asked first: what is open for reading should say so before it complains about the text.
   opened().checkMayChange();
   const std::string& path = opened().path();
   const auto part = corePropertiesPart();
@@ -158,9 +165,11 @@ PartName Package::createCorePropertiesPart() {
   const std::vector<Relationship> dangling = getRelationshipsByType(kCorePropertiesRelationship);
   for (const Relationship& link : dangling) {
     const auto promised = targetOf(link);
+    // A relationship that leads to no part yet is made true, instead of adding a second.
     if (promised && opened().isFree(*promised)) return createPart(*promised, type, {}).getName();
   }
   PartName name(u"/docProps/core.xml");
+  // The usual name, or the next beside it that nothing has.
   for (int number = 1; !opened().isFree(name); ++number) {
     name = PartName(u"/docProps/core" + fl::i18n::to_ustring(std::to_string(number)) + u".xml");
   }

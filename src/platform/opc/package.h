@@ -40,6 +40,7 @@ class Package final : public RelationshipSource {
   Package(const Package&) = delete;
   Package& operator=(const Package&) = delete;
 
+  /// As it was given to the constructor.
   const std::u16string& path() const { return path_; }
 
   /// Raises PackageNotFound or PackageOpenFailed; the latter's identifier says which rule the file breaks.
@@ -52,6 +53,7 @@ class Package final : public RelationshipSource {
   /// fails if it may not be written or somebody changed it since. Raises PackageOpenFailed if what is there
   /// is no regular file or cannot be read.
   void create(Existing existing = Existing::Refuse);
+  /// Also true for a package that is being created.
   bool isOpen() const { return open_ != nullptr; }
 
   /// Saves the changes, if there are any, and closes. Writing a value that was there already is a change;
@@ -65,6 +67,7 @@ class Package final : public RelationshipSource {
   /// unchanged.
   const std::shared_ptr<const PackageIndex>& index() const { return index_; }
 
+  /// Whether there is a part of this name or an equivalent one.
   bool hasPart(const PartName& name) const;
   /// Raises opc::Exception if there is no such part.
   Part getPart(const PartName& name) const;

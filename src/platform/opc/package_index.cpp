@@ -8,6 +8,14 @@
 #include "platform/opc/percent_encoding.h"
 #include "platform/zip/entry_reader.h"
 
+// How a file becomes an index. The entries of its directory are first told apart by their names alone. Then
+// the list of content types is read, because it decides which of the remaining entries are parts, and after
+// the parts the relationships, because each relationship part belongs to one of them.
+//
+// The rules are those of the conventions for packages in ZIP files (ECMA-376 part 2). A file is refused
+// where programs could disagree about what it contains; what merely is no part is kept and copied when the
+// package is saved.
+
 namespace opc {
 
 namespace {
@@ -37,6 +45,7 @@ std::string_view folderOf(std::string_view name) {
   return slash == std::string_view::npos ? std::string_view() : name.substr(0, slash);
 }
 
+/// The name of a part that is cut into several entries, which the conventions allow for streaming.
 bool isPiece(std::string_view segment) {
   if (!segment.starts_with('[')) return false;
   const std::size_t close = segment.find_first_not_of("0123456789", 1);
@@ -84,6 +93,7 @@ class PackageIndex::Reader {
     index_.directory_ = zip::Directory::read(*file_, remaining_);
     for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) sortItem(entry);
     readContentTypes();
+    // Nearly all of them will be parts.
     index_.parts_.reserve(partItems_.size());
     index_.partsByKey_.reserve(partItems_.size());
     for (const EntryIndex entry : partItems_) addItem(entry);
@@ -98,10 +108,13 @@ class PackageIndex::Reader {
     if (kind == ItemKind::InterleavedPiece) {
       refuse("opc:package:InterleavedPart", file_->path(), at(entry).name);
     }
+    // Archivers add entries for folders; they hold nothing and are in nobody's way.
     if (kind == ItemKind::Folder) return;
     if (kind == ItemKind::Relationships) return relationshipItems_.push_back(entry);
+    // A link may lead out of the package, so it is no part; its name is taken all the same.
     if (at(entry).isSymbolicLink) return keepLink(keyOfItem(at(entry).name));
     if (kind == ItemKind::Other) return partItems_.push_back(entry);
+    // Names that differ only in case: programs would disagree about which one counts.
     if (index_.contentTypesEntry_) refuse("opc:package:ContentTypesTwice", file_->path());
     index_.contentTypesEntry_ = entry;
   }
@@ -121,8 +134,10 @@ class PackageIndex::Reader {
     const auto key = keyOfItem(at(entry).name);
     if (!key) return;
     const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(*key);
+    // Equivalent names may not occur twice. Between two parts the index below finds that out.
     const bool isTaken = type ? index_.otherItems_.contains(*key) : !index_.otherItems_.insert(*key).second;
     if (isTaken) refuseEquivalent(entry);
+    // Without a content type it is no part.
     if (!type) return;
     index_.parts_.push_back({entry, index_.keys_.add(*key), *type, {}, {}});
     const auto keyAt = [this](std::size_t part) { return index_.keyOf(index_.parts_[part]); };
@@ -132,23 +147,26 @@ class PackageIndex::Reader {
   void addRelationships(EntryIndex entry) {
     const auto source = sourceOfRelationships(at(entry).name);
     if (!source) return;
+    // "_rels/.rels" holds the relationships of the package itself.
     if (source->empty()) {
       claim(index_.relationshipsEntry_, entry);
       index_.relationships_ = readRelationships(entry, {});
       return;
     }
     const IndexedPart* found = index_.find(*source);
+    // Kept for saving, but nobody's relationships.
     if (!found) {
       if (!index_.orphans_.emplace(*source, entry).second) refuseEquivalent(entry);
       return;
     }
+    // The same part once more, to be completed.
     IndexedPart& part = index_.parts_[static_cast<std::size_t>(found - index_.parts_.data())];
     claim(part.relationshipsEntry, entry);
     part.relationships = std::make_shared<const RelationshipsDocument>(
         readRelationships(entry, index_.nameOf(part).encoded()));
   }
 
-  /// Two relationship parts of one source have names that are equivalent.
+  /// Refuses the second of two relationship parts of one source, whose names are then equivalent.
   void claim(std::optional<EntryIndex>& relationshipsEntry, EntryIndex entry) {
     if (relationshipsEntry) refuseEquivalent(entry);
     relationshipsEntry = entry;
@@ -171,6 +189,7 @@ class PackageIndex::Reader {
   }
 
   const std::shared_ptr<const fl::filesystem::InputFile>& file_;
+  /// The limits, less what was read so far.
   zip::Limits remaining_;
   PackageIndex& index_;
   std::vector<EntryIndex> partItems_, relationshipItems_;
@@ -185,7 +204,9 @@ std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage(const zip::Limits
 
 std::shared_ptr<const PackageIndex> PackageIndex::of(
     const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits) {
+  // Not owned: an index that nobody uses any more gives its memory back.
   static constinit std::weak_ptr<const PackageIndex> lastRead;
+  // A hit saves reading a directory and parsing thousands of documents.
   if (auto known = lastRead.lock(); known && known->describes(file->identity(), limits)) return known;
   const std::shared_ptr<PackageIndex> index(new PackageIndex);
   index->limits_ = limits;
@@ -201,6 +222,7 @@ std::shared_ptr<const PackageIndex> PackageIndex::of(
 }
 
 bool PackageIndex::describes(const fl::filesystem::FileIdentity& current, const zip::Limits& limits) const {
+  // An index of a file that may have changed unseen describes none: such a file is read again.
   return identity_ == current && limits_ == limits && !mayHaveChangedUnseen_;
 }
 
@@ -221,6 +243,8 @@ const IndexedPart* PackageIndex::find(std::string_view key) const {
 }
 
 model::PartName PackageIndex::nameOf(const IndexedPart& part) const {
+  // Made when asked for, because few of many thousand names ever are. It has a value: the entry became a
+  // part because its name is a part name.
   return model::PartName::tryFromEncoded(std::string("/").append(entries()[part.entry].name)).value();
 }
 

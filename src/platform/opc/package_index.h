@@ -77,9 +77,10 @@ class PackageIndex {
   const IndexedPart* find(std::string_view key) const;
   std::string_view keyOf(const IndexedPart& part) const { return keys_.at(part.key); }
   model::PartName nameOf(const IndexedPart& part) const;
-  /// Whether an item that is no part has this key.
+  /// Whether an item that is no part has this key. No new part may be called so: it would be saved beside an
+  /// entry of an equivalent name.
   bool isNameOfItem(std::string_view key) const { return otherItems_.contains(key); }
-  /// The relationship part that is there for a part that is not.
+  /// The relationship part that is there although the part of this key is not.
   std::optional<EntryIndex> orphanedRelationships(std::string_view key) const;
 
  private:
@@ -88,16 +89,20 @@ class PackageIndex {
 
   fl::filesystem::FileIdentity identity_;
   zip::Limits limits_;
+  // The file was so fresh when it was read that a further change might not show in its identity.
   bool mayHaveChangedUnseen_ = false;
   std::optional<zip::Directory> directory_;  // nothing in a new package
   ContentTypesDocument contentTypes_;
   RelationshipsDocument relationships_;
   std::optional<EntryIndex> contentTypesEntry_, relationshipsEntry_;
   std::size_t relationshipCount_ = 0;
+  // In the order of the directory. The keys lie in one store, and `partsByKey_` finds positions by them.
   std::vector<IndexedPart> parts_;
   TextStore keys_;
   fl::i18n::TextIndex partsByKey_;
+  // Keys of what is no part.
   boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> otherItems_;
+  // Relationship parts without a part, by the key of that.
   boost::unordered_flat_map<std::string, EntryIndex, fl::i18n::TextHash, std::equal_to<>> orphans_;
 };
 

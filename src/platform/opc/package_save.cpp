@@ -13,6 +13,11 @@
 #include "platform/opc/percent_encoding.h"
 #include "platform/zip/writer.h"
 
+// Saving has two steps. The plan is made from the changes alone: it says for every entry of the opened file
+// whether it is kept, left out or replaced, lists what is new, and checks that the result could be opened
+// again. Only then is the output opened, so that a refusal leaves no trace in the folder. The rest is
+// copying.
+
 namespace opc {
 
 namespace {
@@ -35,6 +40,8 @@ class OpenPackage::SavePlan {
   explicit SavePlan(OpenPackage& package) : package_(package), emptyPart_(package.spoolStorage()) {
     emptyPart_.finish();
     fates_.resize(entries().size());
+    // Parts come first: what they do to relationship parts decides about the list of content types, which
+    // comes last.
     for (const PartChange* change : changesInOrder()) planPart(*change);
     for (const EntryIndex orphan : package.droppedOrphans_) leaveOut(orphan);
     if (package.relationships_) putRelationships(*package.relationships_, index().relationshipsEntry());
@@ -51,6 +58,7 @@ class OpenPackage::SavePlan {
       if (fate.replacement) {
         writer.add(entry.name, *fate.replacement);
       } else if (!fate.isLeftOut) {
+        // In a clone the bytes are there already, and only the record is written.
         isClone ? writer.keep(entry) : writer.copy(*package_.file_, entry);
       }
     }
@@ -67,11 +75,13 @@ class OpenPackage::SavePlan {
       const zip::Entry& entry = entries()[index];
       if (!fates_[index].replacement) live += entry.endOffset - entry.headerOffset;
     }
+    // Everything in front of the old directory that the new one will not refer to.
     const std::uint64_t waste = index().directoryOffset() - live;
     return waste <= live / 8;
   }
 
  private:
+  /// What becomes of one entry of the opened file; it is kept if neither member says otherwise.
   struct Fate {
     bool isLeftOut = false;
     const zip::Spool* replacement = nullptr;
@@ -87,6 +97,7 @@ class OpenPackage::SavePlan {
     changes.reserve(package_.changes_.size());
     for (const auto& [key, change] : package_.changes_) changes.push_back(&change);
     std::ranges::sort(changes, {}, [](const PartChange* part) {
+      // Changes to parts of the file have no number, and so come first.
       return std::pair(part->creation, part->original ? part->original->entry : 0);
     });
     return changes;
@@ -95,6 +106,7 @@ class OpenPackage::SavePlan {
   void planPart(const PartChange& part) {
     const IndexedPart* original = part.original;
     const bool leavesOriginal = part.isDeleted || part.creation != 0;
+    // Whether deleted or created anew: nothing of the old part may stay, nor its relationships.
     if (original && leavesOriginal) {
       leaveOut(original->entry);
       if (original->relationshipsEntry) leaveOut(*original->relationshipsEntry);
@@ -102,14 +114,17 @@ class OpenPackage::SavePlan {
     if (part.isDeleted) return;
     planData(part);
     if (!part.relationships) return;
+    // A part that was created anew has no relationship part whose position it could take.
     const auto old = leavesOriginal ? std::nullopt : original->relationshipsEntry;
     if (part.relationships->isEmpty()) {
+      // A document without relationships would say nothing.
       if (old) leaveOut(*old);
       return;
     }
     putRelationships(*part.relationships, old);
   }
 
+  /// A new part is added at the end; new data of an old part stands where the old data stood.
   void planData(const PartChange& part) {
     if (part.creation != 0) {
       additions_.emplace_back(itemNameOf(part.name.encoded()), part.data ? &finished(part) : &emptyPart_);
@@ -118,6 +133,7 @@ class OpenPackage::SavePlan {
     }
   }
 
+  /// Ends the data, whose stream may still be open. Raises if some of it was lost.
   const zip::Spool& finished(const PartChange& part) {
     if (part.data->isBroken()) raise("opc:part:LostData", package_.path_, part.name.text());
     part.data->finish();
@@ -150,6 +166,7 @@ class OpenPackage::SavePlan {
       relationshipBytes_ += entries()[*entry].size;
     };
     count(index().relationshipsEntry());
+    // Those of changed parts were counted when they were planned.
     for (const IndexedPart& part : index().parts()) count(part.relationshipsEntry);
     const std::uint64_t limit = index().limits().relationshipBytes;
     if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", package_.path_, limit);
@@ -176,6 +193,7 @@ class OpenPackage::SavePlan {
   // After the relationship parts, which may need a type.
   void planContentTypes() {
     const auto old = index().contentTypesEntry();
+    // Unchanged, so the entry is copied like any other.
     if (old && !package_.contentTypes_) return;
     const std::string bytes = contentTypes().toBytes();
     const std::uint64_t limit = index().limits().contentTypeBytes;
@@ -197,9 +215,12 @@ class OpenPackage::SavePlan {
 
   OpenPackage& package_;
   zip::Spool emptyPart_;
+  /// Of all relationship parts that will be in the new file.
   std::uint64_t relationshipBytes_ = 0;
   std::vector<Fate> fates_;
+  /// What follows the entries of the opened file: names and data.
   std::deque<std::pair<std::string, const zip::Spool*>> additions_;
+  // Referred to from above, so they must not move.
   std::deque<zip::Spool> documents_;
 };
 
@@ -208,8 +229,10 @@ void OpenPackage::save() {
   const SavePlan plan(*this);
   const auto start = plan.mayClone() ? DurableFile::Start::CloneOrEmpty : DurableFile::Start::Empty;
   DurableFile output = replaced_ ? DurableFile(path_, *replaced_, start) : DurableFile(path_);
+  // In a clone new entries take the place of the old directory.
   zip::Writer writer(output.descriptor(), path_, output.isClone() ? index_->directoryOffset() : 0);
   plan.write(writer, output.isClone());
+  // Until here the original was not touched.
   output.commit();
 }
 

@@ -23,6 +23,7 @@ Relationship RelationshipSource::createInternalRelationship(std::u16string_view 
 
 void RelationshipSource::deleteRelationship(std::string_view id) { opened().removeRelationship(part(), id); }
 
+/// What the copies of a part share.
 struct Part::Handle {
   std::shared_ptr<OpenPackage> package;
   PartName name;
@@ -47,6 +48,7 @@ std::uint64_t Part::getSize() const {
 }
 
 std::shared_ptr<InputStream> Part::getInputStream() const {
+  // Raises if the part is gone, which a stream from before must not hide.
   opened().part(handle_->name);
   if (!handle_->input) handle_->input = std::make_shared<InputStream>(handle_->package, handle_->name);
   return handle_->input;

@@ -17,6 +17,7 @@ class RelationshipSource {
  public:
   /// In the order of the document. A copy, so that a caller may delete while walking it.
   std::vector<Relationship> getRelationships(ExcludeMode exclude) const;
+  /// Those of exactly this type, internal and external.
   std::vector<Relationship> getRelationshipsByType(std::u16string_view type) const;
 
   /// Adds a link to a part of this package, which need not exist. An empty ID asks for the lowest free
@@ -53,8 +54,10 @@ using PartData = std::shared_ptr<OutputStream>;
 /// the part deleted; everything but its name then raises opc::Exception. Copies share one input stream.
 class Part final : public RelationshipSource {
  public:
+  /// The name as the package spells it, also when the part was asked for in another letter case.
   const PartName& getName() const;
   ContentType getContentType() const;
+  /// Bytes of uncompressed data; of new data, those written so far.
   std::uint64_t getSize() const;
 
   /// This handle's one input stream; asking again gives the same one, where it stands. Data written since the

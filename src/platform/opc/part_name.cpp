@@ -10,6 +10,7 @@
 namespace opc::model {
 namespace {
 
+// Less than ZIP can store, more than file systems take for a path.
 constexpr std::size_t kMaximalLength = std::size_t{16} * 1024;
 
 enum class Rule {
@@ -25,11 +26,13 @@ enum class Rule {
   TooLong,
 };
 
-/// The first rule that a decoded name breaks.
+/// The first rule that a decoded name breaks: those of ECMA-376 part 2, and no NUL and no backslash, which
+/// other programs would take for an end and for a slash.
 Rule brokenRule(std::string_view name) {
   if (name.empty() || name[0] != '/') return Rule::LeadingSlash;
   if (name.find('\0') != std::string_view::npos) return Rule::NulCharacter;
   if (name.find('\\') != std::string_view::npos) return Rule::Backslash;
+  // A segment that ends in a dot as well, but whoever wrote it wants to know what it really is.
   if (name.starts_with("/../")) return Rule::AboveRoot;
   std::string_view previous;
   for (std::size_t start = 1; start <= name.size();) {
@@ -65,6 +68,7 @@ void raiseIfBroken(Rule rule, std::u16string_view name) {
     case Rule::RelationshipPart:
       raise("opc:name:RelationshipPart", name);
     case Rule::TooLong:
+      // Its beginning is enough to recognise it by.
       raise("opc:name:TooLong", name.substr(0, 64));
   }
 }
@@ -114,6 +118,7 @@ std::optional<std::string> canonical(std::string_view encoded) {
 
 /// Of a canonical name.
 std::u16string textOf(std::string_view canonical) {
+  // Without an escape a canonical name is plain ASCII.
   if (canonical.find('%') == std::string_view::npos) return {canonical.begin(), canonical.end()};
   return fl::i18n::to_ustring(*percent::decode(canonical));
 }
@@ -153,6 +158,7 @@ std::optional<std::string> PartName::tryKey(std::string_view encoded) {
 
 std::string relationshipPartNameOf(std::string_view encodedName) {
   const std::size_t slash = encodedName.rfind('/');
+  // Names of parts are absolute, so only the empty one of the package has no slash.
   if (slash == std::string_view::npos) return "/_rels/.rels";
   std::string name(encodedName.substr(0, slash + 1));
   return name.append("_rels/").append(encodedName.substr(slash + 1)).append(".rels");

@@ -29,7 +29,9 @@ class PartName {
   /// Only the `key` of it.
   static std::optional<std::string> tryKey(std::string_view encoded);
 
+  /// Decoded, for callers and messages.
   const std::u16string& text() const { return text_; }
+  /// In canonical form, for documents and new entries. The entry of a part may spell it otherwise.
   const std::string& encoded() const { return encoded_; }
 
   /// The encoded form in lower case: what names are compared, sorted and looked up by.

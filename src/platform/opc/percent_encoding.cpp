@@ -13,6 +13,7 @@ int hexValue(char digit) {
   return -1;
 }
 
+/// Not the library's `tolower`, which depends on the locale.
 constexpr char lowerOf(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 }  // namespace
@@ -39,6 +40,7 @@ bool isEncodedPrintable(std::string_view text, const Literals& literals) {
     if (literals.contains(text[at])) continue;
     if (text[at] != '%' || text.size() - at < 3) return false;
     const int high = hexValue(text[at + 1]), low = hexValue(text[at + 2]);
+    // Printable ASCII is 0x20 to 0x7E. `encode` writes upper-case digits, and encodes no literal.
     if (high < 2 || high > 7 || low < 0 || text[at + 2] > 'F') return false;
     const int byte = high * 16 + low;
     if (byte > '~' || literals.contains(static_cast<char>(byte))) return false;

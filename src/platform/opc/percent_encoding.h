@@ -8,7 +8,7 @@
 /// Percent-encoding (RFC 3986, 2.1) of bytes, and the letter case of what is encoded so.
 namespace opc::percent {
 
-/// The bytes that stand for themselves.
+/// The bytes that stand for themselves. A table, because every byte of every name is looked up.
 class Literals {
  public:
   /// ASCII letters and digits, and these.

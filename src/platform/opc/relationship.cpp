@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::string_view kSpaces = " \t\n\r";
 
+/// White space around a target belongs to the layout of the document.
 std::string_view trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kSpaces);
   if (first == std::string_view::npos) return {};
@@ -24,6 +25,7 @@ std::string_view trimmed(std::string_view text) {
 /// Whether a reference is more than a path: "scheme:…", "//authority…" or "…?query".
 bool isMoreThanPath(std::string_view reference) {
   if (reference.starts_with("//") || reference.find('?') != std::string_view::npos) return true;
+  // Behind the first slash a colon is an ordinary character of a segment.
   const std::size_t colon = reference.find(':');
   return colon != std::string_view::npos && colon < reference.find('/');
 }
@@ -32,6 +34,7 @@ bool isMoreThanPath(std::string_view reference) {
 std::string merged(std::string_view source, std::string_view reference) {
   if (reference.empty()) return std::string(source);
   if (reference[0] == '/') return std::string(reference);
+  // The package has an empty name and lies at the root.
   const std::size_t slash = source.rfind('/');
   return std::string(slash == std::string_view::npos ? "/" : source.substr(0, slash + 1)).append(reference);
 }
@@ -46,8 +49,10 @@ std::string withoutDotSegments(std::string_view path) {
     const std::size_t end = std::min(path.find('/', start), path.size());
     const std::string_view segment = path.substr(start, end - start);
     start = end + 1;
+    // The path then ends in a slash: it names a folder, and no part is called so.
     endsInFolder = segment == "." || segment == "..";
     if (segment == ".") continue;
+    // Only a segment that is no climb itself can be taken back.
     if (segment == ".." && segments.size() > climbed) {
       segments.pop_back();
       continue;
@@ -66,6 +71,7 @@ bool isPlainPath(std::string_view target) {
          percent::isEncodedPrintable(target, percent::kPathLiterals);
 }
 
+/// A text that no part can be called, and that still shows what was written.
 std::u16string aboveRoot(std::string_view written) {
   return fl::i18n::to_ustring_lossy(std::string("/../").append(written));
 }
@@ -90,10 +96,13 @@ URI URI::resolved(std::string_view source, std::string_view target) {
     if (auto text = PartName::tryDecode(target)) return asWritten(*std::move(text));
   }
   std::string_view reference = trimmed(target);
+  // A fragment leads to a place inside the target.
   reference = reference.substr(0, reference.find('#'));
   if (isMoreThanPath(reference)) return asWritten(aboveRoot(target));
+  // Resolved before it is decoded, so that an encoded dot or slash cannot climb.
   const std::string path = withoutDotSegments(merged(source, reference));
   if (auto text = PartName::tryDecode(path)) return asWritten(*std::move(text));
+  // No part name. A mere climb above the root is shown decoded, anything else as it was written.
   const std::optional<std::string> decoded = percent::decode(path);
   if (path.starts_with("/../") && decoded && fl::i18n::is_well_formed(*decoded)) {
     return asWritten(fl::i18n::to_ustring(*decoded));

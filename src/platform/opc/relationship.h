@@ -23,6 +23,7 @@ class URI {
   /// segment, an empty segment, or a bad percent-encoding.
   static URI resolved(std::string_view source, std::string_view target);
 
+  /// May be empty for a target that was read.
   const std::u16string& text() const { return text_; }
   bool operator==(const URI&) const = default;
 
@@ -31,6 +32,7 @@ class URI {
   std::u16string text_;
 };
 
+/// Internal targets are inside the package, external ones anything else, such as a web address.
 enum class TargetMode { Internal, External };
 
 /// One typed link from a package or part to a target. The target of an internal relationship is resolved,
@@ -40,7 +42,7 @@ enum class TargetMode { Internal, External };
 class Relationship {
  public:
   using Type = std::shared_ptr<const std::u16string>;
-  /// Relationships of one type may share it.
+  /// The ID is UTF-8. Relationships of one type may share its text.
   Relationship(std::string id, Type type, URI target, TargetMode mode);
 
   const std::string& getID() const { return texts_->id; }

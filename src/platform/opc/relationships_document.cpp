@@ -31,6 +31,7 @@ std::uint64_t numberOf(std::string_view id) {
   std::uint64_t number = 0;
   const char* end = id.data() + id.size();
   const auto [stop, error] = std::from_chars(id.data() + kIdPrefix.size(), end, number);
+  // "rId07" is another ID than "rId7" and says nothing about it.
   return error == std::errc() && stop == end && numberedId(number) == id ? number : 0;
 }
 
@@ -52,6 +53,7 @@ bool isIn(const Range (&ranges)[N], char32_t character) {
                      [=](Range range) { return range.first <= character && character <= range.last; });
 }
 
+/// Takes the character at `at`. The text is well-formed, so a first surrogate has its second behind it.
 char32_t nextCharacter(const std::u16string& text, std::size_t& at) {
   const char16_t unit = text[at++];
   if (unit < 0xD800 || unit > 0xDBFF) return unit;
@@ -78,6 +80,7 @@ bool isNcName(std::string_view text) {
 
 }  // namespace
 
+/// Fills a list from its document, item by item (ECMA-376 part 2, relationships markup).
 class RelationshipsDocument::Reader : public xml::ListReader {
  public:
   Reader(RelationshipsDocument& document, std::string_view packagePath, const zip::Limits& limits)
@@ -99,6 +102,7 @@ class RelationshipsDocument::Reader : public xml::ListReader {
 
   void readItem(const xml::Name& name, const xml::Attributes& attributes) override {
     if (name.local != "Relationship") refuseElement(name);
+    // Asked for each item, so that a document of too many does not take their memory first.
     if (document_.size() >= limits_.relationships) {
       refuse("opc:relationships:TooMany", package_, part_, limits_.relationships);
     }
@@ -218,7 +222,9 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   const std::string narrowType = xml::toXmlText(type, packagePath);
   if (!id.empty() && !isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
   if (byId_.find(id, idAt())) raise("opc:relationships:IdIsTaken", packagePath, id);
+  // Only now: a refused request must not use up a number.
   const std::string itsId = id.empty() ? lowestFreeId() : std::string(id);
+  // Whoever adds many adds them with one type, whose text they then share.
   const bool isAsBefore = !items_.empty() && *items_.back().type == type;
   const xml::Span written = text_.append(xml::writeElement(
       text_.prefixed("Relationship"), {{"Id", itsId}, {"Type", narrowType}, {"Target", part.encoded()}}));
@@ -231,7 +237,9 @@ bool RelationshipsDocument::remove(std::string_view id) {
   const auto index = byId_.find(id, idAt());
   if (!index) return false;
   const std::uint64_t number = numberOf(id);
+  // From `nextNumber_` on all numbers are tried anyway.
   if (number != 0 && number < nextNumber_) freedNumbers_.insert(number);
+  // The text of all other items stays as it was.
   text_.cut(items_[*index].written);
   byId_.remove(id, idAt());
   items_[*index].isRemoved = true;
@@ -240,6 +248,7 @@ bool RelationshipsDocument::remove(std::string_view id) {
 
 bool RelationshipsDocument::append(std::string_view id, Relationship::Type type, std::string_view target,
                                    TargetMode mode, xml::Span written) {
+  // The index compares IDs by their position, so the item must stand there before the index is asked.
   items_.push_back({texts_.add(id), texts_.add(target), std::move(type), mode, written});
   const bool isNew = byId_.add(items_.size() - 1, idAt());
   if (!isNew) items_.pop_back();
@@ -247,6 +256,7 @@ bool RelationshipsDocument::append(std::string_view id, Relationship::Type type,
 }
 
 std::string RelationshipsDocument::lowestFreeId() {
+  // All of these are below `nextNumber_`, so the lowest is among them if there is one.
   while (!freedNumbers_.empty()) {
     std::string id = numberedId(freedNumbers_.extract(freedNumbers_.begin()).value());
     // Somebody may have asked for it by name since it was freed.

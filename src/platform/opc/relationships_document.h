@@ -52,6 +52,7 @@ class RelationshipsDocument {
   /// Whether there was one of that ID.
   bool remove(std::string_view id);
 
+  /// The document in UTF-8.
   std::string toBytes() const { return text_.toBytes(); }
 
  private:
@@ -68,7 +69,9 @@ class RelationshipsDocument {
   /// Whether the ID was not there yet; otherwise nothing changes.
   bool append(std::string_view id, model::Relationship::Type type, std::string_view target,
               model::TargetMode mode, xml::Span written);
+  /// A relationship as callers see it, its target resolved.
   model::Relationship linkOf(const Item& item) const;
+  /// For the index, which holds positions and asks here for the ID at one.
   auto idAt() const {
     return [this](std::size_t index) { return texts_.at(items_[index].id); };
   }

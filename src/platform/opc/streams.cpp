@@ -29,11 +29,13 @@ InputStream::InputStream(std::shared_ptr<OpenPackage> package, model::PartName p
 }
 
 void InputStream::restart() {
+  // Asked anew each time: the data may have been replaced since the last reading began.
   const PartView part = package_->part(part_);
   written_.reset();
   entry_.reset();
   data_ = part.data;
   if (part.entry) entry_.emplace(package_->file(), *part.entry);
+  // A part that was created and never written to is empty.
   if (!data_) return;
   package_->checkIsComplete(*data_, part_);
   written_.emplace(*data_);
@@ -42,6 +44,7 @@ void InputStream::restart() {
 std::size_t InputStream::read(void* into, std::size_t count) {
   package_->checkIsOpen();
   std::size_t got = 0;
+  // At most one of the two is there; at the end neither is.
   if (entry_) got = entry_->read(into, count);
   if (written_) got = written_->read(into, count);
   package_->countInflated(got);

@@ -36,6 +36,7 @@ class InputStream {
  private:
   std::shared_ptr<OpenPackage> package_;
   model::PartName part_;
+  // One of the two readers, or neither at the end and for a part without data.
   std::optional<zip::EntryReader> entry_;
   std::shared_ptr<zip::Spool> data_;  // outlives its reader
   std::optional<zip::Spool::Reader> written_;

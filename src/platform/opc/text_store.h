@@ -6,10 +6,11 @@
 
 namespace opc {
 
-/// Many short texts in one piece of memory, instead of an allocation for each. Can be copied; texts are never
-/// removed.
+/// Many short texts in one piece of memory, instead of an allocation for each: a package may have a hundred
+/// thousand names. Can be copied; texts are never removed.
 class TextStore {
  public:
+  /// Where a text lies: bytes from the start of the store. Stays right when texts are added.
   struct Location {
     std::size_t begin = 0, size = 0;
   };

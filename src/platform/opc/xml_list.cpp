@@ -25,10 +25,11 @@ ListText::ListText(std::string_view document, std::string_view root, Span end)
       tail_(document.substr(end.begin)),
       prefix_(root.substr(0, root.find(':') + 1)) {
   if (end.begin == end.end) {
+    // The only tag of an empty root becomes a start tag and an end tag, between which elements can stand.
     text_.replace(text_.size() - 2, 2, ">");  // "/>"
     tail_.insert(0, std::string("</").append(root).append(">"));
   }
-  // A document without a declaration is UTF-8.
+  // What is written is UTF-8, and a document that declares nothing is read as that.
   replace(declaredUtf16(text_), "");
 }
 
@@ -38,6 +39,7 @@ ListText ListText::empty(std::string_view root, std::string_view space) {
 }
 
 Span ListText::append(std::string_view element) {
+  // At the end, so that the pieces that were handed out before stay right.
   text_.append(element);
   return {text_.size() - element.size(), text_.size()};
 }
@@ -50,6 +52,7 @@ void ListText::cut(Span element) {
 }
 
 std::string ListText::toBytes() const {
+  // Edits refer to the text as it was read, so they are applied only here, front to back.
   auto edits = edits_;
   std::ranges::sort(edits, {}, [](const auto& edit) { return edit.first.begin; });
   std::string bytes;
@@ -73,7 +76,9 @@ void ListReader::start(const Name& name, const Attributes& attributes, Span tag)
     skippedFrom_ = depth_;
     return;
   }
+  // Items are empty: an element inside one would be lost on whoever reads the list.
   if (depth_ != 2) refuseElement(name);
+  // An item ends where its end tag does, which is reported later.
   itemBegin_ = tag.begin;
   readItem(name, attributes);
 }
@@ -84,6 +89,7 @@ void ListReader::end(Span tag) {
     if (depth == skippedFrom_) skippedFrom_ = 0;
     return;
   }
+  // Only the root and its items come this far.
   if (depth == 2) return endItem({itemBegin_, tag.end});
   endRoot(ListText(document_, root_, tag));
 }

@@ -32,6 +32,7 @@ class ListText {
   /// What is cut or replaced must not overlap.
   void replace(Span piece, std::string text) { edits_.emplace_back(piece, std::move(text)); }
 
+  /// The document as it is now, in UTF-8.
   std::string toBytes() const;
 
  private:

@@ -23,6 +23,8 @@ constexpr std::size_t kPieceBytes = std::size_t{64} << 20;
 
 using Parser = std::unique_ptr<XML_ParserStruct, foundation::core::except::FreeWith<XML_ParserFree>>;
 
+/// Takes apart what the parser hands out: a local name, or namespace and local name, or these and the
+/// prefix.
 Name split(const char* joined) {
   const std::string_view text(joined);
   const std::size_t first = text.find(kSeparator);
@@ -40,6 +42,7 @@ bool isNamed(const char* joined, std::string_view local, std::string_view space)
   return std::strncmp(joined, local.data(), local.size()) == 0 && joined[local.size()] == '\0';
 }
 
+/// The two that the conventions allow (ECMA-376 part 2), the second in both byte orders.
 enum class Encoding { Utf8, Utf16LittleEndian, Utf16BigEndian };
 
 /// By the byte-order mark, or by where the zero byte of the first character stands.
@@ -51,7 +54,8 @@ Encoding encodingOf(std::string_view bytes) {
   return Encoding::Utf8;
 }
 
-/// UTF-16 bytes as UTF-8, without the byte-order mark.
+/// UTF-16 bytes as UTF-8, without the byte-order mark. The parser could read UTF-16 itself, but would then
+/// count bytes of another text than the one that the handler was given.
 std::string transcode(std::string_view bytes, Encoding encoding, const Location& location) {
   const std::size_t low = encoding == Encoding::Utf16LittleEndian ? 0 : 1;
   std::u16string text(bytes.size() / 2, u'\0');
@@ -78,6 +82,7 @@ class Reading {
     parser_.reset(XML_ParserCreateNS("UTF-8", kSeparator));
     if (!parser_) throw std::bad_alloc();
     XML_SetUserData(parser_.get(), this);
+    // With prefixes, because what is added to a document is spelled as the rest of it.
     XML_SetReturnNSTriplet(parser_.get(), XML_TRUE);
     XML_SetXmlDeclHandler(parser_.get(), onXmlDeclaration);
     XML_SetStartDoctypeDeclHandler(parser_.get(), onDoctype);
@@ -87,6 +92,7 @@ class Reading {
   }
 
   void read(std::string_view bytes) {
+    // An empty document goes to the parser too, which then says what is missing.
     bool isLast = false;
     while (!isLast) {
       const std::string_view piece = bytes.substr(0, kPieceBytes);
@@ -94,6 +100,7 @@ class Reading {
       isLast = bytes.empty();
       const XML_Status status = XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()),
                                           isLast ? XML_TRUE : XML_FALSE);
+      // First, since the parser that was stopped reports an error of its own.
       if (raised_) std::rethrow_exception(raised_);
       if (status != XML_STATUS_OK) refuseMalformed();
     }
@@ -102,6 +109,7 @@ class Reading {
  private:
   [[noreturn]] void refuseMalformed() const {
     const XML_Error error = XML_GetErrorCode(parser_.get());
+    // Not the document's fault.
     if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
     refuse("opc:xml:Malformed", location_.package, location_.part, XML_GetCurrentLineNumber(parser_.get()),
            XML_ErrorString(error));
@@ -113,6 +121,7 @@ class Reading {
     return {begin, begin + static_cast<std::size_t>(XML_GetCurrentByteCount(parser_.get()))};
   }
 
+  /// Does what a callback is for. No exception may pass through the parser, which is written in C.
   template <class Work>
   static void guard(void* self, Work work) noexcept {
     auto& reading = *static_cast<Reading*>(self);
@@ -131,6 +140,7 @@ class Reading {
       if (encoding != nullptr) reading.checkDeclared(encoding);
     });
   }
+  /// Entities are declared there, and a few of them can make gigabytes of a small document.
   static void onDoctype(void* self, const char*, const char*, const char*, int) {
     guard(self, [](Reading& reading) {
       refuse("opc:xml:DocumentTypeDeclaration", reading.location_.package, reading.location_.part);
@@ -143,6 +153,7 @@ class Reading {
   }
   static void onStart(void* self, const char* name, const char** attributes) {
     guard(self, [=](Reading& reading) {
+      // The parser keeps something for every open element.
       if (++reading.depth_ > reading.depthLimit_) {
         refuse("opc:xml:TooDeep", reading.location_.package, reading.location_.part, reading.depthLimit_);
       }
@@ -160,6 +171,7 @@ class Reading {
   }
 
   void checkDeclared(std::string_view declared) const {
+    // Names of encodings have no letter case (XML 1.0, 4.3.3).
     const std::string name = percent::toLower(declared);
     const bool isUtf8 = encoding_ == Encoding::Utf8;
     const char* exact = encoding_ == Encoding::Utf16LittleEndian ? "utf-16le" : "utf-16be";
@@ -196,6 +208,7 @@ void read(std::string_view bytes, const Location& location, int depthLimit, Hand
     narrow = transcode(bytes, encoding, location);
     bytes = narrow;
   }
+  // Spans count in these bytes.
   handler.begin(bytes);
   Reading(location, depthLimit, encoding, handler).read(bytes);
 }

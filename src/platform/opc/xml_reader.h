@@ -13,6 +13,7 @@ struct Location {
   std::string_view package, part;
 };
 
+/// What the prefix "xml" stands for in every document, declared or not.
 inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 
 /// A name with its namespace resolved. Valid during the call that hands it out, like every text below.
@@ -40,7 +41,8 @@ class Attributes {
   const char** pairs_;
 };
 
-/// A piece of a document's text, from one byte to before another.
+/// A piece of a document's text, from one byte to before another; in UTF-8, also where the document was
+/// UTF-16.
 struct Span {
   std::size_t begin = 0, end = 0;
 };
@@ -53,6 +55,7 @@ class Handler {
   virtual void begin(std::string_view document);
   /// Comes before the element that carries the declaration.
   virtual void declare(std::string_view prefix, std::string_view space);
+  /// For an element that is written as one empty tag, the tag is all of it.
   virtual void start(const Name& name, const Attributes& attributes, Span tag) = 0;
   /// The tag of an element that is written as one empty tag is the empty piece behind that.
   virtual void end(Span tag) = 0;

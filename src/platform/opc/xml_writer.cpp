@@ -12,6 +12,8 @@ namespace {
 
 enum class Inside { Text, Attribute };
 
+// What a reader would not get back as it was: markup, line ends, which XML normalises (XML 1.0, 2.11), and
+// white space in attributes (3.3.3).
 constexpr struct {
   char character;
   std::string_view reference;
@@ -22,6 +24,7 @@ constexpr struct {
 };
 
 void append(std::string& document, std::string_view text, Inside inside) {
+  // Byte by byte: what is written otherwise is ASCII, which is no part of a longer UTF-8 character.
   for (const char character : text) {
     const auto found =
         std::ranges::find(kReferences, character, [](const auto& row) { return row.character; });
@@ -31,11 +34,14 @@ void append(std::string& document, std::string_view text, Inside inside) {
   }
 }
 
+/// What XML 1.0 has no way to write, not even as a reference (production 2). Surrogates have been checked
+/// before.
 bool isUnwritable(char16_t unit) {
   const bool isControl = unit < 0x20 && unit != u'\t' && unit != u'\n' && unit != u'\r';
   return isControl || unit >= 0xFFFE;
 }
 
+/// The usual name of a character, such as "U+0007".
 std::string codeOf(char16_t unit) {
   char code[8];
   std::snprintf(code, sizeof code, "U+%04X", unsigned{unit});

@@ -12,6 +12,7 @@ namespace opc::xml {
 inline constexpr std::string_view kDeclaration =
     "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n";
 
+/// Name, prefix included, and value, as readers are to get it.
 using WrittenAttribute = std::pair<std::string_view, std::string_view>;
 
 /// One element in UTF-8, `<name a="b">text</name>`, or `<name a="b"/>` without a text. Names are given as
@@ -25,7 +26,8 @@ inline std::string writeElement(std::string_view name, std::initializer_list<Wri
   return writeElement(name, std::span(attributes.begin(), attributes.size()), text);
 }
 
-/// A text as it stands between the tags of an element.
+/// A text as it stands between the tags of an element, with references where a reader would take it for
+/// markup.
 std::string writeText(std::string_view text);
 
 /// UTF-16 as UTF-8 for a document. Raises opc::Exception, naming the package, for what XML 1.0 cannot carry:

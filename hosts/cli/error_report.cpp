@@ -26,6 +26,8 @@ using foundation::core::except::IUserException;
 /// to the caller.
 except_with_causes describe(const std::u16string& path) {
   const auto unexpected = [&](std::string_view reason) {
+    // The catalog's text ends the sentence; some libraries' messages are sentences already.
+    if (reason.ends_with('.')) reason.remove_suffix(1);
     return except_with_causes("tavlox:cli:UnexpectedFailure", {path, fl::i18n::to_ustring_lossy(reason)});
   };
   try {

@@ -71,15 +71,17 @@ class DamagedSessions(ProgramTest):
         self.record()
         entries = self.parts()
         broken = [
-            ("info", "session/compression.json", "tavlox:cli:UnexpectedFailure", "JSON"),
-            ("info", "session/runs.json", "simulation_data_repository:sdr:InvalidSessionData", "run list"),
-            ("signals", "session/signals/2.json", "simulation_data_repository:sdr:InvalidSessionData", "signals"),
+            ("info", "session/compression.json", b"{", "tavlox:cli:UnexpectedFailure", "JSON"),
+            ("compression", "session/compression.json", b"{}", "tavlox:cli:UnexpectedFailure", "empty value. The"),
+            ("info", "session/runs.json", b"[", "simulation_data_repository:sdr:InvalidSessionData", "run list"),
+            ("signals", "session/signals/2.json", b"[", "simulation_data_repository:sdr:InvalidSessionData", "signals"),
         ]
-        for command, part, identifier, reason in broken:
-            self.write_package("s.tavlox", {**entries, part: entries[part][:-20]})
+        for command, part, data, identifier, reason in broken:
+            self.write_package("s.tavlox", {**entries, part: data})
             error = self.error_of(command, "s.tavlox")
             self.assertEqual(error["identifier"], identifier)
             self.assertIn(reason, error["message"])
+            self.assertNotIn("..", error["message"])
 
 
 class WrongCommandLines(ProgramTest):

@@ -179,6 +179,19 @@ class Get(UserFiles):
         modes = [(self.folder / "out/user" / name).stat().st_mode & 0o777 for name in ("a.txt", "sub", "sub/a.txt")]
         self.assertEqual(modes, [0o640, 0o755, 0o644])
 
+    def test_entries_without_a_part_are_named_and_the_others_extracted(self):
+        entries = self.parts()
+        missing = {name: entries.pop(name) for name in ("user/sub/a.txt", "session/runs.json")}
+        self.write_package("s.tavlox", entries)
+        output, errors = self.run_program("get", "--json", "s.tavlox", "/", "-o", "out", exit_code=1)
+        named = [json.loads(line)["error"] for line in errors.splitlines()]
+        self.assertEqual({(error["identifier"], *error["arguments"]) for error in named},
+                         {("opc:part:NotFound", "s.tavlox", "/" + name) for name in missing})
+        self.assertEqual(len(named), len(missing))
+        written = [path.relative_to(self.folder / "out") for path in map(Path, json.loads(output)["Written"])]
+        self.assertEqual({str(path): (self.folder / "out" / path).read_bytes() for path in written},
+                         {name: data for name, data in entries.items() if name.startswith(("session/", "user/", "docProps/"))})
+
     def test_an_interrupt_leaves_nothing(self):
         with open(self.folder / "large", "wb") as file:
             file.truncate(1 << 30)

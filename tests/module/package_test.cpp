@@ -73,13 +73,17 @@ TEST_F(OpenFileCache, AChangeThatCannotBeSavedIsReportedUnlessAnErrorIsInFlight)
             "the first error");
 }
 
-// The member is passed on as it is, or the JSON library's own error is raised.
+// The member is passed on as it is, or the JSON library's own error is raised. Only blanks make the last one
+// too large: without the limit it is read.
 TEST(CompressionRecord, IsOneMemberOfIt) {
-  const std::pair<const char*, const char*> kRecords[] = {
+  const std::string blanks(1 << 20, ' ');
+  const std::pair<std::string, const char*> kRecords[] = {
       {R"({"CompressionType": "größer ½", "other": [1, {}]})", "größer ½"},
       {R"({"CompressionType": 3})", "3"},
       {R"({"compressionType": "deflate"})", "Invalid access"},
       {R"({"CompressionType": )", "JSON Exception"},
+      {R"({"CompressionType": "deflate"})" + blanks,
+       "simulation_data_repository:sdr:RecordTooLarge(compression record, 1 MiB)"},
   };
   const support::SessionFixture sessions;
   for (const auto& [json, expected] : kRecords) {

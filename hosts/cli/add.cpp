@@ -1,3 +1,9 @@
+// Storing files of people's own. The module's addFile takes one file, or a folder of which it stores the
+// files that lie directly in it, and saves the package once. It passes over what is neither a file nor a
+// link, and stops at the first file that it cannot read. People expect otherwise: what is wrong with any path
+// is to be known before anything is stored, and one bad file must not keep the others out. So each path is
+// first turned into an Addition, the list of files that will be stored and of those that cannot be, and then
+// stored by one call of addFile.
 #include <filesystem>
 #include <fstream>
 
@@ -26,12 +32,14 @@ struct Addition {
   std::u16string diskPath;
   Texts files;                               ///< that can be read
   std::vector<except_with_causes> failures;  ///< of those that cannot, one each
-  bool isFolder = false;
+  bool isFolder = false;                     ///< or a link to one; of a folder a part may be stored
 };
 
-/// Opened as the module will open it: only that tells for certain.
+/// Adds the file to those that can be read or to the failures. It is opened as the module will open it:
+/// access rights alone do not tell whether that works.
 void addIfReadable(const std::u16string& file, Addition& addition) {
   try {
+    // A link that leads nowhere gets the same identifier as any other missing file.
     if (!fs::exists(file)) raise("tavlox:general:FileNotFound", file);
     static_cast<void>(fs::open_for_reading(file));
     addition.files.push_back(file);
@@ -52,13 +60,18 @@ void addFilesIn(const std::u16string& folder, Addition& addition) {
       if (entry->type == fs::FileType::Regular || entry->type == fs::FileType::SymbolicLink)
         addIfReadable(entry->path, addition);
     } catch (const fs::Error& failure) {
+      // The iterator goes on behind a name that is not UTF-8. No other failure can be passed over: there
+      // would be no end to it.
       if (failure.GetID() != "fl:filesystem:EntryNotUtf8") throw;
       addition.failures.push_back(failure);
     }
   }
+  // The module would report success. Most often the wrong folder was given, or only its subfolders hold
+  // files.
   if (addition.files.empty() && addition.failures.empty()) raise("tavlox:cli:NoFilesInFolder", folder);
 }
 
+/// Whether the name itself is a symbolic link, wherever it leads; fs::status follows links.
 bool isLink(const std::u16string& path) {
   std::error_code unknown;
   return std::filesystem::is_symlink(std::filesystem::path(fl::i18n::to_string(path)), unknown);
@@ -71,6 +84,7 @@ Addition additionOf(const std::u16string& path) {
   // A link that leads nowhere is a file that cannot be read; any other name that is missing is a mistake.
   const bool exists = fs::exists(path);
   if (!exists && !isLink(path)) raise("tavlox:general:FileNotFound", path);
+  // Followed if it is a link: a link to a folder is stored as the folder.
   switch (exists ? fs::status(path).type : fs::FileType::Regular) {
     case fs::FileType::Regular:
       addIfReadable(path, addition);
@@ -85,6 +99,7 @@ Addition additionOf(const std::u16string& path) {
 
 /// Calls the module, which saves the package once for the whole path.
 void store(const zobs::COSInterfacePointer& file, const Request& request, const std::u16string& diskPath) {
+  // Options are given to addFile as pairs of a name and a value, behind the path.
   std::vector<zobs::Value> inputs{diskPath};
   const auto addOption = [&](const char16_t* name, std::u16string value) {
     inputs.insert(inputs.end(), {std::u16string(name), std::move(value)});
@@ -99,19 +114,24 @@ void store(const zobs::COSInterfacePointer& file, const Request& request, const 
 void storeFiles(const zobs::COSInterfacePointer& file, const Request& request, const Addition& addition) {
   if (addition.files.empty()) return;
   if (addition.failures.empty()) return store(file, request, addition.diskPath);
+  // Links and not copies: they take no space, and the module follows them and names each entry after its
+  // link.
   const TemporaryFolder links(fs::temp_directory_path());
   for (const std::u16string& path : addition.files) {
+    // The target is absolute: a relative one would be looked for beside the link.
     const std::u16string link = fs::concatenate(links.path(), fs::extract_filename(path));
     std::filesystem::create_symlink(fl::i18n::to_string(fs::absolute(path)), fl::i18n::to_string(link));
   }
   try {
     store(file, request, links.path());
   } catch (const except_with_causes& failure) {
+    // The folder of links is gone when this is read.
     throw links.inTermsOf(addition.diskPath, failure);
   }
 }
 
-/// What was stored although a later path failed.
+/// What was stored although a later path failed, as the hint of that failure: every path is a save of its
+/// own, and those made are not taken back. Empty if nothing was.
 std::u16string storedBeforeHint(std::size_t paths, const Addition& failed) {
   std::string hint;
   if (paths == 1) hint = "the path before it is stored";
@@ -125,29 +145,35 @@ std::u16string storedBeforeHint(std::size_t paths, const Addition& failed) {
 
 ExitCode runAdd(const Request& request) {
   const std::u16string& path = request.one("FILE");
+  // Opened first: where the package cannot be read, that is the error to tell, whatever is wrong with the
+  // paths.
   const zobs::COSInterfacePointer file = openFile(request, path);
   const std::u16string asked = request.oneOr("--path", u"");
   const std::u16string folder = asked.empty() ? std::u16string(kUserFolder) : asked;
-  // Every path is looked at before anything is stored.
+  // Every path is looked at before anything is stored: a misspelt one must not leave half of the work done.
   std::vector<Addition> additions;
   for (const std::u16string& diskPath : request.all("PATH")) additions.push_back(additionOf(diskPath));
   Texts stored;  // full paths; listings do not tell an entry that was replaced from one that was left
   std::size_t storedPaths = 0;
   ExitCode result = ExitCode::Done;
   for (const Addition& addition : additions) {
+    // Told one by one, before the save: each names a file that will be missing in the package.
     for (const except_with_causes& failure : addition.failures) tellError(request.format, failure);
     if (!addition.failures.empty()) result = ExitCode::Failed;
     try {
       storeFiles(file, request, addition);
     } catch (const std::exception&) {
       report(request.format, path, storedBeforeHint(storedPaths, addition));
+      // The paths behind it are not tried, so that the hint says exactly what is in the package.
       result = ExitCode::Failed;
       break;
     }
+    // A path of which no file could be read was passed over without a save.
     if (!addition.files.empty()) ++storedPaths;
     for (const std::u16string& name : addition.files)
       stored.push_back(fs::concatenate(folder, fs::extract_filename(name)));
   }
+  // Also after a failure, so that a script learns what is in the package now.
   if (!stored.empty()) printPaths(request, "Added", stored);
   return result;
 }

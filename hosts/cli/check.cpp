@@ -1,3 +1,6 @@
+// Looking for damage. The findings come from platform/recovery, which reads the package itself: the module is
+// not loaded, because the packages that matter here are those that it refuses to open. Damage is an answer,
+// not a failure of the command, and has an exit code of its own.
 #include <algorithm>
 
 #include "hosts/cli/command.h"
@@ -18,12 +21,16 @@ struct Answer {
   bool isSound() const { return !hasErrors(findings); }
 };
 
+/// One file: a single line if there is nothing to say, else the findings. Their table does not name the file,
+/// so among several files a line above it does.
 void printText(const Answer& answer, bool isOneOfSeveral) {
   if (answer.findings.empty()) return print(singleLine(answer.path) + ": sound\n");
   if (isOneOfSeveral) print(singleLine(answer.path) + (answer.isSound() ? ": sound\n" : ": damaged\n"));
   printFindings(answer.findings, "error");
 }
 
+/// An object for one file and a list for several, whether or not all could be read: programs that read it
+/// need to know the shape beforehand. Nothing if the only file could not be read; the error was told.
 void printJson(const std::vector<Answer>& answers, std::size_t asked) {
   if (answers.empty() && asked == 1) return;
   fl::i18n::JsonWriter json;
@@ -44,6 +51,8 @@ ExitCode runCheck(const Request& request) {
   for (const std::u16string& path : paths) {
     try {
       answers.push_back({path, recovery::inspect(path)});
+      // Text is printed file by file, since reading a large package takes long. JSON is one document at the
+      // end.
       if (request.format == OutputFormat::Text) printText(answers.back(), paths.size() > 1);
     } catch (const std::exception&) {
       // The other files are still checked.
@@ -51,6 +60,7 @@ ExitCode runCheck(const Request& request) {
     }
   }
   if (request.format == OutputFormat::Json) printJson(answers, paths.size());
+  // A file that could not be checked weighs more than damage in others: nothing is known of it.
   if (answers.size() != paths.size()) return ExitCode::Failed;
   return std::ranges::all_of(answers, &Answer::isSound) ? ExitCode::Done : ExitCode::Found;
 }

@@ -1,25 +1,33 @@
+// The table of all commands, and the help that is put together from their records. Nothing in the help is
+// written twice: the usage line, the parameters and the list of commands come from the same records that the
+// parser is set up with, so they cannot contradict what is accepted.
 #include "hosts/cli/command.h"
 
 #include <fmt/format.h>
 
 namespace tavlox::cli {
 
+// Each is defined in the file of its name. They are declared here, not in a header: only this table needs
+// them.
 extern const Command kAdd, kCheck, kCompression, kDelete, kDescribe, kGet, kInfo, kList, kRecord, kRecover,
     kRuns, kSignals;
 
 namespace {
 
+// In the order of the help: making and reading sessions, people's own files, damaged packages.
 const Command* const kCommands[] = {
     &kRecord, &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe,
     &kList,   &kAdd,  &kGet,  &kDelete,  &kCheck,       &kRecover,
 };
 
+// These stand before or behind the command's name.
 constexpr Parameter kCommon[] = {
     {"--json", Takes::Flag, "Write JSON: results on standard output, errors on standard error"},
     {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program",
      "PATH"},
 };
 
+// Shown first: most people look for a line to copy.
 constexpr std::string_view kGeneralExamples = R"help(Examples:
   tavlox record filter.tavlox nominal.csv hot.csv   make a session of two result tables
   tavlox info filter.tavlox                         show what is in it
@@ -31,6 +39,7 @@ constexpr std::string_view kGeneralExamples = R"help(Examples:
   tavlox info --json *.tavlox                       the same as info, for other programs
 )help";
 
+// What programs that read the output may rely on.
 constexpr std::string_view kOutputRules = R"(Output:
   Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
   tab-separated, without headings, everywhere else. Backslashes, tabs, line ends and control characters in
@@ -54,6 +63,7 @@ std::string placeholder(const Parameter& parameter) {
   }
 }
 
+/// The line that begins with "Usage:", what may be left out in square brackets.
 std::string usage(const Command& command) {
   std::string line = fmt::format("Usage: tavlox {}", command.name);
   for (const Parameter& parameter : command.parameters) {
@@ -64,6 +74,7 @@ std::string usage(const Command& command) {
   return line + " [--json] [--module PATH]\n";
 }
 
+/// A line of a list in the help. The column fits the longest term there is.
 void appendLine(std::string& help, std::string_view term, std::string_view meaning) {
   help += fmt::format("  {:<20} {}\n", term, meaning);
 }
@@ -75,6 +86,7 @@ void appendParameters(std::string& help, std::span<const Parameter> parameters) 
 }  // namespace
 
 const std::vector<std::u16string>& Request::all(std::string_view parameter) const {
+  // Returned by reference, so it has to outlive the call.
   static const std::vector<std::u16string> none;
   const auto found = values.find(parameter);
   return found == values.end() ? none : found->second;

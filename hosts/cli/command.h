@@ -11,9 +11,11 @@
 /// line is parsed.
 namespace tavlox::cli {
 
-/// Found: done, and something was found that is not as it should be.
+/// What the program ends with; scripts rely on the numbers. Found: done, and something was found that is not
+/// as it should be, which a script must be able to tell from a command that failed.
 enum class ExitCode { Done = 0, Failed = 1, WrongCommandLine = 2, Found = 3 };
 
+/// How results and errors are written: for people, or as JSON for programs.
 enum class OutputFormat { Text, Json };
 
 /// What a parameter takes from the command line.
@@ -26,6 +28,7 @@ enum class Takes {
   Value       ///< an option with a value behind it
 };
 
+/// A word or an option of a command's line, and what the help says of it. The same record sets up the parser.
 struct Parameter {
   std::string_view name;  ///< "FILE", "--force"
   Takes takes;
@@ -37,25 +40,31 @@ struct Parameter {
 /// What was asked for: a command, and the values given for its parameters.
 struct Request {
   OutputFormat format = OutputFormat::Text;
-  std::u16string modulePath;
+  std::u16string modulePath;                                               ///< of the shared library to load
   std::map<std::string, std::vector<std::u16string>, std::less<>> values;  ///< by the parameter's name
 
+  /// Whether it stood on the command line; defaults do not count.
   bool has(std::string_view parameter) const { return values.find(parameter) != values.end(); }
   /// None for a parameter that was not given.
   const std::vector<std::u16string>& all(std::string_view parameter) const;
+  /// The value of a parameter that must have been given: one that the parser requires, or that `has` knows.
   const std::u16string& one(std::string_view parameter) const { return all(parameter).front(); }
+  /// The value, or `otherwise` for a parameter that was not given.
   std::u16string oneOr(std::string_view parameter, std::u16string_view otherwise) const {
     return has(parameter) ? one(parameter) : std::u16string(otherwise);
   }
 };
 
+/// A command of the program. `run` does the work, prints the results and gives the exit code; whatever it
+/// raises is reported by `main`, with exit code 1. `check`, if there is one, is called before it and before
+/// the module is loaded; what it raises is a mistake in the command line, with exit code 2.
 struct Command {
   std::string_view name;
   std::string_view summary;   ///< one line, for the list of commands
   std::string_view examples;  ///< whole lines
   std::string_view details;   ///< whole lines, may be empty
   std::vector<Parameter> parameters;
-  ExitCode (*run)(const Request&);
+  ExitCode (*run)(const Request&);          ///< never null
   void (*check)(const Request&) = nullptr;  ///< raises for values that no file could make right
 };
 

@@ -9,7 +9,10 @@ namespace {
 
 ExitCode runCompression(const Request& request) {
   const std::u16string& path = request.one("FILE");
+  // Asked of the function, not of a file object: the object's property of this name reads the properties
+  // together, run and signal counts included.
   const zobs::Value compression = callFunction(request, "getCompression", {path});
+  // The text alone, without a heading, so that a script can take it as it is.
   if (request.format == OutputFormat::Text) {
     print(singleLine(cellText(compression)) + "\n");
     return ExitCode::Done;

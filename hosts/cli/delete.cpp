@@ -1,3 +1,6 @@
+// Removing entries. The module's deleteFile asks nobody: it removes whatever the search selects, the parts of
+// the session too, and returns nothing of what it did. So the command lists the entries beforehand, refuses
+// to touch anything outside /user unless it is forced, and lists them again afterwards to say what is gone.
 #include <algorithm>
 #include <functional>
 #include <set>
@@ -19,6 +22,7 @@ using Texts = std::vector<std::u16string>;
 
 bool isOutsideUserFolder(const std::u16string& entry) { return !entry.starts_with(kUserFolder); }
 
+/// Whether the search is a bare name, not a path of the package. "~" counts as the module counts it.
 bool isByName(const Request& request) {
   return !fl::filesystem::is_absolute_path_when_expanded(request.one("ENTRY"));
 }
@@ -33,12 +37,15 @@ Texts found(const zobs::COSInterfacePointer& file, const Request& request) {
   } catch (const std::exception&) {
     return {search};
   }
+  // The module leaves them alone too: a bare name lists in all folders, but deletes below /user only.
   if (isByName(request)) std::erase_if(entries, isOutsideUserFolder);
   return entries;
 }
 
+/// Raises tavlox:cli:NotAUserFile for a path that selects anything outside /user. A bare name cannot.
 void refuseOutsideUserFolder(Texts entries, const Request& request) {
   if (isByName(request) || request.has("--force")) return;
+  // Left are those that would be lost; the message names them.
   std::erase_if(entries, std::not_fn(isOutsideUserFolder));
   if (entries.empty()) return;
   foundation::core::except::raise("tavlox:cli:NotAUserFile", request.one("FILE"), namesInMessage(entries));
@@ -51,7 +58,10 @@ Texts sessionPartsAmong(const Texts& entries, const std::u16string& path) {
   package.open(opc::interfaces::OpenMode::Read);
   Texts parts;
   for (const std::u16string& entry : std::set(entries.begin(), entries.end())) {
+    // The module does not tell relationship types, so the package is read itself.
     const auto links = package.getRelationshipsByTarget(opc::model::URI(entry));
+    // A user file's own relationship is the usual one; any other shows that the session needs the part. An
+    // external target lies outside the package.
     const bool isNeeded = std::ranges::any_of(links, [](const opc::model::Relationship& link) {
       return link.getTargetMode() != opc::model::TargetMode::External && link.getType() != kUserFileType;
     });
@@ -82,6 +92,8 @@ ExitCode runDelete(const Request& request) {
   const zobs::COSInterfacePointer file = openFile(request, path);
   const Texts before = found(file, request);
   refuseOutsideUserFolder(before, request);
+  // Looked up before the save: afterwards no relationship leads there any more. Told after it: only then it
+  // is so.
   const Texts lost = request.has("--force") ? sessionPartsAmong(before, path) : Texts();
   save(request, path, [&] { call(file, "deleteFile", {search}); });
   if (!lost.empty()) warn(request.format, "tavlox:cli:SessionPartsRemoved", path, namesInMessage(lost));

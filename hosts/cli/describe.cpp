@@ -10,6 +10,7 @@ ExitCode runDescribe(const Request& request) {
   const std::u16string &path = request.one("FILE"), &text = request.one("TEXT");
   const zobs::COSInterfacePointer file = openFile(request, path);
   save(request, path, [&] { call(file, "setFileDescription", {text}); });
+  // People are told nothing: the text is the one they gave. Programs get the object that every command gives.
   if (request.format == OutputFormat::Json)
     print(beginAnswer(path).member("Description").value(text).endObject());
   return ExitCode::Done;

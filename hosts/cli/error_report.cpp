@@ -1,3 +1,7 @@
+// How a failure becomes a message. `describe` turns whatever was thrown, here or in a library, into an error
+// with an identifier; `addCauses` looks for the reasons that the module keeps to itself; `asText` and
+// `asJson` write the result. All of it runs in handlers of last resort, perhaps without memory, so `report`
+// lets nothing out.
 #include "hosts/cli/error_report.h"
 
 #include <algorithm>
@@ -34,6 +38,8 @@ except_with_causes describe(const std::u16string& path) {
     throw;
   } catch (const except_with_causes& error) {
     return error;
+    // Behind the class derived from it. What arrives here is a collection, which answers with its first
+    // error.
   } catch (const IUserException& error) {
     return except_with_causes(error.GetID(), error.GetArguments());
   } catch (const fl::i18n::ConversionError& error) {
@@ -51,6 +57,8 @@ except_with_causes describe(const std::u16string& path) {
 /// Adds the rule of the package format that the file breaks, if it breaks one.
 void addBrokenRule(except_with_causes& error, const std::u16string& path) {
   try {
+    // Opening applies the same rules again. If the file was replaced by a sound one meanwhile, there is no
+    // cause.
     opc::model::Package package(path);
     package.open(opc::interfaces::OpenMode::Read);
   } catch (const opc::Exception& broken) {
@@ -60,8 +68,11 @@ void addBrokenRule(except_with_causes& error, const std::u16string& path) {
 
 /// The module's errors name the file alone, so the package library is asked for the reason.
 void addCauses(except_with_causes& error) {
+  // The first argument of either error is the path. The module leaves it empty where it is not
+  // the file's fault, as for an unknown run.
   if (error.GetArguments().empty() || error.GetArguments().front().empty()) return;
   if (error.GetID() == "tavlox:general:UnableToReadFile") addBrokenRule(error, error.GetArguments().front());
+  // The module's host interface has no causes for a failed save, but the package library remembers its own.
   const auto& failedSave = opc::model::lastFailedSave();
   if (error.GetID() == "tavlox_io:general:UnableToClosePackage" && failedSave) error.addCause(*failedSave);
 }
@@ -70,16 +81,20 @@ void addCauses(except_with_causes& error) {
 std::u16string hintAtHome(const except_with_causes& error) {
   if (error.GetArguments().empty()) return {};
   const std::u16string& path = error.GetArguments().front();
+  // "~user" is not looked at: no search knows it.
   if (path != u"~" && !path.starts_with(u"~/")) return {};
   return u"\"~\" is a name like any other here; the path tried is " + fs::absolute(path);
 }
 
 /// The catalog's text on one line that cannot drive a terminal, and the identifier.
 std::string shown(const IUserException& error) {
+  // Lossy: the message may quote bytes of a damaged file. A message is never refused for what it holds.
   const std::u16string message = fl::i18n::to_ustring_lossy(error.GetMessageTxt());
   return fmt::format("{} [{}]\n", singleLine(message, Backslashes::Kept), error.GetID());
 }
 
+/// A line for each cause, in order, a cause's own causes behind it. The lines do not show who caused whom;
+/// JSON does.
 void appendCauses(std::string& text, const except_with_causes& error) {
   for (const except_with_causes& cause : error.causes()) {
     text += "  because: " + shown(cause);
@@ -87,6 +102,7 @@ void appendCauses(std::string& text, const except_with_causes& error) {
   }
 }
 
+/// The lines for people, the last one ended. `kind` is "error" or "warning".
 std::string asText(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
   std::string text = fmt::format("tavlox: {}: {}", kind, shown(error));
   appendCauses(text, error);
@@ -94,6 +110,8 @@ std::string asText(std::string_view kind, const except_with_causes& error, const
   return text;
 }
 
+/// The members "identifier", "arguments", "message", and "causes" and "hint" where there are any. Causes are
+/// objects of the same form, to any depth.
 void writeError(JsonWriter& json, const except_with_causes& error, const std::u16string& hint) {
   json.beginObject().member("identifier").value(error.GetID());
   json.member("arguments").beginArray();
@@ -108,6 +126,7 @@ void writeError(JsonWriter& json, const except_with_causes& error, const std::u1
   json.endObject();
 }
 
+/// One line, so that programs can take errors as they come, one object each.
 std::string asJson(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
   JsonWriter json;
   json.beginObject().member(kind);
@@ -118,6 +137,7 @@ std::string asJson(std::string_view kind, const except_with_causes& error, const
 
 void tell(OutputFormat format, std::string_view kind, const except_with_causes& error,
           const std::u16string& hint) {
+  // Where progress is shown it stands in the line that the message is to take.
   eraseProgress();
   printError(format == OutputFormat::Json ? asJson(kind, error, hint) : asText(kind, error, hint));
 }
@@ -151,6 +171,7 @@ void tellWarning(OutputFormat format, const except_with_causes& warning) {
 }
 
 std::u16string namesInMessage(const std::vector<std::u16string>& names) {
+  // With more of them the remedy at the end of the message would be hard to find.
   constexpr std::size_t kMostNamed = 5;
   std::u16string text = names.front();
   for (std::size_t i = 1; i < std::min(names.size(), kMostNamed); ++i) text += u", " + names[i];

@@ -26,6 +26,7 @@ bool hasErrors(const recovery::Findings& findings) {
 }
 
 void printFindings(const recovery::Findings& findings, std::string_view error) {
+  // Messages are made row by row: the findings of a badly damaged package may be very many.
   print(Table{{"", "Item", "Byte", "Finding", "Rule"}, findings.size(), [&](std::size_t i) {
                 const Finding& finding = findings[i];
                 const std::string offset = finding.offset ? fmt::format("{}", *finding.offset) : "";
@@ -40,6 +41,7 @@ void writeFindings(fl::i18n::JsonWriter& json, const recovery::Findings& finding
   for (const Finding& finding : findings) {
     json.beginObject().member("Severity").value(severityOf(finding, error));
     json.member("Item").value(finding.item);
+    // Left out where it is not known; 0 would be a valid offset.
     if (finding.offset) json.member("Offset").value(*finding.offset);
     json.member("Rule").value(finding.rule.GetID());
     json.member("Message").value(finding.rule.GetMessageTxt()).endObject();

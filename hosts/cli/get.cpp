@@ -1,3 +1,12 @@
+// Extracting entries. The module's getFile creates files at once, writes over what is there, and on a failure
+// leaves what it has written so far. This command promises more: a file appears complete or not at all,
+// nothing is replaced unless asked for, nothing is written outside the output folder, and one bad entry does
+// not keep the others from people. The steps: list what the search finds, refuse what is in the way, let the
+// module write into a temporary folder, and move what is complete to its path. The temporary folder lies in
+// the output folder, so that moving is a rename within one file system.
+//
+// The output folder may be shared with other users. Below it every path is therefore walked by descriptors,
+// folder by folder without following links: a path that was looked at may lead elsewhere a moment later.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -30,6 +39,8 @@ using foundation::core::except::except_with_causes;
 using foundation::core::except::raise;
 using Texts = std::vector<std::u16string>;
 
+/// Raises tavlox_io:general:InvalidOutputPath, as the module does, with the system's reason as the cause.
+/// `error` is an errno.
 [[noreturn]] void raiseNotWritten(const std::u16string& path, int error) {
   const fs::Error reason("fl:filesystem:ReplaceFailed",
                          {path, fl::i18n::to_ustring(fs::systemReason(error))});
@@ -41,6 +52,7 @@ using Texts = std::vector<std::u16string>;
 class OutputFolder {
  public:
   explicit OutputFolder(std::u16string path) : path_(std::move(path)) {
+    // Noted before they are made: the ones that this run makes are taken back if nothing comes into them.
     for (std::u16string above = path_; !fs::exists(above); above = fs::extract_parent_path(above))
       created_.push_back(above);
     try {
@@ -48,12 +60,14 @@ class OutputFolder {
     } catch (const fs::Error& failure) {
       throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path_}, {failure});
     }
+    // Asked before the module is: it would answer such a folder with an empty text and no error.
     if (!fs::status(path_).has(fs::Permissions::OwnerWrite)) raise("tavlox:save:FolderNotWritable", path_);
     folder_ = fs::Descriptor(open(to_string(path_).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder_) raiseNotWritten(path_, errno);
   }
   /// Takes back the folders it made, unless there is something in them.
   ~OutputFolder() {
+    // rmdir removes empty folders only, so nothing has to be asked.
     for (const std::u16string& created : created_) rmdir(to_string(created).c_str());
   }
   OutputFolder(const OutputFolder&) = delete;
@@ -69,6 +83,7 @@ class OutputFolder {
   };
   std::optional<Found> find(const std::u16string& relative) const {
     struct stat status {};
+    // Each folder on the way is looked at by itself: fstatat would follow links before the last name.
     for (std::size_t end = relative.find(u'/');; end = relative.find(u'/', end + 1)) {
       const std::u16string step = relative.substr(0, end);
       if (fstatat(folder_.get(), to_string(step).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -77,6 +92,7 @@ class OutputFolder {
     }
   }
 
+  /// What becomes of a file that is already at the path.
   enum class Existing { Keep, Replace };
   /// Moves a finished file to its path below the folder in one step.
   void take(int fromFolder, const std::string& name, const std::u16string& relative, Existing existing) {
@@ -88,12 +104,14 @@ class OutputFolder {
                           S_ISREG(old.st_mode);
     // Who may read a file is its owner's choice, whatever is in it.
     if (replaces) fchmodat(fromFolder, name.c_str(), old.st_mode & 07777, 0);
+    // Looking and renaming in one step: a file that appears between the two would be lost.
     const unsigned flags = existing == Existing::Keep ? RENAME_NOREPLACE : 0;
     int done = renameat2(fromFolder, name.c_str(), parent_.get(), target.c_str(), flags);
     // Not every file system can look and rename in one step.
     if (done != 0 && flags != 0 && errno == EINVAL && !find(relative))
       done = renameat(fromFolder, name.c_str(), parent_.get(), target.c_str());
     if (done == 0) return;
+    // Somebody else made it after the look at the beginning.
     if (errno == EEXIST) raise("tavlox:cli:OutputExists", pathOf(relative));
     raiseNotWritten(pathOf(relative), errno);
   }
@@ -109,6 +127,7 @@ class OutputFolder {
     for (std::size_t start = 0; start < name.size();) {
       const std::size_t end = std::min(name.find(u'/', start), name.size());
       const std::string step = to_string(name.substr(start, end - start));
+      // Made or found, it must be a folder when it is opened: O_NOFOLLOW refuses a link that came between.
       const bool exists = mkdirat(parent_.get(), step.c_str(), 0777) == 0 || errno == EEXIST;
       if (exists) parent_ = fs::Descriptor(openat(parent_.get(), step.c_str(), kFlags));
       if (!exists || !parent_) raiseNotWritten(pathOf(relative), errno);
@@ -121,6 +140,7 @@ class OutputFolder {
   Texts created_;  // the innermost first
   fs::Descriptor folder_;
   std::u16string parentName_;  // relative to the folder
+                               // Kept open: most entries of a package lie in few folders.
   fs::Descriptor parent_;
 };
 
@@ -135,12 +155,13 @@ bool hasPlace(const std::u16string& entry) {
   return entry.starts_with(u'/') && (entry + u'/').find(u"/../") == entry.npos;
 }
 
-/// A finished file, by its paths below the temporary folder and below the output folder.
+/// A finished file, by its paths below the temporary folder and below the output folder. They differ for an
+/// entry that was extracted by itself: then its own path was asked for, not the bare name.
 struct Finished {
   std::u16string source, relative;
 };
 
-/// All that an error and its causes name. There may be a cause for each of very many entries.
+/// All that an error and its causes name. There may be a cause for each of very many entries, so it is a set.
 void addNamed(const except_with_causes& error, std::set<std::u16string>& named) {
   named.insert(error.GetArguments().begin(), error.GetArguments().end());
   for (const except_with_causes& cause : error.causes()) addNamed(cause, named);
@@ -167,6 +188,8 @@ class Extraction {
     temporary_.emplace(folder_.path());
   }
 
+  /// Extracts everything at once if it can: each call of the module opens the package again and walks over
+  /// all of its entries.
   ExitCode run() {
     std::vector<Finished> finished;
     try {
@@ -185,6 +208,7 @@ class Extraction {
     const std::u16string& search = request_.one("ENTRY");
     const bool isByPath = fs::is_absolute_path_when_expanded(search);
     std::vector<Wanted> wanted;
+    // Where the search is malformed this raises, before any folder is made.
     for (const std::u16string& entry : listedPaths(file_, search)) {
       // "*" and an empty text list everything, but get no more than what is called so.
       if (!isByPath && (!entry.starts_with(kUserFolder) || fs::extract_filename(entry) != search)) continue;
@@ -196,9 +220,12 @@ class Extraction {
   /// Before anything is extracted, which may take long.
   void refuseTargets() const {
     struct stat package {};
+    // By device and inode, since one file has many paths.
     stat(to_string(request_.one("FILE")).c_str(), &package);
+    // All are gathered, so that one run tells of every file in the way.
     std::set<std::u16string> links, taken;
     for (const Wanted& wanted : wanted_) {
+      // An entry without a place is refused later, by itself; nothing can be in its way.
       const auto found = hasPlace(wanted.entry) ? folder_.find(wanted.relative) : std::nullopt;
       if (!found) continue;
       (S_ISLNK(found->status.st_mode) ? links : taken).insert(found->path);
@@ -212,6 +239,7 @@ class Extraction {
 
   /// Gives the paths written, below the temporary folder. Errors name the files as they were to be.
   Texts extract(const std::u16string& search) const {
+    // The module answers with canonical paths: links in the path of the output folder are resolved.
     const std::u16string folder = fs::weakly_canonical(temporary_->path());
     Texts paths;
     try {
@@ -231,21 +259,27 @@ class Extraction {
     opc::model::Package package(request_.one("FILE"));
     package.open(opc::interfaces::OpenMode::Read);
     std::vector<Finished> finished;
+    // A file that is named in the failure may have been written in part, whatever its size.
     std::set<std::u16string> tried, failed;
     addNamed(failure, failed);
     for (const auto& [entry, relative] : wanted_) {
+      // Several relationships may lead to one entry.
       if (!tried.insert(entry).second) continue;
       try {
         // Asked here: each call of the module walks over all entries, too long if many have no part.
         const bool hasPart = hasPlace(entry) && package.hasPart(opc::model::PartName(entry));
         if (!hasPart) opc::raise("opc:part:NotFound", request_.one("FILE"), entry);
+        // The module went over the entries in order and wrote those it came to; the others are asked for
+        // singly.
         const bool isThere = fs::exists(fs::concatenate(temporary_->path(), relative));
         const bool isComplete = isThere && !failed.contains(folder_.pathOf(relative));
         const std::u16string source = isComplete ? relative : extract(entry).front();
         finished.push_back({source, relative});
       } catch (const except_with_causes& another) {
+        // On a full disk every further entry would fail as well.
         if (isAboutDisk(another)) throw;
         report(request_.format, request_.one("FILE"));
+        // The run goes on: the other entries are still of use.
         result_ = ExitCode::Failed;
       }
     }
@@ -260,6 +294,7 @@ class Extraction {
     Texts written;
     std::set<std::u16string> placed;
     for (const auto& [source, relative] : finished) {
+      // Between two files: those already in their place stay, and they are whole.
       endIfInterrupted();
       if (placed.insert(relative).second)
         folder_.take(temporary_->descriptor(), to_string(source), relative, existing);
@@ -268,6 +303,7 @@ class Extraction {
     return written;
   }
 
+  // The order matters: each member is made with those before it.
   const Request& request_;
   const zobs::COSInterfacePointer file_;
   const std::vector<Wanted> wanted_;

@@ -1,3 +1,6 @@
+// Host arrays are always two-dimensional and lie in memory column by column: a number is a 1×1 array, a text
+// a 1×N array of UTF-16 units. JSON readers expect a plain value, a string, and lists of rows, so every
+// writer here turns the elements and leaves out dimensions of 1.
 #include "hosts/cli/host_json.h"
 
 #include <cstdint>
@@ -16,6 +19,7 @@ using fl::i18n::JsonWriter;
 /// Writes rows × columns elements, which lie column by column, in the shape JSON readers expect.
 template <class WriteElement>
 void writeShape(JsonWriter& json, std::size_t rows, std::size_t columns, const WriteElement& writeElement) {
+  // An array with a dimension of 0 falls through to the empty list.
   if (rows == 1 && columns == 1) return writeElement(std::size_t{0});
   const bool isVector = rows <= 1 || columns <= 1;
   json.beginArray();
@@ -62,6 +66,7 @@ void writeNumeric(JsonWriter& json, const HostArray& array) {
 }
 
 void writeChars(JsonWriter& json, const HostArray& array) {
+  // A char array of several rows holds one text in each, padded with blanks by whoever made it.
   const std::u16string_view units = array.text();
   if (array.rows() <= 1 || units.empty()) {
     json.value(units);
@@ -77,6 +82,7 @@ void writeChars(JsonWriter& json, const HostArray& array) {
   json.endArray();
 }
 
+/// Fields keep the order of the array's definition.
 void writeStructure(JsonWriter& json, const HostArray& array) {
   if (!array.isScalar()) json.beginArray();
   writeElements(json, array, [] {});
@@ -112,10 +118,12 @@ void writeJson(JsonWriter& json, const zobs::Value& value) {
     return;
   }
   if (const auto* array = std::get_if<HostArray>(&value)) return writeJson(json, *array);
+  // Nothing and objects have no JSON form. The writer writes null for a number that JSON cannot carry.
   json.value(std::numeric_limits<double>::quiet_NaN());
 }
 
 void writeElements(JsonWriter& json, const HostArray& structures, const std::function<void()>& afterEach) {
+  // Converted once: there may be a million elements.
   std::vector<std::string> names;
   for (const std::u16string& name : structures.fieldNames()) names.push_back(fl::i18n::to_string_lossy(name));
   for (std::size_t index = 0; index < structures.elementCount(); ++index) {
@@ -137,6 +145,7 @@ std::u16string cellText(const HostArray& array) {
   if (array.kind() == ArrayKind::Char && array.rows() <= 1) return std::u16string(array.text());
   JsonWriter json;
   writeJson(json, array);
+  // Tables leave a cell empty where there is no value.
   return json.text() == "null" ? std::u16string() : fl::i18n::to_ustring_lossy(json.text());
 }
 

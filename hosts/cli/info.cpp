@@ -11,6 +11,8 @@ namespace {
 /// A property's name and value, as the module's class lists them.
 using Properties = std::vector<std::pair<std::string, zobs::Value>>;
 
+/// The properties are asked for by the names that the class itself lists, so that one which a later module
+/// adds is shown without a change here. Raises what the module raises.
 Properties readProperties(const Request& request, const std::u16string& path) {
   const zobs::COSInterfacePointer file = openFile(request, path);
   Properties properties;
@@ -21,6 +23,7 @@ Properties readProperties(const Request& request, const std::u16string& path) {
   return properties;
 }
 
+/// A table for each file, with an empty line between them. No headings: each row begins with its name.
 void printTables(const std::vector<Properties>& files) {
   for (const Properties& properties : files) {
     if (&properties != &files.front()) print("\n");

@@ -8,6 +8,7 @@ namespace {
 constexpr Column kColumns[] = {{"FullPath", u"FullPath"}, {"Name", u"Name"}, {"Type", u"Type"}};
 
 ExitCode runList(const Request& request) {
+  // Finding nothing is an answer, an empty table, and not an error.
   const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
   printRecords(request.format, callForArray(file, "list", {request.oneOr("SEARCH", u"/")}), kColumns);
   return ExitCode::Done;

@@ -1,3 +1,7 @@
+// From the words of the command line to a Request, and from whatever happens then to an exit code. CLI11 is
+// set up from the commands' own records. It takes some words for syntax that are sound file names, so those
+// are marked before it sees them and restored when the values are taken. Its own help is not used, and its
+// messages only as the reason in an error with an identifier, so that every error has the same form.
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
@@ -35,6 +39,7 @@ struct CommandLine {
   std::string text;  ///< printed instead, if there is no command
 };
 
+/// Tells the parser of a command's words and options. Their order is the order in which words are taken.
 void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
   for (const auto& [longName, takes, help, value, shortName] : parameters) {
     std::string name(longName);
@@ -48,15 +53,18 @@ void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
   }
 }
 
+/// Beside the program, wherever that was installed; the current folder is never searched for code.
 std::u16string defaultModulePath() {
   const auto program = std::filesystem::read_symlink("/proc/self/exe");
   return to_ustring((program.parent_path().parent_path() / "lib" / "tavlox_io.so").string());
 }
 
+/// Copies the values that the parser found. Raises fl::i18n::ConversionError for words that are not UTF-8.
 void takeValues(const CLI::App& part, Request& request) {
   for (const CLI::Option* option : part.get_options()) {
     if (option->count() == 0) continue;
     std::vector<std::u16string>& values = request.values[option->get_name()];
+    // A common option may stand before and behind the command; the one behind it counts.
     values.clear();
     for (const std::string_view word : option->results()) {
       values.push_back(to_ustring(word.substr(word.starts_with(kOneWord) ? 1 : 0)));
@@ -64,11 +72,14 @@ void takeValues(const CLI::App& part, Request& request) {
   }
 }
 
-/// The first word that is not an option is looked at here, so that a mistyped command is called one.
+/// The first word that is not an option is looked at here, so that a mistyped command is called one. Raises
+/// tavlox:cli:NoCommand and tavlox:cli:UnknownCommand.
 void refuseUnknownCommand(int argumentCount, const char* const* arguments) {
+  // Help is asked for with --help; an empty command line in a script is a mistake.
   if (argumentCount < 2) raise("tavlox:cli:NoCommand");
   for (int i = 1; i < argumentCount; ++i) {
     const std::string_view word = arguments[i];
+    // Its value is no command. Written "--module=PATH" it is one word, which begins with "-".
     if (word == "--module") ++i;
     if (word.starts_with("-")) continue;
     if (findCommand(word) == nullptr) raise("tavlox:cli:UnknownCommand", word);
@@ -87,12 +98,14 @@ std::vector<std::string> parserWords(int argumentCount, const char* const* argum
     if (areOptionsOver || word.starts_with('[') || word.starts_with(kOneWord)) word.insert(0, 1, kOneWord);
     words.push_back(std::move(word));
   }
+  // The parser takes words from the end of the list.
   std::ranges::reverse(words);
   return words;
 }
 
 CommandLine understand(const CLI::App& app) {
   CommandLine line;
+  // There is exactly one; the parser saw to it.
   const CLI::App* part = app.get_subcommands().front();
   line.command = findCommand(part->get_name());
   Request& request = line.request;
@@ -100,6 +113,7 @@ CommandLine understand(const CLI::App& app) {
   takeValues(*part, request);
   if (request.has("--json")) request.format = OutputFormat::Json;
   request.modulePath = request.has("--module") ? request.one("--module") : defaultModulePath();
+  // Checked while the command line is at fault, so that the exit code is 2 and no module is loaded.
   if (line.command->check != nullptr) line.command->check(request);
   return line;
 }
@@ -111,11 +125,13 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   app.set_version_flag("--version", fmt::format("tavlox {}", TAVLOX_VERSION));
   addParameters(app, commonParameters());
   for (const Command* command : allCommands()) {
+    // The common options are known to every command as well, so that they may stand behind it.
     CLI::App* part = app.add_subcommand(std::string(command->name));
     addParameters(*part, command->parameters);
     addParameters(*part, commonParameters());
   }
   app.require_subcommand(1);
+  // Looked at before the parser, whose message for it would list what it expected instead.
   refuseUnknownCommand(argumentCount, arguments);
   CommandLine textOnly;
   try {
@@ -145,6 +161,7 @@ ExitCode runCommand(const CommandLine& line) {
     print(line.text);
     return ExitCode::Done;
   }
+  // It also ends commands that are interrupted while they report progress.
   const ProgressDisplay progress;
   return line.command->run(line.request);
 }
@@ -160,8 +177,10 @@ int main(int argumentCount, char** arguments) {
   try {
     const CommandLine line = parseCommandLine(argumentCount, arguments);
     failure = ExitCode::Failed;
+    // For errors of libraries that do not say which file they are about.
     file = line.request.oneOr("FILE", u"");
     const ExitCode result = runCommand(line);
+    // A full disk often shows only here, and must not be taken for success.
     flushOutput();
     return static_cast<int>(result);
   } catch (const std::exception&) {

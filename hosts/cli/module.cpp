@@ -5,11 +5,14 @@
 namespace tavlox::cli {
 namespace {
 
+/// On whose behalf the object system is called. Objects and classes are found by name: this program is linked
+/// with nothing of the module.
 zobs::COSClient& client() {
   static zobs::COSClient commandLine("tavlox");
   return commandLine;
 }
 
+/// Methods give a list of outputs; the module's have one or none.
 zobs::Value firstOf(std::vector<zobs::Value> outputs) {
   return outputs.empty() ? zobs::Value{} : std::move(outputs.front());
 }
@@ -17,6 +20,7 @@ zobs::Value firstOf(std::vector<zobs::Value> outputs) {
 }  // namespace
 
 zobs::COSClass& fileClass(const Request& request) {
+  // Loading it again is cheap and registers nothing twice.
   zobs::loadModule(request.modulePath);
   return zobs::findClass("tavlox.io.File");
 }

@@ -10,22 +10,27 @@
 /// The plug-in module as the commands use it: loaded on first use, its class and functions found by name.
 namespace tavlox::cli {
 
-/// Loads the module if it is not loaded yet. The class that stands for one file.
+/// Loads the module if it is not loaded yet, and gives the class that stands for one file. It lives as long
+/// as the process. Raises Corvan:ObjectSystem:CannotLoadModule.
 zobs::COSClass& fileClass(const Request& request);
 
-/// An object of that class.
+/// An object of that class for the package at `path`, with the module loaded if need be. Raises what the
+/// class raises: tavlox:general:FileNotFound, or tavlox:general:UnableToReadFile for a file that is no sound
+/// package.
 zobs::COSInterfacePointer openFile(const Request& request, const std::u16string& path);
 
-/// Calls a method of an object, or a function of the module's namespace; gives the first output, or nothing.
+/// Calls a method of an object, or a function of the module's namespace, and gives the first output; an empty
+/// value if there is none. The module's errors pass through.
 zobs::Value call(const zobs::COSInterfacePointer& file, std::string_view method,
                  std::vector<zobs::Value> inputs = {});
 zobs::Value callFunction(const Request& request, std::string_view function, std::vector<zobs::Value> inputs);
 
-/// The same for a method whose answer is an array.
+/// The same for a method whose answer is an array; raises std::bad_variant_access for any other.
 corvan::HostArray callForArray(const zobs::COSInterfacePointer& file, std::string_view method,
                                std::vector<zobs::Value> inputs = {});
 
-/// The full paths of the entries that a search finds. The module's methods do not ask before they replace or
+/// The full paths of the entries that a search finds, decoded, in the package's order, one as often as
+/// relationships lead to it. The module's methods do not ask before they replace or
 /// remove something; this is how a command knows beforehand, and tells afterwards.
 std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, const std::u16string& search);
 

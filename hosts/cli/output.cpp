@@ -1,3 +1,7 @@
+// Results may be large: a session can have a million signals. So tables and lists of
+// records are made row by row and leave in pieces; they are never held as one text. Standard output is
+// buffered by the C library, which may report a full disk or a closed pipe at any later write, or at the
+// final flush.
 #include "hosts/cli/output.h"
 
 #include <algorithm>
@@ -21,13 +25,16 @@ using fl::i18n::JsonWriter;
 using Widths = std::vector<std::size_t>;
 
 constexpr std::string_view kGap = "  ";
+// Large enough that writes cost nothing beside the making of the rows.
 constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
 
+/// Raises tavlox:cli:CannotWriteOutput with the reason in errno, which must be that of the call just made.
 void requireSuccess(bool done) {
   if (done) return;
   foundation::core::except::raise("tavlox:cli:CannotWriteOutput", fl::filesystem::systemReason(errno));
 }
 
+/// The values of one row as they will be printed: widths must be those of the escaped texts.
 std::vector<std::string> shownRow(const Table& table, std::size_t index) {
   std::vector<std::string> values;
   for (const std::u16string& value : table.row(index)) values.push_back(singleLine(value));
@@ -51,6 +58,7 @@ std::string alignedLine(const std::vector<std::string>& values, const Widths& wi
   return line;
 }
 
+/// One document on one line, in pieces between two elements.
 void printJsonList(const HostArray& structures) {
   JsonWriter json;
   json.beginArray();
@@ -64,6 +72,7 @@ void printJsonList(const HostArray& structures) {
 }  // namespace
 
 void print(std::string_view text) {
+  // The progress line is on standard error, but most often on the same terminal.
   eraseProgress();
   requireSuccess(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
 }
@@ -94,6 +103,7 @@ void writeTable(const Table& table, TableStyle style, const std::function<void(s
   const bool isAligned = style != TableStyle::TabSeparated;
   Widths widths;
   std::string piece;
+  // Rows are made a second time below, because keeping them would cost more than making them.
   if (isAligned) {
     widen(widths, table.headings);
     for (std::size_t i = 0; i < table.rowCount; ++i) widen(widths, shownRow(table, i));
@@ -112,6 +122,7 @@ void writeTable(const Table& table, TableStyle style, const std::function<void(s
 }
 
 void print(const Table& table) {
+  // Programs get no padding and no headings: cut and awk then work as they are.
   TableStyle style = TableStyle::TabSeparated;
   if (isTerminal(stdout)) {
     style = coloursFor(stdout) == Colours::On ? TableStyle::AlignedInColour : TableStyle::Aligned;
@@ -124,6 +135,7 @@ void printRecords(OutputFormat format, const HostArray& structures, std::span<co
   const std::vector<std::u16string>& names = structures.fieldNames();
   std::vector<std::size_t> fields;
   Table table;
+  // Fields are looked up once; the rows then ask for them by index.
   for (const Column& column : columns) {
     fields.push_back(static_cast<std::size_t>(std::ranges::find(names, column.field) - names.begin()));
     table.headings.emplace_back(column.heading);

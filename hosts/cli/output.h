@@ -14,15 +14,19 @@
 /// for. Whatever cannot be written raises tavlox:cli:CannotWriteOutput with the system's reason.
 namespace tavlox::cli {
 
+/// Prints UTF-8 text as it is, after the progress line was taken away. It may stay in a buffer until
+/// flushOutput.
 void print(std::string_view text);
 
 /// The document and a line end.
 void print(fl::i18n::JsonWriter& json);
 
-/// Makes sure that all of it has arrived.
+/// Makes sure that all of it has arrived. To be called once at the end: a failure before it may have gone
+/// unseen.
 void flushOutput();
 
-/// Begins an object that has the package's absolute path as its "Filename".
+/// Begins the object that commands answer with --json; its first member is "Filename", the package's absolute
+/// path. The caller adds members and ends the object.
 fl::i18n::JsonWriter beginAnswer(const std::u16string& package);
 
 /// What a command did to its FILE: each path on a line of its own, escaped as the values of a table are, or
@@ -44,9 +48,11 @@ enum class TableStyle { Aligned, AlignedInColour, TabSeparated };
 /// Hands over the lines in pieces of some 64 KiB.
 void writeTable(const Table& table, TableStyle style, const std::function<void(std::string_view)>& write);
 
-/// In the style that fits where standard output goes.
+/// Prints it in the style that fits where standard output goes: aligned on a terminal, in colours unless
+/// NO_COLOR is set, and tab-separated anywhere else.
 void print(const Table& table);
 
+/// A column of a table of records: what stands above it, and the field of the structure that it shows.
 struct Column {
   std::string_view heading;
   std::u16string_view field;

@@ -1,3 +1,7 @@
+// Making a session of result tables. A table is read twice: first all of it is checked, and the times and
+// headings are taken from it; then its bytes are copied into the package as they are, so that nothing of a
+// simulator's output is rounded or lost. Neither pass holds more than a piece of the table. The package
+// appears under its name only when it is complete; until then a session that was there stays.
 #include <cerrno>
 #include <functional>
 
@@ -24,6 +28,7 @@ namespace fs = fl::filesystem;
 using fl::i18n::to_ustring;
 using foundation::core::except::raise;
 
+// Between two pieces progress is reported, and an interrupt can end the program.
 constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
 
 /// One table on disk. It is read twice, to check it and to keep it, and must not change in between.
@@ -41,6 +46,7 @@ class TableFile {
     for (std::uint64_t offset = 0;;) {
       const fs::ReadResult got = fs::readAt(file_.get(), offset, piece.data(), piece.size());
       if (got.error != 0) refuse(got.error);
+      // The end of the file as it is now; whether it grew is asked by requireUnchanged.
       if (got.count == 0) return;
       take({piece.data(), got.count});
       offset += got.count;
@@ -49,6 +55,7 @@ class TableFile {
 
   void requireUnchanged() const {
     const struct stat now = status();
+    // The size alone would miss a table that is written anew with the same number of rows.
     const bool same = now.st_size == opened_.st_size && now.st_mtim.tv_sec == opened_.st_mtim.tv_sec &&
                       now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
     if (!same) raise("tavlox:record:TableChanged", path_);
@@ -63,6 +70,7 @@ class TableFile {
   }
 
  private:
+  /// `error` is an errno.
   [[noreturn]] void refuse(int error) const {
     if (error == ENOENT) raise("tavlox:general:FileNotFound", path_);
     raise("tavlox:record:CannotReadTable", path_, fs::systemReason(error));
@@ -87,16 +95,19 @@ struct RecordedRun {
   std::u16string sampleTime;  ///< seconds or "variable"; empty for a single row
 };
 
+/// The name of a file without its folders and its last extension.
 std::u16string stem(const std::u16string& path) {
   const std::u16string name = fs::extract_filename(path), extension = fs::extract_extension(path);
   return extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
 }
 
+/// What a column says of its signal; fields that it says nothing of are not recorded.
 SignalRecord signalOf(const SampleTable& table, const ColumnHeading& column, const std::u16string& path) {
   SignalRecord signal;
   signal.name = column.name;
   signal.units = signal.displayUnits = column.unit;
   signal.dataTypeLabel = u"double";
+  // Samples are real scalars: a cell holds one number.
   signal.complexity = 0;
   signal.dimensions = {1};
   if (table.rowCount() > 1) signal.sampleTime = table.sampleTime();
@@ -119,6 +130,7 @@ class Recording {
     check(file, table, u"Reading " + path);
     RunRecord run;
     run.id = ++lastRun_;
+    // Runs are numbered in the order in which the tables were given.
     run.runNumber = static_cast<std::uint32_t>(run.id);
     run.name = stem(path);
     run.dateCreated = file.date();
@@ -126,7 +138,9 @@ class Recording {
     run.stopTime = table.stopTime();
     writer_.addRun(run);
     writer_.addSamples(run.id, [&](const SessionWriter::Sink& keep) { file.read(keep); });
+    // After the second pass: what was kept must be what was checked. The package was not made yet.
     file.requireUnchanged();
+    // One signal after the other: their descriptions are small, their samples were kept above.
     const std::vector<ColumnHeading> columns = table.signalColumns();
     for (const ColumnHeading& column : columns) {
       SignalRecord signal = signalOf(table, column, path);
@@ -138,6 +152,7 @@ class Recording {
   }
 
  private:
+  /// Reads all of the table; raises tavlox:record:… errors for what it must not hold.
   static void check(TableFile& file, SampleTable& table, const std::u16string& activity) {
     std::uint64_t done = 0;
     file.read([&](std::string_view bytes) {
@@ -152,10 +167,13 @@ class Recording {
   std::int32_t lastRun_ = 0, lastSignal_ = 0;
 };
 
+/// Raises tavlox:record:OutputIsTable or tavlox:record:OutputExists, before any table is read, which may take
+/// long.
 void refuseWrongOutput(const Request& request) {
   const std::u16string& output = request.one("OUT");
   const std::u16string resolved = fs::weakly_canonical(output);
   for (const std::u16string& table : request.all("CSV")) {
+    // Not even with --force: whoever forgets the name of the package would lose the first table.
     if (fs::weakly_canonical(table) == resolved) raise("tavlox:record:OutputIsTable", output);
   }
   if (!request.has("--force") && fs::exists(output)) raise("tavlox:record:OutputExists", output);
@@ -165,6 +183,7 @@ void refuseWrongOutput(const Request& request) {
 std::vector<RecordedRun> recordSession(const Request& request) {
   refuseWrongOutput(request);
   using Existing = SessionWriter::Existing;
+  // The writer is told as well: a package could appear at the path while the tables are read.
   SessionWriter writer(request.one("OUT"), request.has("--force") ? Existing::Replace : Existing::Refuse);
   Recording recording(writer);
   std::vector<RecordedRun> runs;
@@ -173,10 +192,12 @@ std::vector<RecordedRun> recordSession(const Request& request) {
   writer.setCompressionType(u"normal");
   const std::u16string description = request.oneOr("--description", u"");
   if (!description.empty()) writer.setDescription(description);
+  // Only here the package appears; without this call the destructor gives everything up.
   writer.close();
   return runs;
 }
 
+/// A line for each run. Times are printed with as many digits as it takes to read back the same number.
 void printTable(const std::vector<RecordedRun>& runs) {
   const auto number = [](auto value) { return to_ustring(fmt::format("{}", value)); };
   print(Table{
@@ -190,6 +211,7 @@ void printTable(const std::vector<RecordedRun>& runs) {
       }});
 }
 
+/// The object for --json; times are numbers, in seconds.
 void printJson(const std::u16string& output, const std::vector<RecordedRun>& runs) {
   fl::i18n::JsonWriter json = beginAnswer(output);
   json.member("Runs").beginArray();

@@ -1,3 +1,6 @@
+// Making a new package of what is sound in a damaged one. The work is platform/recovery's; the module is not
+// loaded, since it refuses damaged packages. The damaged file stays as it is: a later version may save more
+// of it.
 #include "hosts/cli/command.h"
 #include "hosts/cli/findings.h"
 #include "hosts/cli/output.h"
@@ -10,6 +13,8 @@ namespace {
 
 using foundation::core::except::raise;
 
+/// An option that must be given: beside FILE, a second bare word could be mistaken for another damaged
+/// package.
 void requireOutput(const Request& request) {
   if (!request.has("--output")) raise("tavlox:recover:NoOutput");
 }
@@ -27,11 +32,14 @@ void printJson(const Request& request, const recovery::Rebuilt& rebuilt) {
 ExitCode runRecover(const Request& request) {
   using Existing = opc::model::Package::Existing;
   const std::u16string& output = request.one("--output");
+  // Asked before the damaged file is read, which may take long, and again by `rebuild` when the package is
+  // saved.
   if (!request.has("--force") && fl::filesystem::exists(output)) raise("tavlox:recover:OutputExists", output);
   const recovery::Rebuilt rebuilt = recovery::rebuild(
       request.one("FILE"), output, request.has("--force") ? Existing::Replace : Existing::Refuse);
   request.format == OutputFormat::Json ? printJson(request, rebuilt)
                                        : printFindings(rebuilt.findings, "lost");
+  // Notes are decisions that lost nothing.
   return hasErrors(rebuilt.findings) ? ExitCode::Found : ExitCode::Done;
 }
 

@@ -6,13 +6,15 @@
 namespace tavlox::cli {
 namespace {
 
+// Those by which people tell signals apart; the others are in the JSON.
 constexpr Column kColumns[] = {{"name", u"Name"},
                                {"run", u"RunOrderIndex"},
                                {"units", u"StoredUnits"},
                                {"type", u"DataType"},
                                {"block path", u"FullBlockPath"}};
 
-/// The module's answer is quiet where the run list is missing: signals of unknown runs are none.
+/// Warns where signals are recorded but the run list is missing: signals of runs that are not listed are not
+/// answered, and the module says nothing of it. Counted are the signals of all signals parts.
 void warnOfSignalsLeftOut(const Request& request, const zobs::COSInterfacePointer& file) {
   const auto count = [&](const char* property) {
     return std::get<corvan::HostArray>(zobs::getProperty(file, property)).values<std::int32_t>()[0];
@@ -21,6 +23,8 @@ void warnOfSignalsLeftOut(const Request& request, const zobs::COSInterfacePointe
   warn(request.format, "tavlox:cli:SignalsLeftOut", request.one("FILE"), count("NumSignals"));
 }
 
+/// Both of the module's methods give a structure array with a field for everything recorded; text shows the
+/// columns above, JSON all of it.
 ExitCode runSignals(const Request& request) {
   const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
   const corvan::HostArray found = request.has("--name")

@@ -1,3 +1,8 @@
+// A temporary folder has to go in every way in which a program can end. When the command returns or raises,
+// the destructor removes it. SIGINT, SIGTERM and SIGHUP are caught and turned into an exception at the next
+// progress report, so that destructors run. After SIGKILL or a power failure it stays, and the next program
+// that makes one in the same parent folder removes it. To tell such a folder from one in use, each is locked
+// by the process that made it: the system gives the lock back when the process ends, however it ends.
 #include "hosts/cli/temporary_folder.h"
 
 #include <array>
@@ -22,16 +27,21 @@ using fl::i18n::to_string;
 using foundation::core::except::Arguments;
 using foundation::core::except::except_with_causes;
 
+// What is named so, with the random letters of mkdtemp behind it, may be removed by a later run.
 constexpr std::u16string_view kPrefix = u".tavlox-";
 constexpr std::size_t kRandomLetters = 6;
 
 constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+// Of the type that a signal handler may write to.
 volatile std::sig_atomic_t signalThatCame = 0;
+// What the program that started this one had set.
 std::array<struct sigaction, kSignals.size()> actionsBefore;
 
 void keepSignals() {
   struct sigaction keep {};
   keep.sa_handler = [](int signal) { signalThatCame = signal; };
+  // Calls go on after the signal, so that no library sees a failure. The handler serves once: a second signal
+  // acts as it always does and ends a program that hangs.
   keep.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
   for (std::size_t i = 0; i < kSignals.size(); ++i) {
     sigaction(kSignals[i], nullptr, &actionsBefore[i]);
@@ -45,6 +55,7 @@ void releaseSignals() {
 }
 
 void removeWithContents(const std::u16string& folder) {
+  // Errors are not raised: this runs in a destructor, and the next sweep tries again.
   std::error_code failure;
   std::filesystem::remove_all(to_string(folder), failure);
   // A disk that fails once may do it the second time.
@@ -87,17 +98,20 @@ void endIfInterrupted() {
 }
 
 TemporaryFolder::TemporaryFolder(const std::u16string& parent) {
+  // First, so that a disk that was filled by a killed run has room again.
   sweep(parent);
   keepSignals();
   constexpr int kAttempts = 8;  // a sweep of another process may take the folder before it is locked
   for (int attempt = 0; attempt < kAttempts && !folder_; ++attempt) {
     std::string name = to_string(fs::concatenate(parent, std::u16string(kPrefix))) + "XXXXXX";
+    // Made for this user only (mode 0700): nobody else may look at or change what is not finished.
     if (mkdtemp(name.data()) == nullptr) break;
     path_ = fl::i18n::to_ustring(name);
     folder_ = openLocked(path_);
     if (!folder_) removeWithContents(path_);
   }
   if (folder_) return;
+  // Taken before another call can change errno.
   const std::string reason = fs::systemReason(errno);
   releaseSignals();
   foundation::core::except::raise("tavlox:cli:CannotMakeFolder", parent, reason);
@@ -111,6 +125,7 @@ TemporaryFolder::~TemporaryFolder() {
 except_with_causes TemporaryFolder::inTermsOf(const std::u16string& meant,
                                               const except_with_causes& error) const {
   Arguments arguments = error.GetArguments();
+  // Paths stand in arguments only; the message is made of them when it is shown.
   for (std::u16string& argument : arguments) {
     if (argument.starts_with(path_)) argument.replace(0, path_.size(), meant);
   }

@@ -13,7 +13,7 @@ namespace tavlox::cli {
 struct Interrupted {
   int signal;
 };
-/// Raises it. Long work calls this now and then; progress reports do.
+/// Raises Interrupted if such a signal came. Long work calls this now and then; progress reports do.
 void endIfInterrupted();
 
 /// A folder ".tavlox-XXXXXX", for this user only, that goes with the object. While it is there, signals that
@@ -28,10 +28,13 @@ class TemporaryFolder {
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
+  /// As `parent` was given, with the folder's name behind it.
   const std::u16string& path() const { return path_; }
+  /// The open folder, for calls that take paths relative to it; valid as long as the object.
   int descriptor() const { return folder_.get(); }
 
-  /// The error as it would read if `meant` stood in the place of this folder.
+  /// The error, and each of its causes, as it would read if `meant` stood in the place of this folder: people
+  /// never asked for the temporary path, and it is gone when they read it.
   foundation::core::except::except_with_causes inTermsOf(
       const std::u16string& meant, const foundation::core::except::except_with_causes& error) const;
 

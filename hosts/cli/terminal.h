@@ -10,6 +10,7 @@
 /// What may be sent to a person's terminal, and how.
 namespace tavlox::cli {
 
+/// Whether the stream goes to a terminal, so that a person reads it, and not to a file or a pipe.
 bool isTerminal(std::FILE* stream);
 
 /// Says it on standard error. If that fails there is nowhere left to say so.
@@ -28,7 +29,8 @@ std::string bold(std::string_view text, Colours colours);
 enum class Backslashes { Doubled, Kept };
 std::string singleLine(std::u16string_view text, Backslashes backslashes = Backslashes::Doubled);
 
-/// Columns that UTF-8 text takes on a terminal.
+/// Columns that UTF-8 text takes on a terminal, one for each character: wide and combining characters, of
+/// which terminals disagree, are counted as one too.
 std::size_t displayWidth(std::string_view narrow);
 
 /// Shows how far long work of the platform, the module and this program has come: on a terminal's standard

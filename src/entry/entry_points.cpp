@@ -33,6 +33,8 @@ void CvInitialize_orra_tavlox_io() {
   using zobs::COSNamespace;
   using zobs::internal::makeInterned;
 
+  // A host that loads a module twice calls this twice. Set before anything is registered, since a second
+  // attempt would meet the names of the first.
   static constinit bool initialised = false;
   if (initialised) return;
   initialised = true;
@@ -49,6 +51,7 @@ void CvInitialize_orra_tavlox_io() {
     tavlox->addInnerNamespace(new IOZOBSNamespaceInfo);
     return;
   }
+  // The namespace is another module's, and its info knows nothing of these members.
   addClassAndFunction(*io);
 }
 

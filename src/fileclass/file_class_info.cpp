@@ -5,6 +5,8 @@
 namespace orra::tavloxio {
 namespace {
 
+/// Registers the properties. Names, order and descriptions are what hosts show to people and what scripts
+/// rely on; the getters are those of the interface, so that the cast back from the untyped pointer fits.
 void addProperties(zobs::COSClass& file) {
   using Cache = MetadataCache;
   constexpr char kText[] = "unicodeString", kInteger[] = "int32 scalar", kLogical[] = "logical scalar";
@@ -43,6 +45,7 @@ void* TavloxIOFileClassInfo::createInstanceData() {
   return cache;
 }
 
+// Through the interface as well: its destructor is virtual.
 void TavloxIOFileClassInfo::destroyInstanceData(void* data) { delete static_cast<MetadataCache*>(data); }
 
 }  // namespace orra::tavloxio

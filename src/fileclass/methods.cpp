@@ -1,5 +1,10 @@
 // What each method does, and the table of their names and signatures. Each has an info class of its own,
 // which is what the host registers.
+//
+// The file reads in the order of a call: one function for each method's work, which takes the object's cache
+// and the inputs; the info classes, which find that cache and hand the result to the host; and at the end the
+// table that gives each its name and its types. The object system has checked and converted the inputs
+// against the table, so the functions take them out of their variants without asking.
 
 #include <initializer_list>
 #include <new>
@@ -26,11 +31,14 @@ using Inputs = std::span<const zobs::Value>;
 
 const std::u16string& textOf(const zobs::Value& input) { return std::get<std::u16string>(input); }
 
+/// The instance data of the object, as TavloxIOFileClassInfo made it.
 MetadataCache& metadataCacheOf(const zobs::Value& object) {
   const auto& pointer = std::get<zobs::COSInterfacePointer>(object);
   return *static_cast<MetadataCache*>(pointer->getInstanceData(pointer->getClass().getIdentifier()));
 }
 
+/// Asking for the file's name also makes sure that the file is still there, and raises FileNotFound
+/// otherwise.
 ScopedRef openPackage(OpenMode mode, MetadataCache& cache) { return {mode, *cache.getFilename()}; }
 
 /// getAllRunIDs(obj): an N×1 int32 column.
@@ -71,6 +79,7 @@ void setFileDescription(MetadataCache& cache, Inputs inputs) {
 
 /// addFile(obj, diskPath, name/value pairs): stores a file, or the files of a folder, in the package.
 void addFile(MetadataCache& cache, Inputs inputs) {
+  // Before the package is opened, so that a misspelt option is reported whatever state the file is in.
   const part::OptionMap options = part::parseNameValueOptions(inputs);
   const part::AddOptions add{.Path = part::optionOf<std::u16string>(options, "Path"),
                              .Replace = part::optionOf<bool>(options, "Replace")};
@@ -91,6 +100,7 @@ HostArray getFile(MetadataCache& cache, Inputs inputs) {
 
 /// list(obj[, search]): the entries that the search text selects, a 1×N structure array.
 HostArray list(MetadataCache& cache, Inputs inputs) {
+  // Set by their position below: a search for the name in every row would be felt in long lists.
   static constexpr std::u16string_view kFields[] = {u"FullPath", u"Name", u"Type"};
   part::ListOptions options;
   if (inputs.size() > 1) options.search = textOf(inputs[1]);
@@ -113,6 +123,7 @@ void deleteFile(MetadataCache& cache, Inputs inputs) {
 /// What all infos of the module have in common: a name and a signature.
 class ORRATavloxIOZOBSMethodInfo : public zobs::COSMethodInfo {
  public:
+  /// The infos are made first and named then; null in between.
   const zobs::Interned* getName() const override { return name_ ? &name_ : nullptr; }
   const zobs::COSMethodSignature& getSignature() const override { return *signature_; }
 
@@ -150,7 +161,8 @@ class TavloxIOFileGetFile final : public FileMethod<getFile> {};
 class TavloxIOFileList final : public FileMethod<list> {};
 class TavloxIOFileDeleteFile final : public FileMethod<deleteFile> {};
 
-/// Binds a new File object, which is its first output, to the file named by the first input.
+/// Binds a new File object, which is its first output, to the file named by the first input. If that raises,
+/// the object system drops the object.
 class TavloxIOFileConstructor final : public ORRATavloxIOZOBSMethodInfo {
  public:
   /// The output is the class's own type, which is known once the class holds the constructor.
@@ -192,6 +204,8 @@ Info* make(std::string_view name, TypeNames inputs, TypeNames outputs,
 
 }  // namespace
 
+// A trailing number says how many inputs may be left out: a name and its value are two. addFile takes two
+// such pairs, "Path" and "Replace", and getFile one, "OutputPath".
 void addMethods(zobs::COSClass& file) {
   file.addMethod(make<TavloxIOFileConstructor>("File", {kText}, {}));
   file.addMethod(make<TavloxIOFileGetAllRunIDs>("getAllRunIDs", {kFile}, {kAny}));

@@ -13,6 +13,8 @@ namespace {
 using foundation::core::except::raise;
 using tavlox::DataExportFile;
 
+/// The file most recently opened for reading. Queries come in series for one file, and its package keeps the
+/// directory, content types and relationships that it has read; one file is enough for that.
 struct DataExportFileCache {
   std::u16string path;
   std::shared_ptr<DataExportFile> file;
@@ -34,11 +36,13 @@ std::shared_ptr<DataExportFile> openForModification(const std::u16string& path) 
 
 std::shared_ptr<DataExportFile> openForReading(const std::u16string& path) {
   const bool isCached = openFileCache.has_value() && openFileCache->path == path;
+  // Looked for first: the cached object of a file that is gone must not answer for it, nor hold its memory.
   if (!fl::filesystem::exists(path)) {
     if (isCached) openFileCache.reset();
     throw opc::model::PackageNotFound(fl::i18n::to_string(path));
   }
   if (isCached) {
+    // A file that was changed in the meantime is read anew: the package compares when it is opened.
     auto file = openFileCache->file;
     if (!file->getPackageImpl().isOpen()) file->getPackageImpl().open(packageMode(OpenMode::Read));
     return file;
@@ -51,6 +55,8 @@ std::shared_ptr<DataExportFile> openForReading(const std::u16string& path) {
   return file;
 }
 
+/// Hosts know two errors of opening. Why a file cannot be read (damaged, no permission, out of memory) is not
+/// among them.
 std::shared_ptr<DataExportFile> openTranslated(OpenMode mode, const std::u16string& path) {
   try {
     return openDataExportFile(mode, path);

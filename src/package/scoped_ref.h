@@ -19,8 +19,9 @@ enum class OpenMode : std::int32_t { Read = 0, Modify = 1 };
 /// Raises opc::model::PackageNotFound if there is no such file, and what the package library raises.
 std::shared_ptr<tavlox::DataExportFile> openDataExportFile(OpenMode mode, const std::u16string& path);
 
-/// Lends one open package to the caller and closes it on scope exit. Readers of one path share a file object;
-/// a Modify handle never does. Closing a modified package saves it, so the destructor may raise.
+/// Lends one open package to the caller and closes it on scope exit. Readers of one path share a file object,
+/// so of two that are nested the one that ends first closes the package for both; a Modify handle never
+/// shares. Closing a modified package saves it, so the destructor may raise.
 class ScopedRef {
  public:
   /// Raises tavlox:general:FileNotFound or tavlox:general:UnableToReadFile, with `path` as it was given.
@@ -35,7 +36,9 @@ class ScopedRef {
   ScopedRef& operator=(const ScopedRef&) = delete;
 
   tavlox::DataExportFile& file() const { return *file_; }
+  /// The open package; the reference is valid as long as this handle.
   opc::model::Package& package() const { return file_->getPackageImpl(); }
+  /// The path as it was given, which is how errors name the file.
   const std::u16string& path() const { return path_; }
 
  private:

@@ -15,6 +15,7 @@ using foundation::core::except::raise;
 namespace {
 
 opc::InputStreamSource sourceOver(const opc::model::Part& part, StartAt start) {
+  // Copies of a Part share one input stream, which stands where its last reader left it.
   auto input = part.getInputStream();
   if (start == StartAt::Beginning) input->restart();
   return opc::InputStreamSource(std::move(input));
@@ -38,6 +39,7 @@ std::u16string readCompressionType(const file::ScopedRef& ref) {
   if (parts.empty()) return {};
   PartStream stream(parts.front(), StartAt::Current);
   constexpr std::size_t kMost = orra::kSessionLimits.compressionRecordBytes;
+  // One byte more than is allowed, so that a record that is too large shows without reading all of it.
   std::string json(kMost + 1, '\0');
   json.resize(static_cast<std::size_t>(stream.read(json.data(), kMost + 1).gcount()));
   if (json.size() > kMost)

@@ -1,3 +1,11 @@
+// An array of up to 28 bytes is its own storage. A larger one, and every cell and structure array, holds a
+// pointer to a block on the heap, with dimensions of its own and a count of the arrays that refer to it;
+// whoever changes an array copies a block that has other references first. There are three kinds of block:
+// elements of fixed size behind one head, cells, and structures.
+//
+// The pointer is kept in the bytes of the array and goes in and out by memcpy, which compilers turn into one
+// load or store: bytes may be read as any type only that way.
+
 #include "platform/arrays/host_array.h"
 
 #include <algorithm>
@@ -19,7 +27,8 @@ constexpr std::array<std::string_view, 10> kClassNames{"double", "single", "int8
 // In the order of ArrayKind.
 constexpr std::array<std::string_view, 5> kKindNames{"numeric", "logical", "char", "cell", "struct"};
 
-/// The result of `make` for the C++ type of a numeric class.
+/// The result of `make` for the C++ type of a numeric class. It is called for every type, and one of the ten
+/// results is taken: it must be cheap and without effects.
 template <class Maker>
 auto forType(NumericClass numericClass, const Maker& make) {
   return [&]<class... T>(const std::tuple<T...>*) {
@@ -34,6 +43,8 @@ std::size_t elementSize(ArrayKind kind, NumericClass numericClass) {
 }
 
 /// The bytes of so many elements, or out of memory where no allocation could be that large.
+/// Checked here, because a wrapped product would pass for a small array that is then written beyond its end,
+/// and std::vector would raise length_error. Half of the address space leaves room for the head of a block.
 std::size_t checkedBytes(std::size_t rows, std::size_t columns, std::size_t size) {
   std::size_t count = 0, bytes = 0;
   const bool overflows =
@@ -47,6 +58,7 @@ double firstAsDouble(const std::byte* elements) {
   return static_cast<double>(*reinterpret_cast<const T*>(elements));
 }
 
+/// The array with these values, of which there must be as many as it has elements.
 template <class T>
 HostArray filled(HostArray array, std::span<const T> values) {
   std::ranges::copy(values, array.template mutableValues<T>().begin());
@@ -58,9 +70,11 @@ HostArray filled(HostArray array, std::span<const T> values) {
 /// What copies of one array share when it does not fit in place.
 struct HostArray::Block {
   Block(std::size_t rowCount, std::size_t columnCount) : rows(rowCount), columns(columnCount) {}
+  // A copy begins with one reference, that of the array it is made for.
   Block(const Block& other) : rows(other.rows), columns(other.columns) {}
   Block& operator=(const Block&) = delete;
   virtual ~Block() = default;
+  /// A block of its own with the same values; arrays in cells and fields share theirs with the original's.
   virtual Block* copy() const = 0;
 
   /// Destroys the block with its last reference.
@@ -74,6 +88,7 @@ struct HostArray::Block {
 
   std::size_t references = 1;
   std::size_t rows, columns;
+  // Links the blocks that wait to be destroyed. It costs a word per block, but destroying allocates nothing.
   Block* nextDoomed = nullptr;
 };
 
@@ -95,7 +110,8 @@ void HostArray::Block::release() noexcept {
   isEmptying = false;
 }
 
-/// Numbers, logicals or code units, in the same heap block, behind this head.
+/// Numbers, logicals or code units, in the same heap block, behind this head. The head's size is a multiple
+/// of eight, which is as far as any element must be aligned.
 struct HostArray::ElementBlock final : Block {
   ElementBlock(std::size_t rowCount, std::size_t columnCount, std::size_t bytes)
       : Block(rowCount, columnCount), byteCount(bytes) {}
@@ -105,6 +121,8 @@ struct HostArray::ElementBlock final : Block {
     std::memset(block->elements(), 0, bytes);
     return block;
   }
+
+  // Not by `create`, which would zero the bytes that are written next.
   Block* copy() const override {
     auto* const block = new (byteCount) ElementBlock(rows, columns, byteCount);
     std::memcpy(block->elements(), elements(), byteCount);
@@ -117,6 +135,7 @@ struct HostArray::ElementBlock final : Block {
   std::size_t byteCount;
 };
 
+/// Cells, column by column. A cell is an array like any other, the empty double until it is set.
 struct HostArray::CellBlock final : Block {
   CellBlock(std::size_t rowCount, std::size_t columnCount)
       : Block(rowCount, columnCount), values(rowCount * columnCount) {}
@@ -150,6 +169,7 @@ std::string_view nameOf(NumericClass numericClass) {
 HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns)
     : kind_(kind), numericClass_(numericClass) {
   const std::size_t bytes = checkedBytes(rows, columns, elementSize(kind, numericClass));
+  // A 0×300 array needs no bytes, but its dimensions do not fit into one byte each.
   if (bytes <= kInPlaceBytes && rows < kInBlock && columns < kInBlock) {
     rows_ = static_cast<std::uint8_t>(rows);
     columns_ = static_cast<std::uint8_t>(columns);
@@ -173,11 +193,13 @@ HostArray::HostArray(const HostArray& other) noexcept
 HostArray::HostArray(HostArray&& other) noexcept
     : kind_(other.kind_), numericClass_(other.numericClass_), rows_(other.rows_), columns_(other.columns_) {
   std::memcpy(data_, other.data_, sizeof data_);
+  // The reference has moved with the pointer: `other` must not release it.
   other.kind_ = ArrayKind::Numeric;
   other.numericClass_ = NumericClass::Double;
   other.rows_ = other.columns_ = 0;
 }
 
+// Taken by value: `other` was copied or moved before, and takes the old data with it.
 HostArray& HostArray::operator=(HostArray other) noexcept {
   std::swap(data_, other.data_);
   std::swap(kind_, other.kind_);
@@ -211,11 +233,13 @@ HostArray HostArray::logicalScalar(bool value) {
 
 HostArray HostArray::charRow(std::u16string_view text) {
   HostArray row(ArrayKind::Char, NumericClass::Double, 1, text.size());
+  // An empty view may hold a null pointer, which memcpy must not be given even for no bytes.
   if (!text.empty()) std::memcpy(row.ownElements(), text.data(), text.size() * sizeof(char16_t));
   return row;
 }
 
 HostArray HostArray::cell(std::size_t rows, std::size_t columns) {
+  // Checked before the block multiplies the two.
   checkedBytes(rows, columns, sizeof(HostArray));
   return HostArray(ArrayKind::Cell, new CellBlock(rows, columns));
 }
@@ -223,6 +247,7 @@ HostArray HostArray::cell(std::size_t rows, std::size_t columns) {
 HostArray HostArray::structure(std::size_t rows, std::size_t columns,
                                std::span<const std::u16string_view> fieldNames) {
   checkedBytes(rows, columns, sizeof(HostArray));
+  // Each name against those before it: records have tens of fields, for which a set would take longer.
   for (auto name = fieldNames.begin(); name != fieldNames.end(); ++name) {
     if (std::find(fieldNames.begin(), name, *name) != name) raise("Corvan:Arrays:DuplicateField", *name);
   }
@@ -244,6 +269,7 @@ std::size_t HostArray::columns() const { return isInBlock() ? block()->columns :
 std::size_t HostArray::elementCount() const { return rows() * columns(); }
 
 double HostArray::scalarAsDouble() const {
+  // For these two this always raises: the message says that a number is needed.
   if (kind_ == ArrayKind::Cell || kind_ == ArrayKind::Struct) requireKind(ArrayKind::Numeric);
   if (!isScalar()) raise("Corvan:Arrays:NotScalar", rows(), columns());
   if (kind_ == ArrayKind::Char) return text().front();
@@ -261,6 +287,8 @@ const HostArray& HostArray::cellAt(std::size_t index) const { return elementOf(c
 void HostArray::setCell(std::size_t index, HostArray value) {
   requireKind(ArrayKind::Cell);
   requireIndex(index);
+  // Given a copy of this very array, `value` holds a second reference to the block, so that the array goes on
+  // with another one: no array comes to contain itself.
   unshare();
   static_cast<CellBlock*>(block())->values[index] = std::move(value);
 }
@@ -299,6 +327,7 @@ void HostArray::releaseBlock() noexcept { block()->release(); }
 void HostArray::unshare() {
   Block* const shared = block();
   if (shared->references == 1) return;
+  // If memory is out here, the array still refers to the shared block.
   Block* const own = shared->copy();
   std::memcpy(data_, &own, sizeof(void*));
   shared->release();
@@ -330,6 +359,7 @@ const HostArray& HostArray::elementOf(const std::vector<HostArray>& column, std:
 }
 
 std::size_t HostArray::fieldIndex(std::u16string_view name) const {
+  // One by one: there are few names. Who sets a field of many elements does it by the index.
   const auto& names = fieldNames();
   const auto found = std::ranges::find(names, name);
   if (found == names.end()) raise("Corvan:Arrays:NoSuchField", name);

@@ -10,10 +10,14 @@
 #include <utility>
 #include <vector>
 
+/// The values that a host computes with, as modules take and give them.
 namespace corvan {
 
+/// What the elements of an array are.
 enum class ArrayKind : std::uint8_t { Numeric, Logical, Char, Cell, Struct };
 
+/// What the elements of a numeric array are. The order is that of NumericTypes and of the table of class
+/// names.
 enum class NumericClass : std::uint8_t {
   Double,
   Single,
@@ -31,7 +35,7 @@ enum class NumericClass : std::uint8_t {
 using NumericTypes = std::tuple<double, float, std::int8_t, std::int16_t, std::int32_t, std::int64_t,
                                 std::uint8_t, std::uint16_t, std::uint32_t, std::uint64_t>;
 
-/// The numeric class that a C++ type stands for.
+/// The numeric class that a C++ type stands for. For a type that stands for none the call does not compile.
 template <class T>
 consteval NumericClass numericClassOf() {
   return []<std::size_t... I>(std::index_sequence<I...>) {
@@ -43,6 +47,7 @@ consteval NumericClass numericClassOf() {
 
 /// The class of a host class name ("double", "int32"). Raises Corvan:Arrays:UnknownClass.
 NumericClass numericClassByName(std::string_view name);
+/// What the host calls the class; valid for the life of the process.
 std::string_view nameOf(NumericClass numericClass);
 
 /// A value of the host: a two-dimensional array of numbers, logicals, UTF-16 code units, cells or structures,
@@ -52,11 +57,15 @@ std::string_view nameOf(NumericClass numericClass);
 ///
 /// Asking an array for what it does not hold raises Corvan:Arrays:WrongClass, NotScalar, IndexOutOfRange or
 /// NoSuchField. Elements are counted from 0. A moved-from array is the empty double. What raises leaves the
-/// array as it was.
+/// array as it was. What makes or changes an array raises foundation::core::except::bad_alloc, or
+/// std::bad_alloc, when memory is out, also for dimensions whose product no memory could hold.
 class HostArray {
  public:
   /// 0×0 double.
   HostArray() = default;
+
+  // Each of these makes an array of its own. Dimensions of 0 are allowed everywhere: a 0×5 array is empty and
+  // still has five columns.
 
   /// Zero-filled.
   static HostArray numeric(NumericClass numericClass, std::size_t rows, std::size_t columns);
@@ -65,7 +74,7 @@ class HostArray {
   static HostArray int32Column(std::span<const std::int32_t> values);
   static HostArray doubleScalar(double value);
   static HostArray logicalScalar(bool value);
-  /// 1×N, N the number of code units.
+  /// 1×N, N the number of code units, which are taken as they are: a lone surrogate is no error.
   static HostArray charRow(std::u16string_view text);
   /// Every cell is the empty double.
   static HostArray cell(std::size_t rows, std::size_t columns);
@@ -74,6 +83,7 @@ class HostArray {
   static HostArray structure(std::size_t rows, std::size_t columns,
                              std::span<const std::u16string_view> fieldNames);
 
+  /// Copying shares the data and never allocates.
   HostArray(const HostArray& other) noexcept;
   HostArray(HostArray&& other) noexcept;
   HostArray& operator=(HostArray other) noexcept;
@@ -88,18 +98,21 @@ class HostArray {
   std::string_view className() const;
   std::size_t rows() const;
   std::size_t columns() const;
+  /// Rows times columns; code units for a char array.
   std::size_t elementCount() const;
   bool isEmpty() const { return elementCount() == 0; }
   bool isScalar() const { return elementCount() == 1; }
   bool isNumeric() const { return kind() == ArrayKind::Numeric; }
 
-  /// The one element of a numeric, logical or char scalar.
+  /// The one element of a numeric, logical or char scalar: a logical as 0 or 1, a code unit as its number. A
+  /// 64-bit integer is rounded where a double cannot hold it.
   double scalarAsDouble() const;
   /// The code units of a char array. Valid while this array stays where it is, unchanged.
   std::u16string_view text() const;
 
-  /// The elements of a numeric array of the class that T stands for, or of a logical array for T = bool.
-  /// Valid while this array stays where it is, unchanged.
+  /// The elements of a numeric array of the class that T stands for, or of a logical array for T = bool,
+  /// column by column. Nothing is converted: any other class raises Corvan:Arrays:WrongClass. Valid while
+  /// this array stays where it is, unchanged.
   template <class T>
   std::span<const T> values() const {
     requireElementsOf<T>();
@@ -112,12 +125,16 @@ class HostArray {
     return {reinterpret_cast<T*>(ownElements()), elementCount()};
   }
 
+  /// The value in a cell. The reference is valid until this array is changed or goes.
   const HostArray& cellAt(std::size_t index) const;
   void setCell(std::size_t index, HostArray value);
 
+  /// In the order in which `structure` was given them. Valid as cellAt's reference is.
   const std::vector<std::u16string>& fieldNames() const;
+  /// The value of one element's field, found by its name or, without a search, by its index among the names.
   const HostArray& fieldAt(std::size_t index, std::u16string_view name) const;
   const HostArray& fieldAt(std::size_t index, std::size_t field) const;
+  /// Fields can be set but not added: the names are settled when the array is made.
   void setField(std::size_t index, std::u16string_view name, HostArray value);
   void setField(std::size_t index, std::size_t field, HostArray value);
 
@@ -132,13 +149,18 @@ class HostArray {
   // As a row count: the dimensions stand in the block.
   static constexpr std::uint8_t kInBlock = 0xFF;
 
+  // Zero-filled elements of fixed size, in place if they fit.
   HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns);
+  // Takes over the first reference of a new block.
   HostArray(ArrayKind kind, Block* block) noexcept;
 
   bool isInBlock() const { return rows_ == kInBlock; }
+  // These two may be asked of an array in a block only.
   Block* block() const noexcept;
   void releaseBlock() noexcept;
+  // Gives this array a block that no other refers to, copying the shared one if there are others.
   void unshare();
+  // Where numbers, logicals or code units begin; `ownElements` unshares them for writing.
   const std::byte* elements() const;
   std::byte* ownElements();
   const CellBlock& cells() const;
@@ -160,7 +182,7 @@ class HostArray {
   // The elements themselves, or a pointer to a block with a reference of this array's own.
   alignas(8) std::byte data_[kInPlaceBytes] = {};
   ArrayKind kind_ = ArrayKind::Numeric;
-  NumericClass numericClass_ = NumericClass::Double;
+  NumericClass numericClass_ = NumericClass::Double;  // of no meaning for the other kinds
   std::uint8_t rows_ = 0;
   std::uint8_t columns_ = 0;
 };

@@ -1,3 +1,8 @@
+// A message's text is found by its language, its catalog and its key. Each catalog file is read once, when
+// the first message of it is needed, and kept; most runs show no error and read none. A message must come out
+// in any case, so nothing here fails for a reason of its own: a text that is not found gives way to the next
+// language, and at last to the identifier and the arguments.
+
 #include "platform/errors/catalog.h"
 
 #include <algorithm>
@@ -46,6 +51,7 @@ Texts readTexts(const std::filesystem::path& file) {
   return texts;
 }
 
+/// The text of one language, or null. A file that gave no texts is not looked for again.
 const std::u16string* findText(const std::string& language, const std::string& catalog,
                                const std::string& key) {
   static std::map<std::pair<std::string, std::string>, Texts> read;
@@ -55,6 +61,7 @@ const std::u16string* findText(const std::string& language, const std::string& c
   return text == entry->second.end() ? nullptr : &text->second;
 }
 
+/// The text in the best language that has one. What stands before the first colon names the catalog.
 const std::u16string* findText(std::string_view identifier) {
   const std::size_t colon = identifier.find(':');
   if (colon == std::string_view::npos) return nullptr;
@@ -76,16 +83,19 @@ std::optional<std::size_t> placeholderAt(std::u16string_view text, std::size_t a
 // quoted is a reason, or several names, and may be longer.
 constexpr std::size_t kLongestName = 200, kLongestText = 2000;
 
-/// A text of at most so many characters: the middle of a longer one gives way to "…".
+/// A text of at most so many UTF-16 code units: the middle of a longer one gives way to "…".
 std::u16string shortened(std::u16string_view text, std::size_t longest) {
   if (text.size() <= longest) return std::u16string(text);
   std::u16string_view head = text.substr(0, longest / 2), tail = text.substr(text.size() - longest / 2 + 1);
+  // The cut may fall between the two halves of a surrogate pair; a half that is left alone goes as well.
   const auto isHalf = [](char16_t unit, char16_t first) { return (unit & 0xFC00) == first; };
   if (isHalf(head.back(), 0xD800)) head.remove_suffix(1);
   if (isHalf(tail.front(), 0xDC00)) tail.remove_prefix(1);
   return std::u16string(head).append(u"…").append(tail);
 }
 
+/// The text with its placeholders filled. What an argument contains is not looked at again, so a name like
+/// "{1}" stays a name. A placeholder without an argument gives nothing.
 std::u16string fill(std::u16string_view text, const std::vector<std::u16string>& arguments) {
   std::u16string filled;
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -94,6 +104,7 @@ std::u16string fill(std::u16string_view text, const std::vector<std::u16string>&
       filled += text[at];
       continue;
     }
+    // Texts put names in quotes.
     const bool isName = at > 0 && text[at - 1] == u'"';
     if (*placeholder < arguments.size()) {
       filled += shortened(arguments[*placeholder], isName ? kLongestName : kLongestText);
@@ -103,6 +114,7 @@ std::u16string fill(std::u16string_view text, const std::vector<std::u16string>&
   return filled;
 }
 
+/// What stands for a message that no catalog has.
 std::u16string withoutText(std::string_view identifier, const std::vector<std::u16string>& arguments) {
   std::u16string text = to_ustring_lossy(identifier);
   for (std::size_t i = 0; i < arguments.size(); ++i) {

@@ -13,7 +13,9 @@ namespace fl::i18n {
 /// English behind it. A message without a text anywhere reads "identifier: argument, argument".
 std::u16string catalogText(std::string_view identifier, const std::vector<std::u16string>& arguments = {});
 
-/// The language folders that a locale name asks for, best first, "en" last.
+/// The language folders that a locale name asks for, best first, "en" last: "de_DE.UTF-8" gives de_DE, de,
+/// en, and a name that is no language (empty, or with characters other than letters, digits and "_") gives en
+/// alone.
 std::vector<std::string> languagesOf(std::string_view localeName);
 
 }  // namespace fl::i18n

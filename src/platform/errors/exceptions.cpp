@@ -6,6 +6,7 @@
 namespace foundation::core::except {
 namespace {
 
+/// What an empty collection answers with: no identifier, no arguments.
 const except_with_causes& noError() {
   static const except_with_causes none("");
   return none;
@@ -25,6 +26,7 @@ std::string IUserException::GetMessageTxt() const {
 
 const char* IUserException::what() const noexcept {
   try {
+    // Made when it is first asked for: most errors are caught and translated without being shown.
     if (what_.empty()) what_ = GetMessageTxt();
     return what_.c_str();
   } catch (const std::exception&) {

@@ -14,9 +14,10 @@
 /// them, and out of memory.
 namespace foundation::core::except {
 
+/// What fills the placeholders of a message's text, in order.
 using Arguments = std::vector<std::u16string>;
 
-/// Out of memory. Raising it allocates nothing.
+/// Out of memory. Raising it allocates nothing. No catalog is asked for its text, since that needs memory.
 class bad_alloc : public std::bad_alloc {
  public:
   ~bad_alloc() override;
@@ -36,7 +37,7 @@ class IUserException : public std::exception {
   /// gives the identifier and the arguments.
   std::string GetMessageTxt() const;
 
-  /// GetMessageTxt, kept for as long as the exception lives.
+  /// GetMessageTxt, kept for as long as the exception lives; the identifier if there is no memory for it.
   const char* what() const noexcept override;
 
  private:
@@ -46,6 +47,8 @@ class IUserException : public std::exception {
 /// One message-ID error: an identifier, its arguments, and the errors that led to it, in order.
 class except_with_causes : public IUserException {
  public:
+  /// The identifier is not checked here. An error without causes is made by `raise`, which has the compiler
+  /// check it.
   explicit except_with_causes(std::string_view identifier, Arguments arguments = {},
                               std::vector<except_with_causes> causes = {});
   ~except_with_causes() override;
@@ -86,6 +89,7 @@ class collection : public IUserException {
   collection() = default;
   ~collection() override;
 
+  /// One that is empty for the life of the process.
   static const collection& get_empty_instance();
 
   /// Adds one error at the end.
@@ -102,6 +106,7 @@ class collection : public IUserException {
   /// The first error, with the further ones as its last causes. The collection must not be empty.
   except_with_causes extract_except_with_causes() const;
 
+  /// The first error's; empty ones if there is none.
   const std::string& GetID() const noexcept override;
   const Arguments& GetArguments() const noexcept override;
 

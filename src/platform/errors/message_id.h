@@ -4,6 +4,8 @@
 #include <iterator>
 #include <string_view>
 
+/// Message identifiers that are checked while compiling: one without a text in the English catalog, or with
+/// another number of arguments than the text takes, does not compile.
 namespace fl::i18n {
 namespace internal {
 
@@ -22,6 +24,7 @@ void messageHasNoTextInTheCatalog();
 void messageTakesAnotherNumberOfArguments();
 
 // Searched by hand: <algorithm> would cost every file that raises a tenth of a second more to compile.
+// A binary search for the last message that is not above the identifier: it is the one asked for or none is.
 consteval void checkMessage(std::string_view identifier, std::size_t arguments) {
   std::size_t first = 0, end = std::size(kMessages);
   while (end - first > 1) {
@@ -40,6 +43,7 @@ consteval void checkMessage(std::string_view identifier, std::size_t arguments) 
 template <std::size_t Arguments>
 class MessageId {
  public:
+  // Not explicit: raise("opc:part:NotFound", …) is how it is meant to be written.
   consteval MessageId(const char* identifier) : identifier_(identifier) {
     internal::checkMessage(identifier_, Arguments);
   }

@@ -2,6 +2,7 @@
 
 namespace opc {
 
+// The destructors stand here for the reason given in exceptions.cpp: one library owns the types.
 Exception::~Exception() = default;
 
 namespace model {

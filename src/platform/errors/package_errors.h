@@ -21,6 +21,7 @@ namespace model {
 /// There is no file of that name.
 class PackageNotFound : public Exception {
  public:
+  /// The path is UTF-8; ill-formed bytes show as U+FFFD in the message.
   explicit PackageNotFound(std::string_view narrowPath);
   ~PackageNotFound() override;
 };
@@ -34,6 +35,8 @@ class PackageOpenFailed : public Exception {
 
 }  // namespace model
 
+/// Raises an error of the package library: plain, or of a class derived from Exception that handlers tell
+/// apart.
 template <class Error = Exception, class... Argument>
 [[noreturn]] void raise(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
   throw Error(identifier, {foundation::core::except::toArgument(arguments)...});

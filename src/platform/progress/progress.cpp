@@ -5,6 +5,8 @@
 namespace corvan {
 namespace {
 
+// One for the process, and made at its first use: other static variables may report or subscribe before those
+// of this file are initialised.
 ProgressListener& currentListener() {
   static ProgressListener listener;
   return listener;

@@ -1,3 +1,7 @@
+// Both directions are the same loop: read one code point, append it in the other form. The two overloads of
+// `nextCodePoint` know what is ill-formed, the two of `append` know how a point is written, and `convert` is
+// told what to do about a sequence that is ill-formed: raise an error or put U+FFFD in its place.
+
 #include "platform/text/conversion.h"
 
 #include <cstdint>
@@ -7,6 +11,7 @@
 namespace fl::i18n {
 namespace {
 
+// What readers show for something that could not be read.
 constexpr char32_t kReplacement = 0xFFFD;
 
 bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
@@ -19,7 +24,8 @@ struct SequenceForm {
   char32_t leadBits;
 };
 
-/// The form that a lead byte announces (Unicode 15, table 3-7), or nothing for a byte that leads none.
+/// The form that a lead byte announces (Unicode 15, table 3-7), or nothing for a byte that leads none: C0 and
+/// C1 could only begin overlong forms, and F5 and above points beyond U+10FFFF.
 std::optional<SequenceForm> formOf(unsigned char lead) {
   if (lead >= 0xC2 && lead <= 0xDF) return SequenceForm{1, 0x80, 0xBF, lead & 0x1Fu};
   if (lead == 0xE0) return SequenceForm{2, 0xA0, 0xBF, 0};
@@ -32,7 +38,8 @@ std::optional<SequenceForm> formOf(unsigned char lead) {
 }
 
 /// Reads one code point and moves `at` past it. Of an ill-formed sequence it reads nothing and moves `at`
-/// past its longest sound start.
+/// past its longest sound start, so that it shows as one U+FFFD, as the Unicode standard recommends (3.9),
+/// and what follows is read in full.
 std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) {
   const auto lead = static_cast<unsigned char>(narrow[at++]);
   if (lead < 0x80) return lead;
@@ -44,6 +51,7 @@ std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) 
     const auto byte = static_cast<unsigned char>(narrow[at]);
     const unsigned char minimum = i == 0 ? form->firstMinimum : 0x80;
     const unsigned char maximum = i == 0 ? form->firstMaximum : 0xBF;
+    // Not passed over: a byte that does not go on with this sequence may begin the next one.
     if (byte < minimum || byte > maximum) return std::nullopt;
     point = (point << 6) | (byte & 0x3Fu);
     ++at;
@@ -51,6 +59,7 @@ std::optional<char32_t> nextCodePoint(std::string_view narrow, std::size_t& at) 
   return point;
 }
 
+/// The same for UTF-16, where only a surrogate without its other half is ill-formed.
 std::optional<char32_t> nextCodePoint(std::u16string_view text, std::size_t& at) {
   const char32_t unit = text[at++];
   if (isLowSurrogate(unit)) return std::nullopt;
@@ -59,6 +68,7 @@ std::optional<char32_t> nextCodePoint(std::u16string_view text, std::size_t& at)
   return 0x10000 + ((unit - 0xD800) << 10) + (static_cast<char32_t>(text[at++]) - 0xDC00);
 }
 
+/// Appends a code point, which is no surrogate, as one unit or as a surrogate pair.
 void append(std::u16string& out, char32_t point) {
   if (point < 0x10000) {
     out.push_back(static_cast<char16_t>(point));
@@ -68,11 +78,13 @@ void append(std::u16string& out, char32_t point) {
   out.push_back(static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
 }
 
+/// Appends a code point, which is no surrogate, as one to four bytes.
 void append(std::string& out, char32_t point) {
   if (point < 0x80) {
     out.push_back(static_cast<char>(point));
     return;
   }
+  // Each byte that follows carries six bits; the lead byte carries the rest and says how many follow.
   const int continuationBytes = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
   const char32_t lead[] = {0, 0xC0, 0xE0, 0xF0};
   out.push_back(static_cast<char>(lead[continuationBytes] | (point >> (6 * continuationBytes))));
@@ -88,6 +100,7 @@ std::size_t asciiPrefix(In text) {
   constexpr std::size_t kBlock = 16;
   std::size_t at = 0;
   for (; text.size() - at >= kBlock; at += kBlock) {
+    // All units of a block in one number, without a branch, so that the compiler can use vector instructions.
     unsigned all = 0;
     for (std::size_t i = 0; i < kBlock; ++i) {
       all |= static_cast<std::make_unsigned_t<std::conditional_t<sizeof(text[0]) == 1, char, short>>>(
@@ -98,10 +111,13 @@ std::size_t asciiPrefix(In text) {
   return at;
 }
 
+/// `onIllFormed` is called with the offset at which an ill-formed sequence begins, in units of the input, and
+/// gives the code point to put in its place, or raises.
 template <class Out, class In, class OnIllFormed>
 Out convert(In text, const OnIllFormed& onIllFormed) {
   const std::size_t prefix = asciiPrefix(text);
   Out out;
+  // Enough for most texts. Only UTF-16 beyond ASCII becomes longer as UTF-8, and then the text grows.
   out.reserve(text.size());
   out.assign(text.begin(), text.begin() + prefix);
   for (std::size_t at = prefix; at < text.size();) {
@@ -112,6 +128,7 @@ Out convert(In text, const OnIllFormed& onIllFormed) {
   return out;
 }
 
+/// Without making the converted text: the answer costs no memory.
 template <class In>
 bool wellFormed(In text) {
   for (std::size_t at = asciiPrefix(text); at < text.size();) {

@@ -8,7 +8,8 @@
 /// because two names must never merge into one; ill-formed input to a message shows U+FFFD.
 namespace fl::i18n {
 
-/// A text that is not well-formed Unicode was given where a name is needed.
+/// A text that is not well-formed Unicode was given where a name is needed. what() says in English where, for
+/// the caller's own message.
 class ConversionError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -24,6 +25,7 @@ std::string to_string(std::u16string_view text);
 std::u16string to_ustring_lossy(std::string_view narrow);
 std::string to_string_lossy(std::u16string_view text);
 
+/// Whether the text would convert without an error.
 bool is_well_formed(std::string_view narrow) noexcept;
 bool is_well_formed(std::u16string_view text) noexcept;
 

@@ -9,12 +9,15 @@
 namespace fl::i18n {
 namespace {
 
+/// RFC 8259, section 7: four hexadecimal digits, those of a UTF-16 code unit.
 void appendUnicodeEscape(std::string& text, unsigned unit) {
   constexpr char kHex[] = "0123456789abcdef";
   text += "\\u";
   for (int shift = 12; shift >= 0; shift -= 4) text += kHex[(unit >> shift) & 0xF];
 }
 
+/// Not by a stream or printf, which follow the locale: JSON has a point in every language. 32 characters hold
+/// the longest number of each type (24 for a double).
 template <class Number>
 void appendNumber(std::string& text, Number number) {
   char digits[32];
@@ -24,6 +27,8 @@ void appendNumber(std::string& text, Number number) {
 
 }  // namespace
 
+// Called before every value. A value that follows its member's name needs no comma, since the name, itself
+// written as a value, has put it. The outermost value needs none either.
 void JsonWriter::separate() {
   if (std::exchange(afterMember_, false) || hasElements_.empty()) return;
   if (hasElements_.back()) text_ += ',';
@@ -64,6 +69,8 @@ JsonWriter& JsonWriter::value(std::string_view narrow) {
 }
 
 JsonWriter& JsonWriter::value(std::u16string_view text) {
+  // JSON is UTF-8, in which a lone surrogate cannot be written, and leaving it out would make two different
+  // texts equal. In escapes nothing of it is lost.
   if (is_well_formed(text)) return value(std::string_view(to_string(text)));
   separate();
   text_ += '"';
@@ -92,6 +99,7 @@ JsonWriter& JsonWriter::value(std::uint64_t number) {
 
 JsonWriter& JsonWriter::value(double number) {
   separate();
+  // JSON has no word for infinities and NaN (RFC 8259, section 6).
   if (std::isfinite(number)) {
     appendNumber(text_, number);
   } else {
@@ -105,7 +113,8 @@ std::string JsonWriter::take() { return std::exchange(text_, {}); }
 void JsonWriter::appendEscaped(std::string_view narrow) {
   for (std::size_t i = 0; i < narrow.size(); ++i) {
     const auto byte = static_cast<unsigned char>(narrow[i]);
-    // In UTF-8 the control characters from U+0080 to U+009F are C2 and their own byte.
+    // In UTF-8 the control characters from U+0080 to U+009F are C2 and their own byte. A caller that does not
+    // keep to well-formed texts may end one after C2.
     const bool isTwoByteControl =
         byte == 0xC2 && i + 1 < narrow.size() && static_cast<unsigned char>(narrow[i + 1]) < 0xA0;
     if (byte == '"' || byte == '\\') {
@@ -116,6 +125,7 @@ void JsonWriter::appendEscaped(std::string_view narrow) {
     } else if (isTwoByteControl) {
       appendUnicodeEscape(text_, static_cast<unsigned char>(narrow[++i]));
     } else {
+      // Also each byte of a longer sequence: beyond ASCII nothing else needs an escape.
       text_ += narrow[i];
     }
   }

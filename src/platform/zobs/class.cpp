@@ -17,6 +17,7 @@ void COSClass::addMethod(COSMethodInfo* info) {
   std::unique_ptr<COSMethodInfo> method(info);
   method->attach(*this);
   requireNewName(nameOf(*method));
+  // Not among the methods, because nobody may call it on an object that is made already.
   if (nameOf(*method) == info_->getName()) {
     constructor_ = std::move(method);
     return;
@@ -51,7 +52,8 @@ void COSClass::define() {
   try {
     info_->defineMembers(*this);
   } catch (...) {
-    // A class with half of its members must not pass for a whole one.
+    // A class with half of its members must not pass for a whole one. Members are only ever added at the
+    // end, so cutting the lists to their old lengths removes exactly the new ones.
     if (!hadConstructor) constructor_.reset();
     methods_.resize(methodCount);
     properties_.resize(propertyCount);

@@ -1,3 +1,8 @@
+// A call goes through four steps: the member is found by its name, its access is asked, the inputs are
+// checked and converted one by one, and only then the module's code runs. A method therefore never sees an
+// input of another type than its signature says, and takes it out of the variant without asking. Outputs are
+// cut to what was requested afterwards.
+
 #include "platform/zobs/dispatch.h"
 
 #include <algorithm>
@@ -20,6 +25,7 @@ using Converted = std::optional<Value>;
 Converted toUnicodeString(const Value& input) {
   if (std::holds_alternative<std::u16string>(input)) return input;
   const auto* const array = std::get_if<HostArray>(&input);
+  // Several rows would run into one another column by column. The empty text may have no row at all (0×0).
   if (array == nullptr || array->kind() != ArrayKind::Char || array->rows() > 1) return {};
   return std::u16string(array->text());
 }
@@ -45,10 +51,12 @@ Converted toLogicalScalar(const Value& input) {
   const auto* const array = std::get_if<HostArray>(&input);
   if (array == nullptr || !array->isScalar()) return {};
   if (array->kind() == ArrayKind::Logical) return input;
+  // Every number but 0 is true; NaN is neither true nor false.
   if (!array->isNumeric() || std::isnan(array->scalarAsDouble())) return {};
   return HostArray::logicalScalar(array->scalarAsDouble() != 0);
 }
 
+/// Classes do not inherit from one another here, so an object fits its own class only.
 Converted toObjectOf(const std::string& className, const Value& input) {
   const auto* const object = std::get_if<COSInterfacePointer>(&input);
   if (object == nullptr || !*object) return {};
@@ -56,6 +64,7 @@ Converted toObjectOf(const std::string& className, const Value& input) {
   return input;
 }
 
+/// A type that is none of the four names below is taken for the dotted name of a class.
 Converted convert(const std::string& type, const Value& input) {
   if (type == "unicodeString") return toUnicodeString(input);
   if (type == "any") return toAny(input);
@@ -91,6 +100,7 @@ std::vector<Value> convertInputs(const COSMethodInfo& method, std::vector<Value>
     }
     inputs[i] = std::move(*converted);
   }
+  // Inputs that were left out stay left out: methods see from the count which ones they were given.
   return inputs;
 }
 
@@ -105,10 +115,12 @@ DottedName splitDotted(std::string_view name) {
   return {name.substr(0, dot), name.substr(dot + 1)};
 }
 
+/// Asked after the name was found: what is not public is still distinguished from what does not exist.
 void requirePublic(int access, const std::string& dottedName) {
   if (access != kPublicAccess) raise("Corvan:ObjectSystem:MemberIsNotPublic", dottedName);
 }
 
+/// Runs a method or function whose access was asked already.
 std::vector<Value> invoke(COSClient& client, COSMethodInfo& method, std::vector<Value> inputs,
                           int requestedOutputs) {
   const std::size_t given = method.getSignature().outputTypes().size();
@@ -123,10 +135,12 @@ std::vector<Value> invoke(COSClient& client, COSMethodInfo& method, std::vector<
   std::vector<Value> outputs(slots);
   int produced = 0;
   method.invoke(client, &produced, outputs.data(), requestedOutputs, inputs);
+  // The count comes from the module, which may have got it wrong: neither below zero nor above the slots.
   outputs.resize(std::min(static_cast<std::size_t>(std::max(produced, 0)), requested));
   return outputs;
 }
 
+/// The class of the object whose `member` is asked for; hosts may pass a reference that holds no object.
 COSClass& classOf(const COSInterfacePointer& object, std::string_view member) {
   if (!object) raise("Corvan:ObjectSystem:NoObject", member);
   return object->getClass();
@@ -147,6 +161,7 @@ std::string signatureText(const COSMethodInfo& method) {
   const COSMethodSignature& signature = method.getSignature();
   std::string text = nameOf(method) + "(";
   for (std::size_t i = 0; i < signature.inputTypes().size(); ++i) {
+    // Each optional input opens a bracket of its own, since it may be given only if those before it are.
     if (i >= signature.requiredInputCount()) text += "[";
     if (i > 0) text += ", ";
     text += signature.inputTypes()[i].text();
@@ -164,12 +179,14 @@ COSClass& findClass(std::string_view dottedName) {
 
 COSInterfacePointer construct(COSClient& client, COSClass& objectClass, std::vector<Value> inputs) {
   const std::string& name = objectClass.getIdentifier().text();
+  // The class's access decides about making objects; the constructor has none of its own.
   requirePublic(objectClass.getAccess().get, name);
   COSMethodInfo* const constructor = objectClass.constructor();
   if (constructor == nullptr) {
     if (!inputs.empty()) raise("Corvan:ObjectSystem:WrongInputCount", name + "()", inputs.size());
     return std::make_shared<COSObject>(objectClass);
   }
+  // Before the object is made: inputs that are refused cost no instance data.
   inputs = convertInputs(*constructor, std::move(inputs));
   const auto object = std::make_shared<COSObject>(objectClass);
   std::vector<Value> outputs(std::max<std::size_t>(constructor->getSignature().outputTypes().size(), 1));
@@ -187,6 +204,7 @@ Value getProperty(const COSInterfacePointer& object, std::string_view name) {
 }
 
 void setProperty(const COSInterfacePointer& object, std::string_view name, const Value&) {
+  // Looked for all the same, so that a misspelt name is reported as such.
   const COSProperty& property = propertyOf(object, name);
   raise("Corvan:ObjectSystem:PropertyIsReadOnly", object->getClass().getIdentifier().text(),
         property.name.text());
@@ -199,6 +217,8 @@ std::vector<Value> callMethod(COSClient& client, const COSInterfacePointer& obje
   COSMethodInfo* const method = objectClass.findMethod(name);
   if (method == nullptr) raise("Corvan:ObjectSystem:NoSuchMethod", className, name);
   requirePublic(method->getMemberAccess(), className + "." + nameOf(*method));
+  // The call has a reference of its own: the object lives until it ends, even if the host drops its own
+  // before.
   furtherInputs.insert(furtherInputs.begin(), object);
   return invoke(client, *method, std::move(furtherInputs), requestedOutputs);
 }

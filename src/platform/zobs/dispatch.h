@@ -22,11 +22,13 @@ COSClass& findClass(std::string_view dottedName);
 /// "list(tavlox.io.File[, unicodeString])": the name and the inputs, those that may be left out in brackets.
 std::string signatureText(const COSMethodInfo& method);
 
-/// A new object of the class. When the constructor raises, the half-made object's instance data is destroyed.
-/// A class without a constructor takes no inputs.
+/// A new object of the class, its constructor run. A class that is not public raises MemberIsNotPublic. When
+/// the constructor raises, the half-made object's instance data is destroyed. A class without a constructor
+/// takes no inputs.
 COSInterfacePointer construct(COSClient& client, COSClass& objectClass, std::vector<Value> inputs);
 
-/// Raises Corvan:ObjectSystem:NoSuchProperty.
+/// Asks the property's getter, at every call anew. Raises Corvan:ObjectSystem:NoSuchProperty, or
+/// NoObject for a reference that holds none, and what the getter raises.
 Value getProperty(const COSInterfacePointer& object, std::string_view name);
 
 /// Every property is read-only: raises Corvan:ObjectSystem:PropertyIsReadOnly, or NoSuchProperty.

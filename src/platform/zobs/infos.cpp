@@ -8,6 +8,8 @@ void utFree(void* memory) noexcept { std::free(memory); }
 
 namespace zobs {
 
+// calloc, because utFree ends in free: a module and its host may have been built with different operators new
+// and delete, but they share the C allocator.
 void* HostAllocated::operator new(std::size_t size) {
   void* const memory = std::calloc(1, size);
   if (memory == nullptr) throw foundation::core::except::bad_alloc();
@@ -20,6 +22,7 @@ std::unique_ptr<COSMethodSignature> COSMethodSignature::createMethodSignature() 
   return std::make_unique<COSMethodSignature>();
 }
 
+// The dot separates the names of namespaces, so a name with one in it would be looked for in the wrong one.
 void requireValidName(std::string_view name) {
   if (name.empty() || name.find('.') != std::string_view::npos) {
     foundation::core::except::raise("Corvan:ObjectSystem:InvalidName", name);

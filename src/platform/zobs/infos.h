@@ -10,7 +10,7 @@
 
 #include "platform/zobs/object.h"
 
-/// Frees memory that came from the host's allocator.
+/// Frees memory that came from the host's allocator. A null pointer does nothing.
 extern "C" void utFree(void* memory) noexcept;
 
 /// How a module describes itself: it derives a class from one of these infos for each namespace, class,
@@ -25,6 +25,7 @@ inline constexpr int kPublicAccess = 0;
 /// Nobody may: given for the setting or replacing of a member.
 inline constexpr int kNoAccess = 2;
 
+/// Two access codes: who may use or read a member, and who may replace or write it.
 struct Access {
   int get = kPublicAccess;
   int set = kNoAccess;
@@ -53,8 +54,10 @@ class COSClient {
 /// "int32 scalar", "logical scalar".
 class COSMethodSignature {
  public:
+  /// An empty signature: no inputs, no outputs.
   static std::unique_ptr<COSMethodSignature> createMethodSignature();
 
+  /// For a method the first input is the object itself.
   void addInputType(Interned type) { inputs_.push_back(type); }
   void addOutputType(Interned type) { outputs_.push_back(type); }
   /// How many trailing inputs may be left out; none unless set. More than there are inputs means all of them.
@@ -70,7 +73,8 @@ class COSMethodSignature {
   std::size_t optionalInputs_ = 0;
 };
 
-/// One method or function. The object system asks for its name, its member access and its signature.
+/// One method or function. The object system asks for its name, its member access (of methods; a function's
+/// is given when it is registered) and its signature.
 class COSMethodInfo : public HostAllocated {
  public:
   virtual ~COSMethodInfo();
@@ -110,7 +114,8 @@ inline const std::string& nameOf(const COSMethodInfo& method) {
 /// Raises Corvan:ObjectSystem:InvalidName for a name under which no member could be found again.
 void requireValidName(std::string_view name);
 
-/// One class.
+/// One class. The object system asks for its name, its members and its instance data. Whether hosts may use
+/// the class is said when it is registered, not by getAccess.
 class COSClassInfo : public HostAllocated {
  public:
   virtual ~COSClassInfo();
@@ -127,12 +132,14 @@ class COSClassInfo : public HostAllocated {
   /// dropped.
   virtual void destroyInstanceData(void* data) = 0;
   virtual bool isOkToDestroy() const { return true; }
+  /// Whether objects of the class have instance data, which getInstanceData then gives.
   virtual bool hasInstanceData() const { return false; }
   virtual bool canThisClassContainOtherClass() const { return false; }
   virtual bool isSealed() const { return false; }
 };
 
-/// One namespace.
+/// One namespace. It describes itself under its own name only; the dotted name follows from where it is
+/// added.
 class COSNamespaceInfo : public HostAllocated {
  public:
   virtual ~COSNamespaceInfo();

@@ -1,3 +1,8 @@
+// The name of a module's entry point is not known before it is loaded: only its beginning is. The dynamic
+// loader looks names up but does not list them, so the library's own symbol table is read, in memory, where
+// the loader has mapped it (System V ABI, chapter 5, "Program Loading and Dynamic Linking"). Nothing of the
+// file is parsed: what is read here has been accepted by the loader already.
+
 #include "platform/zobs/module_loader.h"
 
 #include <algorithm>
@@ -25,10 +30,10 @@ using Library = std::unique_ptr<void, FreeWith<dlclose>>;
 
 /// Where a loaded library keeps its dynamic symbols.
 struct DynamicTables {
-  const ElfW(Sym) * symbols = nullptr;
-  const char* names = nullptr;
-  const std::uint32_t* hash = nullptr;
-  const std::uint32_t* gnuHash = nullptr;
+  const ElfW(Sym) * symbols = nullptr;     // their number stands nowhere; it follows from a hash table
+  const char* names = nullptr;             // NUL-terminated, at the offsets that the symbols give
+  const std::uint32_t* hash = nullptr;     // the table of the ABI: two counts, buckets, chains
+  const std::uint32_t* gnuHash = nullptr;  // its successor; a library has one of the two, or both
 };
 
 template <class T>
@@ -52,21 +57,27 @@ DynamicTables tablesOf(const link_map& map) {
 }
 
 /// The GNU table does not say how many symbols there are: the last one ends the chain of the highest bucket.
+/// The table holds four words (number of buckets, first symbol that is hashed, number of filter words, a
+/// shift), the filter in words of an address's size, the buckets, and one chain word for each hashed symbol,
+/// whose lowest bit says that a chain ends there.
 std::size_t countByGnuHash(const std::uint32_t* table) {
   const std::uint32_t bucketCount = table[0], firstSymbol = table[1], filterWords = table[2];
   const std::uint32_t* const buckets = table + 4 + filterWords * (sizeof(ElfW(Addr)) / sizeof(std::uint32_t));
   const std::uint32_t* const chains = buckets + bucketCount;
   std::uint32_t last = bucketCount == 0 ? 0 : *std::max_element(buckets, buckets + bucketCount);
+  // All buckets are empty: the library exports nothing, and its symbols are those that it imports.
   if (last < firstSymbol) return firstSymbol;
   while ((chains[last - firstSymbol] & 1) == 0) ++last;
   return std::size_t{last} + 1;
 }
 
 std::size_t symbolCount(const DynamicTables& tables) {
+  // Its second word is the length of the chains, which have one element for every symbol.
   if (tables.hash != nullptr) return tables.hash[1];
   return tables.gnuHash != nullptr ? countByGnuHash(tables.gnuHash) : 0;
 }
 
+/// The table also lists what the library imports; such symbols belong to no section of it.
 bool isExportedFunction(const ElfW(Sym) & symbol) {
   // The two halves of st_info are laid out alike in 32-bit and 64-bit files.
   const unsigned binding = ELF64_ST_BIND(symbol.st_info);
@@ -95,9 +106,11 @@ Library openLibrary(const std::u16string& path) {
   if (failure || !std::filesystem::exists(file, failure)) {
     raise("Corvan:ObjectSystem:CannotLoadModule", path, "there is no such file");
   }
-  // Local, so that two modules may use one name for different things.
+  // Local, so that two modules may use one name for different things. Now, so that a function that is missing
+  // is reported here and does not end the process at its first call.
   Library library(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL));
   if (library) return library;
+  // Once only: asking for the text also clears it.
   const char* const reason = dlerror();
   raise("Corvan:ObjectSystem:CannotLoadModule", path,
         reason != nullptr ? reason : "the loader gives no reason");

@@ -18,6 +18,7 @@ Member* findNamed(const std::vector<std::unique_ptr<Member>>& members, std::stri
   return found != members.end() ? found->get() : nullptr;
 }
 
+/// An info that has an error of its own for this raises it; most have none.
 [[noreturn]] void refuseSecondDefinition(const COSNamespaceInfo& info, std::string_view name) {
   info.throwErrorForDefinitionOfExistingName(name);
   foundation::core::except::raise("Corvan:ObjectSystem:NameAlreadyDefined", name);
@@ -40,6 +41,7 @@ std::vector<std::unique_ptr<COSNamespace>>& COSNamespace::registry() {
 }
 
 COSNamespace* COSNamespace::getNamespace(std::string_view dottedName) {
+  // From the outermost name inwards: an inner namespace may only come to be when its holder is looked into.
   std::size_t dot = dottedName.find('.');
   COSNamespace* found = findNamed(registry(), dottedName.substr(0, dot));
   while (found != nullptr && dot != std::string_view::npos) {
@@ -79,10 +81,13 @@ void COSNamespace::addFunction(COSMethodInfo* info, int getAccess, int setAccess
       std::make_unique<COSFunction>(COSFunction{std::move(owned), Access{getAccess, setAccess}}));
 }
 
+/// Finds a member that is registered, or lets the info load it and looks once more. What the info answers is
+/// not enough: it says that it registered something, and `find` sees whether that is the member asked for.
 template <class Find, class Load>
 auto COSNamespace::findOrLoad(Find find, Load load) {
   populate();
   auto* const found = find();
+  // While the info loads, it may look for the same name itself, and would be asked for it without end.
   if (found != nullptr || isLoading_) return found;
   struct Loading {
     bool& flag;
@@ -117,7 +122,8 @@ void COSNamespace::populate() {
   try {
     info_->populate(*this);
   } catch (...) {
-    // A namespace with half of its members must not pass for a whole one.
+    // A namespace with half of its members must not pass for a whole one. Members are only ever added at the
+    // end, so cutting the lists to their old lengths removes exactly the new ones.
     inner_.resize(innerCount);
     classes_.resize(classCount);
     functions_.resize(functionCount);

@@ -7,6 +7,7 @@
 
 #include "platform/zobs/class.h"
 
+/// The registry: the tree of namespaces in which hosts find classes and functions by their dotted names.
 namespace zobs {
 
 /// One registered function of a namespace.
@@ -43,8 +44,8 @@ class COSNamespace {
   const std::vector<std::unique_ptr<COSNamespace>>& innerNamespaces() { return populate(), inner_; }
   const std::vector<std::unique_ptr<COSClass>>& classes() { return populate(), classes_; }
   const std::vector<std::unique_ptr<COSFunction>>& functions() { return populate(), functions_; }
-  /// The member of that name, or null. A member that is missing is first asked of the info's attemptToLoad…
-  /// operation.
+  /// The member of that name (not dotted), or null. A member that is missing is first asked of the info's
+  /// attemptToLoad… operation, whose errors pass through.
   COSNamespace* findInnerNamespace(std::string_view name);
   COSClass* findClass(std::string_view name);
   COSFunction* findFunction(std::string_view name);
@@ -60,7 +61,7 @@ class COSNamespace {
   std::unique_ptr<COSNamespaceInfo> info_;
   Interned name_;
   bool isPopulated_ = false;
-  bool isLoading_ = false;
+  bool isLoading_ = false;  // an attemptToLoad… operation of the info runs
   std::vector<std::unique_ptr<COSNamespace>> inner_;
   std::vector<std::unique_ptr<COSClass>> classes_;
   std::vector<std::unique_ptr<COSFunction>> functions_;

@@ -19,6 +19,7 @@ Interned internal::makeInterned(std::string_view narrow) {
 }
 
 COSObject::COSObject(COSClass& objectClass) : class_(objectClass) {
+  // If this raises there is no object, and the destructor, which would destroy the data, does not run.
   if (class_.info().hasInstanceData()) instanceData_ = class_.info().createInstanceData();
 }
 

@@ -79,8 +79,10 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
   const std::string before = contents();
   // The system gives this file a type and a size, and an error instead of bytes.
   linkOnDisk("/proc/self/mem", "mem");
+  const std::string error =
+      "opc:stream:CannotRead(" + package_.narrowPath() + ", " + package_.folder().narrow("mem") + ", 0)";
   for (const Inputs& options : {Inputs{u"Replace", u"enable"}, Inputs{u"Path", u"/new"}}) {
-    EXPECT_EQ(errorOf("addFile", {onDisk("mem"), options[0], options[1]}), "opc:stream:CannotRead(0)");
+    EXPECT_EQ(errorOf("addFile", {onDisk("mem"), options[0], options[1]}), error);
     EXPECT_EQ(contents(), before);
   }
 }

@@ -58,15 +58,13 @@ std::string alignedLine(const std::vector<std::string>& values, const Widths& wi
   return line;
 }
 
-/// One document on one line, in pieces between two elements.
-void printJsonList(const HostArray& structures) {
-  JsonWriter json;
-  json.beginArray();
-  writeElements(json, structures, [&json] {
-    if (json.text().size() >= kPieceSize) print(std::string_view(json.take()));
-  });
-  json.endArray();
-  print(json);
+/// The values of a tab-separated line, which hold no tab: singleLine escapes those.
+std::vector<std::string> valuesOf(std::string_view line) {
+  std::vector<std::string> values;
+  for (std::size_t tab; (tab = line.find('\t')) != std::string_view::npos; line.remove_prefix(tab + 1))
+    values.emplace_back(line.substr(0, tab));
+  values.emplace_back(line);
+  return values;
 }
 
 }  // namespace
@@ -130,23 +128,63 @@ void print(const Table& table) {
   writeTable(table, style, [](std::string_view piece) { print(piece); });
 }
 
-void printRecords(OutputFormat format, const HostArray& structures, std::span<const Column> columns) {
-  if (format == OutputFormat::Json) return printJsonList(structures);
-  const std::vector<std::u16string>& names = structures.fieldNames();
-  std::vector<std::size_t> fields;
-  Table table;
-  // Fields are looked up once; the rows then ask for them by index.
-  for (const Column& column : columns) {
-    fields.push_back(static_cast<std::size_t>(std::ranges::find(names, column.field) - names.begin()));
-    table.headings.emplace_back(column.heading);
+RecordPrinter::RecordPrinter(OutputFormat format, std::span<const Column> columns)
+    : columns_(columns), isJson_(format == OutputFormat::Json), isForPeople_(isTerminal(stdout)) {
+  if (isJson_) json_.beginArray();
+}
+
+void RecordPrinter::add(const HostArray& structures) {
+  if (!isJson_) return addRows(structures);
+  writeElements(json_, structures, [this] {
+    if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
+  });
+}
+
+void RecordPrinter::finish() {
+  if (isJson_) return print(json_.endArray());
+  if (isForPeople_) return printAligned();
+  print(lines_);
+}
+
+void RecordPrinter::addRows(const HostArray& structures) {
+  if (fields_.empty()) {
+    const std::vector<std::u16string>& names = structures.fieldNames();
+    for (const Column& column : columns_)
+      fields_.push_back(static_cast<std::size_t>(std::ranges::find(names, column.field) - names.begin()));
   }
-  table.rowCount = structures.elementCount();
-  table.row = [&](std::size_t index) {
-    std::vector<std::u16string> values;
-    for (const std::size_t field : fields) values.push_back(cellText(structures.fieldAt(index, field)));
-    return values;
-  };
-  print(table);
+  for (std::size_t i = 0; i < structures.elementCount(); ++i) {
+    for (std::size_t column = 0; column < fields_.size(); ++column) {
+      const std::string value = singleLine(cellText(structures.fieldAt(i, fields_[column])));
+      if (isForPeople_) {
+        widths_.resize(fields_.size());
+        widths_[column] = std::max(widths_[column], displayWidth(value));
+      }
+      lines_.append(value) += column + 1 < fields_.size() ? '\t' : '\n';
+    }
+    if (isForPeople_ || lines_.size() < kPieceSize) continue;
+    print(lines_);
+    lines_.clear();
+  }
+}
+
+void RecordPrinter::printAligned() {
+  std::vector<std::string> headings;
+  for (const Column& column : columns_) headings.emplace_back(column.heading);
+  widen(widths_, headings);
+  std::string piece = bold(alignedLine(headings, widths_), coloursFor(stdout)) + "\n";
+  for (std::string_view rest = lines_; !rest.empty(); rest.remove_prefix(rest.find('\n') + 1)) {
+    piece.append(alignedLine(valuesOf(rest.substr(0, rest.find('\n'))), widths_)) += '\n';
+    if (piece.size() < kPieceSize) continue;
+    print(piece);
+    piece.clear();
+  }
+  print(piece);
+}
+
+void printRecords(OutputFormat format, const HostArray& structures, std::span<const Column> columns) {
+  RecordPrinter printer(format, columns);
+  printer.add(structures);
+  printer.finish();
 }
 
 }  // namespace tavlox::cli

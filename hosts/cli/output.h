@@ -58,9 +58,32 @@ struct Column {
   std::u16string_view field;
 };
 
-/// A structure array of the module's: a table with a row for each element, or a list of objects with every
-/// field, however many elements there are. Each is written as it is made, so that a million of them need no
-/// second copy.
+/// Prints the elements of the module's structure arrays: a table with a row for each, or a list of objects
+/// with every field, however many there are. What a program reads is written as it is added; for a terminal
+/// the shown texts are kept until all of them are known, since they decide how wide the columns are.
+class RecordPrinter {
+ public:
+  /// The columns must outlive it.
+  RecordPrinter(OutputFormat format, std::span<const Column> columns);
+
+  /// Arrays of one printer have the same fields.
+  void add(const corvan::HostArray& structures);
+  /// Ends the table or the list, which must not be forgotten.
+  void finish();
+
+ private:
+  void addRows(const corvan::HostArray& structures);
+  void printAligned();
+
+  std::span<const Column> columns_;
+  bool isJson_, isForPeople_;
+  std::vector<std::size_t> fields_;  ///< of each column
+  fl::i18n::JsonWriter json_;
+  std::string lines_;  ///< tab-separated, not printed yet
+  std::vector<std::size_t> widths_;
+};
+
+/// The same for one array.
 void printRecords(OutputFormat format, const corvan::HostArray& structures, std::span<const Column> columns);
 
 }  // namespace tavlox::cli

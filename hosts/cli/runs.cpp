@@ -55,38 +55,28 @@ std::u16string hintFor(std::int32_t id, const RunIDs& present) {
   return fl::i18n::to_ustring(fmt::format("there is no run {}; the file has {}", id, runsThereAre(present)));
 }
 
-/// The records one after the other, in one array.
-HostArray joined(const std::vector<HostArray>& records) {
-  const std::vector<std::u16string>& names = records.front().fieldNames();
-  HostArray all =
-      HostArray::structure(1, records.size(), std::vector<std::u16string_view>(names.begin(), names.end()));
-  for (std::size_t i = 0; i < records.size(); ++i) {
-    for (std::size_t field = 0; field < names.size(); ++field)
-      all.setField(i, field, records[i].fieldAt(0, field));
-  }
-  return all;
-}
-
 ExitCode runRuns(const Request& request) {
   const std::u16string& path = request.one("FILE");
   const zobs::COSInterfacePointer file = openFile(request, path);
   const RunIDs present = readRunIDs(file);
   const RunIDs asked = request.has("ID") ? parseRunIDs(request) : present;
-  std::vector<HostArray> records;
+  RecordPrinter printer(request.format, kColumns);
+  std::size_t answered = 0;
   for (const std::int32_t id : asked) {
+    HostArray record;
     try {
-      records.push_back(callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)}));
+      record = callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)});
     } catch (const std::exception&) {
       // The other runs are still answered.
       report(request.format, path, hintFor(id, present));
+      continue;
     }
+    // Printed as it comes: a session may have hundreds of thousands of runs.
+    printer.add(record);
+    ++answered;
   }
-  if (!records.empty()) {
-    printRecords(request.format, joined(records), kColumns);
-  } else if (asked.empty() && request.format == OutputFormat::Json) {
-    print("[]\n");
-  }
-  return records.size() == asked.size() ? ExitCode::Done : ExitCode::Failed;
+  if (answered > 0 || (asked.empty() && request.format == OutputFormat::Json)) printer.finish();
+  return answered == asked.size() ? ExitCode::Done : ExitCode::Failed;
 }
 
 }  // namespace

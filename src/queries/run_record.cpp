@@ -80,7 +80,9 @@ FileRunId toRunIdentifier(const HostArray& value) {
 HostArray runRecord(MetadataCache& cache, FileRunId run) {
   const std::shared_ptr<Set> set = cache.lookupRun(run);
   const std::span<const RecordField<Set>> fields(kFields);
-  HostArray record = makeRecords(fields, 1);
+  // Made once: a copy of the empty record shares its field names.
+  static const HostArray emptyRecord = makeRecords(fields, 1);
+  HostArray record = emptyRecord;
   runTransaction(*set->getObjectReference().getObjectManager(), [&] { fillRecord(record, 0, fields, *set); });
   record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;

@@ -144,16 +144,17 @@ struct HostArray::CellBlock final : Block {
   std::vector<HostArray> values;
 };
 
-/// One column of values per field, in the order of the names. The names never change, so copies share them.
+/// One column of values per field, behind each other in the order of the names. The names never change, so
+/// copies share them.
 struct HostArray::StructureBlock final : Block {
   StructureBlock(std::size_t rowCount, std::size_t columnCount, std::vector<std::u16string> fieldNames)
       : Block(rowCount, columnCount),
         names(std::make_shared<const std::vector<std::u16string>>(std::move(fieldNames))),
-        fields(names->size(), std::vector<HostArray>(rowCount * columnCount)) {}
+        values(names->size() * rowCount * columnCount) {}
   Block* copy() const override { return new StructureBlock(*this); }
 
   std::shared_ptr<const std::vector<std::u16string>> names;
-  std::vector<std::vector<HostArray>> fields;
+  std::vector<HostArray> values;
 };
 
 NumericClass numericClassByName(std::string_view name) {
@@ -246,7 +247,7 @@ HostArray HostArray::cell(std::size_t rows, std::size_t columns) {
 
 HostArray HostArray::structure(std::size_t rows, std::size_t columns,
                                std::span<const std::u16string_view> fieldNames) {
-  checkedBytes(rows, columns, sizeof(HostArray));
+  checkedBytes(checkedBytes(rows, columns, 1), fieldNames.size(), sizeof(HostArray));
   // Each name against those before it: records have tens of fields, for which a set would take longer.
   for (auto name = fieldNames.begin(); name != fieldNames.end(); ++name) {
     if (std::find(fieldNames.begin(), name, *name) != name) raise("Corvan:Arrays:DuplicateField", *name);
@@ -282,7 +283,11 @@ std::u16string_view HostArray::text() const {
   return {reinterpret_cast<const char16_t*>(elements()), elementCount()};
 }
 
-const HostArray& HostArray::cellAt(std::size_t index) const { return elementOf(cells().values, index); }
+const HostArray& HostArray::cellAt(std::size_t index) const {
+  const CellBlock& block = cells();
+  requireIndex(index);
+  return block.values[index];
+}
 
 void HostArray::setCell(std::size_t index, HostArray value) {
   requireKind(ArrayKind::Cell);
@@ -300,9 +305,10 @@ const HostArray& HostArray::fieldAt(std::size_t index, std::u16string_view name)
 }
 
 const HostArray& HostArray::fieldAt(std::size_t index, std::size_t field) const {
-  const auto& fields = structures().fields;
-  if (field >= fields.size()) raise("Corvan:Arrays:NoSuchField", field);
-  return elementOf(fields[field], index);
+  const StructureBlock& block = structures();
+  if (field >= block.names->size()) raise("Corvan:Arrays:NoSuchField", field);
+  requireIndex(index);
+  return block.values[field * elementCount() + index];
 }
 
 void HostArray::setField(std::size_t index, std::u16string_view name, HostArray value) {
@@ -310,10 +316,10 @@ void HostArray::setField(std::size_t index, std::u16string_view name, HostArray 
 }
 
 void HostArray::setField(std::size_t index, std::size_t field, HostArray value) {
-  if (field >= structures().fields.size()) raise("Corvan:Arrays:NoSuchField", field);
+  if (field >= structures().names->size()) raise("Corvan:Arrays:NoSuchField", field);
   requireIndex(index);
   unshare();
-  static_cast<StructureBlock*>(block())->fields[field][index] = std::move(value);
+  static_cast<StructureBlock*>(block())->values[field * elementCount() + index] = std::move(value);
 }
 
 HostArray::Block* HostArray::block() const noexcept {
@@ -351,11 +357,6 @@ const HostArray::CellBlock& HostArray::cells() const {
 const HostArray::StructureBlock& HostArray::structures() const {
   requireKind(ArrayKind::Struct);
   return static_cast<const StructureBlock&>(*block());
-}
-
-const HostArray& HostArray::elementOf(const std::vector<HostArray>& column, std::size_t index) const {
-  requireIndex(index);
-  return column[index];
 }
 
 std::size_t HostArray::fieldIndex(std::u16string_view name) const {

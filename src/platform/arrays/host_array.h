@@ -165,7 +165,6 @@ class HostArray {
   std::byte* ownElements();
   const CellBlock& cells() const;
   const StructureBlock& structures() const;
-  const HostArray& elementOf(const std::vector<HostArray>& column, std::size_t index) const;
   std::size_t fieldIndex(std::u16string_view name) const;
   void requireKind(ArrayKind kind) const;
   void requireClass(NumericClass numericClass) const;

@@ -1,5 +1,6 @@
 #include "platform/repository/set.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/repository/json_rows.h"
@@ -53,6 +54,7 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
   });
   transaction.commit();
   for (const auto& [inFile, run] : loaded) {
+    tables.loadedRuns.push_back(run);
     runIds[inFile] = run;
     newRuns.push_back(run);
   }
@@ -60,7 +62,8 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
 
 bool Set::lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& manager, bool mustExist) {
   result.reset();
-  const bool found = manager.tables().runs.lastKey({keyOf(run), keyOf(run)}).has_value();
+  // Not asked of the database: a query of its own would lock it once more for each run that is looked up.
+  const bool found = std::ranges::binary_search(manager.tables().loadedRuns, run);
   if (!found && mustExist) raise("simulation_data_repository:sdr:NoSuchRun");
   if (found) result = std::make_shared<Set>(ObjectRef(&manager, keyOf(run)));
   return found;

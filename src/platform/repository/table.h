@@ -77,8 +77,9 @@ struct ObjectManager::Tables {
 
   DatabaseFile file;
   sql::Database database;
-  Table<RunRecord> runs;        ///< by repository identifier
-  Table<SignalRecord> signals;  ///< see signalsOf
+  Table<RunRecord> runs;          ///< by repository identifier
+  std::vector<RunId> loadedRuns;  ///< those of `runs`, in ascending order
+  Table<SignalRecord> signals;    ///< see signalsOf
 };
 
 }  // namespace orra

@@ -12,6 +12,8 @@ namespace orra::tavloxio {
 /// Signals that a query found, in its order.
 using Signals = std::vector<std::unique_ptr<Signal>>;
 
+// The interface behind one File object of the host. Its functions are virtual because the host's registration
+// of properties takes pointers to members of an interface; there is one implementation.
 /// What one File object keeps: the absolute name of its package file, and what was read from it. Values are
 /// read in one pass when first asked for, and again whenever the file's last-write time changes. Every getter
 /// raises tavlox:general:FileNotFound, with the absolute path, once the file is gone.

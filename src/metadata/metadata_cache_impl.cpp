@@ -20,6 +20,10 @@ using References = boost::ptr_vector<ObjectRef>;
 
 namespace {
 
+// Two things are kept of a file, each with the file's time when it was read: the values of its properties,
+// and a repository of its runs and signals. They are read independently, since whoever asks for a description
+// should not wait for a hundred thousand signals. A change of the file's time is the only sign of a new
+// content; a content that comes with the old time is not noticed.
 /// The last-write time of the file, UTC, in microseconds. Raises tavlox:general:FileNotFound if there is no
 /// such file and tavlox:general:UnableToReadFile if its status cannot be read, both with the path.
 ptime fileModificationTime(const std::u16string& path) {
@@ -35,6 +39,7 @@ ptime fileModificationTime(const std::u16string& path) {
 /// "15-Nov-2026 12:44:29": local time, the month as the process's time locale abbreviates it.
 std::u16string localTimeText(ptime time) {
   const ptime epoch(boost::gregorian::date(1970, 1, 1));
+  // Division cuts towards zero; times before 1970 are off by less than a second.
   const std::time_t seconds = (time - epoch).total_microseconds() / 1'000'000;
   char text[100];
   const std::size_t length = std::strftime(text, sizeof text, "%d-%b-%Y %H:%M:%S", std::localtime(&seconds));
@@ -62,7 +67,9 @@ void removeDatabase(const std::u16string& location) {
 MetadataCacheImpl::~MetadataCacheImpl() { releaseRepository(); }
 
 void MetadataCacheImpl::setFilename(const std::u16string& name) {
+  // Opened and let go of: a file that is no package is refused now, not when the first property is read.
   { ScopedRef readable(OpenMode::Read, name); }
+  // Absolute, so that the object goes on to mean the same file when the working folder changes.
   filename_ = fl::filesystem::absolute(name);
   metadataStamp_ = ptime();
   metadata_.clear();
@@ -135,6 +142,7 @@ void MetadataCacheImpl::ensureRunData() {
   // Stored before anything is loaded: a load that fails is not tried again until the file changes.
   runDataStamp_ = stamp;
   releaseRepository();
+  // The repository is kept even if filling it fails: queries then answer with the runs that were loaded.
   objectManager_ = std::make_unique<ObjectManager>();
   objectManager_->initializeObjectManager("", "");
   loadRunData(ScopedRef(OpenMode::Read, filename_), *objectManager_, runIdMap_);
@@ -142,6 +150,7 @@ void MetadataCacheImpl::ensureRunData() {
 
 void MetadataCacheImpl::releaseRepository() {
   if (objectManager_ == nullptr) return;
+  // Read while the object lives, removed when the database is closed.
   const std::u16string location = objectManager_->getDatabaseLocation();
   objectManager_.reset();
   if (!location.empty()) removeDatabase(location);
@@ -166,6 +175,7 @@ std::shared_ptr<Set> MetadataCacheImpl::lookupRun(FileRunId run) {
   collection errors = collection::get_empty_instance();
   manager.safeTransaction(
       [&] {
+        // Raised within the transaction, which collects it; outside it is raised again, after a second pause.
         if (Set::lookupSet(inRepository, found, manager, false)) return;
         collection missing;
         missing.add("simulation_data_repository:sdr:NoSuchRun");
@@ -180,6 +190,7 @@ Signals MetadataCacheImpl::lookupSignalsByName(const std::u16string& name) {
   ensureRunData();
   ObjectManager& manager = repository();
   Signals signals;
+  // Not within a transaction: errors of this search reach the caller as the repository raises them.
   for (const FileRunId run : getRunIDs()) {
     References references;
     Set::getAllSignalsByName(manager, name, repositoryRun(run), references);

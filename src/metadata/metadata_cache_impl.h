@@ -21,6 +21,7 @@ enum class MetadataKey : std::int32_t {
   ContainsComparison = 7,
 };
 
+/// Alternatives in this order; each key has one of them for good.
 using MetadataValue = std::variant<std::u16string, std::int32_t, bool>;
 
 class MetadataCacheImpl final : public MetadataCache {
@@ -62,11 +63,12 @@ class MetadataCacheImpl final : public MetadataCache {
   /// the reason, or BRINDD:brindd:DictFuncThrewException without one, if the file cannot be removed.
   void releaseRepository();
   RunId repositoryRun(FileRunId run) const;
-  /// The repository that ensureRunData loaded. Raises simulation_data_repository:sdr:InternalError if there is
-  /// none, which is so from a failed releaseRepository until the file changes.
+  /// The repository that ensureRunData loaded. Raises simulation_data_repository:sdr:InternalError if there
+  /// is none, which is so from a failed releaseRepository until the file changes.
   ObjectManager& repository() const;
 
   std::u16string filename_;
+  // Not-a-date-time until something was read, which equals no file's time.
   boost::posix_time::ptime metadataStamp_, runDataStamp_;  ///< the file's time when they were last read
   std::unordered_map<MetadataKey, MetadataValue> metadata_;
   // Never emptied: an entry of an earlier load finds nothing, since no repository uses an identifier again.

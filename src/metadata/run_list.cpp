@@ -11,6 +11,7 @@ constexpr char kComparisonRunClass[] = "ComparisonSet";
 
 std::unique_ptr<ObjRefArrayJSON> readRunList(const file::ScopedRef& ref) {
   const auto parts = findPartsByRelationshipType(ref, tavlox::relationship_types::kRunData);
+  // A package without runs is a valid one: it may hold nothing but user files.
   if (parts.empty()) return nullptr;
   PartStream stream(parts.front(), StartAt::Beginning);
   auto runs = std::make_unique<ObjRefArrayJSON>(kRunListKind);
@@ -41,6 +42,7 @@ bool containsComparisonRun(const ObjRefArrayJSON* runs) {
 }
 
 std::int32_t countSignals(const file::ScopedRef& ref) {
+  // Unsigned, so that a sum beyond the host's integers wraps instead of being undefined.
   std::uint32_t count = 0;
   for (auto& found : findPartsByRelationshipType(ref, tavlox::relationship_types::kSignalsData)) {
     // A part keeps its input open: one is let go of before the next is asked.

@@ -5,12 +5,16 @@
 
 #include "package/session_parts.h"
 
+// Runs first, since each signal names its run by the identifier in the file, which the map of the loaded runs
+// translates. Files choose their identifiers freely; the repository's are unique in the process, so that an
+// object that was looked up before a reload cannot be taken for one of the new content.
 namespace orra::tavloxio {
 
 namespace except = foundation::core::except;
 namespace relationship_types = tavlox::relationship_types;
 
 void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& runIdMap) {
+  // Of several run lists the first counts, as for the number of runs.
   const auto runLists = findPartsByRelationshipType(ref, relationship_types::kRunData);
   if (runLists.empty()) return;
   PartStream runList(runLists.front(), StartAt::Beginning);
@@ -24,6 +28,7 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
     const opc::model::Part part = std::move(found);
     PartStream stream(part, StartAt::Beginning);
     ObjRefArrayJSON signals(kSignalsPartKind, ObjRefArrayJSON::Reading::WithRows);
+    // Rows are stored while they are parsed: a signals part may be larger than memory.
     signals.load(stream);
     object::loadSignals(manager, signals, runIdMap, nullptr, false, 0, nullptr);
   }
@@ -41,7 +46,9 @@ void appendSignals(Signals& result, boost::ptr_vector<ObjectRef>& references) {
 
 void throwCollected(const except::collection& errors) {
   if (errors.empty()) return;
+  // The host expects the pause before every error, also where there is nothing to wait for.
   boost::this_thread::sleep(boost::posix_time::milliseconds(500));
+  // Later errors mostly follow from the first.
   const auto first = errors.extract_except_with_causes();
   if (first.GetID() == "sqldb:ssdb:Corrupt") {
     except::raiseCollection("simulation_data_repository:sdr:InternalError");

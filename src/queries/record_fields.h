@@ -13,6 +13,7 @@
 /// transaction fills them all.
 namespace orra::tavloxio {
 
+// Records show one state of the repository: all fields, and of signals all elements, within one transaction.
 /// Runs the work as one repository transaction and raises what it gathered, see throwCollected.
 inline void runTransaction(ObjectManager& manager, const boost::function<void()>& work) {
   foundation::core::except::collection errors;
@@ -22,6 +23,7 @@ inline void runTransaction(ObjectManager& manager, const boost::function<void()>
 
 /// One field of a record: its name, and how its value is read from the repository's object.
 template <class Object>
+// A plain function pointer: the tables are constants, and there is nothing to capture.
 struct RecordField {
   std::u16string_view name;
   corvan::HostArray (*read)(const Object&);
@@ -30,6 +32,8 @@ struct RecordField {
 /// A 1×count structure array with the fields in the order of the table.
 template <class Object>
 corvan::HostArray makeRecords(std::span<const RecordField<Object>> fields, std::size_t count) {
+  // All fields exist from the start. A reader that fails leaves no record at all, never one with fields
+  // missing.
   std::vector<std::u16string_view> names;
   for (const auto& field : fields) names.push_back(field.name);
   return corvan::HostArray::structure(1, count, names);
@@ -44,6 +48,7 @@ void fillRecord(corvan::HostArray& records, std::size_t index, std::span<const R
   }
 }
 
+// Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
 inline corvan::HostArray textValue(const std::u16string& text) { return corvan::HostArray::charRow(text); }
 inline corvan::HostArray textValue(const std::string& narrow) {
   return textValue(fl::i18n::to_ustring(narrow));

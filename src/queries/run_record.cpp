@@ -11,11 +11,13 @@ using corvan::HostArray;
 
 namespace {
 
+/// The value of an entry of the run's metadata, empty if the run has none of that key.
 template <const auto& Key>
 HostArray metadata(const Set& run) {
   return textValue(run.getRunMetaDataUstring(Key));
 }
 
+/// The value of a getter that gives seconds.
 template <auto Getter>
 HostArray number(const Set& run) {
   return HostArray::doubleScalar((run.*Getter)());
@@ -25,9 +27,12 @@ HostArray number(const Set& run) {
 HostArray identifierSetByCaller(const Set&) { return HostArray(); }
 
 HostArray runIndex(const Set& run) {
+  // Bit for bit: the host's field is signed, the recorded number is not.
   return HostArray::int32Scalar(static_cast<std::int32_t>(run.getRunNumber()));
 }
 
+// The order and the names are what scripts see. Names of the host and of the repository differ here and
+// there; where they seem to be crossed a remark stands at the line.
 const RecordField<Set> kFields[] = {
     {u"id", identifierSetByCaller},
     {u"Name", text<&Set::getRunDisplayName>},
@@ -70,6 +75,7 @@ HostArray runIdentifierColumn(MetadataCache& cache) {
 
 FileRunId toRunIdentifier(const HostArray& value) {
   if (!value.isNumeric() || !value.isScalar() || value.isEmpty()) return FileRunId{0};
+  // Hosts pass identifiers as doubles; converting one that does not fit into 32 bits would be undefined.
   const double whole = std::trunc(value.scalarAsDouble());
   constexpr double kLowest = std::numeric_limits<std::int32_t>::min();
   constexpr double kHighest = std::numeric_limits<std::int32_t>::max();
@@ -78,6 +84,7 @@ FileRunId toRunIdentifier(const HostArray& value) {
 }
 
 HostArray runRecord(MetadataCache& cache, FileRunId run) {
+  // Fails for an unknown run before anything is made.
   const std::shared_ptr<Set> set = cache.lookupRun(run);
   const std::span<const RecordField<Set>> fields(kFields);
   // Made once: a copy of the empty record shares its field names.

@@ -5,6 +5,7 @@
 
 namespace orra::tavloxio {
 
+// What the host is told of runs. Scripts know the fields by name, so names, classes and order never change.
 /// The identifiers of all runs, an N×1 int32 column in the order of the run list.
 corvan::HostArray runIdentifierColumn(MetadataCache& cache);
 

@@ -15,6 +15,7 @@ struct Domain {
   const char *type, *message;
 };
 
+// Several types share a text: hosts show what a signal is, not which component recorded it.
 const Domain kDomains[] = {
     {"", "ORRA:orra:SignalDomain"},
     {"dsm", "ORRA:orra:DSMDomain"},
@@ -33,6 +34,7 @@ const Domain kDomains[] = {
     {"dashboard", "ORRA:orra:DashboardDomain"},
 };
 
+// Fetched once: the catalog looks a text up by its identifier, and there may be a million signals.
 using DomainTexts = std::unordered_map<std::string_view, std::u16string>;
 
 DomainTexts fetchTexts() {
@@ -55,10 +57,12 @@ HostArray runOrderIndex(const Signal& signal) {
 HostArray portIndex(const Signal& signal) { return HostArray::int32Scalar(signal.getPortIndex()); }
 
 HostArray complexity(const Signal& signal) {
+  // Anything but 1 is real, also what a later version may record.
   return HostArray::charRow(signal.getComplexity() == 1 ? u"complex" : u"real");
 }
 
 HostArray complexFormat(const Signal& signal) {
+  // Shown for real signals as well, whose coordinate system is mostly 0.
   switch (signal.getComplexCoordSystem()) {
     case 0:
       return HostArray::charRow(u"real-imaginary");
@@ -77,6 +81,8 @@ HostArray complexFormat(const Signal& signal) {
 HostArray int32Row(const std::vector<std::uint64_t>& numbers) {
   std::vector<std::int32_t> narrowed;
   narrowed.reserve(numbers.size());
+  // The host's lists are of 32 bits. Sizes beyond that do not occur in arrays that anyone could have
+  // recorded.
   for (const std::uint64_t number : numbers) narrowed.push_back(static_cast<std::int32_t>(number));
   return HostArray::int32Row(narrowed);
 }
@@ -84,6 +90,7 @@ HostArray int32Row(const std::vector<std::uint64_t>& numbers) {
 HostArray dimensions(const Signal& signal) { return int32Row(signal.getDimensions()); }
 HostArray channel(const Signal& signal) { return int32Row(signal.getChannel(false)); }
 
+// The order and the names are what scripts see.
 const RecordField<Signal> kFields[] = {
     {u"Name", text<&Signal::getName>},
     {u"RunOrderIndex", runOrderIndex},
@@ -109,9 +116,11 @@ const RecordField<Signal> kFields[] = {
 }  // namespace
 
 HostArray signalRecords(const std::function<Signals()>& query) {
+  // The query may have transactions of its own; this one covers the reading of all fields.
   const Signals signals = query();
   const std::span<const RecordField<Signal>> fields(kFields);
   HostArray records = makeRecords(fields, signals.size());
+  // Without a signal there is no repository to ask.
   if (signals.empty()) return records;
   runTransaction(*signals.front()->getObjectReference().getObjectManager(), [&] {
     for (std::size_t i = 0; i < signals.size(); ++i) fillRecord(records, i, fields, *signals[i]);

@@ -4,6 +4,8 @@
 #include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
+// A thin layer: what a package of any kind does is in platform/opc, and this file knows only which properties
+// and relationships make it a TAVLOX file.
 namespace tavlox {
 
 using opc::interfaces::OpenMode;
@@ -13,11 +15,14 @@ DataExportFile::DataExportFile(bool createNew) : createNew_(createNew) {}
 DataExportFile::~DataExportFile() = default;
 
 void DataExportFile::initReadPackage(const std::u16string& path) {
+  // Asked before the package is made, so that a missing file has an error of its own kind, not one of
+  // reading.
   if (!fl::filesystem::exists(path)) throw opc::model::PackageNotFound(fl::i18n::to_string_lossy(path));
   package_ = std::make_unique<opc::model::Package>(path);
 }
 
 void DataExportFile::modifyReadPackage(const std::u16string& path) {
+  // The same package object is opened again, for whoever closed it in between.
   if (package_ == nullptr || package_->path() != path) initReadPackage(path);
   package_->open(OpenMode::Read);
 }
@@ -52,6 +57,7 @@ std::vector<opc::model::Part> DataExportFile::getPartsByRelationshipType(std::u1
   const opc::model::Package& package = getPackageImpl();
   std::vector<opc::model::Part> parts;
   for (const opc::model::Relationship& link : package.getRelationshipsByType(type)) {
+    // Real packages have relationships whose part was deleted; the other parts are to be found all the same.
     if (auto part = package.findPart(link)) parts.push_back(std::move(*part));
   }
   return parts;

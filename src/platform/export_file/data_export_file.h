@@ -12,6 +12,7 @@ namespace tavlox {
 /// The relationship types through which a package reaches the parts of a recorded session.
 namespace relationship_types {
 
+// Part names are the writer's choice: readers go by these types alone.
 inline constexpr char16_t kRunData[] = u"ORRASessionRunDataRelType";
 inline constexpr char16_t kSignalsData[] = u"ORRASessionSignalsDataRelType";
 inline constexpr char16_t kCompression[] = u"ORRASessionCompressionTypeRelType";
@@ -48,6 +49,8 @@ class DataExportFile {
 
   /// Empty text when the package has none.
   void getDescription(std::u16string& description) const;
+  /// Kept as a core property, in memory until the package is saved. The package must be open for
+  /// modification.
   void setDescription(const std::u16string& description);
   void getVersion(std::u16string& version) const;
 

@@ -9,12 +9,18 @@
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 
+// A session on its way to disk: one run list, for each run a signals part and, if it has any, a part with its
+// samples, and a few small parts. Runs and signals may come in any mixture, so all of these parts are open
+// side by side and each keeps its last piece in memory; samples are long and come run by run, so they go
+// straight through. The order of the parts in the package means nothing to
+// readers.
 namespace tavlox {
 namespace {
 
 using opc::model::Package;
 using opc::model::Part;
 
+// Of the form of sessions, not of this program.
 constexpr char16_t kVersion[] = u"1.0";
 
 /// Writes the fields of a record that are set as members of one JSON object. Refuses what the session could
@@ -53,6 +59,7 @@ class RecordWriter {
   }
 
   void add(std::string_view name, const decltype(RunRecord::metadata)& entries) {
+    // An empty object would be read back as no metadata, as its absence is.
     if (entries.empty()) return;
     json_.member(name).beginObject();
     for (const auto& [key, text] : entries) {
@@ -70,6 +77,7 @@ class RecordWriter {
   template <class Character>
   void requireWellFormed(std::string_view name, const std::basic_string<Character>& text) const {
     if (!fl::i18n::is_well_formed(text)) opc::raise("export_file:session:IllFormedText", path_, name);
+    // What readers refuse is not written: the error would come when the recording can no longer be repeated.
     if (bytesOf(text) > orra::kSessionLimits.memberBytes) {
       opc::raise("export_file:session:TextTooLong", path_, name);
     }
@@ -80,6 +88,7 @@ class RecordWriter {
   static std::size_t bytesOf(const std::u16string& text) {
     std::size_t bytes = 0;
     for (const char16_t unit : text) {
+      // A pair of surrogates takes four bytes in UTF-8, two for each half.
       const bool isHalfOfFour = unit >= 0xD800 && unit <= 0xDFFF;
       bytes += unit < 0x80 ? 1 : unit < 0x800 || isHalfOfFour ? 2 : 3;
     }
@@ -123,6 +132,7 @@ class JsonArrayPart {
   bool empty_ = true;
 };
 
+/// What is kept of a run until the session is closed: some bytes, and what is not written of its signals.
 struct Run {
   std::size_t number;  ///< its position in the run list, from 1
   JsonArrayPart signals;
@@ -147,6 +157,7 @@ Part createLinkedPart(Package& package, std::u16string_view type, const std::u16
   return part;
 }
 
+/// For parts that are small enough to be in memory.
 void writeWhole(Part part, std::string_view data) { part.getOutputStream()->write(data.data(), data.size()); }
 
 std::string compressionRecord(const std::u16string& type) {
@@ -156,6 +167,7 @@ std::string compressionRecord(const std::u16string& type) {
 
 }  // namespace
 
+/// Gone when the session is closed, which is how later calls are told apart.
 struct SessionWriter::State {
   State(std::u16string target, Existing existing) : path(std::move(target)) { file.modify(path, existing); }
 
@@ -180,6 +192,7 @@ Run& SessionWriter::State::runOf(std::int32_t id) {
 
 /// Writes what is known only now.
 void SessionWriter::State::finish() {
+  // In the order of the runs, so that the same recording gives the same package.
   if (runList) runList->finish();
   for (const std::int32_t id : runOrder) runOf(id).signals.finish();
   if (compressionType) {
@@ -216,12 +229,14 @@ void SessionWriter::setDescription(const std::u16string& description) {
 void SessionWriter::addRun(const RunRecord& run) {
   State& session = state();
   if (session.runs.contains(run.id)) opc::raise("export_file:session:DuplicateRun", session.path, run.id);
+  // Made before anything is created: a run that is refused leaves no part behind.
   const std::string element = RecordWriter(session.path).write(run);
   if (!session.runList) {
     session.runList.emplace(createLinkedPart(session.package(), relationship_types::kRunData,
                                              u"/session/runs.json",
                                              u"application/vnd.tavlox.session-runs+json"));
   }
+  // Identifiers may be negative or far apart; the number in the names of parts counts the runs.
   const std::size_t number = session.runOrder.size() + 1;
   Part signals = createLinkedPart(session.package(), relationship_types::kSignalsData,
                                   numbered(u"/session/signals/", number, u".json"),
@@ -257,6 +272,7 @@ void SessionWriter::addSamples(std::int32_t runID, const std::function<void(cons
     package.deletePart(part.getName());  // half of the samples is worse than none
     throw;
   }
+  // Linked last, so that no relationship leads to a part that was taken out again.
   link(package, relationship_types::kSamples, name);
 }
 
@@ -269,6 +285,7 @@ void SessionWriter::addPart(const std::u16string& name, const std::u16string& co
 void SessionWriter::close() {
   if (state_ == nullptr) return;
   // Whatever fails, there is nothing left to go on with.
+  // Destroyed on the way out, which drops the unsaved package.
   const std::unique_ptr<State> session = std::move(state_);
   session->finish();
   session->file.closePackage();

@@ -11,6 +11,7 @@
 
 namespace tavlox {
 
+// The records are those that the loader of sessions fills, so that what is written is what can be read.
 using orra::RunRecord;
 using orra::SignalRecord;
 
@@ -32,7 +33,10 @@ class SessionWriter {
   /// The signals of one run become one signals part; a signal goes to the part of the run it names, which
   /// must have been added. That signal ids differ is the caller's care.
   void addSignal(const SignalRecord& signal);
+  /// What readers show as the session's compression. It only describes: how parts are packed is not its
+  /// choice.
   void setCompressionType(const std::u16string& type);
+  /// Stored as they are and never looked into. The last of several calls counts.
   void setView(std::string_view json);
   void setThumbnail(std::string_view bytes);
 

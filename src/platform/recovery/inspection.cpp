@@ -36,6 +36,9 @@ const opc::IndexedPart* targetOf(const PackageIndex& index, const Relationship& 
   }
 }
 
+/// One check of one package. It goes from the outside in, and stops where the next layer has nothing to stand
+/// on: without a sound directory there is no package to open, and without an opened package no part to ask
+/// for.
 class Inspection {
  public:
   Inspection(const std::u16string& path, const zip::Limits& limits)
@@ -48,7 +51,9 @@ class Inspection {
     try {
       directory_.emplace(zip::Directory::read(*file_, limits_));
     } catch (const opc::model::PackageOpenFailed& refusal) {
+      // The file could not be read, which says nothing about its contents.
       if (refusal.GetID() == "opc:zip:ReadFailed") throw;
+      // The items are still looked for, so that the report says what recovery would save.
       found_ = findEntries(file_, limits_);
       add(refusal);
       addDamage();
@@ -57,6 +62,8 @@ class Inspection {
     found_ = checkEntries(file_, *directory_, limits_);
     addDamage();
     addUnusedBytes();
+    // Directory and data were in order by themselves; what is left are names, content types and
+    // relationships.
     if (!opens()) return std::move(findings_);
     const PackageIndex& index = *package_.index();
     addItemsThatAreNoParts(index);
@@ -75,6 +82,7 @@ class Inspection {
   /// A refusal of the package library, whose second argument mostly is the item that it is about.
   void add(const opc::Exception& refusal) {
     Finding finding{Severity::Error, refusal, {}};
+    // Refusals name the file first. The item is found again by its name, which gives the offset as well.
     const auto& arguments = refusal.GetArguments();
     const std::u16string about = arguments.size() < 2 ? std::u16string() : arguments[1];
     for (const FoundEntry& found : found_.list) {
@@ -98,7 +106,9 @@ class Inspection {
   void addUnusedBytes() {
     std::vector<std::pair<std::uint64_t, std::uint64_t>> used;
     for (const Entry& entry : directory_->entries()) used.emplace_back(entry.headerOffset, entry.endOffset);
+    // A directory need not list its items in the order in which they lie in the file.
     std::sort(used.begin(), used.end());
+    // Ends the last gap. Its own end does not count: what is behind it is looked at below.
     used.emplace_back(directory_->offset(), 0);
     std::uint64_t end = 0;
     for (const auto& [begin, nextEnd] : used) {
@@ -119,6 +129,8 @@ class Inspection {
   /// refused.
   std::uint64_t endOfArchive() const {
     constexpr std::size_t kMostTrailing = 16;
+    // The record's length is fixed but for the comment, so its signature lies at a known distance from its
+    // end.
     const std::uint64_t smallest = zip::kEndSize + directory_->comment().size();
     for (std::uint64_t behind = 0; behind < kMostTrailing; ++behind) {
       std::array<char, 4> signature{};
@@ -128,11 +140,14 @@ class Inspection {
     return file_->size() - kMostTrailing;
   }
 
+  /// Opening checks what the directory does not show: that names, content types and relationships fit
+  /// together.
   bool opens() {
     try {
       package_.open(opc::interfaces::OpenMode::Read);
       return true;
     } catch (const opc::Exception& refusal) {
+      // Damage that was told already may be what the opening fails at; once is enough.
       const auto isKnown = [&](const Finding& known) {
         return known.rule.GetID() == refusal.GetID() && known.rule.GetArguments() == refusal.GetArguments();
       };
@@ -141,13 +156,16 @@ class Inspection {
     }
   }
 
+  /// Readers pass over these in silence; someone who misses a file wants to know why it is not listed.
   void addItemsThatAreNoParts(const PackageIndex& index) {
+    // Documents that are in use are no parts either, and need no finding.
     std::set<std::optional<opc::EntryIndex>> documents{index.contentTypesEntry(), index.relationshipsEntry()};
     for (const opc::IndexedPart& part : index.parts()) documents.insert(part.relationshipsEntry);
     for (opc::EntryIndex i = 0; i < index.entries().size(); ++i) {
       const Entry& entry = index.entries()[i];
       const std::string name = std::string("/").append(entry.name);
       const auto key = PartName::tryKey(name);
+      // Folders are passed over as readers do: other tools add them for every path.
       if (name.ends_with('/') || documents.contains(i)) continue;
       if (isDocument(entry.name)) {
         add(Severity::Note, rule("recovery:check:OrphanedRelationships", entry.name), entry);
@@ -164,6 +182,8 @@ class Inspection {
   }
 
   void addDerivedName(const PackageIndex& index, const std::string& key, const Entry& entry) {
+    // ECMA-376 part 2 forbids a part name that continues another one by a segment: "/a" excludes "/a/b".
+    // Readers let it pass, since files have it; every shorter name is tried.
     for (std::size_t slash = key.rfind('/'); slash > 0; slash = key.rfind('/', slash - 1)) {
       const opc::IndexedPart* const folder = index.find(std::string_view(key).substr(0, slash));
       if (folder == nullptr) continue;
@@ -177,9 +197,12 @@ class Inspection {
     std::set<std::u16string_view> seen;
     std::vector<Relationship> links = package_.getRelationships(opc::model::ExcludeMode::None);
     const auto roleOf = [](const Relationship& link) { return roleOfRelationship(link.getType()); };
+    // Addresses in the table of roles, which has the run list before the signals and these before their
+    // samples.
     std::ranges::stable_sort(links, std::less<>(), roleOf);
     for (const Relationship& link : links) {
       const Role* const role = roleOf(link);
+      // An external target is no part. Where a session needs one it counts as missing.
       if (link.getTargetMode() == opc::model::TargetMode::External && role == nullptr) continue;
       const opc::IndexedPart* const part =
           link.getTargetMode() == opc::model::TargetMode::External ? nullptr : targetOf(index, link);
@@ -187,6 +210,7 @@ class Inspection {
         addMissingTarget(role ? Severity::Error : Severity::Note, link, index.relationshipsEntry());
         continue;
       }
+      // Damaged data was told already; its form would be judged by bytes that are not the writer's.
       if (role == nullptr || found_.list[part->entry].damage) continue;
       const Entry& entry = index.entries()[part->entry];
       const std::u16string name = index.nameOf(*part).text();
@@ -201,6 +225,7 @@ class Inspection {
     }
   }
 
+  /// Notes only: what a part's own relationships mean is known to whoever wrote the part.
   void addMissingTargets(const PackageIndex& index, const opc::IndexedPart& part) {
     for (const Relationship& link : part.relationships->relationships(opc::model::ExcludeMode::External)) {
       if (targetOf(index, link) == nullptr) addMissingTarget(Severity::Note, link, part.relationshipsEntry);

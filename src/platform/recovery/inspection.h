@@ -7,6 +7,9 @@
 
 namespace tavlox::recovery {
 
+// A check that goes on after the first fault, where opening a package stops at it. The rules themselves are
+// not repeated here: the directory, the package index and the session's loaders are asked, so that what they
+// refuse and what is reported here cannot drift apart.
 /// Everything that is wrong with one package: the rules of the archive, the checksum of every item, content
 /// types and relationships, every part that a relationship promises, the form of session parts, and samples
 /// that do not fit their signals. Errors are what readers refuse, when they open the package or when they

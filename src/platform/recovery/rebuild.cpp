@@ -22,6 +22,12 @@
 #include "platform/text/text_hash.h"
 #include "platform/zip/entry_reader.h"
 
+// How a damaged package becomes a new one. First everything is decided, while nothing is written: which items
+// are sound (findItems), which of those are content types and relationships and which are parts (sortItems),
+// what the sound documents say (readDocuments), what each part is called (nameItems), what leads to it
+// (collectLinks), and whether readers would accept it there (checkForm). Only then is the new package made:
+// parts, then what had to be set aside, then the readable elements of damaged lists, and the relationships
+// last, since a relationship is written only if its target is there.
 namespace tavlox::recovery {
 namespace {
 
@@ -38,10 +44,12 @@ using Existing = opc::model::Package::Existing;
 template <class Value>
 using ByName = boost::unordered_flat_map<std::string, Value, fl::i18n::TextHash, std::equal_to<>>;
 
+// In lower case, as documents are looked up: the case of a name in a package does not count.
 constexpr std::string_view kContentTypesItem = "[content_types].xml";
 constexpr char16_t kUserFiles[] = u"UserAssetsPartRelType";
 
 /// A sound item on its way to become a part.
+/// A pointer into the list of what was found, which does not change once items are sorted.
 struct Item {
   const FoundEntry* found;
   PartName name;
@@ -55,6 +63,7 @@ struct Link {
   std::string id;
 };
 
+/// The content type that a user file of this name gets: readers recognise user files by it.
 std::u16string userFileType(const std::u16string& name) {
   return std::u16string(DataExportFile::contentType) + u"+" + fl::filesystem::extract_extension(name);
 }
@@ -67,6 +76,7 @@ class Rebuilding {
         target_(target, limits) {}
 
   Rebuilt run(Existing existing) {
+    // The order matters: each step uses what the ones before it found out.
     findItems();
     sortItems();
     readDocuments();
@@ -77,6 +87,7 @@ class Rebuilding {
     for (const Item& item : items_) keep(item);
     for (const auto& [item, why] : aside_) keepAside(*item, why);
     for (const FoundEntry* damaged : damaged_) keepElements(*damaged);
+    // Raised before the package is closed, so that nothing is saved and no empty package replaces another.
     if (result_.parts == 0) opc::raise("recovery:recover:NothingFound", file_->path());
     addLinks();
     target_.close();
@@ -87,6 +98,7 @@ class Rebuilding {
   void tell(Severity severity, const Entry& entry, except_with_causes rule) {
     result_.findings.push_back({severity, std::move(rule), to_ustring_lossy(entry.name), entry.headerOffset});
   }
+  /// Of the package as a whole.
   void tell(Severity severity, except_with_causes rule) {
     result_.findings.push_back({severity, std::move(rule), {}});
   }
@@ -96,6 +108,7 @@ class Rebuilding {
     try {
       directory_.emplace(zip::Directory::read(*file_, limits_));
     } catch (const opc::model::PackageOpenFailed& refusal) {
+      // A disk that cannot be read is no damage of the package: trying again may help, guessing does not.
       if (refusal.GetID() == "opc:zip:ReadFailed") throw;
       tell(Severity::Note, refusal);
     }
@@ -103,9 +116,13 @@ class Rebuilding {
   }
 
   void sortItems() {
+    // Four sorts: damaged items, of which elements may still be readable; symbolic links, which may point out
+    // of the package and are not kept; documents, which are asked for by name later; and all others, which
+    // become parts.
     for (const FoundEntry& found : found_.list) {
       const std::string_view name = found.entry.name;
       const bool isOtherDocument = isDocument(found.otherName);
+      // Folders have no data, and packages have no folders: their parts' names say all of it.
       if (name.ends_with('/') && !found.damage) continue;
       if (found.damage) {
         tell(Severity::Error, found.entry, *found.damage);
@@ -115,6 +132,7 @@ class Rebuilding {
       } else if ((isDocument(name) || isOtherDocument) && !found.isDoubtful) {
         documents_.emplace(opc::percent::toLower(isOtherDocument ? found.otherName : name), &found);
       } else {
+        // A name of its own until nameItems gives the true one, because a part name cannot be empty.
         const std::string provisional = "/item-" + std::to_string(found.entry.headerOffset);
         items_.push_back({&found, PartName(to_ustring_lossy(provisional))});
       }
@@ -128,6 +146,7 @@ class Rebuilding {
     const auto document = documents_.find(opc::percent::toLower(name));
     if (document == documents_.end()) return std::nullopt;
     const Entry& entry = document->second->entry;
+    // Those that stay in the list until the end belong to no part that was found: addLinks tells of them.
     documents_.erase(document);
     try {
       return parse(zip::readWhole(file_, entry, limit));
@@ -137,6 +156,7 @@ class Rebuilding {
     }
   }
 
+  /// Empty text for the package itself, else the name of the part that the relationships start from.
   std::optional<opc::RelationshipsDocument> relationshipsOf(const std::string& source) {
     return readDocument(opc::model::relationshipPartNameOf(source).substr(1), limits_.relationshipBytes,
                         [&](const std::string& bytes) {
@@ -152,6 +172,7 @@ class Rebuilding {
     const auto relationships = relationshipsOf({});
     if (!types_) tell(Severity::Note, rule("recovery:recover:TypesRebuilt"));
     if (!relationships) return tell(Severity::Note, rule("recovery:recover:LinksRebuilt"));
+    // From here on the names that sessions have are not needed to guess what leads where.
     areLinksKnown_ = true;
     takeLinks(*relationships, links_);
     for (const Link& link : links_) targets_.insert(link.target);
@@ -177,6 +198,7 @@ class Rebuilding {
                              ? std::nullopt
                              : PartName::tryFromEncoded(std::string("/").append(item.found->otherName));
       const int ownRank = rankOf(own), otherRank = rankOf(other);
+      // The local header is preferred where both names are known equally well: it lies next to the data.
       if (own || other) item.name = ownRank >= otherRank ? *own : *other;
       if (item.found->isDoubtful) item.problem = rule("recovery:recover:Doubtful", entry.name);
       if (!own && !other) item.problem = rule("recovery:recover:NameOfNoPart", entry.name);
@@ -189,6 +211,7 @@ class Rebuilding {
 
   /// How much the rest of the package knows of a name.
   int rankOf(const std::optional<PartName>& name) const {
+    // A target of a relationship says more than a content type: types may be given for a whole extension.
     if (!name) return -1;
     const bool hasType = types_ && types_->contentTypeOf(name->encoded()) != nullptr;
     return (targets_.contains(name->text()) ? 2 : 0) + (hasType ? 1 : 0);
@@ -204,6 +227,7 @@ class Rebuilding {
     return roleOfPart(name.text(), type ? to_ustring_lossy(type->encoded()) : std::u16string());
   }
 
+  /// Without the package's relationships: those that a writer of sessions makes for parts of these names.
   void collectLinks() {
     if (areLinksKnown_) return;
     for (const Item& item : items_) {
@@ -221,11 +245,15 @@ class Rebuilding {
     }
     std::vector<const Link*> ordered;
     for (const Link& link : links_) ordered.push_back(&link);
+    // The run list first, then the signals, then their samples, as SessionForm has to see them: the roles lie
+    // in that order in one table, so that their addresses sort them. What has no role is null and comes
+    // first.
     std::ranges::stable_sort(ordered, std::less<>(),
                              [](const Link* link) { return roleOfRelationship(link->type); });
     SessionForm form(file_);
     for (const Link* link : ordered) {
       const auto name = nameOf(link->target);
+      // A target without an item is told of when the links are written.
       const auto item = name ? byName.find(name->key()) : byName.end();
       if (item == byName.end() || item->second->problem) continue;
       if (const Role* role = roleOfRelationship(link->type)) roles_.emplace(name->key(), role);
@@ -242,6 +270,7 @@ class Rebuilding {
   }
 
   ContentType typeOf(const Item& item) {
+    // What the damaged package says of its own part goes before anything that can be guessed.
     if (const ContentType* type = originalTypeOf(item.name)) return *type;
     const auto linked = roles_.find(item.name.key());
     const Role* const role = linked == roles_.end() ? roleOf(item.name) : linked->second;
@@ -254,9 +283,12 @@ class Rebuilding {
     return ContentType(u"application/octet-stream");
   }
 
+  /// Makes the item a part under its own name. If that cannot be, it is kept aside when all others have
+  /// theirs.
   void keep(const Item& item) {
     std::optional<except_with_causes> problem = item.problem;
     try {
+      // Created before its data is copied: a name that is refused costs no reading.
       if (!problem) parts_.push_back(target_.createPart(item.name, typeOf(item), {}));
     } catch (const opc::Exception& refusal) {
       problem = refusal;  // another item has the name, or a name that excludes it
@@ -278,6 +310,7 @@ class Rebuilding {
 
   void keepAside(const Item& item, const except_with_causes& why) {
     tell(Severity::Error, item.found->entry, why);
+    // A relationship that led here leads to nothing now, which needs no finding of its own.
     toldOf_.insert(item.name.text());
     auto part = createAside(item.name);
     if (!part) return;
@@ -288,6 +321,7 @@ class Rebuilding {
 
   /// A user file of that name below "/user/recovered", or of a name like it.
   std::optional<Part> createAside(const PartName& name) {
+    // Several damaged items may have one name; whoever makes thousands of them gets ten.
     constexpr int kMostAlike = 10;
     const std::u16string folder = fl::filesystem::extract_parent_path(name.text());
     const std::u16string file = fl::filesystem::extract_filename(name.text());
@@ -305,11 +339,14 @@ class Rebuilding {
     return std::nullopt;
   }
 
+  /// What is readable of a damaged list becomes a JSON array again, but as a user file: with elements missing
+  /// it must not pass for the session's.
   void keepElements(const FoundEntry& damaged) {
     const auto name = PartName::tryFromEncoded(std::string("/").append(damaged.entry.name));
     if (!name) return;
     toldOf_.insert(name->text());
     const Role* const role = roleOf(*name);
+    // Only lists have elements that mean something without the others; half of a table or a picture does not.
     const bool isList = role != nullptr && (role->relationshipType == relationship_types::kRunData ||
                                             role->relationshipType == relationship_types::kSignalsData);
     if (!isList) return;
@@ -317,6 +354,7 @@ class Rebuilding {
     std::shared_ptr<opc::OutputStream> output;
     std::string_view separator = "[";
     const auto count = forEachReadableElement(file_, damaged.entry, [&](std::string_view text, auto, auto) {
+      // Created with the first element: a list without a readable one leaves no empty file behind.
       if (!part && (part = createAside(*name))) output = part->getOutputStream();
       if (!output) return;
       output->write(separator.data(), separator.size());
@@ -333,6 +371,7 @@ class Rebuilding {
   void addLinks() {
     for (const Link& link : links_) addLink(target_, link);
     for (Part& part : parts_) {
+      // A part that was kept aside is not asked: the documents that belong to it belong to its old name.
       const auto document = relationshipsOf(part.getName().encoded());
       std::vector<Link> links;
       if (document) takeLinks(*document, links);
@@ -377,6 +416,8 @@ class Rebuilding {
 Rebuilt rebuild(const std::u16string& damaged, const std::u16string& target, Existing existing,
                 const zip::Limits& limits) {
   if (fl::filesystem::exists(target)) {
+    // By device and inode, so that a link or another spelling of the path does not make the source the
+    // target.
     const auto one = InputFile(fl::i18n::to_string(damaged)).identity();
     const auto other = InputFile(fl::i18n::to_string(target)).identity();
     if (one.device == other.device && one.inode == other.inode) {

@@ -9,6 +9,9 @@
 
 namespace tavlox::recovery {
 
+// Recovery of a package that readers refuse or whose items are damaged. It is a separate act with a new file
+// as its result: the damaged one stays as the only witness of what was in it, so that another attempt, or
+// another tool, can start from the same bytes.
 /// What became of a package that was rebuilt.
 struct Rebuilt {
   std::uint64_t parts = 0;  ///< in the new package

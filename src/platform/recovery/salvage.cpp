@@ -16,6 +16,12 @@
 #include "platform/zip/entry_reader.h"
 #include "platform/zip/records.h"
 
+// Reading an archive whose directory cannot be trusted. One pass over the file (Scan) collects claims: a
+// local header, a record of the directory and a data descriptor each say where an item's data lies, how long
+// it is and which checksum it has, and any of them may be the damaged one. A second step (Decision) goes
+// through the places where items may begin, front to back, and tries the claims of each until one has the
+// right checksum. Bytes of an item that was proved are passed over, so that an archive stored inside another
+// one is not taken apart.
 namespace tavlox::recovery {
 namespace {
 
@@ -39,9 +45,12 @@ class DataCheck {
     }
     try {
       zip::EntryReader reader(file_, entry);
+      // Size and checksum are compared by the reader when it comes to the end, so everything has to be read.
       while (const std::size_t got = reader.read(buffer_.get(), kBufferSize)) count(got);
     } catch (const opc::Exception& error) {
       const std::string_view id = error.GetID();
+      // These speak of the file or of the limits, not of this item: going on would report every item as
+      // damaged.
       if (id == "opc:zip:ReadFailed" || id == "opc:zip:EndsEarly" || id == "opc:package:TooMuchData") throw;
       return error;
     }
@@ -52,6 +61,7 @@ class DataCheck {
 
  private:
   void count(std::size_t bytes) {
+    // Counted over all items: many small ones that inflate to much are as costly as a single one.
     inflated_ += bytes;
     if (inflated_ > limit_) opc::raise("opc:package:TooMuchData", file_->path(), limit_);
   }
@@ -64,6 +74,7 @@ class DataCheck {
 };
 
 /// Where an item's data may lie and what it may be, as one of several sources says.
+/// Offsets and sizes are as they stand in the file, so they may lie anywhere, and their sum may wrap around.
 struct Claim {
   std::uint64_t dataOffset = 0, compressedSize = 0, size = 0;
   std::uint32_t checksum = 0;
@@ -73,6 +84,7 @@ struct Claim {
 };
 
 /// What is known of the item whose local header lies, or should lie, at one offset.
+/// The names stay apart until it is decided which of them counts; they point into the list of kept names.
 struct Candidate {
   std::string_view localName, centralName;
   std::uint64_t dataOffset = 0;
@@ -94,6 +106,7 @@ class Scan {
   std::map<std::uint64_t, Candidate> run() {
     std::vector<char> window(kStep + kLookahead);
     for (std::uint64_t base = 0; base < file_.size(); base += kStep) {
+      // Windows overlap by more than a record's fixed part, so that none is missed where two of them meet.
       const std::size_t count = std::min<std::uint64_t>(window.size(), file_.size() - base);
       file_.read(base, window.data(), count);
       for (std::size_t at = 0; at < std::min(count, kStep); ++at) look(base + at, &window[at], count - at);
@@ -104,6 +117,7 @@ class Scan {
 
  private:
   void look(std::uint64_t offset, const char* at, std::size_t left) {
+    // Every record begins with 'P'; the test of one byte keeps the pass fast where nothing is.
     if (at[0] == 'P' && left >= zip::kLocalSize && load32(at) == zip::kLocalSignature) {
       takeLocalHeader(offset, at);
     } else if (at[0] == 'P' && left >= zip::kCentralSize && load32(at) == zip::kCentralSignature) {
@@ -115,6 +129,8 @@ class Scan {
   void takeLocalHeader(std::uint64_t offset, const char* at) {
     const std::size_t name = load16(at + 26), extra = load16(at + 28);
     const auto text = readText(offset + zip::kLocalSize, name + extra);
+    // The signature may stand in data by chance; a name that is missing or runs out of the file gives it
+    // away.
     if (name == 0 || !text) return;
     Candidate& item = add(offset);
     item.localName = keep(text->substr(0, name));
@@ -123,6 +139,7 @@ class Scan {
     Claim claim{item.dataOffset, load32(at + 18), load32(at + 22), load32(at + 14), item.method};
     const bool isEncrypted = (load16(at + 6) & zip::kAnyEncryption) != 0;
     const bool isWhole = resolve(std::string_view(*text).substr(name), claim);
+    // The item is known to be there without a claim: it is then reported as damaged and not as missing.
     if (isEncrypted || !isWhole) return;
     // Also where the flag for that is not set: data of no length at all is rare, a damaged flag is not.
     if (claim.compressedSize == 0) streamed_.emplace(item.dataOffset, offset);
@@ -137,6 +154,7 @@ class Scan {
     Claim claim{0, load32(at + 20), load32(at + 24), load32(at + 16), load16(at + 10)};
     std::uint64_t headerOffset = load32(at + 42);
     if (!resolve(std::string_view(*text).substr(name), claim, &headerOffset)) return;
+    // The directory lies behind all items, and each local header has at least room for its name.
     if (headerOffset >= offset || offset - headerOffset < zip::kLocalSize + name) return;
     std::string header(zip::kLocalSize + name, '\0');
     file_.read(headerOffset, header.data(), header.size());
@@ -144,8 +162,10 @@ class Scan {
     const bool isNamedThere = std::string_view(header).substr(zip::kLocalSize) == centralName;
     if (load32(header.data()) != zip::kLocalSignature && !isNamedThere) return;
 
+    // From here on the record counts, also where the local header it points to has lost its signature.
     Candidate& item = add(headerOffset);
     item.centralName = keep(centralName);
+    // "Version made by": the upper byte tells the system, whose file attributes the record holds.
     const int madeOn = load16(at + 4) >> 8;  // Unix or Darwin, which alone give a mode
     item.isSymbolicLink = (madeOn == 3 || madeOn == 19) && S_ISLNK(load32(at + 38) >> 16);
     if ((load16(at + 8) & zip::kAnyEncryption) != 0) return;
@@ -157,6 +177,7 @@ class Scan {
     }
     for (const std::uint64_t dataOffset : {item.dataOffset, nameEnd}) {
       claim.dataOffset = dataOffset;
+      // In front, so that it is tried first: a streamed item's local header has no sizes, the directory has.
       item.claims.insert(item.claims.begin(), claim);
       if (item.dataOffset == nameEnd) break;
     }
@@ -165,6 +186,7 @@ class Scan {
   /// Its number of compressed bytes leads back to where some streamed item's data begins.
   void takeDescriptor(std::uint64_t offset, const char* at, std::size_t left) {
     const std::size_t signature = left >= 4 && load32(at) == zip::kDescriptorSignature ? 4 : 0;
+    // APPNOTE leaves open whether a descriptor has a signature and, without ZIP64, how wide its sizes are.
     for (const std::size_t width : {4, 8}) {
       const std::size_t sizes = signature + 4;
       if (left < sizes + 2 * width) return;
@@ -174,6 +196,7 @@ class Scan {
       const auto item = streamed_.find(offset - compressed);
       if (item == streamed_.end()) continue;
       Candidate& found = candidates_.at(item->second);
+      // Further claims are left out, not the item.
       if (found.claims.size() >= kMostClaims) continue;
       found.claims.push_back(
           {found.dataOffset, compressed, number(at + sizes + width), load32(at + signature), found.method});
@@ -189,7 +212,9 @@ class Scan {
            (offset == nullptr || numbers.resolve(*offset));
   }
 
+  /// Nothing if the file ends before.
   std::optional<std::string> readText(std::uint64_t offset, std::size_t count) const {
+    // Written as a difference, so that numbers chosen near 2^64 do not wrap around.
     if (offset > file_.size() || count > file_.size() - offset) return std::nullopt;
     std::string text(count, '\0');
     file_.read(offset, text.data(), count);
@@ -205,6 +230,7 @@ class Scan {
   }
 
   std::string_view keep(std::string_view name) {
+    // The same limit as on a directory, which these names stand in for.
     nameBytes_ += name.size();
     if (nameBytes_ > limits_.directoryBytes) {
       opc::raise("opc:zip:DirectoryTooLarge", file_.path(), limits_.directoryBytes);
@@ -321,6 +347,7 @@ class Decision {
     return false;
   }
 
+  /// Of any record of an archive. Chance gives one in some 700 million places.
   bool isSignature(std::uint64_t offset) const {
     if (offset > file_.size() || file_.size() - offset < 4) return false;
     std::array<char, 4> bytes{};

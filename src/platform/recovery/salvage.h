@@ -14,6 +14,9 @@
 
 namespace tavlox::recovery {
 
+// Both functions below give the same list, whether there is a directory or not, so that inspection and
+// recovery need not tell the two cases apart. "Item" is said of what was found in the bytes; an entry is what
+// a directory records.
 /// One item of an archive. Of a damaged one the numbers are the best guess there is.
 struct FoundEntry {
   zip::Entry entry;
@@ -21,6 +24,7 @@ struct FoundEntry {
   std::string_view otherName = {};
   /// Why its data cannot be trusted; nothing if size and checksum hold.
   std::optional<opc::Exception> damage = std::nullopt;
+  /// Told apart from damage because the bytes are right and only where they belong is not known.
   /// Sound, but it may be an item of another archive that was kept inside a damaged item of this one.
   bool isDoubtful = false;
 };

@@ -18,6 +18,9 @@
 #include "platform/zip/entry_reader.h"
 #include "platform/zip/limits.h"
 
+// The form of a session's parts. Run list and signals parts are read by the same loader that answers queries,
+// so that what is accepted here is what can be queried; only what this loader does not look at is checked by
+// hand: that signals name runs that exist, and that the samples of a run have a column for each signal.
 namespace tavlox::recovery {
 namespace {
 
@@ -29,6 +32,9 @@ namespace types = relationship_types;
 constexpr char16_t kCoreProperties[] =
     u"http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties";
 
+// The order is that of checking, and callers sort by it: the run list before the signals, which name runs,
+// and the signals before the samples, whose columns they explain. A prefix that ends in a slash is followed
+// by a number, or by any name for user files.
 constexpr Role kRoles[] = {
     {types::kRunData, u"application/vnd.tavlox.session-runs+json", u"/session/runs.json", u"", true},
     {types::kSignalsData, u"application/vnd.tavlox.session-signals+json", u"/session/signals/", u".json",
@@ -57,6 +63,7 @@ class EntryBuffer : public std::streambuf {
   EntryBuffer(const std::shared_ptr<const InputFile>& file, const Entry& entry) : reader_(file, entry) {}
 
  private:
+  // Errors of the reader pass through: the loader reads from the buffer and not from the stream.
   int_type underflow() override {
     const std::size_t got = reader_.read(block_.data(), block_.size());
     setg(block_.data(), block_.data(), block_.data() + got);
@@ -78,6 +85,7 @@ void loadForm(const std::shared_ptr<const InputFile>& file, const Entry& entry, 
 class CellCount {
  public:
   void take(char byte) {
+    // A doubled quote in a quoted cell turns this off and on again, which changes nothing.
     if (byte == '"') isQuoted_ = !isQuoted_;
     if (byte == '\n' && !isQuoted_) return endLine();
     if (byte == ',' && !isQuoted_) ++cells_;
@@ -103,6 +111,7 @@ class CellCount {
 
 /// Finds the end of a JSON object at the front of a text: past its brace, or 0 if it does not end there.
 std::size_t endOfObject(std::string_view text) {
+  // As deep as the loader goes; the parser is then asked, which decides whether this is an object at all.
   constexpr int kDeepest = 128;
   int depth = 0;
   bool isInText = false;
@@ -128,6 +137,9 @@ std::optional<std::int64_t> integerIn(const simdjson::dom::element& object, std:
 std::uint64_t forEachReadableElement(
     const std::shared_ptr<const InputFile>& file, const Entry& entry,
     const std::function<void(std::string_view, std::int64_t, std::optional<std::int64_t>)>& take) {
+  // Data that breaks off has no structure to rely on, so every brace may begin an element: the text up to the
+  // brace that closes it is given to the parser, and if that refuses, the search goes on one byte behind the
+  // brace. The buffer holds two elements of the largest size, so that one is never cut by its end.
   constexpr std::size_t kLongest = std::size_t{16} << 20;  // of an element
   constexpr std::size_t kStep = std::size_t{256} << 10;
   Entry boundless = entry;  // its reader hands out everything before it says what is wrong
@@ -201,8 +213,10 @@ std::optional<foundation::core::except::except_with_causes> SessionForm::problem
                                                                                    const Entry& entry) {
   const Role* const role = roleOfRelationship(type);
   if (role == nullptr) return std::nullopt;
+  // Signals and samples belong together by their number; a part that is named otherwise has only itself.
   const std::u16string number = numberIn(name, *role).value_or(name);
   try {
+    // The first problem is told. Types that are not here, such as the view, are opaque to this program.
     if (type == types::kRunData) checkRunList(entry);
     if (type == types::kSignalsData) checkSignals(number, entry);
     if (type == types::kSamples) checkSamples(number, name, entry);
@@ -210,6 +224,7 @@ std::optional<foundation::core::except::except_with_causes> SessionForm::problem
     if (type == kCoreProperties) {
       const zip::Limits limits;
       const std::string narrowName = fl::i18n::to_string_lossy(name);
+      // Asked for one property only to have the document parsed; the value does not matter.
       opc::coreProperty(zip::readWhole(file_, entry, limits.relationshipBytes),
                         opc::model::CoreProperty::Description, {file_->path(), narrowName}, limits.xmlDepth);
     }
@@ -239,6 +254,7 @@ void SessionForm::checkSignals(const std::u16string& number, const Entry& entry)
 }
 
 void SessionForm::checkCompression(const Entry& entry) const {
+  // A record has one short member. A larger one is refused before it is inflated.
   constexpr std::uint64_t kLongest = std::uint64_t{1} << 20;
   simdjson::dom::parser parser;
   simdjson::dom::element record;
@@ -257,10 +273,13 @@ void SessionForm::checkSamples(const std::u16string& number, const std::u16strin
   while (const std::size_t got = reader.read(block.data(), block.size())) {
     for (std::size_t i = 0; i < got; ++i) count.take(block[i]);
   }
+  // The last line may lack its line end.
   count.endLine();
   if (count.unevenLine() != 0)
     raise("recovery:check:UnevenSamples", name, count.unevenLine(), count.columns());
+  // Without a sound signals part of that number nobody knows how many columns there ought to be.
   const auto signals = signalCounts_.find(number);
+  // The first column is the time, which is no signal.
   if (signals == signalCounts_.end() || signals->second + 1 == count.columns()) return;
   raise("recovery:check:SamplesDiffer", name, count.columns(), signals->second);
 }

@@ -19,6 +19,8 @@ namespace tavlox::recovery {
 /// What the parts of a session are to be, and how one reads them. They are checked as they lie in the
 /// archive, so that this works with and without a directory: the run list first, then the signals parts, then
 /// the others.
+/// Keeps the identifiers of the runs and the number of signals of each part between the calls; the data of
+/// the parts is read and let go of.
 class SessionForm {
  public:
   explicit SessionForm(std::shared_ptr<const fl::filesystem::InputFile> file) : file_(std::move(file)) {}
@@ -28,6 +30,7 @@ class SessionForm {
   std::optional<foundation::core::except::except_with_causes> problemOf(std::u16string_view type,
                                                                         const std::u16string& name,
                                                                         const zip::Entry& entry);
+  /// Whether a sound run list was seen. Without one readers show no signals at all.
   bool hasRunList() const { return runIds_.has_value(); }
 
  private:
@@ -44,6 +47,7 @@ class SessionForm {
 /// Finds the objects with an `id` in what is left of a JSON array: those that are well-formed, wherever they
 /// begin. Data that breaks off or does not have its checksum is read as far as it goes. `take` is given the
 /// text of each and the id of its run, if it has one. Gives their number.
+/// The text is valid during the call only. Memory is bounded by the largest element that sessions may have.
 std::uint64_t forEachReadableElement(
     const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Entry& entry,
     const std::function<void(std::string_view text, std::int64_t id, std::optional<std::int64_t> run)>& take);

@@ -12,6 +12,9 @@
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 
+// Database files hold copies of recorded data, so they lie in a folder that only their owner can enter, and
+// must not stay behind when a process is killed. Each file is locked with flock for as long as its process
+// lives; the next process that needs a database removes the files it can lock.
 namespace orra {
 
 using fl::filesystem::Descriptor;
@@ -37,6 +40,7 @@ std::set<std::string>& ownFiles() {
 
 /// Whether the path is a folder, not a link to one, that belongs to this user; nobody else may use it then.
 bool makePrivate(const std::string& path) {
+  // Opened before it is examined, so that what is examined cannot be exchanged for something else.
   const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!folder || ::fstat(folder.get(), &status) != 0 || status.st_uid != ::geteuid()) return false;
@@ -59,6 +63,7 @@ std::string privateFolder() {
 /// The lock can be taken only when the process that held it has ended.
 void removeIfAbandoned(const std::string& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  // Removed with the lock held: two sweeps at once cannot both believe the name to be theirs.
   if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(path.c_str());
 }
 
@@ -84,11 +89,13 @@ Descriptor createLocked(const std::string& path) {
   while (::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
   }
   struct stat status {};
+  // Between creating and locking it was open to a sweep; a file without a name is no use to anyone.
   const bool swept = ::fstat(file.get(), &status) == 0 && status.st_nlink == 0;
   return swept ? Descriptor() : std::move(file);
 }
 
 std::string chosenName() {
+  // The process identifier keeps running processes apart, the number the databases of one process.
   static unsigned created = 0;
   return std::to_string(::getpid()) + "-" + std::to_string(++created) + kSuffix;
 }
@@ -112,12 +119,14 @@ DatabaseFile::DatabaseFile(const std::string& folder, const std::string& name) {
       throw;
     }
     if (!lock_) ownFiles().erase(path_);
+    // A name that was asked for is not exchanged for another.
     if (!lock_ && !name.empty()) break;
   }
   if (!lock_) refuse(path_, EEXIST);
 }
 
 DatabaseFile::~DatabaseFile() {
+  // Removed before the lock is given up, after which a sweep may be at it.
   if (!kept_) ::unlink(path_.c_str());
   lock_.reset();
   ownFiles().erase(path_);

@@ -10,6 +10,8 @@ namespace orra {
 /// dies with the process, which tells the files of processes that died from those in use.
 ///
 /// Must outlive every other opening of the file: closing it drops the database's own locks.
+/// The lock is not the database's own, by which SQLite keeps connections apart: that one comes and goes with
+/// each transaction, this one says that somebody still needs the file.
 class DatabaseFile {
  public:
   /// What is empty is chosen: the folder is then a private one (0700) below the system's temporary folder,

@@ -11,11 +11,18 @@
 
 #include "platform/errors/exceptions.h"
 
+// A JSON array of any length in constant memory. A scanner that knows no more of JSON than texts and brackets
+// finds the commas between the elements, 64 bytes at a time. The text is cut at some of them into windows,
+// each of which is made an array of its own by putting brackets where its separators were. simdjson parses
+// the windows and decides what is well-formed (RFC 8259); the members of each element are then checked
+// against the field table. The scanner may be wrong about text that is not JSON, which does no harm: whatever
+// it cuts out is parsed, and every byte of the array lies in some window.
 namespace orra {
 namespace {
 
 namespace dom = simdjson::dom;
 
+// Large enough that cutting costs little, small enough for the processor's cache.
 constexpr std::size_t kWindowBytes = std::size_t{256} * 1024;
 constexpr std::size_t kPadding = simdjson::SIMDJSON_PADDING;  // readable bytes that the parser asks for
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
@@ -28,6 +35,7 @@ class Block {
 
   /// Up to 64 bytes; blanks stand for those that are missing.
   explicit Block(std::string_view text) {
+    // A blank is none of the bytes that are asked for.
     if (text.size() < kBytes) std::memset(bytes_, ' ', kBytes);
     std::memcpy(bytes_, text.data(), text.size());
   }
@@ -107,7 +115,10 @@ class ElementScanner {
   std::uint64_t textsOf(const Block& block, std::size_t count) {
     const std::uint64_t escaped = escapedBytes(block.equal('\\'), count);
     std::uint64_t inTexts = block.equal('"') & ~escaped;
+    // Each bit becomes the parity of the quotes up to it, which is odd from an opening quote to its closing
+    // one.
     for (int shift = 1; shift < 64; shift *= 2) inTexts ^= inTexts << shift;
+    // A text that began in an earlier block turns the parity over.
     if (inText_) inTexts = ~inTexts;
     inText_ = (inTexts >> (count - 1) & 1) != 0;
     return inTexts;
@@ -116,6 +127,7 @@ class ElementScanner {
   /// Which bytes are behind a backslash that is not itself behind one.
   std::uint64_t escapedBytes(std::uint64_t backslashes, std::size_t count) {
     std::uint64_t escaped = std::exchange(escaped_, false) ? 1 : 0;
+    // One by one: backslashes are rare, and a run of them pairs up from its start.
     for (; backslashes != 0; backslashes &= backslashes - 1) {
       const std::uint64_t one = backslashes & -backslashes;
       if ((escaped & one) != 0) continue;
@@ -157,6 +169,7 @@ class JsonWindows {
     buffer_[0] = '[';
     scanned_ = 1;
     separator_ = separators_ = consumed_ = 0;
+    // A window that grew for one large element is not kept that large for the small ones behind it.
     windowBytes_ = std::max(kWindowBytes, filled_);
     scanner_ = ElementScanner();
     while (true) {
@@ -175,6 +188,7 @@ class JsonWindows {
   /// the end of the source.
   bool readOn() {
     if (filled_ == windowBytes_) {
+      // The window is full without a separator to cut at, so a single element fills it.
       if (filled_ >= kSessionLimits.elementBytes) {
         raiseInvalid(kind_, elementsBefore_ + 1, "it is larger than 16 MiB");
       }
@@ -187,6 +201,7 @@ class JsonWindows {
   }
 
   void openArray() {
+    // Sources give as little as they like; the mark is compared when three bytes are there.
     while (filled_ < kByteOrderMark.size() && readOn()) {
     }
     const std::size_t start =
@@ -237,6 +252,7 @@ class JsonWindows {
       consumed_ = scanned_;
       return Window{{buffer_.data(), scanned_}, first_};
     }
+    // Before the buffer is full more elements fit into this window; without a separator it cannot be cut.
     if (filled_ < windowBytes_ || separator_ == 0) return std::nullopt;
     buffer_[separator_] = ']';
     consumed_ = separator_;
@@ -300,6 +316,7 @@ class WindowParser {
  private:
   simdjson::simdjson_result<dom::element> parseText(std::string_view padded) {
     constexpr bool kCopy = false;
+    // Grown by hand, since parsing would otherwise fix the depth at the parser's default.
     if (padded.size() > parser_.capacity()) {
       if (const auto failure = parser_.allocate(padded.size(), kSessionLimits.nesting + 1)) return failure;
     }
@@ -310,6 +327,7 @@ class WindowParser {
   [[noreturn]] void refuse(std::string_view window, std::size_t element) {
     std::size_t start = 1;
     const auto checkUpTo = [&](std::size_t end) {
+      // Copied, because the parser reads some bytes beyond an element, where the next one begins.
       const simdjson::padded_string copy(window.substr(start, end - start));
       start = end + 1;
       ++element;
@@ -333,6 +351,7 @@ class MemberLookup {
   explicit MemberLookup(std::span<const Member> members) : members_(members) {}
 
   std::optional<std::size_t> find(std::string_view name) {
+    // Every member is tried once, beginning behind the last hit.
     for (std::size_t tried = 0; tried < members_.size(); ++tried) {
       const std::size_t index = (next_ + tried) % members_.size();
       if (members_[index].name != name) continue;
@@ -386,6 +405,7 @@ void requireMetadata(const dom::element& json, const Element& element) {
     const auto index = lookup.find(key);
     if (!index) continue;
     const std::string name = "metadata." + std::string(key);
+    // RFC 8259 leaves the meaning of repeated names open; taking one of them would be a guess.
     if (std::exchange(seen[*index], true)) element.refuse(name, "stands there twice");
     requireText(name, value, element);
   }
@@ -432,6 +452,7 @@ Row::Row(const PartKind& kind, std::size_t number, dom::element json) {
   MemberLookup lookup(kind.members);
   for (const auto& [key, value] : object) {
     const auto index = lookup.find(key);
+    // Later versions may add members: what is not known is ignored, and only checked for being JSON.
     if (!index) continue;
     if (values_[*index]) element.refuse(key, "stands there twice");
     requireKind(kind.members[*index], value, element);
@@ -449,6 +470,7 @@ void forEachRow(const ReadBytes& read, const PartKind& kind,
   JsonWindows windows(read, kind);
   WindowParser parser(kind);
   std::size_t index = 0;
+  // The index goes on over the windows, since errors name an element by its position in the whole array.
   while (const auto window = windows.next(index)) {
     for (const dom::element element : parser.parse(*window, index)) {
       visitRow(index, Row(kind, index + 1, element));

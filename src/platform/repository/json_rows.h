@@ -14,6 +14,8 @@
 
 namespace orra {
 
+// From the bytes of a run list or signals part to checked elements. The parser's own type shows in this
+// header, so it is included only where elements are taken apart; obj_ref_array_json.h is for everyone else.
 /// One element of a JSON part: its known members in the order of its kind, each of the right kind or absent.
 class Row {
  public:

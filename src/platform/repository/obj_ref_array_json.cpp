@@ -23,6 +23,7 @@ constexpr std::size_t kRunClass = fieldIndex<RunRecord>(strings::RunClassName);
 
 }  // namespace
 
+// What stays of the array after loading: enough for counting, listing identifiers and repeated ones.
 struct ObjRefArrayJSON::References {
   std::vector<std::int32_t> ids;
   bool idsAscend = true;
@@ -43,10 +44,12 @@ struct ObjRefArrayJSON::References {
 
   /// The index of the first element whose `id` an earlier one has.
   std::optional<std::size_t> firstRepeated() const {
+    // Writers mostly count upwards, and ascending identifiers cannot repeat: nothing is sorted then.
     if (idsAscend) return std::nullopt;
     std::vector<std::pair<std::int32_t, std::size_t>> sorted;
     sorted.reserve(ids.size());
     for (std::size_t i = 0; i < ids.size(); ++i) sorted.emplace_back(ids[i], i);
+    // By identifier and then position, so that behind the first of equals stand the repetitions.
     std::sort(sorted.begin(), sorted.end());
     std::optional<std::size_t> first;
     for (std::size_t i = 1; i < sorted.size(); ++i) {
@@ -76,6 +79,7 @@ void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) {
   const auto read = [source](char* into, std::size_t count) {
     return static_cast<std::size_t>(source->sgetn(into, static_cast<std::streamsize>(count)));
   };
+  // Signals have no class; their parts are the long ones, and are spared eight bytes an element.
   const bool hasClasses = kind_.name == kRunListKind.name;
   orra::forEachRow(read, kind_, [&](std::size_t index, const Row& row) {
     references_->addId(row.integer(kId));
@@ -84,6 +88,7 @@ void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) {
     }
     visit(index, row);
   });
+  // Known at the end only. Whoever stored the rows in a transaction has it rolled back by the error.
   if (const auto repeated = references_->firstRepeated()) {
     raiseInvalid(kind_, *repeated + 1, "an earlier element has its \"id\"");
   }

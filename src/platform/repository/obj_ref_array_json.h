@@ -33,6 +33,7 @@ class ObjRefArrayJSON {
   /// valid during the call. What it raises ends the loading.
   using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
 
+  /// An empty array. The kind says which members are known, and what errors call the part.
   explicit ObjRefArrayJSON(const PartKind& kind, Reading reading = Reading::AtOnce);
   ~ObjRefArrayJSON();
   ObjRefArrayJSON(ObjRefArrayJSON&&) noexcept;
@@ -46,6 +47,7 @@ class ObjRefArrayJSON {
   /// what loading raises; the visitor has then seen the elements before. Once for each `load`.
   void forEachRow(const RowVisitor& visit);
 
+  /// The number of elements that were visited.
   std::size_t size() const;
 
   /// A property of the element at `index`, from 0: the `id` as int32, the class name as text. A missing class

@@ -17,6 +17,7 @@ void addCurrent(collection& errors, const std::string& path) {
   try {
     throw;
   } catch (const collection& thrown) {
+    // Taken one by one, so that callers find the first error at the front whichever way it came.
     for (const except_with_causes& error : thrown.errors()) errors.add(error);
     if (thrown.empty()) errors.add("sqldb:ssdb:Failed", path, "the work failed without a reason");
   } catch (const except_with_causes& error) {
@@ -37,6 +38,8 @@ ObjectManager::~ObjectManager() = default;
 
 ObjectManager::Tables::Tables(const std::string& folder, const std::string& name)
     : file(folder, name), database(file.path()), runs(database, "runs"), signals(database, "signals") {
+  // Reached only if everything above succeeded: a failed opening leaves no file. From here the owner removes
+  // it.
   file.keep();
 }
 
@@ -52,6 +55,7 @@ std::u16string ObjectManager::getDatabaseLocation() const {
 void ObjectManager::safeTransaction(const boost::function<void()>& work, collection& errors) {
   try {
     sql::Transaction transaction(tables().database);
+    // Left by an exception, the transaction rolls back before the error is collected.
     work();
     transaction.commit();
   } catch (...) {

@@ -17,6 +17,7 @@ namespace orra {
 /// no database) and sqldb:ssdb:Failed (any other), each with the database's own text.
 class ObjectManager {
  public:
+  // Made empty: creating the database may fail, and the host wants that to be a call of its own.
   ObjectManager();
   ~ObjectManager();
   ObjectManager(const ObjectManager&) = delete;
@@ -47,6 +48,7 @@ class ObjectManager {
 class ObjectRef {
  public:
   ObjectRef(ObjectManager* manager, std::int64_t key) : manager_(manager), key_(key) {}
+  /// The repository must outlive whoever asks it through the reference; nothing keeps it alive.
   ObjectManager* getObjectManager() const { return manager_; }
   std::int64_t key() const { return key_; }
 

@@ -41,9 +41,11 @@ inline constexpr char UserString[] = "UserString";
 
 }  // namespace strings
 
+/// The class of a run that does not name one.
 inline constexpr char kDefaultRunClass[] = "Set";
 
 /// One run. Fields that are not set are left out of a session that is written.
+/// `id` alone is required of a file; it must differ from those of the other runs.
 struct RunRecord {
   std::int32_t id = 0;
   std::string runClassName = kDefaultRunClass;  ///< or "ComparisonSet"
@@ -55,6 +57,7 @@ struct RunRecord {
 };
 
 /// One signal.
+/// `id` is unique within one signals part. Dimensions are sizes, a channel is a list of indices from 1.
 struct SignalRecord {
   std::int32_t id = 0;
   std::int32_t runID = 0;  ///< the `id` of its run
@@ -81,6 +84,7 @@ Field(std::string_view, Value Record::*) -> Field<Record, Value>;
 
 /// The fields of a record, in the order of JSON members and of columns.
 template <class Record>
+// Only the two kinds of record below have fields.
 inline constexpr auto kFields = nullptr;
 
 template <>
@@ -188,6 +192,7 @@ inline constexpr Member kMetadataMembers[] = {
 
 /// The index of a field in its table. A name that is not there does not compile.
 template <class Record>
+// Searched when compiling, so that code can name fields and still use their index at no cost.
 consteval std::size_t fieldIndex(std::string_view name) {
   for (std::size_t index = 0; index < kMembers<Record>.size(); ++index) {
     if (kMembers<Record>[index].name == name) return index;
@@ -210,6 +215,7 @@ struct PartKind {
   std::string_view name;
   std::span<const Member> members;
 };
+// These names stand in messages.
 inline constexpr PartKind kRunListKind{"run list", kMembers<RunRecord>};
 inline constexpr PartKind kSignalsPartKind{"signals part", kMembers<SignalRecord>};
 

@@ -40,6 +40,7 @@ std::size_t FileRunIdHash::operator()(FileRunId run) const noexcept {
 
 void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMap& runIds,
                            std::vector<RunId>& newRuns, Application) {
+  // All runs or none: the caller's map is touched only after the transaction has been committed.
   ObjectManager::Tables& tables = manager.tables();
   std::vector<std::pair<FileRunId, RunId>> loaded;
   sql::Transaction transaction(tables.database);
@@ -48,6 +49,7 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
   runs.forEachRow([&](std::size_t index, const Row& row) {
     const std::int32_t inFile = row.integer(fieldIndex<RunRecord>(strings::IDLower));
     const RunId run = newRunId(inFile);
+    // A run without an order index stands where the run list has it.
     const auto position = static_cast<std::int64_t>(index) + 1;
     tables.runs.add(keyOf(run), row, {{fieldIndex<RunRecord>("orderIndex"), position}});
     loaded.emplace_back(FileRunId{inFile}, run);
@@ -71,6 +73,7 @@ bool Set::lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& mana
 
 void Set::getAllSignals(ObjectManager& manager, SignalQueryType type, RunId run,
                         boost::ptr_vector<ObjectRef>& references) {
+  // Known by their keys alone; no row of a signal is read before one of its fields is asked for.
   if (type == SignalQueryType::None) return;
   manager.tables().signals.forEachKey(signalsOf(run), appendTo(references, manager));
 }

@@ -16,6 +16,9 @@
 
 namespace orra {
 
+// Runs have two identifiers: the one that their file gives them, which other files may give as well, and the
+// one that they get when they are loaded. The two are types of their own, since both are 32-bit integers and
+// mixing them up would find the wrong run, or none, without anything failing.
 /// A run's identifier in its file.
 enum class FileRunId : std::int32_t {};
 /// A run's identifier in the repository. Never used again within a process.
@@ -26,9 +29,11 @@ enum class RunId : std::int32_t {};
 struct FileRunIdHash {
   std::size_t operator()(FileRunId run) const noexcept;
 };
+/// From the file's identifier to the repository's.
 using RunIdMap = boost::unordered_map<FileRunId, RunId, FileRunIdHash>;
 
 /// The application that a session is loaded for.
+/// It makes no difference to what is loaded; there is one so far.
 enum class Application { SessionFile = 0 };
 
 /// Which signals of a run are asked for.
@@ -60,14 +65,19 @@ class Set : public ORM {
   /// All fields, read in one go. Valid, as are the texts below, until another run of the repository is read.
   const RunRecord& record() const;
 
+  // A field that the run does not have reads as the empty text or as 0. Texts are copied only where they are
+  // narrowed.
   const std::u16string& getRunDisplayName() const { return textOf(record().name); }
   /// Empty text for a key that the run does not have. Keys are those of orra::strings.
   std::u16string getRunMetaDataUstring(std::string_view key) const;
   std::string getDateString() const { return fl::i18n::to_string(textOf(record().dateCreated)); }
+  /// The number that the recorder gave the run, which need not be unique.
   std::uint32_t getRunNumber() const { return record().runNumber.value_or(0); }
+  /// Where the run stands among those of its session; from 1 where the file does not say.
   std::int32_t getOrderIndex() const { return record().orderIndex.value_or(0); }
   const std::u16string& getModel() const { return textOf(record().model); }
   std::string getSimMode() const { return fl::i18n::to_string(textOf(record().simMode)); }
+  /// The first two in simulated time; the others are what the phases of the simulation took.
   double getStartTime() const { return record().startTime.value_or(0); }
   double getStopTime() const { return record().stopTime.value_or(0); }
   const std::u16string& getRunStatus() const { return textOf(record().status); }

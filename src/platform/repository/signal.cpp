@@ -39,6 +39,7 @@ class SignalLoader {
     if (run == runIds_.end() || !tables_.runs.find(static_cast<std::int64_t>(run->second))) {
       raiseInvalid(kSignalsPartKind, index + 1, "\"runID\" is no run of the run list");
     }
+    // A further part may add to a run that has signals already; its numbering goes on.
     const auto range = signalsOf(run->second);
     const std::int64_t last = tables_.signals.lastKey(range).value_or(range.first - 1);
     return lastKeys_.emplace(inFile, last).first->second;
@@ -85,6 +86,7 @@ std::shared_ptr<Set> Signal::getRun() const {
 
 std::vector<std::uint64_t> Signal::getChannel(bool zeroBased) const {
   std::vector<std::uint64_t> channel = record().channel.value_or(std::vector<std::uint64_t>{});
+  // Recorded channels count from 1; a 0, which no writer should have recorded, stays.
   if (!zeroBased) return channel;
   for (std::uint64_t& index : channel) index -= index > 0 ? 1 : 0;
   return channel;

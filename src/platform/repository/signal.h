@@ -10,6 +10,7 @@
 
 namespace orra {
 
+// Declared only: nothing of this program makes one, and null is what the loader is given.
 class ProgressTracker;
 class TemporalDeserializer;
 
@@ -31,20 +32,25 @@ class Signal : public ORM {
  public:
   using ORM::ORM;
 
+  /// Nothing is read yet; a reference to no signal shows when the first field is asked for.
   static std::unique_ptr<Signal> getSignalFromObjRef(std::unique_ptr<ObjectRef> reference);
 
   /// All fields, read in one go. Valid, as are the texts below, until another signal of the repository is
   /// read.
   const SignalRecord& record() const;
 
+  // A field that the signal does not have reads as the empty text, 0 or the empty list.
   const std::u16string& getName() const { return textOf(record().name); }
+  /// The run that the signal was loaded for, which its key tells without a query.
   std::shared_ptr<Set> getRun() const;
   std::string getDomainType() const { return fl::i18n::to_string(textOf(record().domainType)); }
   const std::u16string& getDescription() const { return textOf(record().description); }
   const std::u16string& getUnits() const { return textOf(record().units); }
   const std::u16string& getDisplayUnits() const { return textOf(record().displayUnits); }
   const std::u16string& getDataTypeLabel() const { return textOf(record().dataTypeLabel); }
+  /// 1 for complex values, else real ones.
   std::int32_t getComplexity() const { return record().complexity.value_or(0); }
+  /// How complex values are given: 0 real and imaginary part, 1 magnitude and phase, 2 magnitude, 3 phase.
   std::int32_t getComplexCoordSystem() const { return record().complexCoordSystem.value_or(0); }
   const std::u16string& getSampleTimeString() const { return textOf(record().sampleTime); }
   const std::u16string& getModel() const { return textOf(record().model); }

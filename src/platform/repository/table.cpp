@@ -5,6 +5,10 @@
 
 #include "platform/repository/json_rows.h"
 
+// Rows and records. The field table of records.h gives the columns, the parameters of the insertion and the
+// values read back, in one order, so that a field is added in one place. Texts go into the database and come
+// out of it as UTF-8 without being copied on the way; lists and metadata are packed into one blob each,
+// because a table of their own would cost a query for every record.
 namespace orra {
 namespace {
 
@@ -50,6 +54,7 @@ std::string insertStatement(const std::string& name) {
 /// A number in as few bytes as its value needs: seven bits a byte, lowest first; the top bit says that
 /// another byte follows.
 void pack(std::uint64_t number, std::string& packed) {
+  // The low byte is taken with its top bit set; the conversion drops the bits above it.
   for (; number >= 0x80; number >>= 7) packed.push_back(static_cast<char>(number | 0x80));
   packed.push_back(static_cast<char>(number));
 }
@@ -60,6 +65,7 @@ std::uint64_t unpack(std::string_view& packed) {
   for (unsigned shift = 0; !packed.empty(); shift += 7) {
     const char byte = packed.front();
     packed.remove_prefix(1);
+    // A longer number was not written by pack; shifting further would be undefined.
     if (shift < 64) number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
     if ((byte & 0x80) == 0) break;
   }
@@ -129,6 +135,7 @@ void read(const sql::Statement& row, int column, decltype(RunRecord::metadata)& 
   entries.clear();
   for (std::string_view packed = row.bytes(column); !packed.empty();) {
     const std::uint64_t index = unpack(packed), length = unpack(packed);
+    // Checked although this program wrote it: the file may have been damaged, and lengths are trusted below.
     if (index >= std::size(kMetadataMembers) || length > packed.size()) {
       row.failAsCorrupt("a run's metadata is not what was written");
     }
@@ -178,6 +185,7 @@ void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default>
 template <class Record>
 const Record* Table<Record>::find(std::int64_t key) {
   if (rows_.isOnRow() && key == recordKey_) return &record_;
+  // Going on to the next row is what reading in order does; anything else begins a new search.
   if (!rows_.isOnRow() || key != recordKey_ + 1) {
     rows_.reset();
     rows_.bind(1, key);
@@ -191,6 +199,7 @@ const Record* Table<Record>::find(std::int64_t key) {
     rows_.reset();  // half of a record must not be found again
     throw;
   }
+  // The row that was met may be one further on, where the key that was asked for is missing.
   if (!found || !database_.isInTransaction()) rows_.reset();
   return found ? &record_ : nullptr;
 }
@@ -217,6 +226,7 @@ void Table<Record>::forEachKey(KeyRange range, const KeyVisitor& visit) {
 
 template <class Record>
 void Table<Record>::forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit) {
+  // Does nothing from the second time on.
   database_.execute(createNameIndex_);
   keysNamed_.bind(1, range.first).bind(2, range.last).bind(3, name);
   visitKeys(keysNamed_, visit);

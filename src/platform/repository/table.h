@@ -21,6 +21,8 @@ struct KeyRange {
   std::int64_t first, last;
 };
 
+// The tables of the repository. Only the classes of this folder know them: what others see are runs and
+// signals, which read their fields from here.
 /// The records of one kind in a database: a column for each field, in the order of the field table, and
 /// before them the key. A run's metadata is one column, so that a record is one row.
 template <class Record>
@@ -34,6 +36,7 @@ class Table {
     std::size_t field;
     std::int64_t number;
   };
+  /// Stores the members of a checked element under a key that is not taken. Raises the database's failures.
   void add(std::int64_t key, const Row& row, std::optional<Default> missing = {});
 
   /// The whole record, null if there is none. Valid until the next call. Inside a transaction the table stays
@@ -50,6 +53,7 @@ class Table {
   void forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit);
 
  private:
+  /// From the row that rows_ is on.
   void readRecord();
 
   sql::Database& database_;
@@ -72,6 +76,8 @@ constexpr KeyRange signalsOf(RunId run) {
 }
 constexpr RunId runOfSignal(std::int64_t key) { return RunId{static_cast<std::int32_t>(key >> 32)}; }
 
+/// Everything that one repository has open. Members are closed from the last to the first: statements before
+/// the database, and the database before the file, whose lock must outlive all other openings of it.
 struct ObjectManager::Tables {
   Tables(const std::string& folder, const std::string& name);
 

@@ -49,11 +49,13 @@ void Database::execute(Step step) {
     statement.reset(prepared);
     if (code != SQLITE_OK) fail(code);
   }
+  // The result of reset is the one of the step before it.
   sqlite3_step(statement.get());
   const int code = sqlite3_reset(statement.get());
   if (code != SQLITE_OK) fail(code);
 }
 
+// One on a row keeps the database locked, also when the transaction it read in has ended.
 void Database::resetStatements() noexcept {
   for (sqlite3_stmt* at = nullptr; (at = sqlite3_next_stmt(handle(), at)) != nullptr;) {
     if (sqlite3_stmt_busy(at) != 0) sqlite3_reset(at);
@@ -61,8 +63,10 @@ void Database::resetStatements() noexcept {
 }
 
 void Database::fail(int code) const {
+  // Extended codes hold the primary one in their low byte.
   const int primaryCode = code & 0xFF;
   if (primaryCode == SQLITE_NOMEM || handle_ == nullptr) throw foundation::core::except::bad_alloc();
+  // The text belongs to the last call on this handle, and is copied before anything else is asked of it.
   std::string text = sqlite3_errmsg(handle());
   switch (primaryCode) {
     case SQLITE_BUSY:
@@ -119,6 +123,7 @@ Statement& Statement::bindNull(int parameter) {
 }
 
 bool Statement::step() {
+  // Reset at once behind the last row and after a failure: a statement left there would keep its lock.
   const int code = sqlite3_step(handle_.get());
   if (code == SQLITE_ROW) return true;
   reset();
@@ -127,6 +132,7 @@ bool Statement::step() {
 }
 
 std::string_view Statement::bytes(int column) const {
+  // Asked before the length, as SQLite demands: the length is that of the form last asked for.
   const auto* data = static_cast<const char*>(sqlite3_column_blob(handle_.get(), column));
   if (data == nullptr) return {};
   return {data, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column))};
@@ -146,6 +152,7 @@ void Statement::require(int code) const {
 
 Transaction::Transaction(Database& database) : database_(database) {
   database_.resetStatements();
+  // Nothing is locked yet. SQLite takes the lock with the first read or write.
   database_.execute(Database::Step::Begin);
 }
 

@@ -16,6 +16,8 @@ namespace orra::sql {
 
 using foundation::core::except::FreeWith;
 
+// The little of SQLite that the repository needs. Handles of the library are closed by their owners here and
+// nowhere else; what they point to is never given out without the object that keeps it alive.
 /// One open database file that nobody else is meant to open. Its journal is kept in memory and nothing is
 /// synced: the data is a copy of what can be read again.
 class Database {
@@ -42,6 +44,7 @@ class Database {
   /// Raises sqldb:ssdb:Corrupt for contents that the database itself does not check.
   [[noreturn]] void failAsCorrupt(const std::string& reason) const;
 
+  /// For the classes of this file.
   sqlite3* handle() const noexcept { return handle_.get(); }
 
  private:
@@ -60,6 +63,8 @@ class Statement {
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
+  /// Bound values stay for further runs of the statement until they are replaced. They give the statement
+  /// back, so that several can be bound in one line.
   Statement& bind(int parameter, std::int64_t integer);
   Statement& bind(int parameter, double number);
   Statement& bind(int parameter, std::string_view text);

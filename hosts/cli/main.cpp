@@ -152,8 +152,8 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
 /// wrong.
 OutputFormat requestedFormat(int argumentCount, const char* const* arguments) {
   const std::vector<std::string_view> words(arguments, arguments + argumentCount);
-  const auto options = std::ranges::subrange(words.begin(), std::ranges::find(words, "--"));
-  return std::ranges::count(options, "--json") > 0 ? OutputFormat::Json : OutputFormat::Text;
+  const auto end = std::find(words.begin(), words.end(), "--");
+  return std::find(words.begin(), end, "--json") != end ? OutputFormat::Json : OutputFormat::Text;
 }
 
 ExitCode runCommand(const CommandLine& line) {

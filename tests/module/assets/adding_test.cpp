@@ -7,7 +7,7 @@
 namespace support {
 namespace {
 
-constexpr auto kReader = "/usr/bin/python3 " PROJECT_FOLDER "/tests/support/read_package.py ";
+constexpr auto kReader = "/usr/bin/python3 '" PROJECT_FOLDER "/tests/support/read_package.py' ";
 
 class Adding : public UserFiles {
  protected:

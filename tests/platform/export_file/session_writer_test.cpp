@@ -22,7 +22,7 @@ namespace {
 
 /// What another program reads of the package.
 std::string readBack(const std::string& package) {
-  return outputOf("/usr/bin/python3 " PROJECT_FOLDER "/tests/support/read_package.py '" + package + "'");
+  return outputOf("/usr/bin/python3 '" PROJECT_FOLDER "/tests/support/read_package.py' '" + package + "'");
 }
 
 RunRecord runOf(std::int32_t id) { return {.id = id}; }

@@ -41,7 +41,7 @@ class Saving : public ::testing::Test {
     std::string complaint = support::outputOf("unzip -tqq '" + path_ + "'");
     if (complaint.empty()) complaint = support::outputOf("7z t '" + path_ + "' > /dev/null");
     if (!complaint.empty()) return complaint;
-    return support::outputOf("/usr/bin/python3 " PROJECT_FOLDER "/tests/support/read_package.py '" + path_ +
+    return support::outputOf("/usr/bin/python3 '" PROJECT_FOLDER "/tests/support/read_package.py' '" + path_ +
                              "'");
   }
 

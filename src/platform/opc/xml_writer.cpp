@@ -44,7 +44,7 @@ bool isUnwritable(char16_t unit) {
 /// The usual name of a character, such as "U+0007".
 std::string codeOf(char16_t unit) {
   char code[8];
-  std::snprintf(code, sizeof code, "U+%04X", unsigned{unit});
+  static_cast<void>(std::snprintf(code, sizeof code, "U+%04X", unsigned{unit}));
   return code;
 }
 

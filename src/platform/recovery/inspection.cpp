@@ -75,8 +75,8 @@ class Inspection {
   }
 
  private:
-  void add(Severity severity, foundation::core::except::except_with_causes rule, const Entry& entry) {
-    findings_.push_back({severity, std::move(rule), to_ustring_lossy(entry.name), entry.headerOffset});
+  void add(Severity severity, const foundation::core::except::except_with_causes& rule, const Entry& entry) {
+    findings_.push_back({severity, rule, to_ustring_lossy(entry.name), entry.headerOffset});
   }
 
   /// A refusal of the package library, whose second argument mostly is the item that it is about.
@@ -234,9 +234,10 @@ class Inspection {
 
   void addMissingTarget(Severity severity, const Relationship& link,
                         std::optional<opc::EntryIndex> document) {
-    auto broken = rule("recovery:check:MissingTarget", link.getID(), link.getType(), link.getTarget().text());
-    if (document) return add(severity, std::move(broken), directory_->entries()[*document]);
-    findings_.push_back({severity, std::move(broken), {}});
+    const auto broken =
+        rule("recovery:check:MissingTarget", link.getID(), link.getType(), link.getTarget().text());
+    if (document) return add(severity, broken, directory_->entries()[*document]);
+    findings_.push_back({severity, broken, {}});
   }
 
   const zip::Limits limits_;

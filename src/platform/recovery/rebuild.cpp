@@ -95,12 +95,12 @@ class Rebuilding {
   }
 
  private:
-  void tell(Severity severity, const Entry& entry, except_with_causes rule) {
-    result_.findings.push_back({severity, std::move(rule), to_ustring_lossy(entry.name), entry.headerOffset});
+  void tell(Severity severity, const Entry& entry, const except_with_causes& rule) {
+    result_.findings.push_back({severity, rule, to_ustring_lossy(entry.name), entry.headerOffset});
   }
   /// Of the package as a whole.
-  void tell(Severity severity, except_with_causes rule) {
-    result_.findings.push_back({severity, std::move(rule), {}});
+  void tell(Severity severity, const except_with_causes& rule) {
+    result_.findings.push_back({severity, rule, {}});
   }
 
   /// A sound directory is believed: what it does not name was deleted.

@@ -93,8 +93,8 @@ void append(std::string& out, char32_t point) {
   }
 }
 
-/// How many units at the beginning are ASCII, in whole blocks. Most texts are ASCII throughout: this part is
-/// recognised many units at a time and needs no conversion.
+/// How many units at the beginning are ASCII. Most texts are ASCII throughout: this part is recognised many
+/// units at a time and needs no conversion.
 template <class In>
 std::size_t asciiPrefix(In text) {
   constexpr std::size_t kBlock = 16;
@@ -108,6 +108,8 @@ std::size_t asciiPrefix(In text) {
     }
     if (all >= 0x80) break;
   }
+  // What is less than a block; many names are shorter than one.
+  while (at < text.size() && static_cast<char32_t>(text[at]) < 0x80) ++at;
   return at;
 }
 

@@ -21,9 +21,9 @@ inline void runTransaction(ObjectManager& manager, const boost::function<void()>
   throwCollected(errors);
 }
 
-/// One field of a record: its name, and how its value is read from the repository's object.
+/// One field of a record: its name, and how its value is read from the repository's object. That is a plain
+/// function pointer, since the tables are constants and there is nothing to capture.
 template <class Object>
-// A plain function pointer: the tables are constants, and there is nothing to capture.
 struct RecordField {
   std::u16string_view name;
   corvan::HostArray (*read)(const Object&);

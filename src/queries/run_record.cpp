@@ -1,5 +1,6 @@
 #include "queries/run_record.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -68,9 +69,12 @@ const RecordField<Set> kFields[] = {
 }  // namespace
 
 HostArray runIdentifierColumn(MetadataCache& cache) {
-  std::vector<std::int32_t> identifiers;
-  for (const FileRunId run : cache.getRunIDs()) identifiers.push_back(static_cast<std::int32_t>(run));
-  return HostArray::int32Column(identifiers);
+  const std::vector<FileRunId> runs = cache.getRunIDs();
+  // The host names its classes by text and resolves them itself.
+  HostArray column = HostArray::numeric(corvan::numericClassByName("int32"), runs.size(), 1);
+  std::ranges::transform(runs, column.mutableValues<std::int32_t>().begin(),
+                         [](FileRunId run) { return static_cast<std::int32_t>(run); });
+  return column;
 }
 
 FileRunId toRunIdentifier(const HostArray& value) {

@@ -1,5 +1,6 @@
 #include "queries/signal_record.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "platform/errors/catalog.h"
@@ -79,12 +80,11 @@ HostArray complexFormat(const Signal& signal) {
 
 /// The low 32 bits of each number.
 HostArray int32Row(const std::vector<std::uint64_t>& numbers) {
-  std::vector<std::int32_t> narrowed;
-  narrowed.reserve(numbers.size());
-  // The host's lists are of 32 bits. Sizes beyond that do not occur in arrays that anyone could have
-  // recorded.
-  for (const std::uint64_t number : numbers) narrowed.push_back(static_cast<std::int32_t>(number));
-  return HostArray::int32Row(narrowed);
+  static const corvan::NumericClass int32 = corvan::numericClassByName("int32");
+  HostArray row = HostArray::numeric(int32, 1, numbers.size());
+  std::ranges::transform(numbers, row.mutableValues<std::int32_t>().begin(),
+                         [](std::uint64_t number) { return static_cast<std::int32_t>(number); });
+  return row;
 }
 
 HostArray dimensions(const Signal& signal) { return int32Row(signal.getDimensions()); }

@@ -220,10 +220,6 @@ HostArray HostArray::int32Row(std::span<const std::int32_t> values) {
   return filled(numeric(NumericClass::Int32, 1, values.size()), values);
 }
 
-HostArray HostArray::int32Column(std::span<const std::int32_t> values) {
-  return filled(numeric(NumericClass::Int32, values.size(), 1), values);
-}
-
 HostArray HostArray::doubleScalar(double value) {
   return filled(numeric(NumericClass::Double, 1, 1), std::span<const double>(&value, 1));
 }

@@ -71,7 +71,6 @@ class HostArray {
   static HostArray numeric(NumericClass numericClass, std::size_t rows, std::size_t columns);
   static HostArray int32Scalar(std::int32_t value);
   static HostArray int32Row(std::span<const std::int32_t> values);
-  static HostArray int32Column(std::span<const std::int32_t> values);
   static HostArray doubleScalar(double value);
   static HostArray logicalScalar(bool value);
   /// 1×N, N the number of code units, which are taken as they are: a lone surrogate is no error.

@@ -50,7 +50,7 @@ TEST(HostArray, KnowsItsClassAndShape) {
   const std::int32_t ids[] = {7, -1, 2};
   const std::pair<HostArray, std::string> cases[] = {
       {HostArray(), "double 0 0"},
-      {HostArray::int32Column(ids), "int32 3 1"},
+      {HostArray::numeric(corvan::numericClassByName("int32"), 3, 1), "int32 3 1"},
       {HostArray::numeric(corvan::numericClassByName("uint8"), 0, 255), "uint8 0 255"},
       {HostArray::charRow(kLongText), "char 1 1000"},
   };

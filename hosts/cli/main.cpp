@@ -4,7 +4,6 @@
 // messages only as the reason in an error with an identifier, so that every error has the same form.
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
 #include <utility>
 
 #include <fmt/format.h>
@@ -18,6 +17,7 @@
 #include "hosts/cli/terminal.h"
 #include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
+#include "platform/zobs/module_loader.h"
 
 namespace tavlox::cli {
 namespace {
@@ -51,12 +51,6 @@ void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
     if (isNeeded) option->required();
     if (takesAll) option->expected(isNeeded ? 1 : 0, kNoLimit)->allow_extra_args();
   }
-}
-
-/// Beside the program, wherever that was installed; the current folder is never searched for code.
-std::u16string defaultModulePath() {
-  const auto program = std::filesystem::read_symlink("/proc/self/exe");
-  return to_ustring((program.parent_path().parent_path() / "lib" / "tavlox_io.so").string());
 }
 
 /// Copies the values that the parser found. Raises fl::i18n::ConversionError for words that are not UTF-8.
@@ -112,7 +106,8 @@ CommandLine understand(const CLI::App& app) {
   takeValues(app, request);
   takeValues(*part, request);
   if (request.has("--json")) request.format = OutputFormat::Json;
-  request.modulePath = request.has("--module") ? request.one("--module") : defaultModulePath();
+  // Beside the platform; the current folder is never searched for code.
+  request.modulePath = request.has("--module") ? request.one("--module") : zobs::installedModule("tavlox_io");
   // Checked while the command line is at fault, so that the exit code is 2 and no module is loaded.
   if (line.command->check != nullptr) line.command->check(request);
   return line;

@@ -1,8 +1,13 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace zobs {
+
+/// Where an installation keeps the module of this name: NAME.so in the folder "tavlox" beside the platform's
+/// library, wherever the two were moved. Whether there is one is seen when it is loaded.
+std::u16string installedModule(std::string_view name);
 
 /// Loads a module (a shared library) and calls its initialisation entry point: the one function without
 /// arguments that it exports under a name that begins with "CvInitialize_". A module stays loaded for the

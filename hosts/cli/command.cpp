@@ -23,8 +23,8 @@ const Command* const kCommands[] = {
 // These stand before or behind the command's name.
 constexpr Parameter kCommon[] = {
     {"--json", Takes::Flag, "Write JSON: results on standard output, errors on standard error"},
-    {"--module", Takes::Value, "The module to load; by default ../lib/tavlox_io.so, seen from this program",
-     "PATH"},
+    {"--module", Takes::Value,
+     "The module to load; by default ../lib/tavlox/tavlox_io.so, seen from this program", "PATH"},
 };
 
 // Shown first: most people look for a line to copy.
@@ -39,17 +39,27 @@ constexpr std::string_view kGeneralExamples = R"help(Examples:
   tavlox info --json *.tavlox                       the same as info, for other programs
 )help";
 
-// What programs that read the output may rely on.
-constexpr std::string_view kOutputRules = R"(Output:
-  Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
+/// A line of a list in the help. The column fits the longest term there is.
+void appendLine(std::string& help, std::string_view term, std::string_view meaning) {
+  help += fmt::format("  {:<20} {}\n", term, meaning);
+}
+
+void appendParameters(std::string& help, std::span<const Parameter> parameters) {
+  for (const Parameter& parameter : parameters) appendLine(help, placeholder(parameter), parameter.help);
+}
+
+}  // namespace
+
+const std::string_view kOutputRules =
+    R"(  Results go to standard output, everything else to standard error. Tables are aligned on a terminal and
   tab-separated, without headings, everywhere else. Backslashes, tabs, line ends and control characters in
   a value are written as \\, \t, \n, \r and \u001B. Colours are left out when NO_COLOR is set.
   With --json each error and warning is an object on a line of its own.
-
-Exit code: 0 done, 1 the operation failed, 2 the command line is wrong, 3 done and damage was found.
 )";
 
-/// The parameter as a usage line shows it.
+const std::string_view kExitCodes =
+    "0 done, 1 the operation failed, 2 the command line is wrong, 3 done and damage was found.";
+
 std::string placeholder(const Parameter& parameter) {
   switch (parameter.takes) {
     case Takes::OneOrMore:
@@ -63,27 +73,15 @@ std::string placeholder(const Parameter& parameter) {
   }
 }
 
-/// The line that begins with "Usage:", what may be left out in square brackets.
 std::string usage(const Command& command) {
-  std::string line = fmt::format("Usage: tavlox {}", command.name);
+  std::string line = fmt::format("tavlox {}", command.name);
   for (const Parameter& parameter : command.parameters) {
     const bool isNeeded = parameter.takes == Takes::One || parameter.takes == Takes::OneOrMore;
     const std::string shown = placeholder(parameter);
     line += isNeeded ? " " + shown : fmt::format(" [{}]", shown);
   }
-  return line + " [--json] [--module PATH]\n";
+  return line + " [--json] [--module PATH]";
 }
-
-/// A line of a list in the help. The column fits the longest term there is.
-void appendLine(std::string& help, std::string_view term, std::string_view meaning) {
-  help += fmt::format("  {:<20} {}\n", term, meaning);
-}
-
-void appendParameters(std::string& help, std::span<const Parameter> parameters) {
-  for (const Parameter& parameter : parameters) appendLine(help, placeholder(parameter), parameter.help);
-}
-
-}  // namespace
 
 const std::vector<std::u16string>& Request::all(std::string_view parameter) const {
   // Returned by reference, so it has to outlive the call.
@@ -112,12 +110,12 @@ std::string generalHelp() {
   appendParameters(help, kCommon);
   appendLine(help, "--help", "This text; after a command, more about it");
   appendLine(help, "--version", "The version of this program");
-  return help.append("\n").append(kOutputRules);
+  return help + fmt::format("\nOutput:\n{}\nExit code: {}\n", kOutputRules, kExitCodes);
 }
 
 std::string commandHelp(const Command& command) {
-  std::string help = fmt::format("tavlox {}: {}\n\nExamples:\n{}\n{}\n", command.name, command.summary,
-                                 command.examples, usage(command));
+  std::string help = fmt::format("tavlox {}: {}\n\nExamples:\n{}\nUsage: {}\n\n", command.name,
+                                 command.summary, command.examples, usage(command));
   appendParameters(help, command.parameters);
   appendParameters(help, kCommon);
   if (!command.details.empty()) help += fmt::format("\n{}", command.details);

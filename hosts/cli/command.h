@@ -75,6 +75,16 @@ const Command* findCommand(std::string_view name);
 /// The options that every command takes.
 std::span<const Parameter> commonParameters();
 
+/// The parameter as a usage line shows it: "FILE", "CSV...", "-o FOLDER".
+std::string placeholder(const Parameter& parameter);
+/// What stands behind "Usage: ", what may be left out in square brackets.
+std::string usage(const Command& command);
+
+/// What programs that call this one may rely on: whole lines.
+extern const std::string_view kOutputRules;
+/// The meaning of each exit code, in one line.
+extern const std::string_view kExitCodes;
+
 /// What `tavlox --help` shows: examples first, then the commands and the common options.
 std::string generalHelp();
 /// What `tavlox COMMAND --help` shows.

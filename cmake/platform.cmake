@@ -19,6 +19,14 @@ function(corvan_platform_shared_library)
   get_property(libraries GLOBAL PROPERTY CORVAN_PLATFORM_LIBRARIES)
   list(TRANSFORM libraries REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
   add_library(corvan_platform SHARED ${objects})
-  target_include_directories(corvan_platform INTERFACE ${PROJECT_SOURCE_DIR}/src)
-  target_link_libraries(corvan_platform PRIVATE ${libraries} INTERFACE message_table Boost::headers Boost::date_time)
+  # The name under which programs find it carries the version of the interface.
+  set_target_properties(corvan_platform PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                                                   EXPORT_NAME platform)
+  target_include_directories(corvan_platform INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
+                                                       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tavlox>)
+  target_compile_features(corvan_platform INTERFACE cxx_std_20)
+  target_link_libraries(
+    corvan_platform
+    PRIVATE ${libraries}
+    INTERFACE message_table $<BUILD_INTERFACE:Boost::headers> $<BUILD_INTERFACE:Boost::date_time>)
 endfunction()

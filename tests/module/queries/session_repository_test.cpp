@@ -47,7 +47,16 @@ TEST_F(Queries, LockedAndCorruptDatabasesAreSaidAfterAPause) {
   run(7);
   {
     const OtherConnection other(*databases().begin(), "BEGIN EXCLUSIVE");
-    const std::string raised = raisedAfterPauses([&] { run(7); });
+    std::string message;
+    const std::string raised = raisedAfterPauses([&] {
+      try {
+        run(7);
+      } catch (const foundation::core::except::IUserException& error) {
+        message = error.GetMessageTxt();
+        throw;
+      }
+    });
+    EXPECT_EQ(message.find("Try again"), message.rfind("Try again")) << message;
     EXPECT_EQ(raised.substr(0, 39), "sqldb:ssdb:Locked(sqldb:ssdb:Locked, Th") << raised;
     EXPECT_EQ(raised.back(), '1');
     const std::string unpaused = raisedAfterPauses([&] { signalsNamed(u"a"); });

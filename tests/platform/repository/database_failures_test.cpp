@@ -63,7 +63,9 @@ TEST(DatabaseFailures, LockedByASecondConnection) {
   session.signalsOf(7)[3].getName();
   // Refused if reading had left the database locked.
   const OtherConnection other(session.database(), "PRAGMA busy_timeout=0; BEGIN EXCLUSIVE");
-  const std::string locked = "sqldb:ssdb:Locked(" + session.database().string() + ", database is locked)";
+  const std::string locked = "sqldb:ssdb:Locked(" + session.database().string() +
+                             ", The database of the session's runs is in use by another program: "
+                             "database is locked. Try again when that is done.)";
   EXPECT_EQ(session.collected([&] { session.names(7); }), std::vector<std::string>{locked});
   EXPECT_EQ(raisedBy([&] { session.loadSignals(signalJson(1, 7, "a")); }), locked);
 }

@@ -1,5 +1,6 @@
 #include "platform/repository/sql/database.h"
 
+#include "platform/errors/catalog.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/descriptor.h"
 #include "platform/text/conversion.h"
@@ -17,6 +18,12 @@ constexpr char kSettings[] =
     "PRAGMA journal_mode = MEMORY;"
     "PRAGMA temp_store = MEMORY;"
     "PRAGMA synchronous = OFF;";
+
+/// The rule and the remedy; `reason` is SQLite's.
+std::u16string inUse(std::string_view reason) {
+  constexpr fl::i18n::MessageId<1> kInUse = "sqldb:ssdb:InUse";
+  return fl::i18n::catalogText(kInUse, {foundation::core::except::toArgument(reason)});
+}
 
 // A null pointer would bind NULL.
 const char* dataOf(std::string_view bytes) { return bytes.data() == nullptr ? "" : bytes.data(); }
@@ -71,7 +78,9 @@ void Database::fail(int code) const {
   switch (primaryCode) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      raise("sqldb:ssdb:Locked", path_, text);
+      // The sentence is an argument: modules raise the error again with this message as its argument, and a
+      // sentence in the text itself would then be said twice.
+      raise("sqldb:ssdb:Locked", path_, inUse(text));
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
       raise("sqldb:ssdb:Corrupt", path_, text);

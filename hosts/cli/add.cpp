@@ -3,7 +3,8 @@
 // link, and stops at the first file that it cannot read. People expect otherwise: what is wrong with any path
 // is to be known before anything is stored, and one bad file must not keep the others out. So each path is
 // first turned into an Addition, the list of files that will be stored and of those that cannot be, and then
-// stored by one call of addFile.
+// stored by one call of addFile. A file whose reading fails on the way is known only then: it is taken out,
+// and another call stores what the first did not come to.
 #include <filesystem>
 #include <fstream>
 
@@ -17,6 +18,7 @@
 #include "hosts/cli/temporary_folder.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
+#include "platform/opc/package.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -109,15 +111,17 @@ void store(const zobs::COSInterfacePointer& file, const Request& request, const 
   save(request, request.one("FILE"), [&] { call(file, "addFile", inputs); });
 }
 
-/// The module stores all of a folder up to the first file that it cannot read. So where there is such a file
-/// it is given a folder of links to the others: a call for each would save the package as many times.
-void storeFiles(const zobs::COSInterfacePointer& file, const Request& request, const Addition& addition) {
-  if (addition.files.empty()) return;
+/// The module stores all of a folder up to the first file that it cannot read. So where only some of an
+/// addition's files are to be stored it is given a folder of links to these: a call for each would save the
+/// package as many times.
+void storeFiles(const zobs::COSInterfacePointer& file, const Request& request, const Addition& addition,
+                const Texts& files) {
+  if (files.empty()) return;
   if (addition.failures.empty()) return store(file, request, addition.diskPath);
   // Links and not copies: they take no space, and the module follows them and names each entry after its
   // link.
   const TemporaryFolder links(fs::temp_directory_path());
-  for (const std::u16string& path : addition.files) {
+  for (const std::u16string& path : files) {
     // The target is absolute: a relative one would be looked for beside the link.
     const std::u16string link = fs::concatenate(links.path(), fs::extract_filename(path));
     std::filesystem::create_symlink(fl::i18n::to_string(fs::absolute(path)), fl::i18n::to_string(link));
@@ -127,6 +131,55 @@ void storeFiles(const zobs::COSInterfacePointer& file, const Request& request, c
   } catch (const except_with_causes& failure) {
     // The folder of links is gone when this is read.
     throw links.inTermsOf(addition.diskPath, failure);
+  }
+}
+
+/// The full path of the entry that a file on disk is stored as.
+std::u16string entryOf(const Request& request, const std::u16string& file) {
+  const std::u16string folder = request.oneOr("--path", u"");
+  return fs::concatenate(folder.empty() ? std::u16string(kUserFolder) : folder, fs::extract_filename(file));
+}
+
+bool hasEntry(const opc::model::Package& package, const std::u16string& entry) {
+  const auto name = opc::model::PartName::tryFromText(entry);
+  return name && package.hasPart(*name);
+}
+
+/// Takes out of `files` the one whose reading broke off, and what the module stored before it came there. The
+/// error joins the addition's failures and is told. False if it is another error, or about no such file.
+bool passOver(const except_with_causes& failure, const Request& request, const opc::model::Package& before,
+              Addition& addition, Texts& files) {
+  if (failure.GetID() != "opc:stream:CannotRead") return false;
+  // Found by the name alone: in a folder of links it has another path.
+  const std::u16string name = fs::extract_filename(failure.GetArguments().at(1));
+  const auto isUnread = [&](const std::u16string& file) { return fs::extract_filename(file) == name; };
+  if (std::erase_if(files, isUnread) == 0) return false;
+  std::erase_if(addition.files, isUnread);
+  addition.failures.push_back(failure);
+  tellError(request.format, failure);
+  // Nothing shows which entries were replaced already; replacing one by the same data again changes nothing.
+  if (request.has("--replace")) return true;
+  opc::model::Package after(request.one("FILE"));
+  after.open(opc::interfaces::OpenMode::Read);
+  // What was there before stays in the list, so that the module says that it is in the way.
+  std::erase_if(files, [&](const std::u16string& file) {
+    const std::u16string entry = entryOf(request, file);
+    return hasEntry(after, entry) && !hasEntry(before, entry);
+  });
+  return true;
+}
+
+/// Stores all files of the addition that can be read to their end.
+void storeReadable(const zobs::COSInterfacePointer& file, const Request& request, Addition& addition) {
+  opc::model::Package before(request.one("FILE"));
+  // The module finds its directory read already.
+  before.open(opc::interfaces::OpenMode::Read);
+  for (Texts files = addition.files;;) {
+    try {
+      return storeFiles(file, request, addition, files);
+    } catch (const except_with_causes& failure) {
+      if (!passOver(failure, request, before, addition, files)) throw;
+    }
   }
 }
 
@@ -148,30 +201,27 @@ ExitCode runAdd(const Request& request) {
   // Opened first: where the package cannot be read, that is the error to tell, whatever is wrong with the
   // paths.
   const zobs::COSInterfacePointer file = openFile(request, path);
-  const std::u16string asked = request.oneOr("--path", u"");
-  const std::u16string folder = asked.empty() ? std::u16string(kUserFolder) : asked;
   // Every path is looked at before anything is stored: a misspelt one must not leave half of the work done.
   std::vector<Addition> additions;
   for (const std::u16string& diskPath : request.all("PATH")) additions.push_back(additionOf(diskPath));
   Texts stored;  // full paths; listings do not tell an entry that was replaced from one that was left
   std::size_t storedPaths = 0;
   ExitCode result = ExitCode::Done;
-  for (const Addition& addition : additions) {
+  for (Addition& addition : additions) {
     // Told one by one, before the save: each names a file that will be missing in the package.
     for (const except_with_causes& failure : addition.failures) tellError(request.format, failure);
-    if (!addition.failures.empty()) result = ExitCode::Failed;
     try {
-      storeFiles(file, request, addition);
+      storeReadable(file, request, addition);
     } catch (const std::exception&) {
       report(request.format, path, storedBeforeHint(storedPaths, addition));
       // The paths behind it are not tried, so that the hint says exactly what is in the package.
       result = ExitCode::Failed;
       break;
     }
+    if (!addition.failures.empty()) result = ExitCode::Failed;
     // A path of which no file could be read was passed over without a save.
     if (!addition.files.empty()) ++storedPaths;
-    for (const std::u16string& name : addition.files)
-      stored.push_back(fs::concatenate(folder, fs::extract_filename(name)));
+    for (const std::u16string& name : addition.files) stored.push_back(entryOf(request, name));
   }
   // Also after a failure, so that a script learns what is in the package now.
   if (!stored.empty()) printPaths(request, "Added", stored);

@@ -124,6 +124,24 @@ class Add(UserFiles):
         error = self.run_program("add", "s.tavlox", "plots", exit_code=1)[1]
         self.assertRegex(error, r'"(a\.png|b)" cannot be stored .* \[tavlox_io:general:CannotAddEntry\]')
 
+    def test_files_that_break_off_while_they_are_read_are_named_and_the_others_stored(self):
+        for link in ("alone", "plots/broken", "plots/worse"):
+            self.write(link, "")
+            (self.folder / link).unlink()
+            (self.folder / link).symlink_to("/proc/self/mem")  # can be opened, and cannot be read from its start
+        for data, options in (("old", []), ("new", ["--replace"])):
+            for name in ("a", "plots/b", "plots/y", "z"):
+                self.write(name, data)
+            output, errors = self.run_program("add", "--json", "s.tavlox", "alone", "a", "plots", "z", *options, exit_code=1)
+            self.assertEqual(sorted(json.loads(output)["Added"]), ["/user/a", "/user/b", "/user/y", "/user/z"])
+            named = [(error["identifier"], error["arguments"][1]) for error in
+                     (json.loads(line)["error"] for line in errors.splitlines())]
+            self.assertEqual(sorted(named), [("opc:stream:CannotRead", name) for name in ("alone", "plots/broken", "plots/worse")])
+            self.assertEqual([self.entry_data(f"/user/{name}") for name in "abyz"], [data.encode()] * 4)
+            if not options:
+                self.add("broken", "old")
+        self.assertEqual(self.entry_data("/user/broken"), b"old")
+
     def test_what_was_stored_before_an_error_is_said(self):
         for name in ("a/1.txt", "2.txt", "1.txt", "3.txt"):
             self.write(name, name)

@@ -3,7 +3,8 @@
 // nothing is replaced unless asked for, nothing is written outside the output folder, and one bad entry does
 // not keep the others from people. The steps: list what the search finds, refuse what is in the way, let the
 // module write into a temporary folder, and move what is complete to its path. The temporary folder lies in
-// the output folder, so that moving is a rename within one file system.
+// the output folder, so that moving is a rename within one file system. Between the two the data is synced:
+// after a power failure a name must not lead to an empty file, least where it led to an older one before.
 //
 // The output folder may be shared with other users. Below it every path is therefore walked by descriptors,
 // folder by folder without following links: a path that was looked at may lead elsewhere a moment later.
@@ -41,9 +42,9 @@ using Texts = std::vector<std::u16string>;
 
 /// Raises tavlox_io:general:InvalidOutputPath, as the module does, with the system's reason as the cause.
 /// `error` is an errno.
-[[noreturn]] void raiseNotWritten(const std::u16string& path, int error) {
-  const fs::Error reason("fl:filesystem:ReplaceFailed",
-                         {path, fl::i18n::to_ustring(fs::systemReason(error))});
+[[noreturn]] void raiseNotWritten(const std::u16string& path, int error,
+                                  fl::i18n::MessageId<2> failure = "fl:filesystem:ReplaceFailed") {
+  const fs::Error reason(failure, {path, fl::i18n::to_ustring(fs::systemReason(error))});
   throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path}, {reason});
 }
 
@@ -293,6 +294,7 @@ class Extraction {
     const std::u16string folder = fs::weakly_canonical(folder_.path());
     Texts written;
     std::set<std::u16string> placed;
+    if (!finished.empty() && !sync()) raiseNotWritten(folder_.path(), errno, "fl:filesystem:SyncFailed");
     for (const auto& [source, relative] : finished) {
       // Between two files: those already in their place stay, and they are whole.
       endIfInterrupted();
@@ -300,8 +302,18 @@ class Extraction {
         folder_.take(temporary_->descriptor(), to_string(source), relative, existing);
       written.push_back(fs::concatenate(folder, relative));
     }
+    // The files are in their places now, and are told of in any case.
+    if (!finished.empty() && !sync()) {
+      const std::u16string reason = fl::i18n::to_ustring(fs::systemReason(errno));
+      tellError(request_.format, except_with_causes("tavlox:cli:NotConfirmed", {folder_.path(), reason}));
+      result_ = ExitCode::Failed;
+    }
     return written;
   }
+
+  /// Has all that was written reach the disk, data and names: one call for any number of files, since syncing
+  /// each would cost a turn of the disk each. False if it fails; errno says why.
+  bool sync() const { return syncfs(temporary_->descriptor()) == 0; }
 
   // The order matters: each member is made with those before it.
   const Request& request_;

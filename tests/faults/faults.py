@@ -31,7 +31,8 @@ RULES = {
     "swept": "after a kill the next save failed, or what was left is still there",
 }
 # What is said of a change that is there, but may not outlast a power failure.
-UNCERTAIN = ("opc:save:NotConfirmed", "tavlox_io:general:UnableToClosePackage")
+UNCERTAIN = ("opc:save:NotConfirmed", "tavlox_io:general:UnableToClosePackage", "tavlox:cli:NotConfirmed")
+SYNCS = ("fsync", "fdatasync", "syncfs")
 
 KINDS = ("EIO", "ENOSPC", "EINTR", "short", "kill")
 # What can be cut short on x86-64: the system call's number, and which register of user_regs_struct has the length.
@@ -125,7 +126,7 @@ def broken_rules(trial, folder, exit_code, said):
         return
     if exit_code not in (0, 1):
         yield "end"
-    is_sync = trial.call.name in ("fsync", "fdatasync")
+    is_sync = trial.call.name in SYNCS
     if exit_code == 0 and (not is_new or is_sync and trial.kind in ("EIO", "ENOSPC")):
         yield "success"
     if exit_code == 1 and trial.kind == "short":
@@ -147,8 +148,12 @@ def tried(trial):
 
 def trials_of(name, is_short):
     """All, or each kind of fault at every tenth call, each kind at others, and all at syncs and renames."""
-    for index, call in enumerate(calls_of(COMMANDS[name], copied(ROOM / "prepared", ROOM / f"watched/{name}"))):
-        is_always = not is_short or call.name.startswith(("fsync", "fdatasync", "rename"))
+    calls = list(calls_of(COMMANDS[name], copied(ROOM / "prepared", ROOM / f"watched/{name}")))
+    order = "".join("s" if call.name in SYNCS else "r" for call in calls if call.name.startswith((*SYNCS, "rename")))
+    if not re.fullmatch("s+r+s+", order):
+        sys.exit(f"{name}: what is renamed into place is not synced before, or the folder not behind: {order}")
+    for index, call in enumerate(calls):
+        is_always = not is_short or call.name.startswith((*SYNCS, "rename"))
         yield from (Trial(name, call, kind) for shift, kind in enumerate(KINDS)
                     if (kind != "short" or call.name in TRANSFERS and call.result > 1)
                     and (is_always or (index + 2 * shift) % 10 == 0))

@@ -318,7 +318,8 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
 }
 
 Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,
-                                          const model::URI& target, std::string_view id) {
+                                          const model::URI& target, std::string_view id,
+                                          model::TargetMode mode) {
   checkMayChange();
   // Also raises if the source is gone.
   const bool hasDocument = relationships(source) != nullptr;
@@ -326,7 +327,7 @@ Relationship OpenPackage::addRelationship(const PartName* source, std::u16string
   if (relationshipCount_ >= limit) raise("opc:package:TooManyRelationships", path_, limit);
   // A first relationship adds an entry as well.
   if (!hasDocument) checkEntryCount();
-  Relationship added = editRelationships(source).add(type, target, id, path_);
+  Relationship added = editRelationships(source).add(type, target, id, path_, mode);
   ++relationshipCount_;
   isChanged_ = true;  // only now: a refused relationship is no change
   if (!source && idsByTarget_) idsByTarget_->emplace(added.getTarget().text(), added.getID());

@@ -94,7 +94,7 @@ class OpenPackage {
   std::shared_ptr<zip::Spool> replaceData(const model::PartName& name);
   /// Adds to the relationships of a part, or of the package for null; see RelationshipsDocument::add.
   model::Relationship addRelationship(const model::PartName* source, std::u16string_view type,
-                                      const model::URI& target, std::string_view id);
+                                      const model::URI& target, std::string_view id, model::TargetMode mode);
   /// Removing what is not there does nothing.
   void removeRelationship(const model::PartName* source, std::string_view id);
 

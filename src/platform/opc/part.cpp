@@ -18,7 +18,13 @@ std::vector<Relationship> RelationshipSource::getRelationshipsByType(std::u16str
 
 Relationship RelationshipSource::createInternalRelationship(std::u16string_view type, const URI& target,
                                                             std::string_view id) {
-  return opened().addRelationship(part(), type, target, id);
+  return opened().addRelationship(part(), type, target, id, TargetMode::Internal);
+}
+
+Relationship RelationshipSource::createExternalRelationship(std::u16string_view type,
+                                                            std::u16string_view target, std::string_view id) {
+  return opened().addRelationship(part(), type, URI::asWritten(std::u16string(target)), id,
+                                  TargetMode::External);
 }
 
 void RelationshipSource::deleteRelationship(std::string_view id) { opened().removeRelationship(part(), id); }

@@ -216,8 +216,10 @@ std::optional<Relationship> RelationshipsDocument::find(std::string_view id) con
 }
 
 Relationship RelationshipsDocument::add(std::u16string_view type, const URI& target, std::string_view id,
-                                        std::string_view packagePath) {
-  const model::PartName part(target.text());
+                                        std::string_view packagePath, TargetMode mode) {
+  const bool isExternal = mode == TargetMode::External;
+  const std::string itsTarget = isExternal ? xml::toXmlText(target.text(), packagePath)
+                                           : std::string(model::PartName(target.text()).encoded());
   // Checked now, not when the document is written: by then it is too late to tell who asked.
   const std::string narrowType = xml::toXmlText(type, packagePath);
   if (!id.empty() && !isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
@@ -226,10 +228,11 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   const std::string itsId = id.empty() ? lowestFreeId() : std::string(id);
   // Whoever adds many adds them with one type, whose text they then share.
   const bool isAsBefore = !items_.empty() && *items_.back().type == type;
-  const xml::Span written = text_.append(xml::writeElement(
-      text_.prefixed("Relationship"), {{"Id", itsId}, {"Type", narrowType}, {"Target", part.encoded()}}));
-  append(itsId, isAsBefore ? items_.back().type : std::make_shared<const std::u16string>(type),
-         part.encoded(), TargetMode::Internal, written);
+  std::vector<xml::WrittenAttribute> attributes{{"Id", itsId}, {"Type", narrowType}, {"Target", itsTarget}};
+  if (isExternal) attributes.push_back({"TargetMode", "External"});
+  const xml::Span written = text_.append(xml::writeElement(text_.prefixed("Relationship"), attributes));
+  append(itsId, isAsBefore ? items_.back().type : std::make_shared<const std::u16string>(type), itsTarget,
+         mode, written);
   return linkOf(items_.back());
 }
 

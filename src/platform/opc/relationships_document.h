@@ -44,11 +44,12 @@ class RelationshipsDocument {
   std::vector<model::Relationship> relationshipsByType(std::u16string_view type) const;
   std::optional<model::Relationship> find(std::string_view id) const;
 
-  /// Adds an internal relationship at the end; its target is written absolute. An empty ID asks for the
-  /// lowest free "rIdN". Raises opc::Exception, naming the package, if the ID is taken or is not an XML name,
-  /// or the type cannot be written; and as PartName does if the target is no part name.
+  /// Adds a relationship at the end; an internal target is written absolute, an external one as it is. An
+  /// empty ID asks for the lowest free "rIdN". Raises opc::Exception, naming the package, if the ID is taken
+  /// or is not an XML name, or the type or an external target cannot be written; and as PartName does if an
+  /// internal target is no part name.
   model::Relationship add(std::u16string_view type, const model::URI& target, std::string_view id,
-                          std::string_view packagePath);
+                          std::string_view packagePath, model::TargetMode mode = model::TargetMode::Internal);
   /// Whether there was one of that ID.
   bool remove(std::string_view id);
 

@@ -61,6 +61,7 @@ struct Item {
 struct Link {
   std::u16string type, target;
   std::string id;
+  opc::model::TargetMode mode = opc::model::TargetMode::Internal;
 };
 
 /// The content type that a user file of this name gets: readers recognise user files by it.
@@ -175,19 +176,14 @@ class Rebuilding {
     // From here on the names that sessions have are not needed to guess what leads where.
     areLinksKnown_ = true;
     takeLinks(*relationships, links_);
-    for (const Link& link : links_) targets_.insert(link.target);
+    for (const Link& link : links_) {
+      if (link.mode == opc::model::TargetMode::Internal) targets_.insert(link.target);
+    }
   }
 
-  /// Only links within the package can be written.
-  void takeLinks(const opc::RelationshipsDocument& document, std::vector<Link>& links) {
-    for (const Relationship& link : document.relationships()) {
-      const std::u16string& target = link.getTarget().text();
-      if (link.getTargetMode() == opc::model::TargetMode::External) {
-        tell(Severity::Error, rule("recovery:recover:ExternalTarget", link.getID(), target));
-      } else {
-        links.push_back({link.getType(), target, link.getID()});
-      }
-    }
+  static void takeLinks(const opc::RelationshipsDocument& document, std::vector<Link>& links) {
+    for (const Relationship& link : document.relationships())
+      links.push_back({link.getType(), link.getTarget().text(), link.getID(), link.getTargetMode()});
   }
 
   void nameItems() {
@@ -252,7 +248,7 @@ class Rebuilding {
                              [](const Link* link) { return roleOfRelationship(link->type); });
     SessionForm form(file_);
     for (const Link* link : ordered) {
-      const auto name = nameOf(link->target);
+      const auto name = nameOf(*link);
       // A target without an item is told of when the links are written.
       const auto item = name ? byName.find(name->key()) : byName.end();
       if (item == byName.end() || item->second->problem) continue;
@@ -261,12 +257,10 @@ class Rebuilding {
     }
   }
 
-  static std::optional<PartName> nameOf(const std::u16string& target) {
-    try {
-      return PartName(target);
-    } catch (const opc::Exception&) {
-      return std::nullopt;
-    }
+  /// The part that a link is to lead to; nothing for one that can lead to none.
+  static std::optional<PartName> nameOf(const Link& link) {
+    if (link.mode == opc::model::TargetMode::External) return std::nullopt;
+    return PartName::tryFromText(link.target);
   }
 
   ContentType typeOf(const Item& item) {
@@ -384,8 +378,12 @@ class Rebuilding {
 
   /// A link to what was lost goes with it, and is told of unless that was.
   void addLink(opc::model::RelationshipSource& source, const Link& link) {
-    const auto name = nameOf(link.target);
-    if (name && target_.hasPart(*name)) {
+    const auto name = nameOf(link);
+    // What a session or a user file is reached by must lead to a part; others may lead anywhere.
+    const bool isPromise = roleOfRelationship(link.type) != nullptr;
+    if (link.mode == opc::model::TargetMode::External && !isPromise) {
+      source.createExternalRelationship(link.type, link.target, link.id);
+    } else if (name && target_.hasPart(*name)) {
       source.createInternalRelationship(link.type, opc::model::URI(link.target), link.id);
     } else if (!toldOf_.contains(link.target)) {
       tell(Severity::Error, rule("recovery:check:MissingTarget", link.id, link.type, link.target));

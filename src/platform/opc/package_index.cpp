@@ -84,20 +84,32 @@ std::optional<std::string> sourceOfRelationships(std::string_view name) {
 /// Reads an index, entry by entry.
 class PackageIndex::Reader {
  public:
-  Reader(const std::shared_ptr<const fl::filesystem::InputFile>& file, PackageIndex& index)
-      : file_(file), remaining_(index.limits_), index_(index) {}
+  Reader(const std::shared_ptr<const fl::filesystem::InputFile>& file, PackageIndex& index,
+         const zip::RuleBroken& tell)
+      : file_(file), remaining_(index.limits_), index_(index), tell_(tell) {}
 
   void read() {
     index_.identity_ = file_->identity();
     index_.mayHaveChangedUnseen_ = isJustChanged(file_->identity());
     index_.directory_ = zip::Directory::read(*file_, remaining_);
-    for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) sortItem(entry);
-    readContentTypes();
+    for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) {
+      zip::holds(tell_, &at(entry), [&] { sortItem(entry); });
+    }
+    const auto list = index_.contentTypesEntry_;
+    zip::holds(tell_, list ? &at(*list) : nullptr, [&] { readContentTypes(); });
     // Nearly all of them will be parts.
     index_.parts_.reserve(partItems_.size());
     index_.partsByKey_.reserve(partItems_.size());
-    for (const EntryIndex entry : partItems_) addItem(entry);
-    for (const EntryIndex entry : relationshipItems_) addRelationships(entry);
+    // Grown step by step, long names would take twice their room.
+    std::size_t nameBytes = 0;
+    for (const EntryIndex entry : partItems_) nameBytes += at(entry).name.size() + 1;
+    index_.keys_.reserve(nameBytes);
+    for (const EntryIndex entry : partItems_) {
+      zip::holds(tell_, &at(entry), [&] { addItem(entry); });
+    }
+    for (const EntryIndex entry : relationshipItems_) {
+      zip::holds(tell_, &at(entry), [&] { addRelationships(entry); });
+    }
   }
 
  private:
@@ -125,8 +137,7 @@ class PackageIndex::Reader {
 
   void readContentTypes() {
     if (!index_.contentTypesEntry_) refuse("opc:package:ContentTypesMissing", file_->path());
-    const std::string bytes =
-        zip::readWhole(file_, at(*index_.contentTypesEntry_), remaining_.contentTypeBytes);
+    const std::string bytes = readWhole(*index_.contentTypesEntry_, remaining_.contentTypeBytes);
     index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), remaining_);
   }
 
@@ -176,12 +187,20 @@ class PackageIndex::Reader {
   // nothing, but it gives way when the document is written.
   RelationshipsDocument readRelationships(EntryIndex entry, const std::string& source) {
     if (at(entry).isSymbolicLink) return RelationshipsDocument(source);
-    const std::string bytes = zip::readWhole(file_, at(entry), remaining_.relationshipBytes);
+    const std::string bytes = readWhole(entry, remaining_.relationshipBytes);
     auto document = RelationshipsDocument::parse(bytes, source, file_->path(), remaining_);
     remaining_.relationshipBytes -= bytes.size();
     remaining_.relationships -= document.size();
     index_.relationshipCount_ += document.size();
     return document;
+  }
+
+  std::string readWhole(EntryIndex entry, std::uint64_t limit) {
+    try {
+      return zip::readWhole(file_, at(entry), limit);
+    } catch (const Exception& broken) {  // data that does not match its checksum, for one
+      throw model::PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
+    }
   }
 
   [[noreturn]] void refuseEquivalent(EntryIndex entry) {
@@ -192,6 +211,7 @@ class PackageIndex::Reader {
   /// The limits, less what was read so far.
   zip::Limits remaining_;
   PackageIndex& index_;
+  const zip::RuleBroken& tell_;
   std::vector<EntryIndex> partItems_, relationshipItems_;
 };
 
@@ -208,16 +228,18 @@ std::shared_ptr<const PackageIndex> PackageIndex::of(
   static constinit std::weak_ptr<const PackageIndex> lastRead;
   // A hit saves reading a directory and parsing thousands of documents.
   if (auto known = lastRead.lock(); known && known->describes(file->identity(), limits)) return known;
+  // The first broken rule refuses the package.
+  const auto index = audit(file, limits, [](const auto& broken, const zip::Entry*) { throw broken; });
+  lastRead = index;
+  return index;
+}
+
+std::shared_ptr<const PackageIndex> PackageIndex::audit(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits,
+    const zip::RuleBroken& tell) {
   const std::shared_ptr<PackageIndex> index(new PackageIndex);
   index->limits_ = limits;
-  try {
-    Reader(file, *index).read();
-  } catch (const model::PackageOpenFailed&) {
-    throw;
-  } catch (const Exception& broken) {  // data that does not match its checksum, for one
-    throw model::PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
-  }
-  lastRead = index;
+  Reader(file, *index, tell).read();
   return index;
 }
 

@@ -51,6 +51,11 @@ class PackageIndex {
   /// of every part are read here, because malformed ones refuse the package.
   static std::shared_ptr<const PackageIndex> of(const std::shared_ptr<const fl::filesystem::InputFile>& file,
                                                 const zip::Limits& limits);
+  /// The index of what can be read of a file although it breaks rules, each of which is told. Raises
+  /// PackageOpenFailed for a broken directory.
+  static std::shared_ptr<const PackageIndex> audit(
+      const std::shared_ptr<const fl::filesystem::InputFile>& file, const zip::Limits& limits,
+      const zip::RuleBroken& tell);
   /// Of a package that is not written yet.
   static std::shared_ptr<const PackageIndex> ofNewPackage(const zip::Limits& limits);
 

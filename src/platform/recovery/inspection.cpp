@@ -6,15 +6,20 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "platform/export_file/data_export_file.h"
-#include "platform/opc/package.h"
+#include "platform/opc/content_types_document.h"
 #include "platform/opc/package_index.h"
+#include "platform/opc/part_name.h"
+#include "platform/opc/relationships_document.h"
 #include "platform/recovery/salvage.h"
 #include "platform/recovery/session_form.h"
 #include "platform/text/conversion.h"
+#include "platform/zip/entry_reader.h"
 #include "platform/zip/records.h"
 
 namespace tavlox::recovery {
@@ -36,40 +41,48 @@ const opc::IndexedPart* targetOf(const PackageIndex& index, const Relationship& 
   }
 }
 
+/// The encoded name of the part whose relationships an item of that name holds; empty for the package.
+std::string sourceOfRelationships(std::string_view item) {
+  const std::size_t name = item.rfind('/') + 1;
+  const std::size_t folder = name - std::string_view("_rels/").size();
+  std::string source = std::string("/").append(item.substr(0, folder)).append(item.substr(name));
+  source.resize(source.size() - std::string_view(".rels").size());
+  return source == "/" ? std::string() : source;
+}
+
 /// One check of one package. It goes from the outside in, and stops where the next layer has nothing to stand
-/// on: without a sound directory there is no package to open, and without an opened package no part to ask
-/// for.
+/// on: without a sound directory it is not known which items there are, and without content types no item is
+/// a part.
 class Inspection {
  public:
   Inspection(const std::u16string& path, const zip::Limits& limits)
       : limits_(limits),
         file_(std::make_shared<const fl::filesystem::InputFile>(fl::i18n::to_string(path))),
-        package_(path, limits),
         form_(file_) {}
 
   Findings run() {
-    try {
-      directory_.emplace(zip::Directory::read(*file_, limits_));
-    } catch (const opc::model::PackageOpenFailed& refusal) {
-      // The file could not be read, which says nothing about its contents.
-      if (refusal.GetID() == "opc:zip:ReadFailed") throw;
-      // The items are still looked for, so that the report says what recovery would save.
-      found_ = findEntries(file_, limits_);
-      add(refusal);
-      addDamage();
+    const auto tell = [this](const opc::Exception& rule, const Entry* entry) { addOnce(rule, entry); };
+    directory_ = zip::Directory::audit(*file_, limits_, tell);
+    // Without a directory the items are still looked for, so that the report says what recovery would save.
+    found_ = directory_ ? checkEntries(file_, *directory_, limits_) : findEntries(file_, limits_);
+    for (const FoundEntry& found : found_.list) {
+      if (found.damage) addOnce(*found.damage, &found.entry);
+    }
+    if (!directory_) {
+      addBrokenDocuments();
       return std::move(findings_);
     }
-    found_ = checkEntries(file_, *directory_, limits_);
-    addDamage();
     addUnusedBytes();
-    // Directory and data were in order by themselves; what is left are names, content types and
-    // relationships.
-    if (!opens()) return std::move(findings_);
-    const PackageIndex& index = *package_.index();
-    addItemsThatAreNoParts(index);
-    addSessionParts(index);
-    for (const opc::IndexedPart& part : index.parts()) {
-      if (part.relationships) addMissingTargets(index, part);
+    const std::size_t before = findings_.size();
+    const std::shared_ptr<const PackageIndex> index = PackageIndex::audit(file_, limits_, tell);
+    if (index->parts().empty() && findings_.size() != before) {
+      addBrokenDocuments();
+      return std::move(findings_);
+    }
+    addItemsThatAreNoParts(*index);
+    addSessionParts(*index);
+    for (const opc::IndexedPart& part : index->parts()) {
+      if (part.relationships) addMissingTargets(*index, part);
     }
     return std::move(findings_);
   }
@@ -79,26 +92,32 @@ class Inspection {
     findings_.push_back({severity, rule, to_ustring_lossy(entry.name), entry.headerOffset});
   }
 
-  /// A refusal of the package library, whose second argument mostly is the item that it is about.
-  void add(const opc::Exception& refusal) {
-    Finding finding{Severity::Error, refusal, {}};
-    // Refusals name the file first. The item is found again by its name, which gives the offset as well.
-    const auto& arguments = refusal.GetArguments();
-    const std::u16string about = arguments.size() < 2 ? std::u16string() : arguments[1];
-    for (const FoundEntry& found : found_.list) {
-      const std::u16string name = to_ustring_lossy(found.entry.name);
-      const bool isOther = !found.otherName.empty() && about == to_ustring_lossy(found.otherName);
-      if (about != name && about != u"/" + name && !isOther) continue;
-      finding.item = name;
-      finding.offset = found.entry.headerOffset;
-      break;
-    }
-    findings_.push_back(std::move(finding));
+  /// An error, unless another step found it too: each reads what the steps before it have read. The entry is
+  /// null for the file as a whole.
+  void addOnce(const opc::Exception& rule, const Entry* entry) {
+    if (!known_.emplace(rule.GetID(), rule.GetArguments(), entry ? entry->headerOffset : 0).second) return;
+    if (entry) return add(Severity::Error, rule, *entry);
+    findings_.push_back({Severity::Error, rule, {}});
   }
 
-  void addDamage() {
+  /// Reads each list of content types and each relationship part by itself, where it is not known which of
+  /// them count.
+  void addBrokenDocuments() {
     for (const FoundEntry& found : found_.list) {
-      if (found.damage) add(Severity::Error, *found.damage, found.entry);
+      const Entry& entry = found.entry;
+      if (found.damage || !isDocument(entry.name)) continue;
+      try {
+        // Of the two kinds only relationship parts lie in a folder.
+        if (entry.name.find('/') == entry.name.npos) {
+          const std::string bytes = zip::readWhole(file_, entry, limits_.contentTypeBytes);
+          opc::ContentTypesDocument::parse(bytes, file_->path(), limits_);
+        } else {
+          const std::string bytes = zip::readWhole(file_, entry, limits_.relationshipBytes);
+          opc::RelationshipsDocument::parse(bytes, sourceOfRelationships(entry.name), file_->path(), limits_);
+        }
+      } catch (const opc::Exception& broken) {
+        addOnce(broken, &entry);
+      }
     }
   }
 
@@ -140,22 +159,6 @@ class Inspection {
     return file_->size() - kMostTrailing;
   }
 
-  /// Opening checks what the directory does not show: that names, content types and relationships fit
-  /// together.
-  bool opens() {
-    try {
-      package_.open(opc::interfaces::OpenMode::Read);
-      return true;
-    } catch (const opc::Exception& refusal) {
-      // Damage that was told already may be what the opening fails at; once is enough.
-      const auto isKnown = [&](const Finding& known) {
-        return known.rule.GetID() == refusal.GetID() && known.rule.GetArguments() == refusal.GetArguments();
-      };
-      if (std::ranges::none_of(findings_, isKnown)) add(refusal);
-      return false;
-    }
-  }
-
   /// Readers pass over these in silence; someone who misses a file wants to know why it is not listed.
   void addItemsThatAreNoParts(const PackageIndex& index) {
     // Documents that are in use are no parts either, and need no finding.
@@ -195,7 +198,7 @@ class Inspection {
   /// What the relationships of the package lead to: run list first, then signals, then what rests on them.
   void addSessionParts(const PackageIndex& index) {
     std::set<std::u16string_view> seen;
-    std::vector<Relationship> links = package_.getRelationships(opc::model::ExcludeMode::None);
+    std::vector<Relationship> links = index.relationships().relationships();
     const auto roleOf = [](const Relationship& link) { return roleOfRelationship(link.getType()); };
     // Addresses in the table of roles, which has the run list before the signals and these before their
     // samples.
@@ -244,8 +247,8 @@ class Inspection {
   std::shared_ptr<const fl::filesystem::InputFile> file_;
   std::optional<zip::Directory> directory_;
   FoundEntries found_;
-  opc::model::Package package_;
   SessionForm form_;
+  std::set<std::tuple<std::string, foundation::core::except::Arguments, std::uint64_t>> known_;
   Findings findings_;
 };
 

@@ -92,7 +92,7 @@ struct EndRecord {
 
 /// The directory that it describes lies inside the file and touches the end records, so offsets count from
 /// the start of the file also where something stands before the first entry.
-EndRecord readEndRecord(const InputFile& file) {
+EndRecord readEndRecord(const InputFile& file, const RuleBroken& tell) {
   const std::uint64_t most = kZip64LocatorSize + kEndSize + kLongestComment + kToleratedTrailingBytes;
   std::vector<char> tail(std::min(file.size(), most));
   const std::uint64_t tailOffset = file.size() - tail.size();
@@ -114,7 +114,9 @@ EndRecord readEndRecord(const InputFile& file) {
     if (load32(full.data()) != kZip64EndSignature || load64(&full[4]) != locatorOffset - directoryEnd - 12) {
       refuse("opc:zip:Zip64EndBroken", file.path());
     }
-    if (!agree(numbers, zip64EndNumbers(full.data()))) refuse("opc:zip:EndRecordsDiffer", file.path());
+    holds(tell, nullptr, [&] {
+      if (!agree(numbers, zip64EndNumbers(full.data()))) refuse("opc:zip:EndRecordsDiffer", file.path());
+    });
     numbers = zip64EndNumbers(full.data());
   }
 
@@ -188,7 +190,7 @@ void checkName(std::string_view name, const std::string& path) {
   if (hasClimbingSegment(name)) refuse("opc:zip:NameClimbs", path, name);
 }
 
-Method methodOf(const Record& record, const std::string& path) {
+void checkMethod(const Record& record, const std::string& path) {
   if ((record.flags() & kAnyEncryption) != 0) refuse("opc:zip:Encrypted", path, record.name);
   const std::uint16_t method = record.method();
   const bool isKnown = method == static_cast<std::uint16_t>(Method::Stored) ||
@@ -197,7 +199,12 @@ Method methodOf(const Record& record, const std::string& path) {
   if (!isKnown || (record.flags() & kPatchData) != 0) {
     refuse("opc:zip:UnsupportedMethod", path, record.name, method);
   }
-  return static_cast<Method>(method);
+}
+
+/// Whether the data is as long as it says, once its method is known.
+void checkStoredSizes(const Entry& entry, const std::string& path) {
+  if (entry.method != Method::Stored || entry.compressedSize == entry.size) return;
+  refuse("opc:zip:StoredSizesDiffer", path, entry.name);
 }
 
 /// Sizes, offset and disk, from the ZIP64 field where the record refers to it. The field holds only the
@@ -221,61 +228,81 @@ void readNumbers(const Record& record, Entry& entry, const std::string& path) {
   if (disk != 0) refuse("opc:zip:SeveralDisks", path);
 }
 
-Entry entryOf(const Record& record, const std::string& path) {
-  checkName(record.name, path);
-  Entry entry;
+/// Whether the record says where its entry lies; without that no other check of the entry means anything.
+bool readEntry(const Record& record, Entry& entry, const std::string& path, const RuleBroken& tell) {
   entry.name = record.name;
   entry.centralRecord = record.whole;
-  entry.method = methodOf(record, path);
+  entry.method = static_cast<Method>(record.method());
+  entry.headerOffset = load32(record.whole.data() + 42);
   entry.checksum = load32(record.whole.data() + 16);
   entry.isSymbolicLink = record.isSymbolicLink();
-  readNumbers(record, entry, path);
-  if (entry.method == Method::Stored && entry.compressedSize != entry.size) {
-    refuse("opc:zip:StoredSizesDiffer", path, entry.name);
-  }
-  return entry;
+  holds(tell, &entry, [&] { checkName(record.name, path); });
+  const bool isKnown = holds(tell, &entry, [&] { checkMethod(record, path); });
+  const bool hasPlace = holds(tell, &entry, [&] { readNumbers(record, entry, path); });
+  if (isKnown && hasPlace) holds(tell, &entry, [&] { checkStoredSizes(entry, path); });
+  return hasPlace;
 }
 
 /// Compares bytes. Names that differ, but are the same by the rules for part names, are found by the
 /// package's index.
-void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path) {
+void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path, const RuleBroken& tell) {
   boost::unordered_flat_set<std::string_view, fl::i18n::TextHash> names(entries.size());
   for (const Entry& entry : entries) {
-    if (!names.insert(entry.name).second) refuse("opc:zip:DuplicateName", path, entry.name);
+    if (names.insert(entry.name).second) continue;
+    holds(tell, &entry, [&] { refuse("opc:zip:DuplicateName", path, entry.name); });
   }
 }
 
+/// What opening a package does with a broken rule.
+void throwRule(const opc::model::PackageOpenFailed& rule, const Entry*) { throw rule; }
+
 }  // namespace
 
-void Directory::readRecords(const InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries) {
+void Directory::readRecords(const InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries,
+                            const RuleBroken& tell) {
   records_ = std::make_unique_for_overwrite<char[]>(bytes);
   file.read(offset_, records_.get(), bytes);
   // Not more than fit into the directory, see `checkLimits`.
   entries_.reserve(declaredEntries);
   std::string_view rest(records_.get(), bytes);
-  while (!rest.empty()) {
-    if (entries_.size() == declaredEntries) refuse("opc:zip:EntryCountDiffers", file.path(), declaredEntries);
-    entries_.push_back(entryOf(takeRecord(rest, file.path()), file.path()));
+  std::uint64_t count = 0;
+  for (; !rest.empty() && count < declaredEntries; ++count) {
+    const Record record = takeRecord(rest, file.path());
+    if (!readEntry(record, entries_.emplace_back(), file.path(), tell)) entries_.pop_back();
   }
-  if (entries_.size() != declaredEntries) refuse("opc:zip:EntryCountDiffers", file.path(), declaredEntries);
+  if (!rest.empty() || count != declaredEntries) {
+    refuse("opc:zip:EntryCountDiffers", file.path(), declaredEntries);
+  }
 }
 
-Directory Directory::audit(const InputFile& file, const Limits& limits) {
-  EndRecord end = readEndRecord(file);
-  checkLimits(end, limits, file.path());
-  Directory directory;
-  directory.offset_ = end.directoryOffset;
-  directory.comment_ = std::move(end.comment);
-  directory.readRecords(file, end.directorySize, end.entries);
+std::optional<Directory> Directory::audit(const InputFile& file, const Limits& limits,
+                                          const RuleBroken& tell) {
+  std::optional<Directory> directory(Directory{});
+  bool isSound = true;
+  const RuleBroken note = [&](const opc::model::PackageOpenFailed& rule, const Entry* entry) {
+    isSound = false;
+    tell(rule, entry);
+  };
+  EndRecord end;
+  const bool isFound = holds(note, nullptr, [&] {
+    end = readEndRecord(file, note);
+    checkLimits(end, limits, file.path());
+  });
+  if (!isFound) return std::nullopt;
+  directory->offset_ = end.directoryOffset;
+  directory->comment_ = std::move(end.comment);
+  // Behind a record that is cut off there are no others; those before it are looked at all the same.
+  holds(note, nullptr, [&] { directory->readRecords(file, end.directorySize, end.entries, note); });
   // Local headers come last: their offsets are taken from records that have been found sound.
-  checkNamesDiffer(directory.entries_, file.path());
-  checkLocalHeaders(file, directory.entries_, directory.offset_);
+  checkNamesDiffer(directory->entries_, file.path(), note);
+  checkLocalHeaders(file, directory->entries_, directory->offset_, note);
+  if (!isSound) directory.reset();
   return directory;
 }
 
 Directory Directory::read(const InputFile& file, const Limits& limits) {
   try {
-    return audit(file, limits);
+    return *audit(file, limits, throwRule);
   } catch (const opc::model::PackageOpenFailed&) {
     throw;
   } catch (const opc::Exception& failure) {

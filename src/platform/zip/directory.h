@@ -1,11 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/errors/package_errors.h"
 #include "platform/files/descriptor.h"
 #include "platform/zip/limits.h"
 
@@ -29,6 +32,23 @@ struct Entry {
   bool isSymbolicLink = false;
 };
 
+/// Is told of a broken rule and of the entry that breaks it, null for the archive as a whole; the entry is
+/// valid during the call. Opening a package throws the rule here, which ends the audit; whoever wants to know
+/// of every broken rule writes it down and returns.
+using RuleBroken = std::function<void(const opc::model::PackageOpenFailed& rule, const Entry* entry)>;
+
+/// Whether a check refuses nothing. What it refuses is told, and the checks behind it are made all the same.
+template <class Check>
+bool holds(const RuleBroken& tell, const Entry* entry, const Check& check) {
+  try {
+    check();
+    return true;
+  } catch (const opc::model::PackageOpenFailed& broken) {
+    tell(broken, entry);
+    return false;
+  }
+}
+
 /// The audited directory of one archive. Nothing of it is trusted before all of it was checked: bounds,
 /// overlaps, local headers against the directory (name, method, sizes, checksum; not times), data
 /// descriptors, duplicate names, names with NUL or ".." segments, a second name in an extra field,
@@ -45,6 +65,11 @@ class Directory {
   /// Raises PackageOpenFailed, with the identifier of the first rule that is broken; also when the file
   /// cannot be read.
   static Directory read(const fl::filesystem::InputFile& file, const Limits& limits = {});
+  /// Tells of every broken rule, as far as the archive can be understood: what lies behind a record that is
+  /// cut off, or in a directory that is not found, is not looked at. Gives nothing if a rule is broken.
+  /// Raises opc::Exception if the file cannot be read.
+  static std::optional<Directory> audit(const fl::filesystem::InputFile& file, const Limits& limits,
+                                        const RuleBroken& tell);
 
   /// In the order of the central directory.
   const std::vector<Entry>& entries() const { return entries_; }
@@ -55,8 +80,8 @@ class Directory {
 
  private:
   Directory() = default;
-  static Directory audit(const fl::filesystem::InputFile& file, const Limits& limits);
-  void readRecords(const fl::filesystem::InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries);
+  void readRecords(const fl::filesystem::InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries,
+                   const RuleBroken& tell);
 
   std::unique_ptr<char[]> records_;
   std::vector<Entry> entries_;

@@ -66,13 +66,14 @@ bool matches(const DescriptorForm& form, const char* at, const Entry& entry) {
 class HeaderCheck {
  public:
   HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
-              std::uint64_t directoryOffset);
+              std::uint64_t directoryOffset, const RuleBroken& tell);
   void run();
 
  private:
   void check(Entry& entry);
   /// Also fills in where the entry's data starts.
   Header readHeader(Entry& entry);
+  void checkMethod(const Entry& entry, const Header& header) const;
   void checkName(const Entry& entry, const Header& header) const;
   void readZip64Sizes(const Entry& entry, Header& header) const;
   Given checkNumbers(const Entry& entry, const Header& header) const;
@@ -95,6 +96,7 @@ class HeaderCheck {
   const fl::filesystem::InputFile& file_;
   std::vector<Entry>& entries_;
   const std::uint64_t directoryOffset_;
+  const RuleBroken& tell_;
   std::vector<std::uint32_t> order_;  ///< of the entries in the file
   std::size_t following_ = 0;         ///< index in `order_` behind the entry that is being checked
 
@@ -103,8 +105,8 @@ class HeaderCheck {
 };
 
 HeaderCheck::HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
-                         std::uint64_t directoryOffset)
-    : file_(file), entries_(entries), directoryOffset_(directoryOffset), order_(entries.size()) {
+                         std::uint64_t directoryOffset, const RuleBroken& tell)
+    : file_(file), entries_(entries), directoryOffset_(directoryOffset), tell_(tell), order_(entries.size()) {
   std::iota(order_.begin(), order_.end(), 0);
   const auto liesBefore = [&](std::uint32_t a, std::uint32_t b) {
     return entries_[a].headerOffset < entries_[b].headerOffset;
@@ -116,7 +118,7 @@ HeaderCheck::HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entr
 void HeaderCheck::run() {
   for (const std::uint32_t index : order_) {
     ++following_;
-    check(entries_[index]);
+    holds(tell_, &entries_[index], [&] { check(entries_[index]); });
   }
 }
 
@@ -124,10 +126,8 @@ void HeaderCheck::check(Entry& entry) {
   Header header = readHeader(entry);
   // First, since in a masked header the other fields are not the true ones.
   if ((header.flags & kAnyEncryption) != 0) refuse("opc:zip:Encrypted", path(), entry.name);
-  if (header.method != static_cast<std::uint16_t>(entry.method) || (header.flags & kPatchData) != 0) {
-    refuse("opc:zip:LocalMethodDiffers", path(), entry.name);
-  }
-  checkName(entry, header);
+  holds(tell_, &entry, [&] { checkMethod(entry, header); });
+  holds(tell_, &entry, [&] { checkName(entry, header); });
   if (!header.extra.empty()) readZip64Sizes(entry, header);
   const Given given = checkNumbers(entry, header);
   entry.endOffset = entry.dataOffset + entry.compressedSize;
@@ -159,6 +159,11 @@ Header HeaderCheck::readHeader(Entry& entry) {
   return header;
 }
 
+void HeaderCheck::checkMethod(const Entry& entry, const Header& header) const {
+  const bool isSame = header.method == static_cast<std::uint16_t>(entry.method);
+  if (!isSame || (header.flags & kPatchData) != 0) refuse("opc:zip:LocalMethodDiffers", path(), entry.name);
+}
+
 void HeaderCheck::checkName(const Entry& entry, const Header& header) const {
   if (header.name != entry.name) refuse("opc:zip:LocalNameDiffers", path(), entry.name, header.name);
   const std::uint16_t centralFlags = load16(entry.centralRecord.data() + 8);
@@ -186,12 +191,15 @@ Given HeaderCheck::checkNumbers(const Entry& entry, const Header& header) const 
   const bool sameChecksum = header.checksum == entry.checksum;
   const bool sameCompressed = header.compressedSize == entry.compressedSize;
   const bool sameSize = header.size == entry.size;
-  if (!sameChecksum && !(header.isStreamed() && header.checksum == 0)) {
+  holds(tell_, &entry, [&] {
+    if (sameChecksum || (header.isStreamed() && header.checksum == 0)) return;
     refuse("opc:zip:LocalChecksumDiffers", path(), entry.name);
-  }
-  if ((!sameCompressed && !isLeftOpen(header.compressedSize)) || (!sameSize && !isLeftOpen(header.size))) {
+  });
+  holds(tell_, &entry, [&] {
+    if ((sameCompressed || isLeftOpen(header.compressedSize)) && (sameSize || isLeftOpen(header.size)))
+      return;
     refuse("opc:zip:LocalSizesDiffer", path(), entry.name);
-  }
+  });
   return sameChecksum && sameCompressed && sameSize ? Given::InHeader : Given::InDescriptor;
 }
 
@@ -253,8 +261,8 @@ void HeaderCheck::fillWindow(std::uint64_t offset, std::uint64_t count) {
 }  // namespace
 
 void checkLocalHeaders(const fl::filesystem::InputFile& file, std::vector<Entry>& entries,
-                       std::uint64_t directoryOffset) {
-  HeaderCheck(file, entries, directoryOffset).run();
+                       std::uint64_t directoryOffset, const RuleBroken& tell) {
+  HeaderCheck(file, entries, directoryOffset, tell).run();
 }
 
 }  // namespace zip

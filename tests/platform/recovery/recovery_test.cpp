@@ -163,6 +163,25 @@ TEST_F(Recovery, TakesNothingOutOfAnItemThatIsCutOff) {
   EXPECT_EQ(recovered.size(), 2);
 }
 
+TEST_F(Recovery, KeepsLinksToWhatIsThereAndOutOfThePackage) {
+  const std::string out = R"(Target="https://x.org/?a&amp;b" TargetMode="External"/>)";
+  const std::string links =
+      R"(<Relationship Id="a" Type="u" Target="/a.txt"/><Relationship Id="b" Type="v" )" + out +
+      R"(<Relationship Id="c" Type="UserAssetsPartRelType" )" + out;
+  const std::string bytes = support::foreignPackage(links, {"a.txt"});
+  const auto rules = recover(bytes.substr(0, bytes.find("PK\1\2")), {{u"/a.txt", "a.txt"}});
+  EXPECT_EQ(rules, "(NotAnArchive) MissingTarget") << "what is to be a part cannot lie elsewhere";
+  Package package(folder().wide("new.tavlox"));
+  package.open(opc::interfaces::OpenMode::Read);
+  std::string kept;
+  for (const auto& link : package.getRelationships(opc::model::ExcludeMode::None)) {
+    const bool isOut = link.getTargetMode() == opc::model::TargetMode::External;
+    kept +=
+        link.getID() + (isOut ? " out to " : " to ") + fl::i18n::to_string(link.getTarget().text()) + "\n";
+  }
+  EXPECT_EQ(kept, "a to /a.txt\nb out to https://x.org/?a&b\n");
+}
+
 TEST_F(Recovery, KeepsAsideWhatIsLeftOfSessionParts) {
   ArchiveBuilder archive;
   archive.add("session/runs.json", R"([{"id": 1}, {"id": 2, "name": "two"}, {"id": 3, "metadata": {}}])");
@@ -226,7 +245,7 @@ TEST_F(Recovery, ChecksTheArchiveAndItsDocuments) {
       {support::foreignPackage("", {"a.txt", "a.txt/c.txt", "data", "a\\b.txt", "x/_rels/y.rels"}),
        "(DerivedName@a.txt/c.txt) (NoContentType@data) (NameOfNoPart@a\\b.txt) (OrphanedRelationships@x/_rels/y.rels)"},
       {changed(name + 10, '?'), "ChecksumDiffers@b.txt"},
-      {changed(name, '?'), "LocalNameDiffers@?.txt"},
+      {changed(name, '?'), "LocalNameDiffers@b.txt"},
       {sound + std::string(16, '\n'), "(TrailingBytes)"},
       {support::foreignPackage(links, {"a.txt"}),
        "(MissingTarget@_rels/.rels) Malformed@a.txt MissingTarget@_rels/.rels"},
@@ -234,6 +253,32 @@ TEST_F(Recovery, ChecksTheArchiveAndItsDocuments) {
       {sound.substr(0, name + 7), "NotAnArchive EntryOutOfBounds@b.txt"},
   };
   for (const auto& damage : damages) EXPECT_EQ(check(damage.bytes), damage.findings);
+}
+
+TEST_F(Recovery, TellsEveryBrokenRuleAndDocument) {
+  ArchiveBuilder archive = support::foreignArchive("<a/>", {"a.txt", "../b", "a.txt", "c.txt", "d.txt"});
+  archive.entries[2].local.checksum ^= 1;
+  archive.entries[2].local.size += 1;
+  archive.entries[2].local.method = 0;
+  archive.entries[3].central.flags = archive.entries[3].local.flags = 1;
+  archive.entries[5].offset = 9'999;
+  archive.entries[6].central.extra = support::extraField(1, "1").substr(0, 4);
+  archive.add("_rels/a.txt.rels", "no XML");
+  EXPECT_EQ(
+      check(archive.bytes()),
+      "NameClimbs@../b Encrypted@../b ExtraFieldBroken@d.txt DuplicateName@a.txt LocalMethodDiffers@a.txt "
+      "LocalChecksumDiffers@a.txt LocalSizesDiffer@a.txt EntryOutOfBounds@c.txt DescriptorDiffers@../b "
+      "UnexpectedElement@_rels/.rels Malformed@_rels/a.txt.rels");
+  archive =
+      support::foreignArchive("<a/>", {"a.txt", "A.TXT", "_rels/a.txt.rels", "c.txt", "_rels/c.txt.rels"});
+  EXPECT_EQ(
+      check(archive.bytes()),
+      "EquivalentNames@A.TXT UnexpectedElement@_rels/.rels Malformed@_rels/a.txt.rels Malformed@_rels/c.txt.rels");
+  archive = {};
+  for (const char* document : {"[Content_Types].xml", "_rels/.rels", "a/_rels/b.rels"})
+    archive.add(document, "no XML");
+  EXPECT_EQ(check(archive.bytes()),
+            "Malformed@[Content_Types].xml Malformed@_rels/.rels Malformed@a/_rels/b.rels");
 }
 
 }  // namespace

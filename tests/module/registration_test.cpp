@@ -2,6 +2,7 @@
 
 #include "entry/entry_points.h"
 #include "platform/zobs/dispatch.h"
+#include "tests/support/raised.h"
 
 // Each case runs in a process of its own, so that each meets the registry as a new host does.
 namespace orra::tavloxio {
@@ -35,6 +36,24 @@ TEST_P(Registration, HappensOnceAndStaysWhateverIsThereBefore) {
   }
 }
 INSTANTIATE_TEST_SUITE_P(Hosts, Registration, ::testing::Range(0, 3));
+
+TEST(Initialising, AgainAfterAFailureChangesNothing) {
+  struct OtherFunction final : zobs::COSMethodInfo {
+    const zobs::Interned* getName() const override { return &name; }
+    const zobs::COSMethodSignature& getSignature() const override { return signature; }
+    void invoke(zobs::COSClient&, int*, zobs::Value*, int, std::span<const zobs::Value>) override {}
+    zobs::Interned name = zobs::internal::makeInterned("getCompression");
+    zobs::COSMethodSignature signature;
+  };
+  COSNamespace::addNamespace(new OtherNamespace("tavlox"));
+  COSNamespace::getNamespace("tavlox")->addInnerNamespace(new OtherNamespace("io"));
+  COSNamespace* const io = COSNamespace::getNamespace("tavlox.io");
+  io->addFunction(new OtherFunction, zobs::kPublicAccess, zobs::kNoAccess);
+  EXPECT_EQ(support::ruleOf(CvInitialize_orra_tavlox_io), "Corvan:ObjectSystem:NameAlreadyDefined");
+  EXPECT_EQ(support::ruleOf(CvInitialize_orra_tavlox_io), "");
+  EXPECT_EQ(io->classes().size(), 1u);
+  EXPECT_EQ(zobs::signatureText(*io->functions().at(0)->info), "getCompression()") << "the other's";
+}
 
 TEST(FileClass, HasTheTypesAndPropertyWordsThatScriptsRelyOn) {
   CvInitialize_orra_tavlox_io();

@@ -1,8 +1,13 @@
+#include <algorithm>
+#include <cstring>
+#include <random>
+
 #include <sys/stat.h>
 
 #include "assets/user_files.h"
 #include "platform/files/filesystem.h"
 #include "tests/module/assets/user_files_fixture.h"
+#include "tests/support/file_size_limit.h"
 
 namespace support {
 namespace {
@@ -84,6 +89,24 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
   for (const Inputs& options : {Inputs{u"Replace", u"enable"}, Inputs{u"Path", u"/new"}}) {
     EXPECT_EQ(errorOf("addFile", {onDisk("mem"), options[0], options[1]}), error);
     EXPECT_EQ(contents(), before);
+  }
+}
+
+TEST_F(Adding, AFullDiskLeavesTheOldEntry) {
+  constexpr std::size_t kMiB = std::size_t{1} << 20;
+  std::string noise(10 * kMiB, '\0');  // more than is kept in memory
+  std::ranges::generate(noise, std::mt19937(7));
+  package_.addLinked(u"/user/a.bin", "old").add(u"/b.bin", noise);
+  const std::string before = package_.bytes();
+  writeOnDisk("a.bin", noise);
+  // While the data is taken in, and when it is saved beside what is there.
+  const std::pair<rlim_t, const char*> kDisks[] = {{9 * kMiB, "opc:spool:CannotWrite"},
+                                                   {19 * kMiB, "tavlox_io:general:UnableToClosePackage"}};
+  for (const auto& [room, failure] : kDisks) {
+    const support::FileSizeLimit full(room);
+    EXPECT_EQ(errorOf("addFile", {onDisk("a.bin"), u"Replace", u"enable"}).substr(0, std::strlen(failure)),
+              failure);
+    EXPECT_EQ(package_.bytes(), before);
   }
 }
 

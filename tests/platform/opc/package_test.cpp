@@ -121,7 +121,13 @@ TEST(Reopening, SharesTheIndexOfAnUnchangedFile) {
   another.open(OpenMode::Modify);
   EXPECT_EQ(another.index(), first);
   EXPECT_THROW(Package(fixture.path(), {.entries = 1}).open(OpenMode::Read), PackageOpenFailed);
+  another.deletePart(PartName(u"/a.txt"));
+  another.close();
+  another.open(OpenMode::Read);
+  EXPECT_FALSE(another.hasPart(PartName(u"/a.txt"))) << "what it saved itself is read again";
+  another.closeWithoutSaving();
   package.close();
+  fixture.add(u"/a.txt", "two");
 
   const auto time = std::filesystem::last_write_time(fixture.narrowPath());
   fixture.corruptEntry(0);  // in place, with the same size and time stamp

@@ -67,6 +67,9 @@ TEST_F(SpoolTest, NothingIsTakenForWholeAfterAFailure) {
     EXPECT_EQ(raisedBy([&] { writeInPieces(spool, samples::noise(12 * kMiB), kMiB); }),
               "opc:spool:CannotWrite(" + folder.path().string() + ", File too large)");
   }
+  Spool nowhere(folder.narrow("missing"));
+  EXPECT_EQ(raisedBy([&] { writeInPieces(nowhere, samples::noise(9 * kMiB), kMiB); }),
+            "opc:spool:CannotCreate(" + folder.narrow("missing") + ", No such file or directory)");
   Spool abandoned(folder.path().string()), late(folder.path().string());
   abandoned.write("half", 4);
   abandoned.abandon();

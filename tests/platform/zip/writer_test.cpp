@@ -1,15 +1,31 @@
 #include "platform/zip/writer.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <list>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "platform/files/descriptor.h"
 #include "tests/platform/zip/archives.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/temporary_folder.h"
+
+namespace {
+
+int copyError = 0;  // what copying inside the kernel fails with; 0 lets it pass
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* into, size_t count,
+                                   unsigned flags) {
+  errno = copyError;
+  return copyError != 0 ? -1 : syscall(SYS_copy_file_range, from, at, to, into, count, flags);
+}
 
 namespace zip {
 namespace {
@@ -114,6 +130,29 @@ TEST_F(WriterTest, CopiedEntriesKeepEverythingThatIsSaidOfThem) {
   EXPECT_EQ(folder.read("out.zip").find("dropped.txt"), std::string::npos);  // not even its bytes are left
 }
 
+TEST_F(WriterTest, CopiesWithTheKernelOrWithoutAndSaysWhyItCannot) {
+  const Source& source = make("rich.zip", kMakeRichArchive);
+  const std::string path = pathOf("out.zip"), unwritten = "opc:save:CannotWrite(" + path + ", ";
+  const struct {
+    int kernel;
+    rlim_t room;
+    std::string raised;
+  } kDisks[] = {{EXDEV, RLIM_INFINITY, ""},
+                {ENOSYS, 40, unwritten + "File too large)"},
+                {0, 40, unwritten + "File too large)"},
+                {EIO, RLIM_INFINITY, unwritten + "Input/output error)"}};
+  for (const auto& [kernel, room, raised] : kDisks) {
+    const Descriptor output = openOutput("out.zip");
+    Writer writer(output.get(), path);
+    for (const Entry& entry : source.directory.entries()) writer.copy(source.file, entry);
+    const support::FileSizeLimit disk(room);
+    copyError = kernel;
+    EXPECT_EQ(raisedBy([&] { writer.finish(source.directory.comment()); }), raised);
+    copyError = 0;
+    if (raised.empty()) EXPECT_EQ(list("out.zip"), list("rich.zip"));
+  }
+}
+
 TEST_F(WriterTest, NewEntriesAreReadByOthers) {
   const Descriptor output = openOutput("out.zip");
   ASSERT_EQ(ftruncate(output.get(), 50'000'000), 0);  // what stood there before is cut off
@@ -213,6 +252,10 @@ TEST_F(WriterTest, WhatDoesNotFitIsRefused) {
   Writer writer(output.get(), path);
   EXPECT_EQ(raisedBy([&] { writer.add(std::string(65'536, 'n'), spooled("")); }),
             "opc:save:NameTooLong(" + path + ", " + std::string(80, 'n') + ")");
+  EXPECT_EQ(raisedBy([&] { writer.add("n", Spool(folder.narrow(""))); }),
+            "opc:save:ContentNotFinished(" + path + ", n)");
+  EXPECT_EQ(raisedBy([&] { writer.finish(std::string(65'536, 'c')); }),
+            "opc:save:CommentTooLong(" + path + ")");
 
   writer.copy(source.file, source.directory.entries().back());
   std::filesystem::resize_file(pathOf("rich.zip"), 100);

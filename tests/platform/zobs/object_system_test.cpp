@@ -221,6 +221,7 @@ class Dispatch : public ::testing::Test {
     io.addClass(new infos::Class("Plain"), 0, 2);
     const auto twice = [](auto inputs, Value* outputs) { return outputs[0] = outputs[1] = inputs[0], 2; };
     io.addFunction(new infos::Method("twice", {"any"}, {"any", "any"}, twice), 0, 2);
+    io.addFunction(new infos::Method("hidden"), 2, 2);
   }
 
   void define(COSClass& store) {
@@ -251,6 +252,7 @@ class Dispatch : public ::testing::Test {
     store.addMethod(new infos::Method("Store", {"unicodeString"}, {self}, construct));
     store.addProperty("Name", "unicodeString", &Store::getName, 0, 2, 0x800, u"");
     store.addProperty("Count", "int32 scalar", &Store::count, 0, 2, 0x40, u"");
+    store.addProperty("Secret", "int32 scalar", &Store::count, 2, 2, 0x40, u"");
   }
 };
 
@@ -310,13 +312,17 @@ TEST_F(Dispatch, OutputsAreTheProducedOnesUpToTheRequest) {
   EXPECT_EQ(raisedBy([&] { twice(3); }), "Corvan:ObjectSystem:TooManyOutputs(twice(any), 2, 3)");
 }
 
-TEST_F(Dispatch, UnknownNamesAreErrors) {
+TEST_F(Dispatch, UnknownAndHiddenNamesAreErrors) {
   const std::string id = "Corvan:ObjectSystem:";
   for (const std::string name : {"", "Store", "depot.io.", "depot.io.store", "nowhere.Store"}) {
     EXPECT_EQ(raisedBy([&] { zobs::findClass(name); }), id + "NoSuchClass(" + name + ")");
     EXPECT_EQ(raisedBy([&] { zobs::callFunction(client, name, {}); }), id + "NoSuchFunction(" + name + ")");
   }
   EXPECT_EQ(raisedBy([&] { zobs::callMethod(client, {}, "text", {}); }), id + "NoObject(text)");
+  EXPECT_EQ(raisedBy([&] { zobs::callFunction(client, "depot.io.hidden", {}); }),
+            id + "MemberIsNotPublic(depot.io.hidden)");
+  EXPECT_EQ(raisedBy([&] { zobs::getProperty(make(), "Secret"); }),
+            id + "MemberIsNotPublic(depot.io.Store.Secret)");
 }
 
 TEST_F(Dispatch, InstanceDataIsDestroyedOnceWithTheLastReference) {

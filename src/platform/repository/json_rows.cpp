@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/errors/exceptions.h"
+#include "platform/repository/text_block.h"
 
 // A JSON array of any length in constant memory. A scanner that knows no more of JSON than texts and brackets
 // finds the commas between the elements, 64 bytes at a time. The text is cut at some of them into windows,
@@ -27,41 +28,6 @@ constexpr std::size_t kWindowBytes = std::size_t{256} * 1024;
 constexpr std::size_t kPadding = simdjson::SIMDJSON_PADDING;  // readable bytes that the parser asks for
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kWhitespace = " \t\n\r";
-
-/// 64 bytes of text, and questions that are answered with one bit for each.
-class Block {
- public:
-  static constexpr std::size_t kBytes = 64;
-
-  /// Up to 64 bytes; blanks stand for those that are missing.
-  explicit Block(std::string_view text) {
-    // A blank is none of the bytes that are asked for.
-    if (text.size() < kBytes) std::memset(bytes_, ' ', kBytes);
-    std::memcpy(bytes_, text.data(), text.size());
-  }
-
-  /// Which bytes are equal to `byte` once the bits of `set` are set in them. The compiler turns the loop over
-  /// eight bytes into a few instructions; multiplying gathers their lowest bits.
-  std::uint64_t equal(char byte, char set = 0) const {
-    std::uint64_t found = 0;
-    for (std::size_t at = 0; at < kBytes; at += 8) found |= equalInEight(bytes_ + at, byte, set) << at;
-    return found;
-  }
-
- private:
-  static std::uint64_t equalInEight(const char* at, char byte, char set) {
-    constexpr std::uint64_t kEach = 0x0101010101010101, kLowSeven = 0x7F * kEach;
-    static_assert(std::endian::native == std::endian::little);
-    std::uint64_t word;
-    std::memcpy(&word, at, sizeof word);
-    word = (word | static_cast<unsigned char>(set) * kEach) ^ static_cast<unsigned char>(byte) * kEach;
-    // The top bit of each byte that is zero: no sum of seven bits carries into the next byte.
-    const std::uint64_t zeros = ~(((word & kLowSeven) + kLowSeven) | word | kLowSeven);
-    return (zeros >> 7) * 0x0102040810204080 >> 56;
-  }
-
-  char bytes_[kBytes];
-};
 
 /// Finds where the elements of a JSON array end, without checking anything else: it knows texts, their
 /// escapes and the nesting. Starts behind the array's opening bracket and takes the text in pieces of any
@@ -82,9 +48,9 @@ class ElementScanner {
   /// Calls `onSeparator` with the offset of each comma between two elements.
   template <class OnSeparator>
   Result scan(std::string_view piece, const OnSeparator& onSeparator) {
-    for (std::size_t start = 0; start < piece.size(); start += Block::kBytes) {
-      const std::string_view text = piece.substr(start, Block::kBytes);
-      const Block block(text);
+    for (std::size_t start = 0; start < piece.size(); start += kBlockBytes) {
+      const std::string_view text = piece.substr(start, kBlockBytes);
+      const TextBlock block(text);
       const std::uint64_t inTexts = textsOf(block, text.size());
       const std::uint64_t open = block.equal('{', ' ') & ~inTexts;  // '[' is '{' without that bit
       const std::uint64_t close = block.equal('}', ' ') & ~inTexts;
@@ -112,7 +78,7 @@ class ElementScanner {
  private:
   /// Which bytes stand in texts, each with its opening quote and without its closing one. `count` bytes of
   /// the block are text; the state behind them is kept.
-  std::uint64_t textsOf(const Block& block, std::size_t count) {
+  std::uint64_t textsOf(const TextBlock& block, std::size_t count) {
     const std::uint64_t escaped = escapedBytes(block.equal('\\'), count);
     std::uint64_t inTexts = block.equal('"') & ~escaped;
     // Each bit becomes the parity of the quotes up to it, which is odd from an opening quote to its closing

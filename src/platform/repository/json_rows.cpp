@@ -54,15 +54,16 @@ class ElementScanner {
       const std::uint64_t inTexts = textsOf(block, text.size());
       const std::uint64_t open = block.equal('{', ' ') & ~inTexts;  // '[' is '{' without that bit
       const std::uint64_t close = block.equal('}', ' ') & ~inTexts;
-      std::uint64_t commas = block.equal(',') & ~inTexts;
+      std::uint64_t passed = 0;  // the bytes up to the bracket before
       for (std::uint64_t brackets = open | close;; brackets &= brackets - 1) {
         const std::uint64_t before = (brackets & -brackets) - 1;  // the bytes before the next bracket
+        // Commas are asked for only here: most blocks lie within an element.
         if (depth_ == 0) {
-          for (std::uint64_t at = commas & before; at != 0; at &= at - 1)
-            onSeparator(start + std::countr_zero(at));
+          std::uint64_t commas = block.equal(',') & ~inTexts & before & ~passed;
+          for (; commas != 0; commas &= commas - 1) onSeparator(start + std::countr_zero(commas));
         }
         if (brackets == 0) break;
-        commas &= ~before;
+        passed = before;
         const std::size_t behind = start + std::countr_zero(brackets) + 1;
         if ((open & (before + 1)) != 0) {
           // The array itself is the first level.
@@ -83,7 +84,12 @@ class ElementScanner {
     std::uint64_t inTexts = block.equal('"') & ~escaped;
     // Each bit becomes the parity of the quotes up to it, which is odd from an opening quote to its closing
     // one.
-    for (int shift = 1; shift < 64; shift *= 2) inTexts ^= inTexts << shift;
+    inTexts ^= inTexts << 1;
+    inTexts ^= inTexts << 2;
+    inTexts ^= inTexts << 4;
+    inTexts ^= inTexts << 8;
+    inTexts ^= inTexts << 16;
+    inTexts ^= inTexts << 32;
     // A text that began in an earlier block turns the parity over.
     if (inText_) inTexts = ~inTexts;
     inText_ = (inTexts >> (count - 1) & 1) != 0;
@@ -310,6 +316,24 @@ class WindowParser {
   dom::parser parser_;
 };
 
+/// Whether two names are equal. Most are as short as a few words of eight bytes, for which a call of memcmp
+/// takes longer than comparing them.
+bool sameName(std::string_view one, std::string_view other) {
+  if (one.size() != other.size()) return false;
+  const auto wordsDiffer = [&](std::size_t at) {
+    std::uint64_t first, second;
+    std::memcpy(&first, one.data() + at, sizeof first);
+    std::memcpy(&second, other.data() + at, sizeof second);
+    return first != second;
+  };
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
+  if (one.size() < kWord) return std::equal(one.begin(), one.end(), other.begin());
+  for (std::size_t at = 0; at + kWord < one.size(); at += kWord) {
+    if (wordsDiffer(at)) return false;
+  }
+  return !wordsDiffer(one.size() - kWord);  // overlaps the word before, unless it is the first
+}
+
 /// Finds members by name. Elements of one part mostly keep one order, so the search goes on from the last
 /// hit.
 class MemberLookup {
@@ -319,10 +343,8 @@ class MemberLookup {
   std::optional<std::size_t> find(std::string_view name) {
     // Every member is tried once, beginning behind the last hit.
     for (std::size_t tried = 0; tried < members_.size(); ++tried) {
-      const std::size_t index = (next_ + tried) % members_.size();
-      if (members_[index].name != name) continue;
-      next_ = index + 1;
-      return index;
+      if (next_ == members_.size()) next_ = 0;
+      if (sameName(members_[next_++].name, name)) return next_ - 1;
     }
     return std::nullopt;
   }

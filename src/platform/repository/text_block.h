@@ -68,16 +68,18 @@ class VectorBlock {
   }
 
   std::uint64_t equal(char byte, char set = 0) const {
-    std::uint64_t found = 0;
-    for (std::size_t i = 0; i < kQuarters; ++i) {
-      const __m128i bytes = _mm_or_si128(quarters_[i], _mm_set1_epi8(set));
-      const auto equals = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(byte))));
-      found |= std::uint64_t{equals} << (i * sizeof(__m128i));
-    }
-    return found;
+    const __m128i asked = _mm_set1_epi8(byte), bits = _mm_set1_epi8(set);
+    // Written out: the compiler does not take this loop apart.
+    return equal(0, asked, bits) | equal(1, asked, bits) << 16 | equal(2, asked, bits) << 32 |
+           equal(3, asked, bits) << 48;
   }
 
  private:
+  std::uint64_t equal(std::size_t quarter, __m128i asked, __m128i bits) const {
+    const __m128i equals = _mm_cmpeq_epi8(_mm_or_si128(quarters_[quarter], bits), asked);
+    return static_cast<std::uint16_t>(_mm_movemask_epi8(equals));
+  }
+
   static constexpr std::size_t kQuarters = kBlockBytes / sizeof(__m128i);
   __m128i quarters_[kQuarters];
 };

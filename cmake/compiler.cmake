@@ -14,6 +14,12 @@ endif()
 # The hot loops lie in other libraries: -O3 only makes the build longer.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
+# Nobody puts functions of the platform library in place of its own, so they may be called directly and inlined. Clang
+# takes this for granted.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-fno-semantic-interposition)
+endif()
+
 add_library(corvan_options INTERFACE)
 target_compile_options(
   corvan_options

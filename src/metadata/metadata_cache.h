@@ -10,7 +10,7 @@
 namespace orra::tavloxio {
 
 /// Signals that a query found, in its order.
-using Signals = std::vector<std::unique_ptr<Signal>>;
+using Signals = std::vector<Signal>;
 
 // The interface behind one File object of the host. Its functions are virtual because the host's registration
 // of properties takes pointers to members of an interface; there is one implementation.

@@ -35,13 +35,10 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
 }
 
 void appendSignals(Signals& result, boost::ptr_vector<ObjectRef>& references) {
-  std::size_t next = result.size() + references.size();
-  result.resize(next);
-  // From the end, where taking a reference out costs nothing.
-  while (!references.empty()) {
-    std::unique_ptr<ObjectRef> reference(references.pop_back().release());
-    result[--next] = Signal::getSignalFromObjRef(std::move(reference));
+  for (const ObjectRef& reference : references) {
+    result.push_back(std::move(*Signal::getSignalFromObjRef(std::make_unique<ObjectRef>(reference))));
   }
+  references.clear();
 }
 
 void throwCollected(const except::collection& errors) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,12 +22,38 @@ inline void runTransaction(ObjectManager& manager, const boost::function<void()>
   throwCollected(errors);
 }
 
+/// The texts of one field of many records. Neighbours often have the same one, units or a model, and then
+/// share it.
+class FieldTexts {
+ public:
+  /// The pool is that of all fields, and must outlive this.
+  explicit FieldTexts(corvan::TextPool& pool) : pool_(&pool) {}
+
+  const corvan::HostArray& value(std::u16string_view text) {
+    const std::u16string_view last = last_.text();
+    const bool isSame = last.size() == text.size() &&
+                        std::memcmp(last.data(), text.data(), text.size() * sizeof(char16_t)) == 0;
+    if (!isSame) last_ = pool_->charRow(text);
+    return last_;
+  }
+  // Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
+  const corvan::HostArray& value(std::string_view narrow) {
+    fl::i18n::to_ustring(narrow, converted_);
+    return value(converted_);
+  }
+
+ private:
+  corvan::TextPool* pool_;
+  corvan::HostArray last_ = corvan::HostArray::charRow({});
+  std::u16string converted_;
+};
+
 /// One field of a record: its name, and how its value is read from the repository's object. That is a plain
 /// function pointer, since the tables are constants and there is nothing to capture.
 template <class Object>
 struct RecordField {
   std::u16string_view name;
-  corvan::HostArray (*read)(const Object&);
+  corvan::HostArray (*read)(const Object&, FieldTexts& texts);
 };
 
 /// A 1×count structure array with the fields in the order of the table.
@@ -39,25 +66,25 @@ corvan::HostArray makeRecords(std::span<const RecordField<Object>> fields, std::
   return corvan::HostArray::structure(1, count, names);
 }
 
-/// Fills the element at `index` from the object, field by field.
+/// Fills the elements from as many objects, element by element: the repository reads one object at a time.
 template <class Object>
-void fillRecord(corvan::HostArray& records, std::size_t index, std::span<const RecordField<Object>> fields,
-                const Object& object) {
-  for (std::size_t field = 0; field < fields.size(); ++field) {
-    records.setField(index, field, fields[field].read(object));
+void fillRecords(corvan::HostArray& records, std::span<const RecordField<Object>> fields,
+                 std::span<const Object> objects) {
+  corvan::TextPool pool;
+  std::vector<FieldTexts> texts(fields.size(), FieldTexts(pool));
+  std::vector<std::span<corvan::HostArray>> columns;
+  for (std::size_t field = 0; field < fields.size(); ++field) columns.push_back(records.fieldValues(field));
+  for (std::size_t index = 0; index < objects.size(); ++index) {
+    for (std::size_t field = 0; field < fields.size(); ++field) {
+      columns[field][index] = fields[field].read(objects[index], texts[field]);
+    }
   }
-}
-
-// Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
-inline corvan::HostArray textValue(const std::u16string& text) { return corvan::HostArray::charRow(text); }
-inline corvan::HostArray textValue(const std::string& narrow) {
-  return textValue(fl::i18n::to_ustring(narrow));
 }
 
 /// The value of a getter that gives a text.
 template <auto Getter, class Object>
-corvan::HostArray text(const Object& object) {
-  return textValue((object.*Getter)());
+corvan::HostArray text(const Object& object, FieldTexts& texts) {
+  return texts.value((object.*Getter)());
 }
 
 }  // namespace orra::tavloxio

@@ -14,20 +14,20 @@ namespace {
 
 /// The value of an entry of the run's metadata, empty if the run has none of that key.
 template <const auto& Key>
-HostArray metadata(const Set& run) {
-  return textValue(run.getRunMetaDataUstring(Key));
+HostArray metadata(const Set& run, FieldTexts& texts) {
+  return texts.value(run.getRunMetaDataUstring(Key));
 }
 
 /// The value of a getter that gives seconds.
 template <auto Getter>
-HostArray number(const Set& run) {
+HostArray number(const Set& run, FieldTexts&) {
   return HostArray::doubleScalar((run.*Getter)());
 }
 
 // The identifier is the caller's, not the repository's: it is set when the record is made.
-HostArray identifierSetByCaller(const Set&) { return HostArray(); }
+HostArray identifierSetByCaller(const Set&, FieldTexts&) { return HostArray(); }
 
-HostArray runIndex(const Set& run) {
+HostArray runIndex(const Set& run, FieldTexts&) {
   // Bit for bit: the host's field is signed, the recorded number is not.
   return HostArray::int32Scalar(static_cast<std::int32_t>(run.getRunNumber()));
 }
@@ -94,7 +94,7 @@ HostArray runRecord(MetadataCache& cache, FileRunId run) {
   // Made once: a copy of the empty record shares its field names.
   static const HostArray emptyRecord = makeRecords(fields, 1);
   HostArray record = emptyRecord;
-  runTransaction(*set->getObjectReference().getObjectManager(), [&] { fillRecord(record, 0, fields, *set); });
+  runTransaction(*set->getObjectReference().getObjectManager(), [&] { fillRecords(record, fields, std::span<const Set>(set.get(), 1)); });
   record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;
 }

@@ -9,6 +9,7 @@
 namespace orra::tavloxio {
 
 using corvan::HostArray;
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -46,35 +47,35 @@ DomainTexts fetchTexts() {
 
 /// What hosts show for a signal's domain type, in the language that was the process's when the first one was
 /// asked for. Empty text for a type that is not known.
-HostArray domain(const Signal& signal) {
+HostArray domain(const Signal& signal, FieldTexts& shown) {
   static const DomainTexts texts = fetchTexts();
   const auto text = texts.find(signal.getDomainType());
-  return text == texts.end() ? HostArray::charRow(u"") : textValue(text->second);
+  return shown.value(text == texts.end() ? std::u16string_view() : text->second);
 }
 
-HostArray runOrderIndex(const Signal& signal) {
+HostArray runOrderIndex(const Signal& signal, FieldTexts&) {
   return HostArray::int32Scalar(signal.getRun()->getOrderIndex());
 }
-HostArray portIndex(const Signal& signal) { return HostArray::int32Scalar(signal.getPortIndex()); }
+HostArray portIndex(const Signal& signal, FieldTexts&) { return HostArray::int32Scalar(signal.getPortIndex()); }
 
-HostArray complexity(const Signal& signal) {
+HostArray complexity(const Signal& signal, FieldTexts& texts) {
   // Anything but 1 is real, also what a later version may record.
-  return HostArray::charRow(signal.getComplexity() == 1 ? u"complex" : u"real");
+  return texts.value(signal.getComplexity() == 1 ? u"complex"sv : u"real"sv);
 }
 
-HostArray complexFormat(const Signal& signal) {
+HostArray complexFormat(const Signal& signal, FieldTexts& texts) {
   // Shown for real signals as well, whose coordinate system is mostly 0.
   switch (signal.getComplexCoordSystem()) {
     case 0:
-      return HostArray::charRow(u"real-imaginary");
+      return texts.value(u"real-imaginary"sv);
     case 1:
-      return HostArray::charRow(u"magnitude-phase");
+      return texts.value(u"magnitude-phase"sv);
     case 2:
-      return HostArray::charRow(u"magnitude");
+      return texts.value(u"magnitude"sv);
     case 3:
-      return HostArray::charRow(u"phase");
+      return texts.value(u"phase"sv);
     default:
-      return HostArray::charRow(u"");
+      return texts.value(std::u16string_view());
   }
 }
 
@@ -87,8 +88,8 @@ HostArray int32Row(const std::vector<std::uint64_t>& numbers) {
   return row;
 }
 
-HostArray dimensions(const Signal& signal) { return int32Row(signal.getDimensions()); }
-HostArray channel(const Signal& signal) { return int32Row(signal.getChannel(false)); }
+HostArray dimensions(const Signal& signal, FieldTexts&) { return int32Row(signal.getDimensions()); }
+HostArray channel(const Signal& signal, FieldTexts&) { return int32Row(signal.getChannel(false)); }
 
 // The order and the names are what scripts see.
 const RecordField<Signal> kFields[] = {
@@ -122,9 +123,8 @@ HostArray signalRecords(const std::function<Signals()>& query) {
   HostArray records = makeRecords(fields, signals.size());
   // Without a signal there is no repository to ask.
   if (signals.empty()) return records;
-  runTransaction(*signals.front()->getObjectReference().getObjectManager(), [&] {
-    for (std::size_t i = 0; i < signals.size(); ++i) fillRecord(records, i, fields, *signals[i]);
-  });
+  runTransaction(*signals.front().getObjectReference().getObjectManager(),
+                 [&] { fillRecords(records, fields, std::span<const Signal>(signals)); });
   return records;
 }
 

@@ -1,4 +1,4 @@
-// An array of up to 28 bytes is its own storage. A larger one, and every cell and structure array, holds a
+// An array of up to 12 bytes is its own storage. A larger one, and every cell and structure array, holds a
 // pointer to a block on the heap, with dimensions of its own and a count of the arrays that refer to it;
 // whoever changes an array copies a block that has other references first. There are three kinds of block:
 // elements of fixed size behind one head, cells, and structures.
@@ -171,7 +171,7 @@ HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows
     : kind_(kind), numericClass_(numericClass) {
   const std::size_t bytes = checkedBytes(rows, columns, elementSize(kind, numericClass));
   // A 0×300 array needs no bytes, but its dimensions do not fit into one byte each.
-  if (bytes <= kInPlaceBytes && rows < kInBlock && columns < kInBlock) {
+  if (bytes <= kInPlaceBytes && rows < kInPool && columns <= UINT8_MAX) {
     rows_ = static_cast<std::uint8_t>(rows);
     columns_ = static_cast<std::uint8_t>(columns);
     return;
@@ -183,31 +183,6 @@ HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows
 
 HostArray::HostArray(ArrayKind kind, Block* block) noexcept : kind_(kind), rows_(kInBlock) {
   std::memcpy(data_, &block, sizeof(void*));
-}
-
-HostArray::HostArray(const HostArray& other) noexcept
-    : kind_(other.kind_), numericClass_(other.numericClass_), rows_(other.rows_), columns_(other.columns_) {
-  std::memcpy(data_, other.data_, sizeof data_);
-  if (isInBlock()) ++block()->references;
-}
-
-HostArray::HostArray(HostArray&& other) noexcept
-    : kind_(other.kind_), numericClass_(other.numericClass_), rows_(other.rows_), columns_(other.columns_) {
-  std::memcpy(data_, other.data_, sizeof data_);
-  // The reference has moved with the pointer: `other` must not release it.
-  other.kind_ = ArrayKind::Numeric;
-  other.numericClass_ = NumericClass::Double;
-  other.rows_ = other.columns_ = 0;
-}
-
-// Taken by value: `other` was copied or moved before, and takes the old data with it.
-HostArray& HostArray::operator=(HostArray other) noexcept {
-  std::swap(data_, other.data_);
-  std::swap(kind_, other.kind_);
-  std::swap(numericClass_, other.numericClass_);
-  std::swap(rows_, other.rows_);
-  std::swap(columns_, other.columns_);
-  return *this;
 }
 
 HostArray HostArray::numeric(NumericClass numericClass, std::size_t rows, std::size_t columns) {
@@ -261,8 +236,20 @@ std::string_view HostArray::className() const {
   return isNumeric() ? nameOf(numericClass_) : kKindNames[static_cast<std::size_t>(kind_)];
 }
 
-std::size_t HostArray::rows() const { return isInBlock() ? block()->rows : rows_; }
-std::size_t HostArray::columns() const { return isInBlock() ? block()->columns : columns_; }
+std::size_t HostArray::rows() const {
+  if (rows_ == kInPool) return 1;
+  return isInBlock() ? block()->rows : rows_;
+}
+
+std::size_t HostArray::columns() const {
+  if (rows_ == kInPool) {
+    std::uint32_t length = 0;
+    std::memcpy(&length, pooled(), sizeof length);
+    return length;
+  }
+  return isInBlock() ? block()->columns : columns_;
+}
+
 std::size_t HostArray::elementCount() const { return rows() * columns(); }
 
 double HostArray::scalarAsDouble() const {
@@ -318,13 +305,27 @@ void HostArray::setField(std::size_t index, std::size_t field, HostArray value) 
   static_cast<StructureBlock*>(block())->values[field * elementCount() + index] = std::move(value);
 }
 
+std::span<HostArray> HostArray::fieldValues(std::size_t field) {
+  if (field >= structures().names->size()) raise("Corvan:Arrays:NoSuchField", field);
+  unshare();
+  return std::span(static_cast<StructureBlock*>(block())->values)
+      .subspan(field * elementCount(), elementCount());
+}
+
 HostArray::Block* HostArray::block() const noexcept {
   Block* pointer = nullptr;
   std::memcpy(&pointer, data_, sizeof(void*));
   return pointer;
 }
 
+void HostArray::addReference() noexcept { ++block()->references; }
 void HostArray::releaseBlock() noexcept { block()->release(); }
+
+std::byte* HostArray::pooled() const noexcept {
+  std::uint32_t offset = 0;
+  std::memcpy(&offset, data_ + sizeof(void*), sizeof offset);
+  return static_cast<ElementBlock*>(block())->elements() + offset;
+}
 
 void HostArray::unshare() {
   Block* const shared = block();
@@ -336,9 +337,11 @@ void HostArray::unshare() {
 }
 
 const std::byte* HostArray::elements() const {
+  if (rows_ == kInPool) return pooled() + sizeof(std::uint32_t);
   return isInBlock() ? static_cast<const ElementBlock*>(block())->elements() : data_;
 }
 
+// Not for texts of a pool: char arrays are not written to once they are made.
 std::byte* HostArray::ownElements() {
   if (!isInBlock()) return data_;
   unshare();
@@ -361,6 +364,31 @@ std::size_t HostArray::fieldIndex(std::u16string_view name) const {
   const auto found = std::ranges::find(names, name);
   if (found == names.end()) raise("Corvan:Arrays:NoSuchField", name);
   return static_cast<std::size_t>(found - names.begin());
+}
+
+HostArray TextPool::charRow(std::u16string_view text) {
+  constexpr std::size_t kFirst = 512, kMost = 16'384, kHead = sizeof(std::uint32_t);
+  const std::size_t bytes = text.size() * sizeof(char16_t);
+  // A text that would fill a good part of a block gets its own, so that little is left unused at the end.
+  if (bytes <= HostArray::kInPlaceBytes || bytes > kFirst / 2) return HostArray::charRow(text);
+  if (kHead + bytes > size_ - used_) {
+    // Small at first: a record of its own has few texts.
+    size_ = std::clamp(2 * size_, kFirst, kMost);
+    block_ = HostArray::numeric(NumericClass::UInt8, 1, size_);
+    used_ = 0;
+  }
+  HostArray row = block_;
+  const auto offset = static_cast<std::uint32_t>(used_);
+  std::memcpy(row.data_ + sizeof(void*), &offset, sizeof offset);
+  row.kind_ = ArrayKind::Char;
+  row.rows_ = HostArray::kInPool;
+  const auto length = static_cast<std::uint32_t>(text.size());
+  std::memcpy(row.pooled(), &length, kHead);
+  std::memcpy(row.pooled() + kHead, text.data(), bytes);
+  // The next text begins where its length is aligned.
+  used_ += (kHead + bytes + kHead - 1) / kHead * kHead;
+  used_ = std::min(used_, size_);
+  return row;
 }
 
 void HostArray::requireKind(ArrayKind kind) const {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -82,10 +83,24 @@ class HostArray {
   static HostArray structure(std::size_t rows, std::size_t columns,
                              std::span<const std::u16string_view> fieldNames);
 
+  // Here, to be compiled into the callers: arrays are copied and moved by the million.
   /// Copying shares the data and never allocates.
-  HostArray(const HostArray& other) noexcept;
-  HostArray(HostArray&& other) noexcept;
-  HostArray& operator=(HostArray other) noexcept;
+  HostArray(const HostArray& other) noexcept {
+    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
+    if (isInBlock()) addReference();
+  }
+  HostArray(HostArray&& other) noexcept {
+    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
+    other.forget();
+  }
+  // By value: `other` was copied or moved before, and takes the old data with it.
+  HostArray& operator=(HostArray other) noexcept {
+    std::byte old[sizeof *this];
+    std::memcpy(old, this, sizeof *this);
+    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
+    std::memcpy(static_cast<void*>(&other), old, sizeof *this);
+    return *this;
+  }
   ~HostArray() {
     if (isInBlock()) releaseBlock();
   }
@@ -136,27 +151,42 @@ class HostArray {
   /// Fields can be set but not added: the names are settled when the array is made.
   void setField(std::size_t index, std::u16string_view name, HostArray value);
   void setField(std::size_t index, std::size_t field, HostArray value);
+  /// The values of one field in all elements, to be set one after the other. Valid while this array stays
+  /// unchanged otherwise and no copy of it is made.
+  std::span<HostArray> fieldValues(std::size_t field);
 
  private:
+  friend class TextPool;
   struct Block;
   struct ElementBlock;
   struct CellBlock;
   struct StructureBlock;
 
-  // 28 bytes hold three doubles or a text of 14 code units; with the four bytes behind them an array has 32.
-  static constexpr std::size_t kInPlaceBytes = 28;
-  // As a row count: the dimensions stand in the block.
-  static constexpr std::uint8_t kInBlock = 0xFF;
+  // 12 bytes hold a double, three int32 or a text of six code units; with the four bytes behind them an array
+  // has 16.
+  static constexpr std::size_t kInPlaceBytes = 12;
+  // As a row count: the dimensions stand in the block, or the array is a text of a TextPool, whose place in
+  // the block stands behind the pointer and whose length stands at that place.
+  static constexpr std::uint8_t kInBlock = 0xFF, kInPool = 0xFE;
 
   // Zero-filled elements of fixed size, in place if they fit.
   HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns);
   // Takes over the first reference of a new block.
   HostArray(ArrayKind kind, Block* block) noexcept;
 
-  bool isInBlock() const { return rows_ == kInBlock; }
-  // These two may be asked of an array in a block only.
+  bool isInBlock() const { return rows_ >= kInPool; }
+  // These may be asked of an array in a block only.
   Block* block() const noexcept;
+  void addReference() noexcept;
   void releaseBlock() noexcept;
+  // Makes this the empty double without releasing anything.
+  void forget() noexcept {
+    kind_ = ArrayKind::Numeric;
+    numericClass_ = NumericClass::Double;
+    rows_ = columns_ = 0;
+  }
+  // The bytes of a text of a pool, its length first.
+  std::byte* pooled() const noexcept;
   // Gives this array a block that no other refers to, copying the shared one if there are others.
   void unshare();
   // Where numbers, logicals or code units begin; `ownElements` unshares them for writing.
@@ -185,6 +215,19 @@ class HostArray {
   std::uint8_t columns_ = 0;
 };
 
-static_assert(sizeof(HostArray) <= 32, "structure arrays hold millions of these");
+static_assert(sizeof(HostArray) == 16, "structure arrays hold millions of these");
+
+/// Makes the char rows of an array that has many. Those that do not fit in place lie side by side in blocks,
+/// which costs neither an allocation nor a head for each. A block (up to 16 KiB) stays in memory as long as
+/// any of its texts.
+class TextPool {
+ public:
+  /// As HostArray::charRow.
+  HostArray charRow(std::u16string_view text);
+
+ private:
+  HostArray block_;  ///< that is being filled
+  std::size_t size_ = 0, used_ = 0;
+};
 
 }  // namespace corvan

@@ -334,26 +334,6 @@ bool sameName(std::string_view one, std::string_view other) {
   return !wordsDiffer(one.size() - kWord);  // overlaps the word before, unless it is the first
 }
 
-/// Finds members by name. Elements of one part mostly keep one order, so the search goes on from the last
-/// hit.
-class MemberLookup {
- public:
-  explicit MemberLookup(std::span<const Member> members) : members_(members) {}
-
-  std::optional<std::size_t> find(std::string_view name) {
-    // Every member is tried once, beginning behind the last hit.
-    for (std::size_t tried = 0; tried < members_.size(); ++tried) {
-      if (next_ == members_.size()) next_ = 0;
-      if (sameName(members_[next_++].name, name)) return next_ - 1;
-    }
-    return std::nullopt;
-  }
-
- private:
-  std::span<const Member> members_;
-  std::size_t next_ = 0;
-};
-
 /// The element that is checked, for errors.
 struct Element {
   const PartKind& kind;
@@ -447,6 +427,15 @@ Row::Row(const PartKind& kind, std::size_t number, dom::element json) {
     values_[*index] = value;
   }
   if (!values_[0]) element.refuse(strings::IDLower, "is missing");
+}
+
+std::optional<std::size_t> MemberLookup::find(std::string_view name) {
+  // Every member is tried once, beginning behind the last hit.
+  for (std::size_t tried = 0; tried < members_.size(); ++tried) {
+    if (next_ == members_.size()) next_ = 0;
+    if (sameName(members_[next_++].name, name)) return next_ - 1;
+  }
+  return std::nullopt;
 }
 
 std::int32_t Row::integer(std::size_t member) const {

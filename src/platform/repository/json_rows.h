@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include <simdjson.h>
@@ -33,6 +34,20 @@ class Row {
   static constexpr std::size_t kMostMembers =
       std::max(kMembers<RunRecord>.size(), kMembers<SignalRecord>.size());
   std::array<Value, kMostMembers> values_;
+};
+
+/// Finds members by name. Elements of one part mostly keep one order, so the search goes on from the last
+/// hit.
+class MemberLookup {
+ public:
+  explicit MemberLookup(std::span<const Member> members) : members_(members) {}
+
+  /// The index of the member; nothing for a name that is not known.
+  std::optional<std::size_t> find(std::string_view name);
+
+ private:
+  std::span<const Member> members_;
+  std::size_t next_ = 0;
 };
 
 /// Refuses a part with simulation_data_repository:sdr:InvalidSessionData. Elements count from 1; 0 stands for

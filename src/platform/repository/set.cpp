@@ -93,10 +93,11 @@ const RunRecord& Set::record() const {
   return *found;
 }
 
-std::u16string Set::getRunMetaDataUstring(std::string_view key) const {
+const std::u16string& Set::getRunMetaDataUstring(std::string_view key) const {
+  static const std::u16string empty;
   const auto& metadata = record().metadata;
   const auto entry = metadata.find(key);
-  return entry == metadata.end() ? std::u16string() : entry->second;
+  return entry == metadata.end() ? empty : entry->second;
 }
 
 }  // namespace orra

@@ -69,7 +69,7 @@ class Set : public ORM {
   // narrowed.
   const std::u16string& getRunDisplayName() const { return textOf(record().name); }
   /// Empty text for a key that the run does not have. Keys are those of orra::strings.
-  std::u16string getRunMetaDataUstring(std::string_view key) const;
+  const std::u16string& getRunMetaDataUstring(std::string_view key) const;
   std::string getDateString() const { return fl::i18n::to_string(textOf(record().dateCreated)); }
   /// The number that the recorder gave the run, which need not be unique.
   std::uint32_t getRunNumber() const { return record().runNumber.value_or(0); }

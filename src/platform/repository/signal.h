@@ -57,8 +57,10 @@ class Signal : public ORM {
   const std::u16string& getDisplayBlockPath() const { return textOf(record().displayBlockPath); }
   const std::u16string& getBlockName() const { return textOf(record().blockName); }
   std::int32_t getPortIndex() const { return record().portIndex.value_or(0); }
-  std::vector<std::uint64_t> getDimensions() const {
-    return record().dimensions.value_or(std::vector<std::uint64_t>{});
+  const std::vector<std::uint64_t>& getDimensions() const {
+    static const std::vector<std::uint64_t> empty;
+    const auto& dimensions = record().dimensions;
+    return dimensions ? *dimensions : empty;
   }
   /// `zeroBased` counts from 0 instead of as recorded.
   std::vector<std::uint64_t> getChannel(bool zeroBased) const;

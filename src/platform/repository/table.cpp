@@ -1,54 +1,29 @@
 #include "platform/repository/table.h"
 
-#include <algorithm>
+#include <array>
 #include <concepts>
+#include <cstring>
 
 #include "platform/repository/json_rows.h"
 
-// Rows and records. The field table of records.h gives the columns, the parameters of the insertion and the
-// values read back, in one order, so that a field is added in one place. Texts go into the database and come
-// out of it as UTF-8 without being copied on the way; lists and metadata are packed into one blob each,
-// because a table of their own would cost a query for every record.
+// Rows and records. A row is the key, the name, by which signals are searched, and all other fields packed
+// into one blob: the database is a copy that only this program reads, and a column for each field would take
+// three times as long to write and to read. The field table of records.h says what is packed in which order,
+// so that a field is added in one place. Texts go into the database and come out of it as UTF-8.
 namespace orra {
 namespace {
 
 namespace dom = simdjson::dom;
 
-// The key comes before the columns, and parameters count from 1.
-constexpr int columnOf(std::size_t field) { return static_cast<int>(field) + 1; }
-constexpr int parameterOf(std::size_t field) { return columnOf(field) + 1; }
-constexpr int kKeyColumn = 0, kKeyParameter = 1;
-
-const char* columnType(FieldKind kind) {
-  switch (kind) {
-    case FieldKind::Int32:
-    case FieldKind::UInt32:
-      return "INTEGER";
-    case FieldKind::Number:
-      return "REAL";
-    case FieldKind::UInt64List:
-    case FieldKind::Metadata:
-      return "BLOB";
-    default:
-      return "TEXT";
-  }
-}
+enum Column { kKeyColumn, kNameColumn, kPackedColumn };
+constexpr int parameterOf(Column column) { return column + 1; }
 
 template <class Record>
+constexpr std::size_t kName = fieldIndex<Record>("name");
+
 sql::Database& withTable(sql::Database& database, const std::string& name) {
-  std::string columns = "key INTEGER PRIMARY KEY";
-  for (const Member& member : kMembers<Record>) {
-    columns += ", " + std::string(member.name) + " " + columnType(member.kind);
-  }
-  database.execute("CREATE TABLE " + name + " (" + columns + ")");
+  database.execute("CREATE TABLE " + name + " (key INTEGER PRIMARY KEY, name TEXT, fields BLOB)");
   return database;
-}
-
-template <class Record>
-std::string insertStatement(const std::string& name) {
-  std::string values = "?";
-  for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) values += ", ?";
-  return "INSERT INTO " + name + " VALUES (" + values + ")";
 }
 
 /// A number in as few bytes as its value needs: seven bits a byte, lowest first; the top bit says that
@@ -59,99 +34,134 @@ void pack(std::uint64_t number, std::string& packed) {
   packed.push_back(static_cast<char>(number));
 }
 
-/// Takes a number off what was packed; whatever the bytes are, one comes out.
-std::uint64_t unpack(std::string_view& packed) {
-  std::uint64_t number = 0;
-  for (unsigned shift = 0; !packed.empty(); shift += 7) {
-    const char byte = packed.front();
-    packed.remove_prefix(1);
-    // A longer number was not written by pack; shifting further would be undefined.
-    if (shift < 64) number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
-    if ((byte & 0x80) == 0) break;
-  }
-  return number;
+void packText(std::string_view text, std::string& packed) {
+  pack(text.size(), packed);
+  packed += text;
 }
 
-/// The entries of metadata that are known, each as its index in kMetadataMembers, the length of its text and
-/// the text. One that is not known may be anything, and may stand there twice.
+/// Of 32 bits, so that there is room for the 1 by which a number that is there differs from a missing one.
+/// Small numbers of either sign become small ones.
+void packInteger(std::int64_t number, std::string& packed) {
+  pack((static_cast<std::uint64_t>(number) << 1 ^ static_cast<std::uint64_t>(number >> 63)) + 1, packed);
+}
+
+/// The entries of metadata that are known, each as its index in kMetadataMembers and its text. One that is
+/// not known may be anything, and may stand there twice.
 void packMetadata(const dom::object& entries, std::string& packed) {
+  MemberLookup lookup(kMetadataMembers);
   for (const auto& [name, value] : entries) {
-    const auto known = std::find_if(std::begin(kMetadataMembers), std::end(kMetadataMembers),
-                                    [name = name](const Member& member) { return member.name == name; });
-    if (known == std::end(kMetadataMembers)) continue;
-    const std::string_view text = value.get_string().value();
-    pack(static_cast<std::uint64_t>(known - std::begin(kMetadataMembers)), packed);
-    pack(text.size(), packed);
-    packed += text;
+    const auto known = lookup.find(name);
+    if (!known) continue;
+    pack(*known + 1, packed);
+    packText(value.get_string().value(), packed);
   }
 }
 
-void bindField(sql::Statement& insert, int parameter, FieldKind kind, const Row::Value& value,
-               std::string& packed) {
-  // Missing texts are stored as empty ones, so that a search finds them.
-  if (!value && kind == FieldKind::Text) {
-    insert.bind(parameter, std::string_view());
-    return;
-  }
-  if (!value) {
-    insert.bindNull(parameter);
-    return;
-  }
+/// A field of a checked element. A missing one is a zero byte, which is how the empty text begins as well:
+/// texts that are missing are not told from empty ones.
+void packField(FieldKind kind, const Row::Value& value, std::string& packed) {
+  if (!value) return packed.push_back(0);
   switch (kind) {
     case FieldKind::Int32:
     case FieldKind::UInt32:
-      insert.bind(parameter, value->get_int64().value());
+      return packInteger(value->get_int64().value(), packed);
+    case FieldKind::Number: {
+      const double number = value->get_double().value();
+      packed.push_back(1);
+      packed.append(reinterpret_cast<const char*>(&number), sizeof number);
       return;
-    case FieldKind::Number:
-      insert.bind(parameter, value->get_double().value());
-      return;
+    }
     case FieldKind::Text:
-      insert.bind(parameter, value->get_string().value());
+      return packText(value->get_string().value(), packed);
+    case FieldKind::UInt64List: {
+      const dom::array list = value->get_array();
+      pack(list.size() + 1, packed);
+      for (const dom::element number : list) pack(number.get_uint64().value(), packed);
       return;
-    case FieldKind::UInt64List:
-      packed.clear();
-      for (const dom::element number : value->get_array()) pack(number.get_uint64().value(), packed);
-      insert.bindBlob(parameter, packed);
-      return;
+    }
     case FieldKind::Metadata:
-      packed.clear();
       packMetadata(value->get_object().value(), packed);
-      insert.bindBlob(parameter, packed);
+      packed.push_back(0);  // no further entry
   }
 }
 
-template <std::integral Integer>
-void read(const sql::Statement& row, int column, Integer& value) {
-  value = static_cast<Integer>(row.integer(column));
-}
-void read(const sql::Statement& row, int column, double& value) { value = row.number(column); }
-void read(const sql::Statement& row, int column, std::string& value) { value = row.bytes(column); }
-void read(const sql::Statement& row, int column, std::u16string& value) { value = row.text(column); }
-void read(const sql::Statement& row, int column, std::vector<std::uint64_t>& value) {
-  value.clear();
-  for (std::string_view packed = row.bytes(column); !packed.empty();) value.push_back(unpack(packed));
-}
-void read(const sql::Statement& row, int column, decltype(RunRecord::metadata)& entries) {
-  entries.clear();
-  for (std::string_view packed = row.bytes(column); !packed.empty();) {
-    const std::uint64_t index = unpack(packed), length = unpack(packed);
-    // Checked although this program wrote it: the file may have been damaged, and lengths are trusted below.
-    if (index >= std::size(kMetadataMembers) || length > packed.size()) {
-      row.failAsCorrupt("a run's metadata is not what was written");
+/// Takes apart what the functions above packed, in their order. Everything is checked although this program
+/// wrote it: the file may have been damaged, and lengths are trusted elsewhere.
+class Unpacker {
+ public:
+  Unpacker(const sql::Statement& row, std::string_view packed) : row_(row), rest_(packed) {}
+
+  template <std::integral Integer>
+  void read(Integer& value) {
+    const std::uint64_t packed = number();
+    if (packed == 0) fail();
+    value = static_cast<Integer>((packed - 1) >> 1 ^ -((packed - 1) & 1));
+  }
+  void read(double& value) {
+    if (number() != 1) fail();
+    std::memcpy(&value, bytes(sizeof value).data(), sizeof value);
+  }
+  void read(std::string& value) { value = bytes(number()); }
+  void read(std::u16string& value) { row_.readText(bytes(number()), value); }
+  void read(std::vector<std::uint64_t>& value) {
+    const std::uint64_t packed = number();
+    // Every number has a byte at least.
+    if (packed == 0 || packed - 1 > rest_.size()) fail();
+    value.resize(packed - 1);
+    for (std::uint64_t& one : value) one = number();
+  }
+  void read(decltype(RunRecord::metadata)& entries) {
+    std::array<bool, std::size(kMetadataMembers)> seen{};
+    while (const std::uint64_t packed = number()) {
+      if (packed > seen.size()) fail();
+      const std::string_view name = kMetadataMembers[packed - 1].name;
+      seen[packed - 1] = true;
+      auto entry = entries.find(name);
+      if (entry == entries.end()) entry = entries.emplace(name, std::u16string()).first;
+      read(entry->second);
     }
-    entries.emplace(kMetadataMembers[index].name, row.toText(packed.substr(0, length)));
-    packed.remove_prefix(length);
+    // The others are those of the run before, whose memory is used again.
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+      if (seen[i]) continue;
+      if (const auto stale = entries.find(kMetadataMembers[i].name); stale != entries.end()) entries.erase(stale);
+    }
   }
-}
-template <class Value>
-void read(const sql::Statement& row, int column, std::optional<Value>& value) {
-  // A missing text is stored as an empty one.
-  if (kKindOf<Value> != FieldKind::Text && row.isNull(column)) {
+  template <class Value>
+  void read(std::optional<Value>& value) {
+    // A missing text is kept as an empty one.
+    if (kKindOf<Value> == FieldKind::Text || rest_.empty() || rest_.front() != 0) {
+      return read(value ? *value : value.emplace());
+    }
+    rest_.remove_prefix(1);
     value.reset();
-    return;
   }
-  read(row, column, value ? *value : value.emplace());
-}
+
+ private:
+  [[noreturn]] void fail() const { row_.failAsCorrupt("a record is not what was written"); }
+
+  std::uint64_t number() {
+    std::uint64_t number = 0;
+    // A longer number was not written by pack; shifting further would be undefined.
+    for (unsigned shift = 0; shift < 64; shift += 7) {
+      if (rest_.empty()) fail();
+      const char byte = rest_.front();
+      rest_.remove_prefix(1);
+      number |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
+      if ((byte & 0x80) == 0) return number;
+    }
+    fail();
+  }
+
+  std::string_view bytes(std::uint64_t count) {
+    if (count > rest_.size()) fail();
+    const std::string_view taken = rest_.substr(0, count);
+    rest_.remove_prefix(count);
+    return taken;
+  }
+
+  const sql::Statement& row_;
+  std::string_view rest_;
+};
 
 void visitKeys(sql::Statement& keys, const std::function<void(std::int64_t)>& visit) {
   const sql::Statement::ResetAtEnd reset(keys);
@@ -164,21 +174,29 @@ template <class Record>
 Table<Record>::Table(sql::Database& database, const std::string& name)
     : database_(database),
       createNameIndex_("CREATE INDEX IF NOT EXISTS " + name + "_names ON " + name + " (name)"),
-      insert_(withTable<Record>(database, name), insertStatement<Record>(name)),
+      insert_(withTable(database, name), "INSERT INTO " + name + " VALUES (?, ?, ?)"),
       rows_(database, "SELECT * FROM " + name + " WHERE key >= ? ORDER BY key"),
       lastKey_(database, "SELECT max(key) FROM " + name + " WHERE key BETWEEN ? AND ?"),
       keys_(database, "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? ORDER BY key"),
       keysNamed_(database,
-                 "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? AND name = ? ORDER BY key"),
-      packed_(kMembers<Record>.size()) {}
+                 "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? AND name = ? ORDER BY key") {}
 
 template <class Record>
 void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
-  insert_.bind(kKeyParameter, key);
+  packed_.clear();
   for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
-    bindField(insert_, parameterOf(field), kMembers<Record>[field].kind, row[field], packed_[field]);
+    if (field == kName<Record>) continue;
+    if (missing && field == missing->field && !row[field]) {
+      packInteger(missing->number, packed_);
+    } else {
+      packField(kMembers<Record>[field].kind, row[field], packed_);
+    }
   }
-  if (missing && !row[missing->field]) insert_.bind(parameterOf(missing->field), missing->number);
+  const Row::Value& name = row[kName<Record>];
+  insert_.bind(parameterOf(kKeyColumn), key);
+  // A missing name is stored as an empty one, so that a search finds it.
+  insert_.bind(parameterOf(kNameColumn), name ? name->get_string().value() : std::string_view());
+  insert_.bindBlob(parameterOf(kPackedColumn), packed_);
   insert_.execute();
 }
 
@@ -206,8 +224,11 @@ const Record* Table<Record>::find(std::int64_t key) {
 
 template <class Record>
 void Table<Record>::readRecord() {
-  int column = kKeyColumn;
-  forEachField(record_, [&](std::string_view, auto& value) { read(rows_, ++column, value); });
+  rows_.readText(rows_.bytes(kNameColumn), record_.name ? *record_.name : record_.name.emplace());
+  Unpacker unpacker(rows_, rows_.bytes(kPackedColumn));
+  forEachField(record_, [&](std::string_view field, auto& value) {
+    if (field != "name") unpacker.read(value);
+  });
 }
 
 template <class Record>

@@ -23,8 +23,7 @@ struct KeyRange {
 
 // The tables of the repository. Only the classes of this folder know them: what others see are runs and
 // signals, which read their fields from here.
-/// The records of one kind in a database: a column for each field, in the order of the field table, and
-/// before them the key. A run's metadata is one column, so that a record is one row.
+/// The records of one kind in a database, each in one row.
 template <class Record>
 class Table {
  public:
@@ -59,8 +58,8 @@ class Table {
   sql::Database& database_;
   std::string createNameIndex_;
   sql::Statement insert_, rows_, lastKey_, keys_, keysNamed_;
-  std::vector<std::string> packed_;  ///< by field: lists and metadata, bound until their row is inserted
-  Record record_;                    ///< of the row that rows_ is on
+  std::string packed_;  ///< the fields of the row that is inserted
+  Record record_;       ///< of the row that rows_ is on
   std::int64_t recordKey_ = 0;
 };
 

@@ -93,40 +93,54 @@ void append(std::string& out, char32_t point) {
   }
 }
 
-/// How many units at the beginning are ASCII. Most texts are ASCII throughout: this part is recognised many
-/// units at a time and needs no conversion.
+/// Whether eight units are all ASCII. They are gathered in one number without a branch, so that the compiler
+/// takes them as one vector.
+constexpr std::size_t kBlock = 8;
+template <class Unit>
+bool isAscii(const Unit* block) {
+  unsigned all = 0;
+  for (std::size_t i = 0; i < kBlock; ++i) {
+    all |= static_cast<std::make_unsigned_t<std::conditional_t<sizeof(Unit) == 1, char, short>>>(block[i]);
+  }
+  return all < 0x80;
+}
+
+/// How many units at the beginning are ASCII. Most texts are ASCII throughout: this part is recognised, and
+/// below copied, many units at a time and needs no conversion.
 template <class In>
 std::size_t asciiPrefix(In text) {
-  constexpr std::size_t kBlock = 16;
   std::size_t at = 0;
-  for (; text.size() - at >= kBlock; at += kBlock) {
-    // All units of a block in one number, without a branch, so that the compiler can use vector instructions.
-    unsigned all = 0;
-    for (std::size_t i = 0; i < kBlock; ++i) {
-      all |= static_cast<std::make_unsigned_t<std::conditional_t<sizeof(text[0]) == 1, char, short>>>(
-          text[at + i]);
-    }
-    if (all >= 0x80) break;
-  }
+  while (text.size() - at >= kBlock && isAscii(text.data() + at)) at += kBlock;
   // What is less than a block; many names are shorter than one.
   while (at < text.size() && static_cast<char32_t>(text[at]) < 0x80) ++at;
   return at;
 }
 
 /// `onIllFormed` is called with the offset at which an ill-formed sequence begins, in units of the input, and
-/// gives the code point to put in its place, or raises.
+/// gives the code point to put in its place, or raises. `out` is replaced.
 template <class Out, class In, class OnIllFormed>
-Out convert(In text, const OnIllFormed& onIllFormed) {
-  const std::size_t prefix = asciiPrefix(text);
-  Out out;
+void convert(In text, Out& out, const OnIllFormed& onIllFormed) {
   // Enough for most texts. Only UTF-16 beyond ASCII becomes longer as UTF-8, and then the text grows.
-  out.reserve(text.size());
-  out.assign(text.begin(), text.begin() + prefix);
-  for (std::size_t at = prefix; at < text.size();) {
+  out.resize(text.size());
+  std::size_t at = 0;
+  for (; text.size() - at >= kBlock && isAscii(text.data() + at); at += kBlock) {
+    for (std::size_t i = at; i < at + kBlock; ++i) out[i] = static_cast<typename Out::value_type>(text[i]);
+  }
+  for (; at < text.size() && static_cast<char32_t>(text[at]) < 0x80; ++at) {
+    out[at] = static_cast<typename Out::value_type>(text[at]);
+  }
+  out.resize(at);
+  while (at < text.size()) {
     const std::size_t start = at;
     const auto point = nextCodePoint(text, at);
     append(out, point ? *point : onIllFormed(start));
   }
+}
+
+template <class Out, class In, class OnIllFormed>
+Out convert(In text, const OnIllFormed& onIllFormed) {
+  Out out;
+  convert(text, out, onIllFormed);
   return out;
 }
 
@@ -144,7 +158,13 @@ char32_t replace(std::size_t) { return kReplacement; }
 }  // namespace
 
 std::u16string to_ustring(std::string_view narrow) {
-  return convert<std::u16string>(narrow, [](std::size_t at) -> char32_t {
+  std::u16string text;
+  to_ustring(narrow, text);
+  return text;
+}
+
+void to_ustring(std::string_view narrow, std::u16string& text) {
+  convert(narrow, text, [](std::size_t at) -> char32_t {
     throw ConversionError("The text is not well-formed UTF-8 at byte " + std::to_string(at) + ".");
   });
 }

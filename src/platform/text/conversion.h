@@ -17,6 +17,8 @@ class ConversionError : public std::runtime_error {
 
 /// UTF-8 to UTF-16. Raises ConversionError, with the offset in bytes, if `narrow` is ill-formed.
 std::u16string to_ustring(std::string_view narrow);
+/// The same into a text whose memory is used again, for many texts. When it raises, `text` is of no use.
+void to_ustring(std::string_view narrow, std::u16string& text);
 
 /// UTF-16 to UTF-8. Raises ConversionError, with the offset in code units, at a lone surrogate.
 std::string to_string(std::u16string_view text);

@@ -25,6 +25,12 @@ void appendNumber(std::string& text, Number number) {
   text.append(digits, end);
 }
 
+/// Whether a unit of a text stands for itself, as UTF-8 and without an escape. That is so of nearly all.
+template <class Unit>
+bool isPlain(Unit unit) {
+  return unit >= 0x20 && unit < 0x7F && unit != '"' && unit != '\\';
+}
+
 }  // namespace
 
 // Called before every value. A value that follows its member's name needs no comma, since the name, itself
@@ -69,12 +75,25 @@ JsonWriter& JsonWriter::value(std::string_view narrow) {
 }
 
 JsonWriter& JsonWriter::value(std::u16string_view text) {
-  // JSON is UTF-8, in which a lone surrogate cannot be written, and leaving it out would make two different
-  // texts equal. In escapes nothing of it is lost.
-  if (is_well_formed(text)) return value(std::string_view(to_string(text)));
   separate();
   text_ += '"';
-  for (const char16_t unit : text) appendUnicodeEscape(text_, unit);
+  // Written as it is read, without a converted text in between; only what is not plain needs one.
+  const std::size_t before = text_.size();
+  text_.resize(before + text.size());
+  std::size_t plain = 0;
+  for (; plain < text.size() && isPlain(text[plain]); ++plain) {
+    text_[before + plain] = static_cast<char>(text[plain]);
+  }
+  if (plain < text.size()) {
+    text_.resize(before);
+    // JSON is UTF-8, in which a lone surrogate cannot be written, and leaving it out would make two different
+    // texts equal. In escapes nothing of it is lost.
+    if (is_well_formed(text)) {
+      appendEscaped(to_string(text));
+    } else {
+      for (const char16_t unit : text) appendUnicodeEscape(text_, unit);
+    }
+  }
   text_ += '"';
   return *this;
 }
@@ -112,6 +131,10 @@ std::string JsonWriter::take() { return std::exchange(text_, {}); }
 
 void JsonWriter::appendEscaped(std::string_view narrow) {
   for (std::size_t i = 0; i < narrow.size(); ++i) {
+    const std::size_t start = i;
+    while (i < narrow.size() && isPlain(narrow[i])) ++i;
+    text_.append(narrow, start, i - start);
+    if (i == narrow.size()) break;
     const auto byte = static_cast<unsigned char>(narrow[i]);
     // In UTF-8 the control characters from U+0080 to U+009F are C2 and their own byte. A caller that does not
     // keep to well-formed texts may end one after C2.

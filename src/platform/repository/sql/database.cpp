@@ -147,9 +147,9 @@ std::string_view Statement::bytes(int column) const {
   return {data, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column))};
 }
 
-std::u16string Statement::toText(std::string_view bytes) const {
+void Statement::readText(std::string_view bytes, std::u16string& text) const {
   try {
-    return fl::i18n::to_ustring(bytes);
+    fl::i18n::to_ustring(bytes, text);
   } catch (const fl::i18n::ConversionError& error) {
     database_.failAsCorrupt(error.what());
   }

@@ -96,9 +96,8 @@ class Statement {
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
   std::string_view bytes(int column) const;
-  std::u16string text(int column) const { return toText(bytes(column)); }
-  /// Raises sqldb:ssdb:Corrupt if the text, which is of this row, is not well-formed.
-  std::u16string toText(std::string_view bytes) const;
+  /// Converts a text of this row; `text` gives its memory. Raises sqldb:ssdb:Corrupt if it is not well-formed.
+  void readText(std::string_view bytes, std::u16string& text) const;
   [[noreturn]] void failAsCorrupt(const std::string& reason) const { database_.failAsCorrupt(reason); }
 
  private:

@@ -94,7 +94,8 @@ HostArray runRecord(MetadataCache& cache, FileRunId run) {
   // Made once: a copy of the empty record shares its field names.
   static const HostArray emptyRecord = makeRecords(fields, 1);
   HostArray record = emptyRecord;
-  runTransaction(*set->getObjectReference().getObjectManager(), [&] { fillRecords(record, fields, std::span<const Set>(set.get(), 1)); });
+  runTransaction(*set->getObjectReference().getObjectManager(),
+                 [&] { fillRecords(record, fields, std::span<const Set>(set.get(), 1)); });
   record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;
 }

@@ -56,7 +56,9 @@ HostArray domain(const Signal& signal, FieldTexts& shown) {
 HostArray runOrderIndex(const Signal& signal, FieldTexts&) {
   return HostArray::int32Scalar(signal.getRun()->getOrderIndex());
 }
-HostArray portIndex(const Signal& signal, FieldTexts&) { return HostArray::int32Scalar(signal.getPortIndex()); }
+HostArray portIndex(const Signal& signal, FieldTexts&) {
+  return HostArray::int32Scalar(signal.getPortIndex());
+}
 
 HostArray complexity(const Signal& signal, FieldTexts& texts) {
   // Anything but 1 is real, also what a later version may record.

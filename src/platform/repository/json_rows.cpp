@@ -316,24 +316,6 @@ class WindowParser {
   dom::parser parser_;
 };
 
-/// Whether two names are equal. Most are as short as a few words of eight bytes, for which a call of memcmp
-/// takes longer than comparing them.
-bool sameName(std::string_view one, std::string_view other) {
-  if (one.size() != other.size()) return false;
-  const auto wordsDiffer = [&](std::size_t at) {
-    std::uint64_t first, second;
-    std::memcpy(&first, one.data() + at, sizeof first);
-    std::memcpy(&second, other.data() + at, sizeof second);
-    return first != second;
-  };
-  constexpr std::size_t kWord = sizeof(std::uint64_t);
-  if (one.size() < kWord) return std::equal(one.begin(), one.end(), other.begin());
-  for (std::size_t at = 0; at + kWord < one.size(); at += kWord) {
-    if (wordsDiffer(at)) return false;
-  }
-  return !wordsDiffer(one.size() - kWord);  // overlaps the word before, unless it is the first
-}
-
 /// The element that is checked, for errors.
 struct Element {
   const PartKind& kind;
@@ -427,15 +409,6 @@ Row::Row(const PartKind& kind, std::size_t number, dom::element json) {
     values_[*index] = value;
   }
   if (!values_[0]) element.refuse(strings::IDLower, "is missing");
-}
-
-std::optional<std::size_t> MemberLookup::find(std::string_view name) {
-  // Every member is tried once, beginning behind the last hit.
-  for (std::size_t tried = 0; tried < members_.size(); ++tried) {
-    if (next_ == members_.size()) next_ = 0;
-    if (sameName(members_[next_++].name, name)) return next_ - 1;
-  }
-  return std::nullopt;
 }
 
 std::int32_t Row::integer(std::size_t member) const {

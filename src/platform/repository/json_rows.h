@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <span>
@@ -36,6 +37,28 @@ class Row {
   std::array<Value, kMostMembers> values_;
 };
 
+/// Whether two names are equal. Most are as short as a few words of eight bytes, for which a call of memcmp
+/// takes longer than comparing them.
+inline bool sameName(std::string_view one, std::string_view other) {
+  if (one.size() != other.size()) return false;
+  const auto wordsDiffer = [&]<class Word>(Word first, std::size_t at) {
+    Word second;
+    std::memcpy(&first, one.data() + at, sizeof first);
+    std::memcpy(&second, other.data() + at, sizeof second);
+    return first != second;
+  };
+  constexpr std::size_t kWord = sizeof(std::uint64_t), kHalf = sizeof(std::uint32_t);
+  if (one.size() < kHalf) return std::equal(one.begin(), one.end(), other.begin());
+  // The last word overlaps the one before it, unless it is the first.
+  if (one.size() < kWord) {
+    return !wordsDiffer(std::uint32_t{}, 0) && !wordsDiffer(std::uint32_t{}, one.size() - kHalf);
+  }
+  for (std::size_t at = 0; at + kWord < one.size(); at += kWord) {
+    if (wordsDiffer(std::uint64_t{}, at)) return false;
+  }
+  return !wordsDiffer(std::uint64_t{}, one.size() - kWord);
+}
+
 /// Finds members by name. Elements of one part mostly keep one order, so the search goes on from the last
 /// hit.
 class MemberLookup {
@@ -43,7 +66,14 @@ class MemberLookup {
   explicit MemberLookup(std::span<const Member> members) : members_(members) {}
 
   /// The index of the member; nothing for a name that is not known.
-  std::optional<std::size_t> find(std::string_view name);
+  std::optional<std::size_t> find(std::string_view name) {
+    // Every member is tried once, beginning behind the last hit.
+    for (std::size_t tried = 0; tried < members_.size(); ++tried) {
+      if (next_ == members_.size()) next_ = 0;
+      if (sameName(members_[next_++].name, name)) return next_ - 1;
+    }
+    return std::nullopt;
+  }
 
  private:
   std::span<const Member> members_;

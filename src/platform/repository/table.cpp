@@ -123,7 +123,8 @@ class Unpacker {
     // The others are those of the run before, whose memory is used again.
     for (std::size_t i = 0; i < seen.size(); ++i) {
       if (seen[i]) continue;
-      if (const auto stale = entries.find(kMetadataMembers[i].name); stale != entries.end()) entries.erase(stale);
+      if (const auto stale = entries.find(kMetadataMembers[i].name); stale != entries.end())
+        entries.erase(stale);
     }
   }
   template <class Value>

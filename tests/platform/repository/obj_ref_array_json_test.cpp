@@ -8,6 +8,8 @@
 
 #include "platform/errors/exceptions.h"
 #include "platform/repository/json_rows.h"
+#include "platform/repository/text_block.h"
+#include "platform/repository/text_block.h"
 #include "tests/support/raised.h"
 
 using namespace orra;
@@ -53,6 +55,23 @@ std::string signalsPart(int count, std::size_t bytes) {
 }
 
 }  // namespace
+
+TEST(TextBlock, AnswersAlikeOnEveryProcessor) {
+  std::string text;
+  for (int byte = 0; byte < 256; ++byte) text += static_cast<char>(byte * 167);
+  for (std::size_t start = 0; start < text.size(); ++start) {
+    const std::string_view part = std::string_view(text).substr(start, kBlockBytes);
+    for (const auto& [byte, set] :
+         {std::pair{'"', '\0'}, {'\\', '\0'}, {',', '\0'}, {'{', ' '}, {'}', ' '}}) {
+      std::uint64_t expected = 0;
+      for (std::size_t i = 0; i < part.size(); ++i) {
+        if (static_cast<char>(part[i] | set) == byte) expected |= std::uint64_t{1} << i;
+      }
+      EXPECT_EQ(WordBlock(part).equal(byte, set), expected);
+      EXPECT_EQ(TextBlock(part).equal(byte, set), expected);
+    }
+  }
+}
 
 TEST(ObjRefArrayJSON, RefusesWithKindElementAndMember) {
   struct Case {

@@ -96,7 +96,8 @@ class Statement {
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
   std::string_view bytes(int column) const;
-  /// Converts a text of this row; `text` gives its memory. Raises sqldb:ssdb:Corrupt if it is not well-formed.
+  /// Converts a text of this row; `text` gives its memory. Raises sqldb:ssdb:Corrupt if it is not
+  /// well-formed.
   void readText(std::string_view bytes, std::u16string& text) const;
   [[noreturn]] void failAsCorrupt(const std::string& reason) const { database_.failAsCorrupt(reason); }
 

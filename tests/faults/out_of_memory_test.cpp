@@ -112,7 +112,7 @@ struct OutOfMemory : testing::TestWithParam<std::size_t> {
 
 // Each in a process of its own, as a command runs.
 TEST_P(OutOfMemory, IsAnErrorAndNothingElse) {
-  sessions.write("s.tavlox", [](tavlox::SessionWriter& session) {
+  sessions.write("s.tavlox", [](support::TestSession& session) {
     support::fillTwoRuns(session);
     session.setDescription(u"old");
     session.addPart(u"/user/a.txt", u"text/plain", u"UserAssetsPartRelType", "kept");

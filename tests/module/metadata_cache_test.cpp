@@ -32,7 +32,7 @@ TEST_F(Metadata, CountsOnlyTheFirstRunListAndNoThumbnail) {
   EXPECT_EQ(cache_.getNumRuns() + cache_.getNumSignals(), 0);
   EXPECT_FALSE(cache_.getContainsView() || cache_.getContainsComparison());
   EXPECT_TRUE(cache_.getRunIDs().empty());
-  bind([](SessionWriter& session) {
+  bind([](support::TestSession& session) {
     session.setView("{}");
     for (const char* json : {R"([{"id": 1, "runClassName": "comparisonset"}])",
                              R"([{"id": 2, "runClassName": "ComparisonSet"}, {"id": 3}])"}) {

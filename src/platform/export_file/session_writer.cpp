@@ -276,12 +276,6 @@ void SessionWriter::addSamples(std::int32_t runID, const std::function<void(cons
   link(package, relationship_types::kSamples, name);
 }
 
-void SessionWriter::addPart(const std::u16string& name, const std::u16string& contentType,
-                            std::u16string_view relationshipType, std::string_view data) {
-  writeWhole(createPart(state().package(), name, contentType), data);
-  if (!relationshipType.empty()) link(state().package(), relationshipType, name);
-}
-
 void SessionWriter::close() {
   if (state_ == nullptr) return;
   // Whatever fails, there is nothing left to go on with.

@@ -45,10 +45,6 @@ class SessionWriter {
   using Sink = std::function<void(std::string_view)>;
   void addSamples(std::int32_t runID, const std::function<void(const Sink&)>& writeSamples);
 
-  /// Parts for tests and tools: any name, content type and package-level relationship type (none if empty).
-  void addPart(const std::u16string& name, const std::u16string& contentType,
-               std::u16string_view relationshipType, std::string_view data);
-
   /// Saves the session. Without it nothing is kept. Closing again does nothing; any other call then raises.
   void close();
 

@@ -14,7 +14,7 @@ constexpr char kFullSignal[] = R"([{"id":1,"runID":2,"name":"wheel speed","domai
 
 /// Two runs, and signals in a part that holds this.
 support::SessionFixture::Fill withSignalsPart(std::string_view json) {
-  return [json](SessionWriter& session) {
+  return [json](support::TestSession& session) {
     session.addRun({.id = 5});
     session.addRun({.id = 2, .orderIndex = 40});
     session.addPart(u"/more.json", u"application/json", tavlox::relationship_types::kSignalsData, json);

@@ -53,7 +53,6 @@ void writeFullSession(const std::u16string& path) {
     sink("t,v\n");
     sink("0,1\n");
   });
-  session.addPart(u"/user/my run.csv", u"application/vnd.tavlox.package+csv", u"UserAssetsPartRelType", "x");
   session.setThumbnail("png");
   session.setView("{}");
   session.setCompressionType(u"zlib \xE4");
@@ -87,7 +86,6 @@ session/signals/3.json [application/vnd.tavlox.session-signals+json] []
 session/data/1.csv [text/csv] t,v
 0,1
 
-user/my%20run.csv [application/vnd.tavlox.package+csv] x
 docProps/core.xml
 session/compression.json [application/vnd.tavlox.session-compression+json] {"CompressionType":"zlib ä"}
 session/view.json [application/vnd.tavlox.session-view+json] {}
@@ -97,11 +95,10 @@ _rels/.rels: rId2 ORRASessionSignalsDataRelType /session/signals/1.json
 _rels/.rels: rId3 ORRASessionSignalsDataRelType /session/signals/2.json
 _rels/.rels: rId4 ORRASessionSignalsDataRelType /session/signals/3.json
 _rels/.rels: rId5 ORRASessionSamplesRelType /session/data/1.csv
-_rels/.rels: rId6 UserAssetsPartRelType /user/my%20run.csv
-_rels/.rels: rId7 core-properties /docProps/core.xml
-_rels/.rels: rId8 ORRASessionCompressionTypeRelType /session/compression.json
-_rels/.rels: rId9 ORRAViewMetaDataRelType /session/view.json
-_rels/.rels: rId10 TAVLOXThumbnailExistsFlagRelType /session/thumbnail
+_rels/.rels: rId6 core-properties /docProps/core.xml
+_rels/.rels: rId7 ORRASessionCompressionTypeRelType /session/compression.json
+_rels/.rels: rId8 ORRAViewMetaDataRelType /session/view.json
+_rels/.rels: rId9 TAVLOXThumbnailExistsFlagRelType /session/thumbnail
 description: A & <B>
 version: 1.0
 )");

@@ -103,7 +103,7 @@ void addRun(SessionWriter& session, std::int32_t id, const std::string& table) {
 
 TEST_F(Recovery, KeepsEverythingBeforeACut) {
   const std::string examples = PROJECT_FOLDER "/examples/rc_filter/";
-  const std::string bytes = write([&](SessionWriter& session) {
+  const std::string bytes = write([&](support::TestSession& session) {
     addRun(session, 1, folder().read(examples + "nominal.csv"));
     addRun(session, 2, folder().read(examples + "hot.csv"));
     session.addPart(u"/user/a.md", u"application/vnd.tavlox.package+md", u"UserAssetsPartRelType", "notes");
@@ -200,13 +200,13 @@ TEST_F(Recovery, KeepsAsideWhatIsLeftOfSessionParts) {
 TEST_F(Recovery, ChecksTheFormOfASession) {
   using namespace tavlox::relationship_types;
   const auto part = [](const char16_t* name, const char16_t* type, const char* content) {
-    return [=](SessionWriter& session) { session.addPart(name, u"text/plain", type, content); };
+    return [=](support::TestSession& session) { session.addPart(name, u"text/plain", type, content); };
   };
   const auto run = [](const char* table) {
     return [=](SessionWriter& session) { addRun(session, 1, table); };
   };
   const struct {
-    std::function<void(SessionWriter&)> first, second;
+    support::SessionFixture::Fill first, second;
     std::string findings;
   } faults[] = {
       {part(u"/r", kRunData, R"([{"id": 1}, {"id": 1}])"), {}, "InvalidSessionData@r"},
@@ -220,7 +220,7 @@ TEST_F(Recovery, ChecksTheFormOfASession) {
        "SamplesDiffer@session/data/1.csv"},
   };
   for (const auto& [first, second, findings] : faults) {
-    EXPECT_EQ(check(write([&](SessionWriter& session) {
+    EXPECT_EQ(check(write([&](support::TestSession& session) {
                 first(session);
                 if (second) second(session);
               })),

@@ -66,6 +66,7 @@ std::string placeholder(const Parameter& parameter) {
     case Takes::Any:
       return fmt::format("{}...", parameter.name);
     case Takes::Value:
+    case Takes::Values:
       return fmt::format("{} {}", parameter.shortName.empty() ? parameter.name : parameter.shortName,
                          parameter.value);
     default:

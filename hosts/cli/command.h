@@ -25,7 +25,8 @@ enum class Takes {
   OneOrMore,  ///< all the words that are left
   Any,        ///< the same, but there may be none
   Flag,       ///< an option that is given or not
-  Value       ///< an option with a value behind it
+  Value,      ///< an option with a value behind it
+  Values      ///< the same, and it may stand there several times
 };
 
 /// A word or an option of a command's line, and what the help says of it. The same record sets up the parser.

@@ -17,6 +17,8 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/opc": PACKAGE,
     "platform/repository": BASE | {"platform/files", "platform/zip"},
     "platform/export_file": PACKAGE | {"platform/repository"},
+    "platform/tables": BASE | {"platform/files"},
+    "platform/recording": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
     "platform/recovery": PACKAGE | {"platform/repository", "platform/export_file"},
 }
 PLATFORM = set(ALLOWED)

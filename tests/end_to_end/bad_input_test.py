@@ -36,7 +36,7 @@ class BadFiles(ProgramTest):
                          r"  because: .* \[opc:zip:NotAnArchive\]\n$")
 
     def test_a_missing_file_is_called_missing(self):
-        for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o", "no"],
+        for words in (["info", "no"], ["compression", "no"], ["describe", "no", "text"], ["record", "o.tavlox", "no"],
                       ["signals", "no"], ["add", "no", "no"], ["get", "no", "a"]):
             error = self.error_of(*words)
             self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
@@ -47,23 +47,30 @@ class BadTables(ProgramTest):
     def test_nothing_is_made_of_one_and_nothing_replaced_unless_asked(self):
         self.write("good.csv", HOT)
         self.write("bad.csv", "time,v\n0,1\n1,2,3\n")
-        self.write("old", "precious")
+        self.write("old.tavlox", "precious")
         (self.folder / "folder").mkdir()
         (self.folder / "link").symlink_to("good.csv")
         names = self.names_in_folder()
         for words, identifier, arguments in [
-                (["old", "good.csv", "bad.csv", "--force"], "UnevenRow", ["bad.csv", "3", "3", "2"]),
-                (["new", "folder"], "CannotReadTable", ["folder", "Is a directory"]),
-                (["old", "good.csv"], "OutputExists", ["old"]),
+                (["new.tavlox", "good.csv", "bad.csv"], "UnevenRow", ["bad.csv", "3", "3", "2"]),
+                (["new.tavlox", "folder"], "CannotReadTable", ["folder", "Is a directory"]),
+                (["old.tavlox", "good.csv"], "OutputExists", ["old.tavlox"]),
+                (["old.tavlox", "good.csv", "--force"], "NotReplaced", ["old.tavlox"]),
+                (["new.tavlox", "good.csv", "--append"], "WithoutPackage", ["new.tavlox"]),
+                (["new.csv", "good.csv"], "OutputName", ["new.csv"]),
                 (["good.csv", "good.csv", "--force"], "OutputIsTable", ["good.csv"]),
                 (["link", "good.csv", "--force"], "OutputIsTable", ["link"])]:
             error = self.error_of("record", *words)
             self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:record:" + identifier, arguments))
             self.assertEqual(self.names_in_folder(), names)
-            self.assertEqual([(self.folder / name).read_text() for name in ("old", "good.csv")], ["precious", HOT])
-        self.output_of("record", "old", "good.csv", "--force")
-        self.assertEqual(self.json_of("info", "old")["NumRuns"], 1)
-        self.assertEqual(self.names_in_folder(), names)
+            self.assertEqual([(self.folder / name).read_text() for name in ("old.tavlox", "good.csv")], ["precious", HOT])
+        self.record("sound.tavlox")
+        before = (self.folder / "sound.tavlox").read_bytes()
+        self.error_of("record", "sound.tavlox", "good.csv", "bad.csv", "--force")
+        self.error_of("record", "sound.tavlox", "good.csv", "bad.csv", "--append")
+        self.assertEqual((self.folder / "sound.tavlox").read_bytes(), before)
+        self.output_of("record", "sound.tavlox", "good.csv", "--force")
+        self.assertEqual(self.json_of("info", "sound.tavlox")["NumRuns"], 1)
 
 
 class DamagedSessions(ProgramTest):
@@ -96,6 +103,10 @@ class WrongCommandLines(ProgramTest):
         *((["runs", "s.tavlox", "1", word], "tavlox:cli:NotARunID")
           for word in ("x", "", "2.9", "1e3", " 1", "+1", "2147483648", "99999999999999999999")),
         *((["add", "s.tavlox", "a", "--wait", word], "tavlox:cli:NotSeconds") for word in ("soon", "", "-1", "nan", "1s")),
+        *((["record", "s.tavlox", "a.csv", *words], "tavlox:record:" + key) for words, key in (
+            (["--set", "Sovername=x"], "NotAKey"), (["--set", "Tag"], "NotASetting"), (["--set", "Tag=a", "--set", "Tag=b"], "KeyTwice"),
+            (["--decimal", ";"], "OptionValue"), (["--skip", "x"], "OptionValue"), (["--time-unit", "d"], "OptionValue"),
+            (["-", "-"], "StandardInputTwice"), (["b.csv", "--name", "x"], "NameForSeveral"))),
         (["info", b"\xff.tavlox"], "tavlox:cli:IllFormedText"),
     ]
 
@@ -121,7 +132,7 @@ class Surroundings(ProgramTest):
 
     def test_words_that_look_like_something_else_are_file_names(self):
         for name in ("info", "[a]", "-x", "{}", "%%"):
-            path = self.record("./" + name, hot="t,v\n0,1\n")
+            path = self.record("./" + name, hot="t [s],v\n0,1\n")
             self.assertIn(f"{path.resolve()}\n", self.output_of("info", "--", name))
 
     def test_a_module_that_is_none_is_named(self):

@@ -27,7 +27,9 @@ class ProgramTest(unittest.TestCase):
         """What the program says, after a check of its exit code: (standard output, standard error)."""
         environment = {**os.environ, "TZ": "UTC", **options.pop("environment", {})}
         options.setdefault("stdout", subprocess.PIPE)
-        done = subprocess.run([PROGRAM, *words], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, cwd=self.folder,
+        if "input" not in options:
+            options["stdin"] = subprocess.DEVNULL
+        done = subprocess.run([PROGRAM, *words], stderr=subprocess.PIPE, cwd=self.folder,
                               env=environment, timeout=60, **options)
         said = (done.stdout or b"").decode(), done.stderr.decode()
         self.assertEqual(done.returncode, exit_code, f"{words}: {said}")
@@ -57,7 +59,7 @@ class ProgramTest(unittest.TestCase):
         """A session of the tables given, or of a hot and a cold run."""
         tables = tables or {"hot": HOT, "cold": COLD}
         files = [self.write(f"{run}.csv", table).name for run, table in tables.items()]
-        self.output_of("record", name, *files)
+        self.output_of("record", "--force", "--", name, *files)
         for file in files:
             (self.folder / file).unlink()
         return self.folder / name

@@ -29,11 +29,11 @@ class Life(ProgramTest):
         self.assertEqual(json.loads(parts["session/compression.json"]), {"CompressionType": "normal"})
         self.assertEqual(json.loads(parts["session/runs.json"])[1], {
             "id": 2, "runClassName": "Set", "name": "cold", "runNumber": 2, "dateCreated": "2025-11-15T12:44:29Z",
-            "startTime": 0.01, "stopTime": 0.05})
+            "startTime": 0.01, "stopTime": 0.05, "samples": "/session/data/2.csv"})
         self.assertEqual(json.loads(parts["session/signals/2.json"]), [{
             "id": 3, "runID": 2, "name": "v(out)", "units": "V", "displayUnits": "V", "dataTypeLabel": "double",
             "complexity": 0, "dimensions": [1], "sampleTime": "variable", "rootSource": "cold.csv",
-            "timeSource": "time [ms]", "dataSource": "v(out) [V]"}])
+            "timeSource": "time [ms]", "dataSource": "v(out) [V]", "column": 2}])
         path = self.folder / "s.tavlox"
         written = datetime.datetime.fromtimestamp(path.stat().st_mtime, datetime.timezone.utc)
         values = [str(path.resolve()), "two corners", written.strftime("%d-%b-%Y %H:%M:%S"), "1.0", "normal", 2, 3, False, False]
@@ -65,6 +65,30 @@ class Life(ProgramTest):
         self.assertEqual(samples, [table.read_bytes() for table in tables])
         headings = [heading for table in tables for heading in table.read_text().splitlines()[0].split(",")[1:]]
         self.assertEqual([signal["DataSource"] for signal in self.json_of("signals", "s.tavlox")], headings)
+
+    def test_runs_are_added_from_any_table_and_the_earlier_ones_stay(self):
+        self.record(hot=HOT)
+        before = self.parts()
+        table = "t;v\n0;1,5\n0,1;2\n".encode("utf-16")
+        output, errors = self.run_program("record", "s.tavlox", "-", "--append", "--name", "piped", "--set", "solvername=gear",
+                                          "--set", "Status=done", "--time-unit", "ms", input=table)
+        self.assertEqual(output, "2\tpiped\t1\t2\t0\t0.0001\t0.0001\n")
+        self.assertRegex(errors, r'^tavlox: warning: .*"-" .* UTF-16 text, semicolons between cells, decimal commas\..*\n$')
+        after = self.parts()
+        changed = {"session/runs.json", "[Content_Types].xml", "_rels/.rels"}
+        self.assertEqual({name: data for name, data in before.items() if name not in changed},
+                         {name: after[name] for name in before if name not in changed})
+        self.assertEqual(after["session/data/2.csv"], b"t [ms],v\n0,1.5\n0.1,2\n")
+        self.assertEqual([(signal["id"], signal["column"]) for signal in json.loads(after["session/signals/2.json"])], [(3, 2)])
+        run = self.json_of("runs", "s.tavlox", "2")[0]
+        self.assertEqual([run[key] for key in ("Name", "SolverName", "Status", "RunIndex")], ["piped", "gear", "done", 2])
+        self.assertEqual(self.output_of("check", "s.tavlox"), "s.tavlox: sound\n")
+
+    def test_seconds_that_nobody_named_are_told_once(self):
+        for name in "ab":
+            self.write(name + ".csv", "t,v\n0,1\n")
+        _, errors = self.run_program("record", "s.tavlox", "a.csv", "b.csv", "--json")
+        self.assertEqual(json.loads(errors)["warning"]["arguments"], ["a.csv, b.csv"])
 
     def test_a_description_is_read_back_and_changes_nothing_else(self):
         self.record()

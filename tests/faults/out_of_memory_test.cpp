@@ -67,7 +67,7 @@ const struct {
     {"add", {{"FILE", {u"s.tavlox"}}, {"PATH", {u"a.txt"}}, {"--replace", {}}}},
     {"delete", {{"FILE", {u"s.tavlox"}}, {"ENTRY", {u"a.txt"}}}},
     {"describe", {{"FILE", {u"s.tavlox"}}, {"TEXT", {u"new"}}}},
-    {"record", {{"OUT", {u"s.tavlox"}}, {"CSV", {u"run.csv"}}, {"--force", {}}}},
+    {"record", {{"OUT", {u"s.tavlox"}}, {"TABLE", {u"run.csv"}}, {"--force", {}}}},
 };
 
 struct OutOfMemory : testing::TestWithParam<std::size_t> {

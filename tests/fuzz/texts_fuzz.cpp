@@ -1,12 +1,14 @@
 // Texts from outside that are no documents of a package: tables of samples, catalogs, the compression record.
 
+#include <cmath>
 #include <filesystem>
+#include <limits>
 #include <string>
 
-#include "hosts/cli/sample_table.h"
 #include "package/session_parts.h"
 // As a source, because its reading of files and its filling of texts are internal.
 #include "platform/errors/catalog.cpp"
+#include "platform/tables/open_table.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/raised.h"
 #include "tests/support/session_fixture.h"
@@ -15,27 +17,35 @@ namespace {
 
 using fuzz::require;
 
-/// What comes of a table that is taken in pieces: what it says of itself, or the error.
-std::string outcome(std::string_view bytes, std::size_t piece) {
-  tavlox::cli::SampleTable table(u"t");
+/// What comes of a table: all of it in plain form, or the error.
+std::string outcome(std::string_view bytes, const tavlox::tables::TableOptions& options) {
+  static const support::TemporaryFolder folder;
+  folder.write("t", bytes);
+  std::string plain;
   const std::string error = support::raisedBy([&] {
-    for (; !bytes.empty(); bytes.remove_prefix(std::min(piece, bytes.size())))
-      table.take(bytes.substr(0, piece));
-    table.finish();
+    const auto table = tavlox::tables::openTable(tavlox::tables::TableFile(folder.wide("t")), options);
+    plain = table->description().headingLine;
+    tavlox::tables::Row row;
+    double last = -std::numeric_limits<double>::infinity();
+    for (; table->next(row); last = row.time) {
+      require(std::isfinite(row.time));
+      plain += row.plain;
+      if (row.time <= last) table->refuseTime();
+    }
+    plain += row.plain;
   });
   require(error.empty() || error.starts_with("tavlox:record:"));
-  if (!error.empty()) return error;
-  return std::to_string(table.rowCount()) + " " + std::to_string(table.startTime()) + " " +
-         std::to_string(table.stopTime()) + fl::i18n::to_string(table.sampleTime());
+  return error.empty() ? plain : std::string();
 }
 
 }  // namespace
 
-/// The same comes of a table however it is cut, the first byte says where.
+/// Whatever is read is plain: read again with nothing to be found out, the same comes of it.
 void sampleTable(std::string_view bytes) {
-  if (bytes.empty()) return;
-  const std::string_view table = bytes.substr(1);
-  require(outcome(table, table.size() + 1) == outcome(table, 1 + static_cast<unsigned char>(bytes[0])));
+  const std::string plain = outcome(bytes, {});
+  if (plain.empty()) return;
+  const tavlox::tables::TableOptions known{.delimiter = ',', .decimal = '.', .comment = '\0'};
+  require(outcome(plain, known) == plain);
 }
 
 /// The arguments of a message take the place of what stands for them, and nothing else is lost.

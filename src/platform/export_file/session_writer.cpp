@@ -1,11 +1,16 @@
 #include "platform/export_file/session_writer.h"
 
+#include <algorithm>
 #include <cmath>
 #include <unordered_map>
+#include <unordered_set>
+
+#include <boost/iostreams/stream.hpp>
 
 #include "platform/errors/package_errors.h"
 #include "platform/export_file/data_export_file.h"
 #include "platform/files/filesystem.h"
+#include "platform/repository/obj_ref_array_json.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 
@@ -104,6 +109,9 @@ class RecordWriter {
 class JsonArrayPart {
  public:
   explicit JsonArrayPart(Part part) : part_(std::move(part)) {}
+  /// Goes on with an array that was begun: `begun` is its text without the closing bracket.
+  JsonArrayPart(Part part, std::string begun, bool isEmpty)
+      : part_(std::move(part)), piece_(std::move(begun)), empty_(isEmpty) {}
 
   void add(std::string_view element) {
     constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
@@ -132,15 +140,19 @@ class JsonArrayPart {
   bool empty_ = true;
 };
 
-/// What is kept of a run until the session is closed: some bytes, and what is not written of its signals.
+/// What is kept of a run until the session is closed: its record, and what is not written of its signals.
 struct Run {
-  std::size_t number;  ///< its position in the run list, from 1
+  std::size_t number;  ///< in the names of its parts
+  RunRecord record;
   JsonArrayPart signals;
 };
 
 std::u16string numbered(std::u16string_view folder, std::size_t number, std::u16string_view extension) {
   return std::u16string(folder) + fl::i18n::to_ustring(std::to_string(number)) + std::u16string(extension);
 }
+
+std::u16string signalsName(std::size_t number) { return numbered(u"/session/signals/", number, u".json"); }
+std::u16string samplesName(std::size_t number) { return numbered(u"/session/data/", number, u".csv"); }
 
 Part createPart(Package& package, const std::u16string& name, std::u16string_view contentType) {
   return package.createPart(opc::model::PartName(name), opc::model::ContentType(contentType), {});
@@ -157,6 +169,30 @@ Part createLinkedPart(Package& package, std::u16string_view type, const std::u16
   return part;
 }
 
+/// All of the part, without what stands behind the last "]".
+std::string openArrayIn(const Part& part) {
+  std::string content(part.getSize(), '\0');
+  const auto input = Part(part).getInputStream();
+  // It was read before, for its identifiers.
+  input->restart();
+  std::size_t filled = 0;
+  while (const std::size_t got = input->read(content.data() + filled, content.size() - filled)) filled += got;
+  return content.substr(0, content.rfind(']'));
+}
+
+/// The elements' identifiers. Raises for a part that is not valid.
+std::vector<std::int32_t> identifiersIn(const Part& part, const orra::PartKind& kind) {
+  boost::iostreams::stream<opc::InputStreamSource> input{opc::InputStreamSource(part.getInputStream())};
+  // Damaged data is an error with its own identifier, which the stream would swallow.
+  input.exceptions(std::ios::badbit);
+  orra::ObjRefArrayJSON elements(kind);
+  elements.load(input);
+  std::vector<std::int32_t> identifiers(elements.size());
+  for (std::size_t index = 0; index < identifiers.size(); ++index)
+    identifiers[index] = elements.getPropertyInt32(index, orra::strings::IDLower);
+  return identifiers;
+}
+
 /// For parts that are small enough to be in memory.
 void writeWhole(Part part, std::string_view data) { part.getOutputStream()->write(data.data(), data.size()); }
 
@@ -169,14 +205,34 @@ std::string compressionRecord(const std::u16string& type) {
 
 /// Gone when the session is closed, which is how later calls are told apart.
 struct SessionWriter::State {
-  State(std::u16string target, Existing existing) : path(std::move(target)) { file.modify(path, existing); }
+  State(std::u16string target, Existing existing) : path(std::move(target)), file(true) {
+    file.modify(path, existing);
+  }
+  /// Opens what is there.
+  explicit State(std::u16string target) : path(std::move(target)), file(false) {
+    if (!fl::filesystem::exists(path)) throw opc::model::PackageNotFound(fl::i18n::to_string_lossy(path));
+    file.modify(path);
+    package().open(opc::interfaces::OpenMode::Modify);
+    takeRuns();
+    for (const Part& part : file.getPartsByRelationshipType(relationship_types::kSignalsData))
+      for (const std::int32_t id : identifiersIn(part, orra::kSignalsPartKind))
+        highestSignalID = std::max(highestSignalID, id);
+    isNew = false;
+  }
 
   Package& package() const { return file.getPackageImpl(); }
   Run& runOf(std::int32_t id);
+  bool hasRun(std::int32_t id) const { return runs.contains(id) || earlierRuns.contains(id); }
+  std::size_t runCount() const { return runOrder.size() + earlierRuns.size(); }
+  void takeRuns();
+  std::size_t freeNumber() const;
   void finish();
 
   std::u16string path;
-  DataExportFile file{true};
+  DataExportFile file;
+  bool isNew = true;
+  std::unordered_set<std::int32_t> earlierRuns;  ///< of the package that is added to
+  std::int32_t highestRunID = 0, highestSignalID = 0;
   std::optional<JsonArrayPart> runList;
   std::unordered_map<std::int32_t, Run> runs;
   std::vector<std::int32_t> runOrder;
@@ -190,10 +246,34 @@ Run& SessionWriter::State::runOf(std::int32_t id) {
   return run->second;
 }
 
+/// The runs of a package that is added to.
+void SessionWriter::State::takeRuns() {
+  const auto parts = file.getPartsByRelationshipType(relationship_types::kRunData);
+  if (parts.empty()) return;
+  // Of several run lists readers take the first.
+  const auto identifiers = identifiersIn(parts.front(), orra::kRunListKind);
+  earlierRuns.insert(identifiers.begin(), identifiers.end());
+  for (const std::int32_t id : identifiers) highestRunID = std::max(highestRunID, id);
+  runList.emplace(parts.front(), openArrayIn(parts.front()), identifiers.empty());
+}
+
+/// For the names of the next run's parts. Identifiers may be negative or far apart; this counts the runs, and
+/// goes on past names that an earlier program gave in another way.
+std::size_t SessionWriter::State::freeNumber() const {
+  const auto isTaken = [&](const std::u16string& name) {
+    return package().hasPart(opc::model::PartName(name));
+  };
+  std::size_t number = runCount() + 1;
+  while (isTaken(signalsName(number)) || isTaken(samplesName(number))) ++number;
+  return number;
+}
+
 /// Writes what is known only now.
 void SessionWriter::State::finish() {
   // In the order of the runs, so that the same recording gives the same package.
-  if (runList) runList->finish();
+  for (const std::int32_t id : runOrder) runList->add(RecordWriter(path).write(runOf(id).record));
+  // Without a new run the list of a package that is added to stays as it is.
+  if (!runOrder.empty()) runList->finish();
   for (const std::int32_t id : runOrder) runOf(id).signals.finish();
   if (compressionType) {
     writeWhole(createLinkedPart(package(), relationship_types::kCompression, u"/session/compression.json",
@@ -210,7 +290,7 @@ void SessionWriter::State::finish() {
                                 u"application/vnd.tavlox.session-thumbnail"),
                *thumbnail);
   }
-  package().setCoreProperty(opc::model::CoreProperty::Version, kVersion);
+  if (isNew) package().setCoreProperty(opc::model::CoreProperty::Version, kVersion);
 }
 
 SessionWriter::SessionWriter(const std::u16string& path, Existing existing) {
@@ -220,7 +300,17 @@ SessionWriter::SessionWriter(const std::u16string& path, Existing existing) {
   state_ = std::make_unique<State>(path, existing);
 }
 
+SessionWriter::SessionWriter(std::unique_ptr<State> state) : state_(std::move(state)) {}
+SessionWriter::SessionWriter(SessionWriter&&) noexcept = default;
 SessionWriter::~SessionWriter() = default;
+
+SessionWriter SessionWriter::append(const std::u16string& path) {
+  return SessionWriter(std::make_unique<State>(path));
+}
+
+std::size_t SessionWriter::runCount() const { return state().runCount(); }
+std::int32_t SessionWriter::highestRunID() const { return state().highestRunID; }
+std::int32_t SessionWriter::highestSignalID() const { return state().highestSignalID; }
 
 void SessionWriter::setDescription(const std::u16string& description) {
   state().file.setDescription(description);
@@ -228,27 +318,34 @@ void SessionWriter::setDescription(const std::u16string& description) {
 
 void SessionWriter::addRun(const RunRecord& run) {
   State& session = state();
-  if (session.runs.contains(run.id)) opc::raise("export_file:session:DuplicateRun", session.path, run.id);
-  // Made before anything is created: a run that is refused leaves no part behind.
-  const std::string element = RecordWriter(session.path).write(run);
+  if (session.hasRun(run.id)) opc::raise("export_file:session:DuplicateRun", session.path, run.id);
+  // Written once before anything is created: a run that is refused leaves no part behind.
+  RecordWriter(session.path).write(run);
   if (!session.runList) {
     session.runList.emplace(createLinkedPart(session.package(), relationship_types::kRunData,
                                              u"/session/runs.json",
                                              u"application/vnd.tavlox.session-runs+json"));
   }
-  // Identifiers may be negative or far apart; the number in the names of parts counts the runs.
-  const std::size_t number = session.runOrder.size() + 1;
-  Part signals = createLinkedPart(session.package(), relationship_types::kSignalsData,
-                                  numbered(u"/session/signals/", number, u".json"),
+  const std::size_t number = session.freeNumber();
+  Part signals = createLinkedPart(session.package(), relationship_types::kSignalsData, signalsName(number),
                                   u"application/vnd.tavlox.session-signals+json");
-  session.runList->add(element);
-  session.runs.emplace(run.id, Run{number, JsonArrayPart(std::move(signals))});
+  session.runs.emplace(run.id, Run{number, run, JsonArrayPart(std::move(signals))});
   session.runOrder.push_back(run.id);
+  session.highestRunID = std::max(session.highestRunID, run.id);
+}
+
+void SessionWriter::changeRun(const RunRecord& run) {
+  RunRecord& record = state().runOf(run.id).record;
+  RecordWriter(state().path).write(run);
+  std::optional<std::u16string> samples = std::move(record.samples);
+  record = run;
+  record.samples = std::move(samples);
 }
 
 void SessionWriter::addSignal(const SignalRecord& signal) {
   JsonArrayPart& signals = state().runOf(signal.runID).signals;
   signals.add(RecordWriter(state().path).write(signal));
+  state().highestSignalID = std::max(state().highestSignalID, signal.id);
 }
 
 void SessionWriter::setCompressionType(const std::u16string& type) {
@@ -263,7 +360,8 @@ void SessionWriter::setThumbnail(std::string_view bytes) { state().thumbnail = b
 
 void SessionWriter::addSamples(std::int32_t runID, const std::function<void(const Sink&)>& writeSamples) {
   Package& package = state().package();
-  const std::u16string name = numbered(u"/session/data/", state().runOf(runID).number, u".csv");
+  Run& run = state().runOf(runID);
+  const std::u16string name = samplesName(run.number);
   Part part = createPart(package, name, u"text/csv");
   try {
     const auto output = part.getOutputStream();
@@ -274,6 +372,7 @@ void SessionWriter::addSamples(std::int32_t runID, const std::function<void(cons
   }
   // Linked last, so that no relationship leads to a part that was taken out again.
   link(package, relationship_types::kSamples, name);
+  run.record.samples = name;
 }
 
 void SessionWriter::close() {

@@ -54,6 +54,7 @@ struct RunRecord {
   std::optional<std::int32_t> orderIndex;
   std::optional<double> startTime, stopTime, updateTime, simTime, termTime, totalTime;  ///< seconds
   std::map<std::string, std::u16string, std::less<>> metadata;  ///< by the keys of kMetadataMembers
+  std::optional<std::u16string> samples;  ///< the name of the part that holds its recorded samples
 };
 
 /// One signal.
@@ -65,6 +66,7 @@ struct SignalRecord {
       model, displayBlockPath, blockName, rootSource, timeSource, dataSource;
   std::optional<std::int32_t> complexity, complexCoordSystem, portIndex;
   std::optional<std::vector<std::uint64_t>> dimensions, channel;
+  std::optional<std::uint32_t> column;  ///< in the samples of its run, from 1, where the time is
 };
 
 /// The text of a field, empty if it is not set.
@@ -97,6 +99,7 @@ inline constexpr auto kFields<RunRecord> = std::tuple{
     Field{"status", &RunRecord::status},       Field{"updateTime", &RunRecord::updateTime},
     Field{"simTime", &RunRecord::simTime},     Field{"termTime", &RunRecord::termTime},
     Field{"totalTime", &RunRecord::totalTime}, Field{"metadata", &RunRecord::metadata},
+    Field{"samples", &RunRecord::samples},
 };
 
 template <>
@@ -121,6 +124,7 @@ inline constexpr auto kFields<SignalRecord> = std::tuple{
     Field{"rootSource", &SignalRecord::rootSource},
     Field{"timeSource", &SignalRecord::timeSource},
     Field{"dataSource", &SignalRecord::dataSource},
+    Field{"column", &SignalRecord::column},
 };
 
 /// Calls `visit` with the name and the value of each field, in the order of the table.

@@ -7,6 +7,7 @@
 #include <sys/file.h>
 
 #include "platform/errors/package_errors.h"
+#include "platform/export_file/data_export_file.h"
 #include "platform/files/descriptor.h"
 #include "tests/support/memory.h"
 #include "tests/support/package_fixture.h"
@@ -71,7 +72,8 @@ TEST(SessionWriter, OtherProgramsReadWhatItWrites) {
 _rels/.rels
 session/runs.json [application/vnd.tavlox.session-runs+json] )"
       R"([{"id":7,"runClassName":"Set","name":"Größe \"1\"","dateCreated":"2026-11-21","runNumber":4294967295,)"
-      R"("orderIndex":-1,"startTime":0.1,"stopTime":1e+22,"metadata":{"Tag":"a\u000ab","UserID":""}},
+      R"("orderIndex":-1,"startTime":0.1,"stopTime":1e+22,"metadata":{"Tag":"a\u000ab","UserID":""},)"
+      R"("samples":"/session/data/1.csv"},
 {"id":-3,"runClassName":"ComparisonSet"},
 {"id":5,"runClassName":"Set"}]
 
@@ -173,4 +175,34 @@ TEST(SessionWriter, ManySignalsTakeNoMemory) {
   for (; signal.id < 12'000; ++signal.id) session.addSignal(signal);  // some 12 MB of text
   session.close();
   EXPECT_LT(support::peakKibibytes() - before, 8'000 + support::kHeldBySanitizer);
+}
+
+// Beside what another program wrote: other names of parts, identifiers, and members that nobody knows here.
+TEST(SessionWriter, AppendedRunsLeaveEverythingElseAsItWas) {
+  support::PackageFixture package;
+  const std::string runs = "\xEF\xBB\xBF[{\"id\": 7, \"color\": 1}\n ] \n",
+                    signals = R"([{"id": 40, "runID": 7}])";
+  package.addLinked(u"/user/a.txt", "kept");
+  package.add(u"/r", runs).link(u"/r", relationship_types::kRunData);
+  package.add(u"/session/signals/2.json", signals)
+      .link(u"/session/signals/2.json", relationship_types::kSignalsData);
+  {
+    SessionWriter session = SessionWriter::append(package.path());
+    EXPECT_EQ(ruleOf([&] { session.addRun(runOf(7)); }), "export_file:session:DuplicateRun");
+    EXPECT_EQ(std::pair(session.highestRunID(), session.highestSignalID()), std::pair(7, 40));
+    session.addRun(runOf(8));
+    session.addSamples(8, [](const SessionWriter::Sink& sink) { sink("t,v\n0,1\n"); });
+    session.addSignal(signalOf(41, 8));
+    session.close();
+  }
+  const std::string written = readBack(package.narrowPath());
+  const std::string parts[] = {
+      "r [text/plain] \xEF\xBB\xBF[{\"id\": 7, \"color\": 1}\n ,\n"
+      R"({"id":8,"runClassName":"Set","samples":"/session/data/3.csv"}])",
+      "session/signals/2.json [text/plain] " + signals,
+      "user/a.txt [text/plain] kept",
+      R"(session/signals/3.json [application/vnd.tavlox.session-signals+json] [{"id":41,"runID":8}])",
+      "session/data/3.csv [text/csv] t,v\n0,1\n",
+  };
+  for (const std::string& part : parts) EXPECT_NE(written.find(part), std::string::npos) << part << written;
 }

@@ -47,8 +47,8 @@ class Unpacker {
   virtual bool isComplete() const = 0;
   virtual std::string_view name() const = 0;
 
-  std::string buffer;         ///< of packed data
-  std::string_view packed{};  ///< what is left of it
+  std::string buffer;       ///< of packed data
+  std::string_view rest{};  ///< what is left of it
 };
 
 namespace {
@@ -150,7 +150,7 @@ std::size_t TableFile::readPacked(char* into, std::size_t count) {
 
 std::size_t TableFile::readUnpacked(char* into, std::size_t count) {
   for (;;) {
-    std::string_view& packed = unpacker_->packed;
+    std::string_view& packed = unpacker_->rest;
     if (packed.empty()) {
       packed = {unpacker_->buffer.data(), readPacked(unpacker_->buffer.data(), unpacker_->buffer.size())};
       if (packed.empty() && unpacker_->isComplete()) return 0;

@@ -149,17 +149,17 @@ TEST(Tables, HeadingsHaveUnitsWhereTheyAreSurelyOnes) {
 }
 
 TEST(Tables, RawFilesGiveTheirResultsOverTime) {
-  const std::string folder = PROJECT_FOLDER "/tests/platform/tables/data/";
+  const std::string folder = PROJECT_FOLDER "/tests/fuzz/corpus/sampleTable/";
   const auto open = [&](const char* name) {
     return openTable(TableFile(fl::i18n::to_ustring(folder + name)), {});
   };
-  const std::string ascii = read(*open("plots_ascii.raw")), binary = read(*open("plots.raw"));
+  const std::string ascii = read(*open("raw-ascii")), binary = read(*open("raw-binary"));
   EXPECT_TRUE(ascii.starts_with("time [s],v(in) [V],v(out) [V],i(v1) [A]\n0.000000000000000e+00,0."))
       << ascii;
   EXPECT_TRUE(ascii.ends_with("alone, without \"AC Analysis\", \"Operating Point\"")) << ascii;
   EXPECT_EQ(std::count(binary.begin(), binary.end(), '\n'), 76);
   EXPECT_NE(binary.find("\n2e-04,5,"), std::string::npos) << binary;
-  std::ifstream file(folder + "plots.raw");
+  std::ifstream file(folder + "raw-binary");
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
   EXPECT_EQ(read(bytes.substr(0, bytes.size() - 1)), "DamagedRawFile(t, it ends within its numbers)");
   EXPECT_EQ(read(bytes + bytes), "SeveralTimePlots(t)");

@@ -1,0 +1,67 @@
+#include "platform/repository/session_records.h"
+
+#include <algorithm>
+
+#include "platform/repository/json_rows.h"
+#include "platform/repository/obj_ref_array_json.h"
+#include "platform/text/conversion.h"
+
+namespace orra {
+namespace {
+
+namespace dom = simdjson::dom;
+using fl::i18n::to_ustring;
+
+// One for each kind of field. The kinds were checked when the row was made, and the parser refuses what is
+// not UTF-8, so nothing can fail here.
+void take(dom::element json, std::int32_t& value) {
+  value = static_cast<std::int32_t>(json.get_int64().value());
+}
+void take(dom::element json, std::uint32_t& value) {
+  value = static_cast<std::uint32_t>(json.get_int64().value());
+}
+void take(dom::element json, double& value) { value = json.get_double().value(); }
+void take(dom::element json, std::string& value) { value = json.get_string().value(); }
+void take(dom::element json, std::u16string& value) { value = to_ustring(json.get_string().value()); }
+void take(dom::element json, std::vector<std::uint64_t>& value) {
+  for (const dom::element number : json.get_array()) value.push_back(number.get_uint64().value());
+}
+void take(dom::element json, decltype(RunRecord::metadata)& value) {
+  for (const auto& [key, text] : json.get_object()) {
+    const auto isKnown = [key = key](const Member& member) { return member.name == key; };
+    // Entries that are not known may be anything.
+    if (std::ranges::any_of(kMetadataMembers, isKnown))
+      value.emplace(key, to_ustring(text.get_string().value()));
+  }
+}
+template <class Value>
+void take(dom::element json, std::optional<Value>& value) {
+  take(json, value.emplace());
+}
+
+template <class Record>
+void forEachRecord(std::istream& part, const PartKind& kind,
+                   const std::function<void(const Record&)>& visit) {
+  ObjRefArrayJSON array(kind, ObjRefArrayJSON::Reading::WithRows);
+  array.load(part);
+  array.forEachRow([&](std::size_t, const Row& row) {
+    Record record;
+    std::size_t member = 0;
+    forEachField(record, [&](std::string_view, auto& value) {
+      if (const Row::Value& found = row[member++]) take(*found, value);
+    });
+    visit(record);
+  });
+}
+
+}  // namespace
+
+void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit) {
+  forEachRecord(runList, kRunListKind, visit);
+}
+
+void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit) {
+  forEachRecord(signalsPart, kSignalsPartKind, visit);
+}
+
+}  // namespace orra

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+
+#include "platform/repository/records.h"
+
+namespace orra {
+
+/// Reads the elements of a run list or of a signals part as records, in their order, without a database: for
+/// who goes through all of them once. Each is valid during the call. Raises what ObjRefArrayJSON::load raises
+/// for a part that is not valid, which may be after some of its elements were visited.
+void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit);
+void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit);
+
+}  // namespace orra

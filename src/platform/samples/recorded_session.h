@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/export_file/data_export_file.h"
+#include "platform/repository/records.h"
+#include "platform/samples/sample_reader.h"
+
+/// What was recorded comes out again: which signals have samples and where, the samples themselves as
+/// numbers, and what hosts do with them that is more than reading: common times, reduction, comparison.
+namespace tavlox::samples {
+
+/// How a signal goes on between two of its samples.
+enum class Between { Linear, Held };
+
+/// Linear for floating-point numbers and for signals that do not name their type, held for everything else:
+/// integers, booleans and enumerations take no values between two samples.
+Between betweenSamplesOf(std::u16string_view dataTypeLabel);
+
+/// One signal, with what it takes to read and to label its samples.
+struct RecordedSignal {
+  std::int32_t id = 0;
+  std::u16string name, units, dataTypeLabel;
+  std::uint32_t column = 0;  ///< in the run's samples, from 1, where the time is; 0 if it has no samples
+};
+
+/// One run with its signals, in the order in which they were recorded.
+struct RecordedRun {
+  orra::RunRecord record;
+  std::int32_t orderIndex = 0;                  ///< the place in the run list if the run has no other
+  std::optional<opc::model::PartName> samples;  ///< the part that holds them, if there is one
+  std::vector<RecordedSignal> signals;
+
+  std::int32_t id() const { return record.id; }
+  const std::u16string& name() const { return orra::textOf(record.name); }
+};
+
+/// A session that is open for reading. The runs are read at once, their samples when they are asked for.
+///
+/// A run names the part with its samples and a signal its column. Where they do not, as in older files, the
+/// parts are given to the runs with signals in the order of the relationships, and the columns behind the
+/// time to the signals in theirs.
+class RecordedSession {
+ public:
+  /// Raises what opening the package raises, and what reading run list and signals parts raises if they are
+  /// not valid.
+  explicit RecordedSession(const std::u16string& path);
+
+  /// As it was given.
+  const std::u16string& path() const { return path_; }
+  /// In the order of the run list.
+  const std::vector<RecordedRun>& runs() const { return runs_; }
+
+  /// The run's samples; see SampleReader. The session must outlive the reader. Raises
+  /// samples:session:NoSamples, naming file and run, for a run without.
+  SampleReader read(const RecordedRun& run, Wanted wanted) const;
+
+ private:
+  std::u16string path_;
+  DataExportFile file_{false};
+  std::vector<RecordedRun> runs_;
+};
+
+}  // namespace tavlox::samples

@@ -1,0 +1,139 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <gtest/gtest.h>
+
+#include "platform/samples/recorded_session.h"
+#include "tests/platform/samples/session_of.h"
+#include "tests/support/raised.h"
+
+using namespace tavlox;
+using namespace tavlox::samples;
+using support::sessionOf;
+
+namespace {
+
+/// "time: value value; …", and where texts were asked for those instead.
+std::string show(SampleReader reader) {
+  std::string shown;
+  for (SampleBlock block; reader.next(block);) {
+    for (std::size_t row = 0; row < block.rows; ++row) {
+      shown += fmt::format("{}{}:", shown.empty() ? "" : "; ", block.times[row]);
+      for (const auto& values : block.values) shown += fmt::format(" {}", values[row]);
+      for (const auto& texts : block.texts) shown += fmt::format(" {}", texts[row]);
+    }
+  }
+  return shown;
+}
+
+/// What a reader shows, or the rule that its table breaks and where, less the names of package and part.
+std::string resultOf(const std::function<std::string()>& work) {
+  std::string shown;
+  const std::string raised = support::raisedBy([&] { shown = work(); });
+  if (raised.empty()) return shown;
+  constexpr std::string_view kPart = "/session/data/1.csv";
+  return raised.substr(0, raised.find('(')) + raised.substr(raised.find(kPart) + kPart.size());
+}
+
+}  // namespace
+
+TEST(Reading, GivesNumbersWhateverTheFormOfTheTable) {
+  const support::SessionFixture files;
+  const struct {
+    std::string table;
+    std::vector<std::uint32_t> columns;
+    const char* shown;
+  } kTables[] = {
+      {"time,a,b\n0,1,2\n1,3,4\n", {2, 3}, "0: 1 2; 1: 3 4"},
+      {"time,a,b\n0,1,2\n1,3,4", {3, 2, 3, 1}, "0: 2 1 2 0; 1: 4 3 4 1"},
+      {"t [ms],a\r\n7,1e3\r\n9,-inf\r\n", {2}, "0.007: 1000; 0.009: -inf"},
+      {"time[min],a\n1,2\n", {2}, "60: 2"},
+      {"\xEF\xBB\xBF\n \nt,\"a, \"\"b\"\"\nc\",d\n\n0 , \"+1\" , 2\n  \n\t1,nan,\n",
+       {2, 3},
+       "0: 1 2; 1: nan nan"},
+      {"t,a,b\r0,1,2\r1,3,4\r", {3}, "0: 2; 1: 4"},
+      {"t,a,b\n0,\"1,5\",2\n", {3}, "0: 2"},
+      {"t,a\n0,1\n0,2\n", {2}, "0: 1; 0: 2"},
+      {"t,a\n0,1e999\n1,-1e-999\n", {2}, "0: inf; 1: -0"},
+      {"t,a\n", {2}, ""},
+      {"t,a", {2}, ""},
+      {"t,a\n0,1\n1,x\n", {}, "0:; 1:"},
+      {"", {}, "samples:part:NoHeading)"},
+      {"t [furlong],a\n", {2}, "samples:part:UnknownTimeUnit, furlong)"},
+      {"t,a\n0,1\n", {3}, "samples:part:NoSuchColumn, 3, 2)"},
+      {"t,a,b\n0,1,2\n\n1,3\n", {3}, "samples:part:ShortRow, 4, 3)"},
+      {"t,a\n0,1\n\n1,1x\n", {2}, "samples:part:NotANumber, 4, 2, 1x)"},
+      {"t,\"a\nb\"\nnan,1\n", {2}, "samples:part:NotANumber, 3, 1, nan)"},
+      {"t,a\n1,1\n0,1\n", {2}, "samples:part:TimeDecreases, 3)"},
+  };
+  for (const auto& [table, columns, shown] : kTables) {
+    const RecordedSession session = sessionOf(files, "s.tavlox", {table});
+    RecordedRun run = session.runs().front();
+    // An empty table has no signals, and is nobody's.
+    run.samples = opc::model::PartName(u"/session/data/1.csv");
+    EXPECT_EQ(resultOf([&] { return show(session.read(run, {.columns = columns})); }), shown) << table;
+  }
+}
+
+TEST(Reading, GivesTheTextsOfATimeRangeDigitForDigit) {
+  const support::SessionFixture files;
+  const RecordedSession session =
+      sessionOf(files, "s.tavlox", {"t [ms],a,b\n0,1,2\n1.0,1.50,0x\n2,\" 1e+00\",-0\n3,4,5\nbroken"});
+  const Wanted wanted{.columns = {3, 2}, .from = 0.001, .to = 0.002, .cells = Wanted::Cells::Texts};
+  // Behind the end of the range nothing is read.
+  EXPECT_EQ(show(session.read(session.runs()[0], wanted)), "0.001: 0x 1.50; 0.002: -0  1e+00");
+}
+
+TEST(Reading, IsTheSameWhereverTheBufferEnds) {
+  // Rows of growing length, so that every kind of cell meets the end of a buffer somewhere.
+  const support::SessionFixture files;
+  std::string table = "t,a,b\n";
+  double sum = 0;
+  constexpr int kRows = 60'000;
+  for (int i = 0; i < kRows; ++i) {
+    table +=
+        fmt::format("{},{},\"{}\"\r\n", i, std::string(static_cast<std::size_t>(i % 97), '0') + "1", i % 7);
+    sum += i % 7;
+  }
+  // One line is longer than the buffer.
+  table += fmt::format("{},{}1,0\n", kRows, std::string(300'000, '0'));
+  const RecordedSession session = sessionOf(files, "s.tavlox", {table});
+  SampleReader reader = session.read(session.runs()[0], {.columns = {2, 3}});
+  std::size_t rows = 0;
+  for (SampleBlock block; reader.next(block); rows += block.rows) {
+    for (std::size_t i = 0; i < block.rows; ++i) {
+      ASSERT_EQ(block.times[i], static_cast<double>(rows + i));
+      ASSERT_EQ(block.values[0][i], 1);
+      sum -= block.values[1][i];
+    }
+  }
+  EXPECT_EQ(rows, kRows + 1);
+  EXPECT_EQ(sum, 0);
+}
+
+TEST(RecordedSessions, FindSamplesByNameAndInOlderFilesByOrder) {
+  const support::SessionFixture files;
+  const std::u16string path = files.write("s.tavlox", [](SessionWriter& session) {
+    const auto sink = [](const auto& take) { take("t,a,b\n"); };
+    // The first has signals but no samples, the second no signals, the third names another part than the
+    // order would give it.
+    session.addRun({.id = 4, .samples = u"/elsewhere.csv"});
+    session.addSignal({.id = 1, .runID = 4});
+    session.addRun({.id = 9});
+    session.addRun({.id = 2, .orderIndex = 7, .samples = u"/session/data/4.csv"});
+    session.addSignal({.id = 1, .runID = 2, .column = 3});
+    session.addSignal({.id = 2, .runID = 2});
+    session.addRun({.id = 5});
+    session.addSignal({.id = 1, .runID = 5});
+    session.addSignal({.id = 2, .runID = 5});
+    for (const int run : {5, 2}) session.addSamples(run, sink);
+  });
+  const RecordedSession session(path);
+  std::string shown;
+  for (const RecordedRun& run : session.runs()) {
+    shown += fmt::format("{} {} {}", run.id(), run.orderIndex,
+                         run.samples ? fl::i18n::to_string(run.samples->text()) : "none");
+    for (const RecordedSignal& signal : run.signals) shown += fmt::format(" {}", signal.column);
+    shown += "\n";
+  }
+  EXPECT_EQ(shown, "4 1 none 0\n9 2 none\n2 7 /session/data/4.csv 3 0\n5 4 /session/data/3.csv 2 3\n");
+}

@@ -49,6 +49,7 @@ void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
     const bool takesAll = takes == Takes::OneOrMore || takes == Takes::Any;
     if (takes == Takes::Values) option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     if (takes == Takes::Value) option->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+    if (takes == Takes::Values) option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->expected(1);
     if (isNeeded) option->required();
     if (takesAll) option->expected(isNeeded ? 1 : 0, kNoLimit)->allow_extra_args();
   }

@@ -259,8 +259,7 @@ void writeLong(const Request& request, const RecordedSession& session, const Sel
 
 enum class Columns { All, None };
 
-std::vector<RunOnGrid> runsOnGrid(const Request& request, const RecordedSession& session,
-                                  const Selected& runs, Columns columns) {
+std::vector<RunOnGrid> runsOnGrid(const RecordedSession& session, const Selected& runs, Columns columns) {
   std::vector<RunOnGrid> onGrid;
   for (const SelectedRun& run : runs) {
     // Rows outside of the times are read too: values at the limits lie between them. Only the grid is cut.

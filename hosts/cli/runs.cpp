@@ -8,6 +8,7 @@
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/recorded_fields.h"
 #include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
@@ -17,8 +18,9 @@ namespace {
 using corvan::HostArray;
 using RunIDs = std::vector<std::int32_t>;
 
-constexpr Column kColumns[] = {{"id", u"id"},           {"name", u"Name"},     {"model", u"Model"},
-                               {"start", u"StartTime"}, {"stop", u"StopTime"}, {"status", u"Status"}};
+constexpr Column kColumns[] = {{"id", u"RunID"},     {"order", u"RunOrderIndex"}, {"name", u"Name"},
+                               {"model", u"Model"},  {"start", u"StartTime"},     {"stop", u"StopTime"},
+                               {"status", u"Status"}};
 
 RunIDs parseRunIDs(const Request& request) {
   RunIDs ids;
@@ -55,11 +57,18 @@ std::u16string hintFor(std::int32_t id, const RunIDs& present) {
   return fl::i18n::to_ustring(fmt::format("there is no run {}; the file has {}", id, runsThereAre(present)));
 }
 
+/// Null if there is none, as when the file was changed a moment ago.
+const samples::RecordedRun* findRun(const samples::RecordedSession& session, std::int32_t id) {
+  const auto run = std::ranges::find(session.runs(), id, &samples::RecordedRun::id);
+  return run == session.runs().end() ? nullptr : &*run;
+}
+
 ExitCode runRuns(const Request& request) {
   const std::u16string& path = request.one("FILE");
   const zobs::COSInterfacePointer file = openFile(request, path);
   const RunIDs present = readRunIDs(file);
   const RunIDs asked = request.has("ID") ? parseRunIDs(request) : present;
+  const samples::RecordedSession session(path);
   RecordPrinter printer(request.format, kColumns);
   std::size_t answered = 0;
   for (const std::int32_t id : asked) {
@@ -72,7 +81,7 @@ ExitCode runRuns(const Request& request) {
       continue;
     }
     // Printed as it comes: a session may have hundreds of thousands of runs.
-    printer.add(record);
+    printer.add(withPlace(record, findRun(session, id)));
     ++answered;
   }
   if (answered > 0 || (asked.empty() && request.format == OutputFormat::Json)) printer.finish();
@@ -89,9 +98,10 @@ extern const Command kRuns = {
   tavlox runs --json filter.tavlox | jq '.[].SolverName'
 )",
     .details =
-        R"(A run is a line: id, name, model, start and stop time in seconds, and status. With --json it is an
-object with every field that is recorded of a run, in a list. A run that cannot be read is reported,
-the others are still shown, and the exit code is 1.
+        R"(A run is a line: id, place among the runs, name, model, start and stop time in
+seconds, and status. With --json it is an object with every field that is recorded
+of a run, in a list; SamplesPart is the part that holds its samples. A run that
+cannot be read is reported, the others are still shown, and the exit code is 1.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"ID", Takes::Any, "The runs to show; all of them if none is named"}},

@@ -2,16 +2,15 @@
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/recorded_fields.h"
 
 namespace tavlox::cli {
 namespace {
 
 // Those by which people tell signals apart; the others are in the JSON.
-constexpr Column kColumns[] = {{"name", u"Name"},
-                               {"run", u"RunOrderIndex"},
-                               {"units", u"StoredUnits"},
-                               {"type", u"DataType"},
-                               {"block path", u"FullBlockPath"}};
+constexpr Column kColumns[] = {{"run id", u"RunID"},  {"run order", u"RunOrderIndex"},
+                               {"name", u"Name"},     {"units", u"StoredUnits"},
+                               {"type", u"DataType"}, {"block path", u"FullBlockPath"}};
 
 /// Warns where signals are recorded but the run list is missing: signals of runs that are not listed are not
 /// answered, and the module says nothing of it. Counted are the signals of all signals parts.
@@ -24,14 +23,19 @@ void warnOfSignalsLeftOut(const Request& request, const zobs::COSInterfacePointe
 }
 
 /// Both of the module's methods give a structure array with a field for everything recorded; text shows the
-/// columns above, JSON all of it.
+/// columns above, JSON all of it and where the samples are.
 ExitCode runSignals(const Request& request) {
   const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
   const corvan::HostArray found = request.has("--name")
                                       ? callForArray(file, "getSignalInfoByName", {request.one("--name")})
                                       : callForArray(file, "getAllSignalsInfo");
   if (found.elementCount() == 0) warnOfSignalsLeftOut(request, file);
-  printRecords(request.format, found, kColumns);
+  RecordPrinter printer(request.format, kColumns);
+  const std::u16string name = request.oneOr("--name", u"");
+  const samples::RecordedSession session(request.one("FILE"));
+  forEachWithPlace(found, session, request.has("--name") ? &name : nullptr,
+                   [&](const corvan::HostArray& records) { printer.add(records); });
+  printer.finish();
   return ExitCode::Done;
 }
 
@@ -45,8 +49,10 @@ extern const Command kSignals = {
   tavlox signals --json filter.tavlox | jq '.[] | select(.StoredUnits == "V") | .Name'
 )help",
     .details =
-        R"(A signal is a line: name, place of its run among the runs, units, data type and block path; with
---json it is an object with every field that is recorded of a signal, in a list. Nothing is printed,
+        R"(A signal is a line: id of its run, place of that among the runs, name, units, data
+type and block path; with --json it is an object with every field that is recorded
+of a signal, in a list. SamplesPart is the part with its samples, SamplesColumn its
+column there, from 1, where the time is; 0 if there are none. Nothing is printed,
 with --json an empty list, if there is no signal of the name.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string_view>
+
+#include "platform/arrays/host_array.h"
+#include "platform/samples/recorded_session.h"
+
+/// What tells a record's place in the session, which the module's records do not: fields that `runs` and
+/// `signals` show in front of the module's own, so that the two can be joined and samples be found.
+namespace tavlox::cli {
+
+/// A run's record with the fields RunID, RunOrderIndex and SamplesPart in front. Null stands for a run that
+/// is not in the list any more; its record is given as it is.
+corvan::HostArray withPlace(const corvan::HostArray& record, const samples::RecordedRun* run);
+
+/// The records of signals, with RunID, SamplesPart and SamplesColumn in front, in pieces: there may be a
+/// million. The records are those of all runs in their order, or only those of one name. A part that is
+/// empty text and a column of 0 say that there are no samples.
+void forEachWithPlace(const corvan::HostArray& records, const samples::RecordedSession& session,
+                      const std::u16string* onlyName,
+                      const std::function<void(const corvan::HostArray&)>& take);
+
+}  // namespace tavlox::cli

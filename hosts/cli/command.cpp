@@ -10,13 +10,13 @@ namespace tavlox::cli {
 // Each is defined in the file of its name. They are declared here, not in a header: only this table needs
 // them.
 extern const Command kAdd, kCheck, kCompare, kCompression, kDelete, kDescribe, kExport, kGet, kInfo, kList,
-    kRecord, kRecover, kRuns, kSignals;
+    kPlot, kRecord, kRecover, kRuns, kSignals;
 
 namespace {
 
 // In the order of the help: making and reading sessions, people's own files, damaged packages.
 const Command* const kCommands[] = {
-    &kRecord,  &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kExport,
+    &kRecord,  &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kExport,  &kPlot,
     &kCompare, &kList, &kAdd,  &kGet,     &kDelete,      &kCheck,    &kRecover,
 };
 

@@ -146,9 +146,9 @@ class TableWriter {
 // ---- what goes into it ----
 
 Wanted wantedOf(const Request& request, std::vector<std::uint32_t> columns, Wanted::Cells cells) {
-  Wanted wanted{.columns = std::move(columns), .cells = cells};
-  wanted.from = numberOf(request, "--from").value_or(wanted.from);
-  wanted.to = numberOf(request, "--to").value_or(wanted.to);
+  Wanted wanted = rangeOf(request);
+  wanted.columns = std::move(columns);
+  wanted.cells = cells;
   return wanted;
 }
 
@@ -298,30 +298,23 @@ Grid gridOf(const Request& request, const RecordedSession& session, const Select
   return {std::move(onGrid), first, last, *step};
 }
 
-/// Whether a time of the grid is one of those that were asked for.
-bool isAsked(const Request& request, double time) {
-  return time >= numberOf(request, "--from").value_or(time) &&
-         time <= numberOf(request, "--to").value_or(time);
-}
-
 /// Runs on other times than each other's, with values found between their samples.
 void writeOnGrid(const Request& request, const RecordedSession& session, const Selected& runs,
                  TableWriter& table) {
+  const Wanted range = rangeOf(request);
   if (!request.has("--step") && runs.size() > 1) {
     std::uint64_t times = 0;
     for (Grid grid = gridOf(request, session, runs, Columns::None); grid.next();)
-      if (isAsked(request, grid.time())) ++times;
+      if (grid.time() >= range.from && grid.time() <= range.to) ++times;
     if (times > kManyTimes) warn(request.format, "tavlox:export:ManyTimes", times);
   }
   table.begin(headingsOf(runs, kSeconds));
   Grid grid = gridOf(request, session, runs, Columns::All);
   std::vector<NumberText> texts(grid.values().size() + 1);
   Row row(texts.size());
-  const double from = numberOf(request, "--from").value_or(-std::numeric_limits<double>::infinity());
-  const double to = numberOf(request, "--to").value_or(std::numeric_limits<double>::infinity());
   while (grid.next()) {
-    if (grid.time() > to) break;
-    if (grid.time() < from) continue;
+    if (grid.time() > range.to) break;
+    if (grid.time() < range.from) continue;
     row[0] = texts[0].of(grid.time());
     for (std::size_t i = 1; i < row.size(); ++i) row[i] = texts[i].of(grid.values()[i - 1]);
     table.add(row);
@@ -348,7 +341,7 @@ void writeTable(const Request& request, const RecordedSession& session, const Se
 
 void checkExport(const Request& request) {
   for (const std::u16string& word : request.all("--run")) toRunID(word);
-  for (const char* option : {"--from", "--to"}) numberOf(request, option);
+  rangeOf(request);
   const auto step = numberOf(request, "--step");
   if (step && *step <= 0) raise("tavlox:cli:NotANumber", "--step", request.one("--step"));
   const std::u16string grid = request.oneOr("--grid", step ? u"step" : u"union");

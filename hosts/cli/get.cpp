@@ -151,6 +151,17 @@ struct Wanted {
   std::u16string entry, relative;
 };
 
+/// The entries that a search stands for.
+Texts entriesMeant(const zobs::COSInterfacePointer& file, const std::u16string& search) {
+  const bool isByPath = fs::is_absolute_path_when_expanded(search);
+  Texts entries = listedPaths(file, search);
+  // "*" and an empty text list everything, but get no more than what is called so.
+  std::erase_if(entries, [&](const std::u16string& entry) {
+    return !isByPath && (!entry.starts_with(kUserFolder) || fs::extract_filename(entry) != search);
+  });
+  return entries;
+}
+
 /// What leads out of the package has no place below a folder, and no part.
 bool hasPlace(const std::u16string& entry) {
   return entry.starts_with(u'/') && (entry + u'/').find(u"/../") == entry.npos;
@@ -193,11 +204,15 @@ class Extraction {
   /// all of its entries.
   ExitCode run() {
     std::vector<Finished> finished;
-    try {
-      for (const std::u16string& path : extract(request_.one("ENTRY"))) finished.push_back({path, path});
-    } catch (const except_with_causes& failure) {
-      if (wanted_.size() < 2 || isAboutDisk(failure)) throw;
-      finished = extractTheSound(failure);
+    for (const std::u16string& search : request_.all("ENTRY")) {
+      try {
+        for (const std::u16string& path : extract(search)) finished.push_back({path, path});
+      } catch (const except_with_causes& failure) {
+        const std::vector<Wanted> wanted = wantedEntries(search);
+        const bool isAlone = wanted.size() < 2 && request_.all("ENTRY").size() < 2;
+        if (isAlone || isAboutDisk(failure)) throw;
+        for (Finished& file : extractTheSound(failure, wanted)) finished.push_back(std::move(file));
+      }
     }
     const Texts written = place(finished);
     if (!written.empty()) printPaths(request_, "Written", written);
@@ -206,15 +221,19 @@ class Extraction {
 
  private:
   std::vector<Wanted> wantedEntries() const {
-    const std::u16string& search = request_.one("ENTRY");
-    const bool isByPath = fs::is_absolute_path_when_expanded(search);
+    std::vector<Wanted> wanted;
+    for (const std::u16string& search : request_.all("ENTRY")) {
+      for (Wanted& entry : wantedEntries(search)) wanted.push_back(std::move(entry));
+    }
+    return wanted;
+  }
+
+  std::vector<Wanted> wantedEntries(const std::u16string& search) const {
+    const std::size_t cut = fs::is_absolute_path_when_expanded(search) ? 1 : kUserFolder.size();
     std::vector<Wanted> wanted;
     // Where the search is malformed this raises, before any folder is made.
-    for (const std::u16string& entry : listedPaths(file_, search)) {
-      // "*" and an empty text list everything, but get no more than what is called so.
-      if (!isByPath && (!entry.starts_with(kUserFolder) || fs::extract_filename(entry) != search)) continue;
-      wanted.push_back({entry, entry.substr(isByPath ? 1 : kUserFolder.size())});
-    }
+    for (const std::u16string& entry : entriesMeant(file_, search))
+      wanted.push_back({entry, entry.substr(cut)});
     return wanted;
   }
 
@@ -256,14 +275,20 @@ class Extraction {
 
   /// Keeps what was extracted before the failure, tries the other entries one by one, and reports those that
   /// fail.
-  std::vector<Finished> extractTheSound(const except_with_causes& failure) {
+  std::vector<Finished> extractTheSound(const except_with_causes& failure,
+                                        const std::vector<Wanted>& wanted) {
     opc::model::Package package(request_.one("FILE"));
     package.open(opc::interfaces::OpenMode::Read);
     std::vector<Finished> finished;
     // A file that is named in the failure may have been written in part, whatever its size.
     std::set<std::u16string> tried, failed;
     addNamed(failure, failed);
-    for (const auto& [entry, relative] : wanted_) {
+    if (wanted.empty()) {
+      // What was asked for is not there at all; the other searches go on.
+      report(request_.format, request_.one("FILE"));
+      result_ = ExitCode::Failed;
+    }
+    for (const auto& [entry, relative] : wanted) {
       // Several relationships may lead to one entry.
       if (!tried.insert(entry).second) continue;
       try {
@@ -324,7 +349,34 @@ class Extraction {
   ExitCode result_ = ExitCode::Done;
 };
 
-ExitCode runGet(const Request& request) { return Extraction(request).run(); }
+/// Writes the data of the one entry that is meant to standard output.
+ExitCode printEntry(const Request& request) {
+  const zobs::COSInterfacePointer file = openFile(request, request.one("FILE"));
+  std::set<std::u16string> entries;
+  for (const std::u16string& search : request.all("ENTRY")) {
+    for (const std::u16string& entry : entriesMeant(file, search)) entries.insert(entry);
+  }
+  if (entries.empty()) raise("tavlox_io:general:EntryDoesNotExist", request.one("ENTRY"));
+  if (entries.size() > 1) {
+    raise("tavlox:get:OneEntryOnly", request.one("FILE"), entries.size(),
+          namesInMessage({entries.begin(), entries.end()}));
+  }
+  opc::model::Package package(request.one("FILE"));
+  package.open(opc::interfaces::OpenMode::Read);
+  if (!hasPlace(*entries.begin())) opc::raise("opc:part:NotFound", request.one("FILE"), *entries.begin());
+  const auto input = package.getPart(opc::model::PartName(*entries.begin())).getInputStream();
+  std::string piece(std::size_t{64} * 1024, '\0');
+  while (const std::size_t count = input->read(piece.data(), piece.size())) {
+    print(std::string_view(piece.data(), count));
+    endIfInterrupted();
+  }
+  return ExitCode::Done;
+}
+
+ExitCode runGet(const Request& request) {
+  // A folder of that name is "./-".
+  return request.oneOr("--output", u"") == u"-" ? printEntry(request) : Extraction(request).run();
+}
 
 }  // namespace
 
@@ -332,18 +384,21 @@ extern const Command kGet = {
     .name = "get",
     .summary = "Copy entries of a package to disk",
     .examples = R"(  tavlox get filter.tavlox notes.txt
-  tavlox get filter.tavlox /user/plots -o copies
+  tavlox get filter.tavlox /user/plots notes.txt -o copies
+  tavlox get filter.tavlox /session/runs.json -o - | jq
 )",
     .details =
-        R"(Prints the paths of the files written. A path of the package stands for an entry or for all in a folder,
-and is kept below the output folder: /user/plots/a.png becomes copies/user/plots/a.png. A bare file
-name takes the user files of that name, less /user: copies/plots/a.png. Missing folders are made. A file
-appears once it is complete. Nothing is written through a symbolic link below the output folder. An entry
-that cannot be read is reported, the others are still extracted, and the exit code is 1.
+        R"(Prints the paths of the files written. A path of the package stands for an entry
+or for all in a folder, and is kept below the output folder: /user/plots/a.png
+becomes copies/user/plots/a.png. A bare file name takes the user files of that
+name, less /user: copies/plots/a.png. Missing folders are made. A file appears once
+it is complete. Nothing is written through a symbolic link below the output folder.
+An entry that cannot be read is reported, the others are still extracted, and the
+exit code is 1. With "-o -" the data of one entry goes to standard output.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
-                   {"ENTRY", Takes::One, "A path of the package or a file name"},
-                   {"--output", Takes::Value, "The folder to write to; by default the current one", "FOLDER",
+                   {"ENTRY", Takes::OneOrMore, "A path of the package or a file name"},
+                   {"--output", Takes::Value, "The folder to write to, or - for standard output", "FOLDER",
                     "-o"},
                    {"--force", Takes::Flag, "Overwrite files that exist"}},
     .run = runGet,

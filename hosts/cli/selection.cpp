@@ -59,6 +59,13 @@ std::optional<double> numberOf(const Request& request, std::string_view option) 
   return number;
 }
 
+samples::Wanted rangeOf(const Request& request) {
+  samples::Wanted wanted;
+  wanted.from = numberOf(request, "--from").value_or(wanted.from);
+  wanted.to = numberOf(request, "--to").value_or(wanted.to);
+  return wanted;
+}
+
 std::int32_t toRunID(const std::u16string& word) {
   const auto id = parse<std::int32_t>(word);
   if (!id) raise("tavlox:cli:NotARunID", word);

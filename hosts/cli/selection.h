@@ -16,8 +16,7 @@ namespace tavlox::cli {
 inline constexpr Parameter kRunOption{"--run", Takes::Values, "Only the run of this id; may be repeated",
                                       "ID"};
 inline constexpr Parameter kSignalOption{"--signal", Takes::Values,
-                                         "Only signals named so; * and ? stand for any text",
-                                         "GLOB"};
+                                         "Only signals named so; * and ? stand for any text", "GLOB"};
 inline constexpr Parameter kFromOption{"--from", Takes::Value, "Only samples from this time on, in seconds",
                                        "T"};
 inline constexpr Parameter kToOption{"--to", Takes::Value, "Only samples up to this time, in seconds", "T"};
@@ -25,6 +24,9 @@ inline constexpr Parameter kToOption{"--to", Takes::Value, "Only samples up to t
 /// The option's value as a finite number; nothing if it was not given. Raises tavlox:cli:NotANumber, which is
 /// a mistake in the command line: to be called by a command's check too.
 std::optional<double> numberOf(const Request& request, std::string_view option);
+
+/// The time range of --from and --to, without columns. Raises as numberOf does.
+samples::Wanted rangeOf(const Request& request);
 
 /// A whole number that stands for a run. Raises tavlox:cli:NotARunID for anything else.
 std::int32_t toRunID(const std::u16string& word);

@@ -50,14 +50,6 @@ std::u16string escaped(char16_t unit) {
   }
 }
 
-/// How many columns the terminal has; 80 if it does not say.
-std::size_t columnsOf(std::FILE* terminal) {
-  // Asked each time: windows are resized while work goes on.
-  winsize size{};
-  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-  return size.ws_col;
-}
-
 /// "[#####...............]  25 %"
 std::string bar(std::uint64_t done, std::uint64_t total) {
   // More than all can be done: a file may grow while it is read.
@@ -81,6 +73,13 @@ std::string cut(const std::string& text, std::size_t width) {
 }  // namespace
 
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
+
+std::size_t columnsOf(std::FILE* terminal) {
+  // Asked each time: windows are resized while work goes on.
+  winsize size{};
+  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
 
 void printError(std::string_view text) noexcept {
   static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));

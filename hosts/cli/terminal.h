@@ -13,6 +13,9 @@ namespace tavlox::cli {
 /// Whether the stream goes to a terminal, so that a person reads it, and not to a file or a pipe.
 bool isTerminal(std::FILE* stream);
 
+/// How many columns the terminal has now; 80 if it does not say.
+std::size_t columnsOf(std::FILE* terminal);
+
 /// Says it on standard error. If that fails there is nowhere left to say so.
 void printError(std::string_view text) noexcept;
 

@@ -43,17 +43,17 @@ class Life(ProgramTest):
         self.assertEqual(self.output_of("compression", "s.tavlox"), "normal\n")
 
         runs = [(len(run), run["id"], run["Name"], run["StopTime"]) for run in self.json_of("runs", "s.tavlox", "2", "1")]
-        self.assertEqual(runs, [(29, 2, "cold", 0.05), (29, 1, "hot", 0.2)])
+        self.assertEqual(runs, [(32, 2, "cold", 0.05), (32, 1, "hot", 0.2)])
         # The database that the runs are loaded into is a file there.
         temporary = self.folder / "temporary"
         temporary.mkdir()
         self.output_of("runs", "s.tavlox", environment={"TMPDIR": str(temporary)})
         self.assertEqual([path for path in temporary.rglob("*") if path.is_file()], [])
-        self.assertEqual(self.lines_of("runs", "s.tavlox"), [["1", "hot", "", "0", "0.2", ""], ["2", "cold", "", "0.01", "0.05", ""]])
+        self.assertEqual(self.lines_of("runs", "s.tavlox"), [["1", "1", "hot", "", "0", "0.2", ""], ["2", "2", "cold", "", "0.01", "0.05", ""]])
         signals = self.json_of("signals", "s.tavlox", "--name", "v(out)")
         self.assertEqual([(len(s), s["RootSource"], s["SampleTime"], s["Dimensions"]) for s in signals],
-                         [(19, "hot.csv", "0.1", 1), (19, "cold.csv", "variable", 1)])
-        self.assertEqual([(name, units, kind) for name, _, units, kind, _ in self.lines_of("signals", "s.tavlox")],
+                         [(22, "hot.csv", "0.1", 1), (22, "cold.csv", "variable", 1)])
+        self.assertEqual([(name, units, kind) for _, _, name, units, kind, _ in self.lines_of("signals", "s.tavlox")],
                          [("v(out)", "V", "double"), ("i(r1)", "A", "double"), ("v(out)", "V", "double")])
 
     def test_real_results_are_recorded_whole(self):

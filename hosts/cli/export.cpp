@@ -165,7 +165,6 @@ class Cursor {
   double time() const { return block_.times[row_]; }
   std::string_view timeText() const { return block_.timeTexts[row_]; }
   std::string_view text(std::size_t column) const { return block_.texts[column][row_]; }
-  const SampleReader& reader() const { return reader_; }
 
  private:
   SampleReader reader_;
@@ -201,11 +200,19 @@ void requireSameTimes(const Request& request, const RecordedSession& session, co
   }
 }
 
-/// Whether the times of all runs are written in one unit, and so can stand in one column as they are.
-bool haveOneUnit(const std::vector<Cursor>& cursors) {
-  return std::ranges::all_of(cursors, [&](const Cursor& cursor) {
-    return &cursor.reader().timeUnit() == &cursors.front().reader().timeUnit();
-  });
+/// The heading of the time column if all runs write their times in one unit, so that the times can be given
+/// as they stand there; nothing if not.
+std::optional<std::string> commonTimeHeading(const RecordedSession& session, const Selected& runs) {
+  std::optional<std::string> heading;
+  const samples::TimeUnit* unit = nullptr;
+  // One after the other: an open reader takes memory, and there may be thousands of runs.
+  for (const SelectedRun& run : runs) {
+    const SampleReader reader = session.read(*run.run, {});
+    if (unit != nullptr && unit != &reader.timeUnit()) return std::nullopt;
+    unit = &reader.timeUnit();
+    if (!heading) heading = reader.headings().front();
+  }
+  return heading;
 }
 
 /// The time's heading, and one for each signal; among several runs with the run's label.
@@ -224,13 +231,13 @@ constexpr const char* kSeconds = "time [s]";
 void writeRecorded(const Request& request, const RecordedSession& session, const Selected& runs,
                    TableWriter& table) {
   requireSameTimes(request, session, runs);
+  const auto timeHeading = commonTimeHeading(session, runs);
   std::vector<Cursor> cursors = cursorsOver(request, session, runs, Wanted::Cells::Texts);
-  const bool isAsRecorded = haveOneUnit(cursors);
-  table.begin(headingsOf(runs, isAsRecorded ? cursors.front().reader().headings().front() : kSeconds));
+  table.begin(headingsOf(runs, timeHeading.value_or(kSeconds)));
   NumberText seconds;
   Row row;
   while (std::ranges::all_of(cursors, [](Cursor& cursor) { return cursor.next(); })) {
-    row.assign(1, isAsRecorded ? cursors.front().timeText() : seconds.of(cursors.front().time()));
+    row.assign(1, timeHeading ? cursors.front().timeText() : seconds.of(cursors.front().time()));
     for (std::size_t run = 0; run < runs.size(); ++run) {
       for (std::size_t i = 0; i < runs[run].signals.size(); ++i) row.push_back(cursors[run].text(i));
     }
@@ -241,18 +248,17 @@ void writeRecorded(const Request& request, const RecordedSession& session, const
 /// A row for each sample of each signal, as it was recorded.
 void writeLong(const Request& request, const RecordedSession& session, const Selected& runs,
                TableWriter& table) {
-  std::vector<Cursor> cursors = cursorsOver(request, session, runs, Wanted::Cells::Texts);
-  const bool isAsRecorded = haveOneUnit(cursors);
-  table.begin(
-      {"run", isAsRecorded ? cursors.front().reader().headings().front() : kSeconds, "signal", "value"});
+  const auto timeHeading = commonTimeHeading(session, runs);
+  table.begin({"run", timeHeading.value_or(kSeconds), "signal", "value"});
   NumberText seconds;
-  for (std::size_t run = 0; run < runs.size(); ++run) {
-    const std::string id = std::to_string(runs[run].run->id());
+  for (const SelectedRun& run : runs) {
+    const std::string id = std::to_string(run.run->id());
     std::vector<std::string> names;
-    for (const auto& signal : runs[run].signals) names.push_back(to_string_lossy(headingOf(signal)));
-    while (cursors[run].next()) {
-      const std::string_view time = isAsRecorded ? cursors[run].timeText() : seconds.of(cursors[run].time());
-      for (std::size_t i = 0; i < names.size(); ++i) table.add({id, time, names[i], cursors[run].text(i)});
+    for (const auto& signal : run.signals) names.push_back(to_string_lossy(headingOf(signal)));
+    Cursor cursor(session.read(*run.run, wantedOf(request, run.columns(), Wanted::Cells::Texts)));
+    while (cursor.next()) {
+      const std::string_view time = timeHeading ? cursor.timeText() : seconds.of(cursor.time());
+      for (std::size_t i = 0; i < names.size(); ++i) table.add({id, time, names[i], cursor.text(i)});
     }
   }
 }

@@ -22,13 +22,6 @@ double distance(double x, double y) {
   return std::isnan(difference) ? kInfinity : difference;
 }
 
-/// Between two samples.
-double between(double time, double firstTime, double first, double secondTime, double second) {
-  if (first == second) return first;
-  const double share = (time - firstTime) / (secondTime - firstTime);
-  return (1 - share) * first + share * second;
-}
-
 /// The samples of one run around a time that only grows.
 class Window {
  public:
@@ -97,8 +90,8 @@ void valuesAt(const Window& window, std::size_t column, Between kind, double tim
       if (!values.empty() || row == window.begin()) return;
       const double before = window.value(row - 1, column);
       values.push_back(kind == Between::Held ? before
-                                             : between(time, window.time(row - 1), before, window.time(row),
-                                                       window.value(row, column)));
+                                             : interpolated(time, window.time(row - 1), before,
+                                                            window.time(row), window.value(row, column)));
       return;
     }
     // Of a held signal the last value of a time is what it goes on with.
@@ -142,8 +135,8 @@ Nearest findNearest(const Window& window, std::size_t column, Between kind, doub
     // The piece of the line that lies within reach: it takes every value between its two ends, and of those
     // the one that is searched for, if it is among them, is the nearest there is.
     const double there = window.value(row + 1, column);
-    const double first = between(std::max(start, from), start, here, end, there);
-    const double last = between(std::min(end, to), start, here, end, there);
+    const double first = interpolated(std::max(start, from), start, here, end, there);
+    const double last = interpolated(std::min(end, to), start, here, end, there);
     if (start < from && end > from) offer(first);
     if (end > to) offer(last);
     if (value > std::min(first, last) && value < std::max(first, last)) offer(value);

@@ -20,12 +20,6 @@ double withoutNoise(double time) {
   return rounded;
 }
 
-/// Between a and b. Not std::lerp, which may give b where a is NaN.
-double interpolated(double a, double b, double share) {
-  // Also for two equal infinities, whose weighted sum need not be one.
-  return a == b ? a : (1 - share) * a + share * b;
-}
-
 }  // namespace
 
 RunOnGrid::RunOnGrid(SampleReader reader, std::vector<Between> between)
@@ -58,9 +52,9 @@ void RunOnGrid::valuesAt(double time, std::span<double> values) {
   }
   std::ranges::copy(previous_, values.begin());
   if (previousTime_ == time) return;
-  const double share = (time - previousTime_) / (block_.times[row_] - previousTime_);
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (between_[i] == Between::Linear) values[i] = interpolated(previous_[i], block_.values[i][row_], share);
+    if (between_[i] == Between::Linear)
+      values[i] = interpolated(time, previousTime_, previous_[i], block_.times[row_], block_.values[i][row_]);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "platform/samples/recorded_session.h"
 
 #include <algorithm>
+#include <cmath>
 #include <istream>
 #include <set>
 #include <streambuf>
@@ -120,6 +121,18 @@ Between betweenSamplesOf(std::u16string_view dataTypeLabel) {
   const bool isFloating =
       std::ranges::find(kFloatingPoint, inLowerCase(dataTypeLabel)) != std::end(kFloatingPoint);
   return isFloating ? Between::Linear : Between::Held;
+}
+
+double interpolated(double time, double firstTime, double first, double secondTime, double second) {
+  // Also for two equal infinities, whose difference is none. Not std::lerp, which may give the second value
+  // where the first is NaN.
+  if (first == second) return first;
+  const double rise = second - first;
+  // Multiplied first: round numbers then mostly give round numbers.
+  const double exact = first + rise * (time - firstTime) / (secondTime - firstTime);
+  if (std::isfinite(exact)) return exact;
+  const double share = (time - firstTime) / (secondTime - firstTime);
+  return (1 - share) * first + share * second;
 }
 
 RecordedSession::RecordedSession(const std::u16string& path) : path_(path) {

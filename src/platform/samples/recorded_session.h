@@ -21,6 +21,10 @@ enum class Between { Linear, Held };
 /// integers, booleans and enumerations take no values between two samples.
 Between betweenSamplesOf(std::u16string_view dataTypeLabel);
 
+/// The value on the line through two samples, at a time between theirs, which must differ. NaN if one of them
+/// is.
+double interpolated(double time, double firstTime, double first, double secondTime, double second);
+
 /// One signal, with what it takes to read and to label its samples.
 struct RecordedSignal {
   std::int32_t id = 0;

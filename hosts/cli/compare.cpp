@@ -327,30 +327,35 @@ extern const Command kCompare = {
     .name = "compare",
     .summary = "Compare recorded samples with a reference",
     .examples = R"help(  tavlox compare reference.tavlox new.tavlox --rel 1e-6
-  tavlox compare reference.tavlox new.tavlox --run 1:3 --signal "v(*)" --abs 1e-3
+  tavlox compare reference.tavlox new.tavlox --run 1:3 --signal "v*" --abs 1e-3
   tavlox compare a.tavlox b.tavlox --tolerances limits.txt --json | jq .Equal
 )help",
     .details =
-        R"(A is the reference. A value b of B at time t passes if some time T' not further
-from t than --time-tol has |b - A(T')| <= max(abs, rel*|A(T')|, range*(max A - min A)).
-Values of A are looked for in B likewise, so that neither may lack a spike of the
-other. All tolerances are 0 unless given. Between samples, floating-point signals
-are interpolated linearly, integers, booleans and enumerations keep their value.
+        R"(A is the reference. A value b of B at time t passes if at some time T' not
+further from t than --time-tol the distance |b - A(T')| is at most the largest
+of these, all of which are 0 unless given:
 
-Runs are paired by name, or as --run says. A run or a signal that only one of them
-has, other units, and first or last times that differ by more than --time-tol are
-differences; with --overlap only the time that both have is compared. Other
-metadata is told, and makes no difference.
+  --abs, --rel times |A(T')|, --range times (max A - min A)
 
-The file of --tolerances has a signal name a line, in which * and ? stand for any
-text, and behind it any of abs=, rel=, range= and time=; the last line that
+Values of A are looked for in B likewise, so that neither may lack a spike of
+the other. Between samples, floating-point signals are interpolated linearly,
+integers, booleans and enumerations keep their value.
+
+Runs are paired by name, or as --run says. A run or a signal that only one of
+them has, other units, and first or last times that differ by more than
+--time-tol are differences; with --overlap only the time that both have is
+compared. Other metadata is told, and makes no difference.
+
+The file of --tolerances has a signal name a line, in which * and ? stand for
+any text, and behind it any of abs=, rel=, range= and time=; the last line that
 describes a signal counts, and lines that begin with # say nothing:
 
   v(*)   abs=1e-3
   i(r1)  rel=0.01 time=1e-6
 
-Prints a line for each signal: run, name, verdict, the largest difference at one
-time, that time, the two values there, and the smallest --abs that would pass.
+Prints a line for each signal: run, name, verdict, the largest difference at
+one time, that time, the two values there, and the smallest --abs that would
+pass.
 
 Exit code: 0 equal within the tolerances, 3 different, 1 an error.
 )",

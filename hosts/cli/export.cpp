@@ -382,19 +382,20 @@ extern const Command kExport = {
     .details =
         R"(The table has the time in its first column and a signal in each further one,
 with the unit in brackets behind the name; with --long it has a row for each
-sample: run, time, signal, value. It is CSV (RFC 4180), or with --json an object
-per row on a line of its own; nan and inf are null there.
+sample: run, time, signal, value. It is CSV (RFC 4180), or with --json an
+object per row on a line of its own; nan and inf are null there.
 
-Cells are what was recorded, digit for digit, and the time is in the unit that it
-was recorded in. Runs can stand side by side if their times are the same; their
-names then stand before the signals. If the times differ, say how to join them:
+Cells are what was recorded, digit for digit, and the time is in the unit that
+it was recorded in. Runs can stand side by side if their times are the same;
+their names then stand before the signals. If the times differ, say how to join
+them:
 
   --grid union   every time of any run
   --step T       every T seconds, from --from or the first time on
 
-Between two samples, floating-point signals are interpolated linearly; integers,
-booleans and enumerations keep the earlier value. Where a run has no samples its
-cells are nan. The time is then in seconds.
+Between two samples, floating-point signals are interpolated linearly;
+integers, booleans and enumerations keep the earlier value. Where a run has no
+samples its cells are nan. The time is then in seconds.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    kRunOption,

@@ -388,13 +388,14 @@ extern const Command kGet = {
   tavlox get filter.tavlox /session/runs.json -o - | jq
 )",
     .details =
-        R"(Prints the paths of the files written. A path of the package stands for an entry
-or for all in a folder, and is kept below the output folder: /user/plots/a.png
-becomes copies/user/plots/a.png. A bare file name takes the user files of that
-name, less /user: copies/plots/a.png. Missing folders are made. A file appears once
-it is complete. Nothing is written through a symbolic link below the output folder.
-An entry that cannot be read is reported, the others are still extracted, and the
-exit code is 1. With "-o -" the data of one entry goes to standard output.
+        R"(Prints the paths of the files written. A path of the package stands for an
+entry or for all in a folder, and is kept below the output folder:
+/user/plots/a.png becomes copies/user/plots/a.png. A bare file name takes the
+user files of that name, less /user: copies/plots/a.png. Missing folders are
+made. A file appears once it is complete. Nothing is written through a symbolic
+link below the output folder. An entry that cannot be read is reported, the
+others are still extracted, and the exit code is 1. With "-o -" the data of one
+entry goes to standard output.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"ENTRY", Takes::OneOrMore, "A path of the package or a file name"},

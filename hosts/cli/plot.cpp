@@ -256,11 +256,13 @@ extern const Command kPlot = {
 )help",
     .details =
         R"(A plot for each signal of each run, as wide as the terminal, with the name, the
-unit, the smallest and the largest value above it. Every column of dots shows all
-values of its stretch of time, however many there are. With --json an object for
-each signal: its first, last, smallest and largest value and their times.
+unit, the smallest and the largest value above it. Every column of dots shows
+all values of its stretch of time, however many there are. With --json an
+object for each signal: its first, last, smallest and largest value and their
+times.
 
-Dots are Braille characters; where the locale is not UTF-8, or with --ascii, stars.
+Dots are Braille characters; where the locale is not UTF-8, or with --ascii,
+stars.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    kRunOption,

@@ -99,9 +99,10 @@ extern const Command kRuns = {
 )",
     .details =
         R"(A run is a line: id, place among the runs, name, model, start and stop time in
-seconds, and status. With --json it is an object with every field that is recorded
-of a run, in a list; SamplesPart is the part that holds its samples. A run that
-cannot be read is reported, the others are still shown, and the exit code is 1.
+seconds, and status. With --json it is an object with every field that is
+recorded of a run, in a list; SamplesPart is the part that holds its samples. A
+run that cannot be read is reported, the others are still shown, and the exit
+code is 1.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"ID", Takes::Any, "The runs to show; all of them if none is named"}},

@@ -46,14 +46,15 @@ extern const Command kSignals = {
     .summary = "Show the signals of a session",
     .examples = R"help(  tavlox signals filter.tavlox
   tavlox signals filter.tavlox --name "v(out)"
-  tavlox signals --json filter.tavlox | jq '.[] | select(.StoredUnits == "V") | .Name'
+  tavlox signals --json filter.tavlox | jq '.[] | [.RunID, .Name]'
 )help",
     .details =
-        R"(A signal is a line: id of its run, place of that among the runs, name, units, data
-type and block path; with --json it is an object with every field that is recorded
-of a signal, in a list. SamplesPart is the part with its samples, SamplesColumn its
-column there, from 1, where the time is; 0 if there are none. Nothing is printed,
-with --json an empty list, if there is no signal of the name.
+        R"(A signal is a line: id of its run, place of that among the runs, name, units,
+data type and block path; with --json it is an object with every field that is
+recorded of a signal, in a list. SamplesPart is the part with its samples,
+SamplesColumn its column there, from 1, where the time is; 0 if there are none.
+Nothing is printed, with --json an empty list, if there is no signal of the
+name.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"--name", Takes::Value, "Only the signals of exactly this name, in all runs", "NAME"}},

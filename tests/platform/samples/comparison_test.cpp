@@ -57,6 +57,8 @@ TEST(Comparison, LooksForEachValueInTheOtherWithinTheTolerance) {
       // Both values of a repeated time are there, and nothing between them.
       {"0,0\n1,0\n1,5\n2,5\n", "0,0\n1,0\n1,5\n2,5\n", {}, "equal 0 at 0: 0 0, 0 0/8"},
       {"0,0\n1,0\n1,5\n2,5\n", "0,0\n1,2\n2,5\n", {}, "different 3 at 1: 5 2, 3 3/7"},
+      // A held signal has the last of them.
+      {"0,0\n1,3\n1,5\n2,5\n", "0,0\n1,5\n2,5\n", {}, "equal 0 at 0: 0 0, 0 0/6", u"int8"},
       {"0,nan\n1,nan\n", "0,nan\n1,nan\n", {}, "equal 0 at 0: 0 0, 0 0/4"},
       {"0,nan\n1,1\n", "0,1\n1,1\n", {.absolute = 1e300}, "different inf at 0: nan 1, inf 2/4"},
       {"0,inf\n1,inf\n", "0,inf\n1,-inf\n", {.relative = 1}, "different inf at 1: inf -inf, inf 2/4"},

@@ -47,7 +47,6 @@ void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
     CLI::Option* option = takes == Takes::Flag ? app.add_flag(name) : app.add_option(name);
     const bool isNeeded = takes == Takes::One || takes == Takes::OneOrMore;
     const bool takesAll = takes == Takes::OneOrMore || takes == Takes::Any;
-    if (takes == Takes::Values) option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     if (takes == Takes::Value) option->multi_option_policy(CLI::MultiOptionPolicy::Throw);
     if (takes == Takes::Values) option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->expected(1);
     if (isNeeded) option->required();

@@ -22,6 +22,8 @@ function(corvan_platform_shared_library)
   # The name under which programs find it carries the version of the interface.
   set_target_properties(corvan_platform PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                                                    EXPORT_NAME platform)
+  # What it needs are libraries of the system, which are not looked for beside it first.
+  set_target_properties(corvan_platform PROPERTIES INSTALL_RPATH "")
   target_include_directories(corvan_platform INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
                                                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tavlox>)
   target_compile_features(corvan_platform INTERFACE cxx_std_20)

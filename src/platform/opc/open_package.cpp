@@ -25,6 +25,13 @@ namespace {
 // count is an upper bound.
 constexpr std::size_t kDocuments = 2;
 
+const RelationshipsDocument* relationshipsOf(const IndexedPart& part) {
+  return part.relationships ? &part.relationships->document : nullptr;
+}
+
+/// A key as it is sorted.
+std::string_view withoutSlash(std::string_view key) { return key.substr(1); }
+
 }  // namespace
 
 OpenPackage::OpenPackage(std::shared_ptr<const fl::filesystem::InputFile> file,
@@ -81,7 +88,7 @@ std::optional<PartView> OpenPackage::find(const std::string& key) const {
   if (found == changes_.end()) {
     const IndexedPart* part = index_->find(key);
     if (!part) return std::nullopt;
-    return PartView{&part->type, &index_->entries()[part->entry], nullptr, part->relationships.get()};
+    return PartView{part->type, &index_->entries()[part->entry], nullptr, relationshipsOf(*part)};
   }
   const PartChange& change = found->second;
   if (change.isDeleted) return std::nullopt;
@@ -89,7 +96,7 @@ std::optional<PartView> OpenPackage::find(const std::string& key) const {
   // A part that was created anew has nothing of the one in the file.
   if (change.creation == 0) {
     if (!change.data) view.entry = &index_->entries()[change.original->entry];
-    view.relationships = change.original->relationships.get();
+    view.relationships = relationshipsOf(*change.original);
   }
   if (change.relationships) view.relationships = &*change.relationships;
   return view;
@@ -223,21 +230,23 @@ void OpenPackage::checkIsNotDerived(const PartName& name) {
     const std::string folder = key.substr(0, slash);
     if (find(folder)) raiseBeside(folder);
   }
-  const std::string folder = key + '/';
+  const std::string folder = std::string(withoutSlash(key)) + '/';
   // If any name starts with the folder, the first that does not come before it does.
   const auto next = sortedKeys().lower_bound(folder);
-  if (next != sortedKeys().end() && next->starts_with(folder)) raiseBeside(*next);
+  if (next != sortedKeys().end() && next->starts_with(folder)) raiseBeside(std::string("/").append(*next));
 }
 
 std::set<std::string_view>& OpenPackage::sortedKeys() {
   // Built from both layers when the first part is created, and kept up to date from then on.
   if (sortedKeys_) return *sortedKeys_;
   sortedKeys_.emplace();
+  std::string key;
   for (const IndexedPart& part : index_->parts()) {
-    if (!changes_.contains(index_->keyOf(part))) sortedKeys_->insert(index_->keyOf(part));
+    key.assign("/").append(index_->keyOf(part));
+    if (!changes_.contains(key)) sortedKeys_->insert(index_->keyOf(part));
   }
-  for (const auto& [key, change] : changes_) {
-    if (!change.isDeleted) sortedKeys_->insert(key);
+  for (const auto& [changed, change] : changes_) {
+    if (!change.isDeleted) sortedKeys_->insert(withoutSlash(changed));
   }
   return *sortedKeys_;
 }
@@ -247,7 +256,7 @@ OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
   if (found != changes_.end()) return found->second;
   const IndexedPart* part = index_->find(name.key());
   // Callers have found the part, so without a change it is one of the file.
-  PartChange unchanged{index_->nameOf(*part), part->type, part, false, 0, nullptr, std::nullopt};
+  PartChange unchanged{index_->nameOf(*part), *part->type, part, false, 0, nullptr, std::nullopt};
   return changes_.emplace(name.key(), std::move(unchanged)).first->second;
 }
 
@@ -258,7 +267,7 @@ void OpenPackage::remove(const PartName& name) {
   // The part's relationships go with it.
   if (view->relationships) relationshipCount_ -= view->relationships->size();
   --entryCount_;
-  if (sortedKeys_) sortedKeys_->erase(name.key());
+  if (sortedKeys_) sortedKeys_->erase(withoutSlash(name.key()));
   PartChange& part = change(name);
   editContentTypes().removeOverride(name.key());
   // Some writers name relationship parts there too; one left behind would be about nothing.
@@ -298,20 +307,29 @@ const std::shared_ptr<zip::SpoolStorage>& OpenPackage::spoolStorage() {
 }
 
 ContentTypesDocument& OpenPackage::editContentTypes() {
-  isChanged_ = true;
-  if (!contentTypes_) contentTypes_ = index_->contentTypes();
+  isChanged_ = areContentTypesChanged_ = true;
+  return contentTypes();
+}
+
+ContentTypesDocument& OpenPackage::contentTypes() {
+  if (!contentTypes_) contentTypes_ = index_->editableContentTypes(file_);
   return *contentTypes_;
 }
 
 RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   if (!source) {
-    if (!relationships_) relationships_ = index_->relationships();
+    if (!relationships_) {
+      relationships_ = index_->editableRelationships(file_, index_->relationshipsEntry(), {});
+    }
     return *relationships_;
   }
   const RelationshipsDocument* before = relationships(source);
   PartChange& part = change(*source);
   if (part.relationships) return *part.relationships;
-  if (before) return part.relationships.emplace(*before);
+  if (before) {
+    return part.relationships.emplace(
+        index_->editableRelationships(file_, part.original->relationships->entry, part.name.encoded()));
+  }
   // The first relationship of a part makes its relationship part.
   ++entryCount_;
   return part.relationships.emplace(part.name.encoded());

@@ -119,14 +119,16 @@ class OpenPackage {
   /// What was done to a part that is there; a record of nothing if this is the first change.
   PartChange& change(const model::PartName& name);
   void putNew(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
-  /// Copies of the documents in the index, made when they are first changed.
+  /// The documents of the file, read once more when they are first changed.
   ContentTypesDocument& editContentTypes();
   RelationshipsDocument& editRelationships(const model::PartName* source);
+  /// The list of content types as it is now, changed or not.
+  ContentTypesDocument& contentTypes();
   const std::shared_ptr<zip::SpoolStorage>& spoolStorage();
   /// Raises if there is "/a" and this is "/a/b", or the other way round (ECMA-376 part 2, part naming).
   void checkIsNotDerived(const model::PartName& name);
   void checkEntryCount() const;
-  /// The keys of all parts there are.
+  /// The keys of all parts there are, without the leading "/".
   std::set<std::string_view>& sortedKeys();
   /// Writes everything to the path, see SavePlan.
   void save();
@@ -147,15 +149,17 @@ class OpenPackage {
   std::uint64_t creations_ = 0;
   // By key. Never erased from, so that views and keys stay valid.
   boost::unordered_map<std::string, PartChange, fl::i18n::TextHash, std::equal_to<>> changes_;
-  // Nothing as long as the documents of the index hold.
+  // Nothing as long as the documents of the file hold.
   std::optional<ContentTypesDocument> contentTypes_;
+  bool areContentTypesChanged_ = false;
   std::optional<RelationshipsDocument> relationships_;
   // Relationship parts without a part, now that a part of that name was created.
   std::vector<EntryIndex> droppedOrphans_;
   // Of the package's relationships, in their order where targets are equal; only once somebody asks by
   // target, as replacing many files in one go does.
   mutable std::optional<std::multimap<std::u16string, std::string>> idsByTarget_;
-  // Of the parts there are, for finding derived names; sorted only once a part is created.
+  // Of the parts there are, without the leading "/", for finding derived names; sorted only once a part is
+  // created.
   std::optional<std::set<std::string_view>> sortedKeys_;
   // For all new data of this opening.
   std::shared_ptr<zip::SpoolStorage> spoolStorage_;

@@ -1,5 +1,7 @@
 #include "platform/opc/package_index.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <utility>
@@ -8,9 +10,11 @@
 #include "platform/opc/percent_encoding.h"
 #include "platform/zip/entry_reader.h"
 
-// How a file becomes an index. The entries of its directory are first told apart by their names alone. Then
-// the list of content types is read, because it decides which of the remaining entries are parts, and after
-// the parts the relationships, because each relationship part belongs to one of them.
+// How a file becomes an index. The entries of its directory are first told apart by their names alone. What
+// may be a part is found by its key from then on, and the list of content types, which is read next, gives it
+// its type or leaves it without one: then it is none. After the parts come the relationships, because each
+// relationship part belongs to one of them. Of these documents, which may be as large as the directory, only
+// a window is in memory, and what is kept of them is what an opening that changes nothing asks for.
 //
 // The rules are those of the conventions for packages in ZIP files (ECMA-376 part 2). A file is refused
 // where programs could disagree about what it contains; what merely is no part is kept and copied when the
@@ -57,8 +61,11 @@ bool isPiece(std::string_view segment) {
 ItemKind kindOf(std::string_view name) {
   if (name.ends_with('/')) return ItemKind::Folder;
   if (percent::equalsIgnoringCase(name, "[Content_Types].xml")) return ItemKind::ContentTypes;
-  if (isPiece(lastSegment(name))) return ItemKind::InterleavedPiece;
-  const bool isRelationships = model::isRelationshipPart(lastSegment(folderOf(name)), lastSegment(name));
+  const std::string_view segment = lastSegment(name);
+  if (isPiece(segment)) return ItemKind::InterleavedPiece;
+  // The last letter is asked for first: few names end in "rels", and then the folder need not be looked for.
+  const bool isRelationships = (segment.back() == 's' || segment.back() == 'S') &&
+                               model::isRelationshipPart(lastSegment(folderOf(name)), segment);
   return isRelationships ? ItemKind::Relationships : ItemKind::Other;
 }
 
@@ -92,21 +99,16 @@ class PackageIndex::Reader {
     index_.identity_ = file_->identity();
     index_.mayHaveChangedUnseen_ = isJustChanged(file_->identity());
     index_.directory_ = zip::Directory::read(*file_, remaining_);
+    // Nearly all of them will be parts.
+    index_.parts_.reserve(index_.entries().size());
+    index_.partsByKey_.reserve(index_.entries().size());
     for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) {
       zip::holds(tell_, &at(entry), [&] { sortItem(entry); });
     }
+    checkLinks();
     const auto list = index_.contentTypesEntry_;
     zip::holds(tell_, list ? &at(*list) : nullptr, [&] { readContentTypes(); });
-    // Nearly all of them will be parts.
-    index_.parts_.reserve(partItems_.size());
-    index_.partsByKey_.reserve(partItems_.size());
-    // Grown step by step, long names would take twice their room.
-    std::size_t nameBytes = 0;
-    for (const EntryIndex entry : partItems_) nameBytes += at(entry).name.size() + 1;
-    index_.keys_.reserve(nameBytes);
-    for (const EntryIndex entry : partItems_) {
-      zip::holds(tell_, &at(entry), [&] { addItem(entry); });
-    }
+    removeWhatHasNoType();
     for (const EntryIndex entry : relationshipItems_) {
       zip::holds(tell_, &at(entry), [&] { addRelationships(entry); });
     }
@@ -125,7 +127,7 @@ class PackageIndex::Reader {
     if (kind == ItemKind::Relationships) return relationshipItems_.push_back(entry);
     // A link may lead out of the package, so it is no part; its name is taken all the same.
     if (at(entry).isSymbolicLink) return keepLink(keyOfItem(at(entry).name));
-    if (kind == ItemKind::Other) return partItems_.push_back(entry);
+    if (kind == ItemKind::Other) return addItem(entry);
     // Names that differ only in case: programs would disagree about which one counts.
     if (index_.contentTypesEntry_) refuse("opc:package:ContentTypesTwice", file_->path());
     index_.contentTypesEntry_ = entry;
@@ -135,24 +137,47 @@ class PackageIndex::Reader {
     if (key) index_.otherItems_.insert(*std::move(key));
   }
 
-  void readContentTypes() {
-    if (!index_.contentTypesEntry_) refuse("opc:package:ContentTypesMissing", file_->path());
-    const std::string bytes = readWhole(*index_.contentTypesEntry_, remaining_.contentTypeBytes);
-    index_.contentTypes_ = ContentTypesDocument::parse(bytes, file_->path(), remaining_);
+  /// Equivalent names may not occur twice, among links and other items neither.
+  void checkLinks() {
+    if (index_.otherItems_.empty()) return;
+    for (const IndexedPart& part : index_.parts_) {
+      if (!index_.otherItems_.contains(slashed(index_.keyOf(part)))) continue;
+      zip::holds(tell_, &at(part.entry), [&] { refuseEquivalent(part.entry); });
+    }
   }
 
+  /// What may be a part; its type is not known yet.
   void addItem(EntryIndex entry) {
-    const auto key = keyOfItem(at(entry).name);
-    if (!key) return;
-    const model::ContentType* type = index_.contentTypes_.contentTypeOfKey(*key);
-    // Equivalent names may not occur twice. Between two parts the index below finds that out.
-    const bool isTaken = type ? index_.otherItems_.contains(*key) : !index_.otherItems_.insert(*key).second;
-    if (isTaken) refuseEquivalent(entry);
-    // Without a content type it is no part.
-    if (!type) return;
-    index_.parts_.push_back({entry, index_.keys_.add(*key), *type, {}, {}});
-    const auto keyAt = [this](std::size_t part) { return index_.keyOf(index_.parts_[part]); };
-    if (!index_.partsByKey_.add(index_.parts_.size() - 1, keyAt)) refuseEquivalent(entry);
+    std::uint32_t key = 0;
+    if (!model::PartName::isKey(slashed(at(entry).name))) {
+      const auto other = model::PartName::tryKey(slashed_);
+      if (!other) return;
+      index_.keyTexts_.push_back(index_.keys_.add(std::string_view(*other).substr(1)));
+      key = static_cast<std::uint32_t>(index_.keyTexts_.size());
+    }
+    index_.parts_.push_back({static_cast<std::uint32_t>(entry), key, nullptr, nullptr});
+    if (addToIndex(index_.parts_.size() - 1)) return;
+    index_.parts_.pop_back();
+    refuseEquivalent(entry);
+  }
+
+  bool addToIndex(std::size_t position) {
+    return index_.partsByKey_.add(position,
+                                  [this](std::size_t part) { return index_.keyOf(index_.parts_[part]); });
+  }
+
+  void readContentTypes();
+
+  /// Without a content type an item is no part, but its name is taken.
+  void removeWhatHasNoType() {
+    const auto hasNoType = [](const IndexedPart& part) { return part.type == nullptr; };
+    if (std::ranges::none_of(index_.parts_, hasNoType)) return;
+    for (const IndexedPart& part : index_.parts_) {
+      if (hasNoType(part)) index_.otherItems_.emplace(slashed(index_.keyOf(part)));
+    }
+    std::erase_if(index_.parts_, hasNoType);
+    index_.partsByKey_ = {};
+    for (std::size_t position = 0; position < index_.parts_.size(); ++position) addToIndex(position);
   }
 
   void addRelationships(EntryIndex entry) {
@@ -160,7 +185,8 @@ class PackageIndex::Reader {
     if (!source) return;
     // "_rels/.rels" holds the relationships of the package itself.
     if (source->empty()) {
-      claim(index_.relationshipsEntry_, entry);
+      if (index_.relationshipsEntry_) refuseEquivalent(entry);
+      index_.relationshipsEntry_ = entry;
       index_.relationships_ = readRelationships(entry, {});
       return;
     }
@@ -170,55 +196,133 @@ class PackageIndex::Reader {
       if (!index_.orphans_.emplace(*source, entry).second) refuseEquivalent(entry);
       return;
     }
+    if (found->relationships) refuseEquivalent(entry);
     // The same part once more, to be completed.
     IndexedPart& part = index_.parts_[static_cast<std::size_t>(found - index_.parts_.data())];
-    claim(part.relationshipsEntry, entry);
-    part.relationships = std::make_shared<const RelationshipsDocument>(
-        readRelationships(entry, index_.nameOf(part).encoded()));
-  }
-
-  /// Refuses the second of two relationship parts of one source, whose names are then equivalent.
-  void claim(std::optional<EntryIndex>& relationshipsEntry, EntryIndex entry) {
-    if (relationshipsEntry) refuseEquivalent(entry);
-    relationshipsEntry = entry;
+    part.relationships = std::make_unique<const PartRelationships>(
+        PartRelationships{entry, readRelationships(entry, index_.nameOf(part).encoded())});
   }
 
   // The limits hold for all relationships of the package together. A symbolic link instead of a document says
   // nothing, but it gives way when the document is written.
   RelationshipsDocument readRelationships(EntryIndex entry, const std::string& source) {
     if (at(entry).isSymbolicLink) return RelationshipsDocument(source);
-    const std::string bytes = readWhole(entry, remaining_.relationshipBytes);
-    auto document = RelationshipsDocument::parse(bytes, source, file_->path(), remaining_);
-    remaining_.relationshipBytes -= bytes.size();
+    RelationshipsDocument document;
+    readDocument(entry, remaining_.relationshipBytes, [&](const xml::Source& bytes) {
+      document = RelationshipsDocument::read(bytes, at(entry).size, source, file_->path(), remaining_);
+    });
+    remaining_.relationshipBytes -= at(entry).size;
     remaining_.relationships -= document.size();
     index_.relationshipCount_ += document.size();
     return document;
   }
 
-  std::string readWhole(EntryIndex entry, std::uint64_t limit) {
+  /// Has all of a document read, window by window.
+  template <class Read>
+  void readDocument(EntryIndex entry, std::uint64_t limit, const Read& read) try {
+    if (at(entry).size > limit) raise("opc:zip:EntryTooLarge", file_->path(), at(entry).name, limit);
+    zip::EntryReader reader(file_, at(entry));
     try {
-      return zip::readWhole(file_, at(entry), limit);
-    } catch (const Exception& broken) {  // data that does not match its checksum, for one
-      throw model::PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
+      read([&](char* into, std::size_t count) { return reader.read(into, count); });
+    } catch (const model::PackageOpenFailed&) {
+      // Damaged data makes a malformed document. That shows at the end of the data, and is what is said then.
+      std::array<char, 4096> rest;
+      while (reader.read(rest.data(), rest.size()) != 0) {
+      }
+      throw;
     }
+  } catch (const model::PackageOpenFailed&) {
+    throw;
+  } catch (const Exception& broken) {  // data that does not match its checksum, for one
+    throw model::PackageOpenFailed(broken.GetID(), broken.GetArguments(), broken.causes());
   }
 
   [[noreturn]] void refuseEquivalent(EntryIndex entry) {
     refuse("opc:package:EquivalentNames", file_->path(), at(entry).name);
   }
 
+  /// With the "/" that names of parts have and those of entries have not; valid until the next call.
+  const std::string& slashed(std::string_view itemName) { return slashed_.assign("/").append(itemName); }
+
   const std::shared_ptr<const fl::filesystem::InputFile>& file_;
   /// The limits, less what was read so far.
   zip::Limits remaining_;
   PackageIndex& index_;
   const zip::RuleBroken& tell_;
-  std::vector<EntryIndex> partItems_, relationshipItems_;
+  std::vector<EntryIndex> relationshipItems_;
+  std::string slashed_;
 };
+
+/// Gives the items of an index their types.
+class PackageIndex::TypeReader : public ContentTypesReader {
+ public:
+  TypeReader(PackageIndex& index, std::string_view packagePath)
+      : ContentTypesReader(packagePath), index_(index) {}
+
+  /// What the overrides have left without a type.
+  void applyDefaults() {
+    if (defaults_.empty()) return;
+    for (IndexedPart& part : index_.parts_) {
+      if (part.type != nullptr) continue;
+      const auto found = defaults_.find(extensionOf(index_.keyOf(part)));
+      if (found != defaults_.end() && !found->first.empty()) part.type = found->second;
+    }
+  }
+
+ private:
+  bool addDefault(std::string_view extension, const model::ContentType& type) override {
+    return defaults_.emplace(extension, kept(type)).second;
+  }
+
+  bool addOverride(std::string_view written, const model::ContentType& type) override {
+    const auto position = partOf(written);
+    if (!position) return ofNoPart_.insert(keyOf(written)).second;
+    next_ = *position + 1;
+    IndexedPart& part = index_.parts_[*position];
+    if (part.type != nullptr) return false;
+    part.type = kept(type);
+    return true;
+  }
+
+  std::optional<std::size_t> partOf(std::string_view written) const {
+    // Most writers list the parts as they store them: then names need not even be looked up.
+    if (next_ < index_.parts_.size() &&
+        written.substr(1) == index_.entries()[index_.parts_[next_].entry].name) {
+      return next_;
+    }
+    const IndexedPart* found = index_.find(keyOf(written));
+    if (found == nullptr) return std::nullopt;
+    return static_cast<std::size_t>(found - index_.parts_.data());
+  }
+
+  /// The type as the index has it. Copies share their text, by which it is known.
+  const model::ContentType* kept(const model::ContentType& type) {
+    const std::string* const text = &type.encoded();
+    auto [known, isNew] = kept_.emplace(text, nullptr);
+    if (isNew) known->second = &index_.types_.emplace_back(type);
+    return known->second;
+  }
+
+  PackageIndex& index_;
+  std::size_t next_ = 0;  // position of the part that most likely comes next
+  boost::unordered_flat_map<std::string, const model::ContentType*, fl::i18n::TextHash, std::equal_to<>>
+      defaults_;
+  boost::unordered_flat_map<const std::string*, const model::ContentType*> kept_;
+  boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> ofNoPart_;
+};
+
+void PackageIndex::Reader::readContentTypes() {
+  if (!index_.contentTypesEntry_) refuse("opc:package:ContentTypesMissing", file_->path());
+  TypeReader reader(index_, file_->path());
+  readDocument(*index_.contentTypesEntry_, remaining_.contentTypeBytes, [&](const xml::Source& bytes) {
+    xml::read(bytes, {file_->path(), ContentTypesReader::kName}, remaining_.xmlDepth, reader);
+  });
+  reader.applyDefaults();
+}
 
 std::shared_ptr<const PackageIndex> PackageIndex::ofNewPackage(const zip::Limits& limits) {
   const std::shared_ptr<PackageIndex> index(new PackageIndex);
   index->limits_ = limits;
-  index->contentTypes_ = ContentTypesDocument::ofNewPackage();
   return index;
 }
 
@@ -260,7 +364,9 @@ std::string_view PackageIndex::comment() const {
 std::uint64_t PackageIndex::directoryOffset() const { return directory_ ? directory_->offset() : 0; }
 
 const IndexedPart* PackageIndex::find(std::string_view key) const {
-  const auto found = partsByKey_.find(key, [this](std::size_t part) { return keyOf(parts_[part]); });
+  if (key.empty()) return nullptr;
+  const auto found =
+      partsByKey_.find(key.substr(1), [this](std::size_t part) { return keyOf(parts_[part]); });
   return found ? &parts_[*found] : nullptr;
 }
 
@@ -268,6 +374,21 @@ model::PartName PackageIndex::nameOf(const IndexedPart& part) const {
   // Made when asked for, because few of many thousand names ever are. It has a value: the entry became a
   // part because its name is a part name.
   return model::PartName::tryFromEncoded(std::string("/").append(entries()[part.entry].name)).value();
+}
+
+ContentTypesDocument PackageIndex::editableContentTypes(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file) const {
+  if (!contentTypesEntry_) return ContentTypesDocument::ofNewPackage();
+  const std::string bytes = zip::readWhole(file, entries()[*contentTypesEntry_], limits_.contentTypeBytes);
+  return ContentTypesDocument::parse(bytes, file->path(), limits_);
+}
+
+RelationshipsDocument PackageIndex::editableRelationships(
+    const std::shared_ptr<const fl::filesystem::InputFile>& file, std::optional<EntryIndex> entry,
+    std::string source) const {
+  if (!entry || entries()[*entry].isSymbolicLink) return RelationshipsDocument(std::move(source));
+  const std::string bytes = zip::readWhole(file, entries()[*entry], limits_.relationshipBytes);
+  return RelationshipsDocument::parse(bytes, std::move(source), file->path(), limits_);
 }
 
 std::optional<EntryIndex> PackageIndex::orphanedRelationships(std::string_view key) const {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -26,14 +28,18 @@ namespace opc {
 /// The position of an entry in its directory.
 using EntryIndex = std::size_t;
 
-/// One part as the opened file has it; its name is that of the entry.
+/// The relationships of one part, and the entry that holds them. The document is only to be looked at.
+struct PartRelationships {
+  EntryIndex entry;
+  RelationshipsDocument document;
+};
+
+/// One part as the opened file has it; its name is that of the entry. Small, because a package may have many.
 struct IndexedPart {
-  EntryIndex entry = 0;
-  TextStore::Location key;
-  model::ContentType type;
-  std::optional<EntryIndex> relationshipsEntry;
-  /// Null when the part has no relationship part.
-  std::shared_ptr<const RelationshipsDocument> relationships;
+  std::uint32_t entry;  ///< an EntryIndex
+  std::uint32_t key;    ///< see PackageIndex::keyOf
+  const model::ContentType* type;
+  std::unique_ptr<const PartRelationships> relationships;  ///< null when the part has none
 };
 
 /// What one state of a package file says: directory, content types, relationships and parts. Never changes
@@ -69,7 +75,7 @@ class PackageIndex {
   std::string_view comment() const;
   std::uint64_t directoryOffset() const;
 
-  const ContentTypesDocument& contentTypes() const { return contentTypes_; }
+  /// The package's own; only to be looked at.
   const RelationshipsDocument& relationships() const { return relationships_; }
   std::optional<EntryIndex> contentTypesEntry() const { return contentTypesEntry_; }
   std::optional<EntryIndex> relationshipsEntry() const { return relationshipsEntry_; }
@@ -80,7 +86,10 @@ class PackageIndex {
   const std::vector<IndexedPart>& parts() const { return parts_; }
   /// By PartName::key; null if there is none.
   const IndexedPart* find(std::string_view key) const;
-  std::string_view keyOf(const IndexedPart& part) const { return keys_.at(part.key); }
+  /// PartName::key without the leading "/". Most entries are called so, and then it is their name.
+  std::string_view keyOf(const IndexedPart& part) const {
+    return part.key == 0 ? entries()[part.entry].name : keys_.at(keyTexts_[part.key - 1]);
+  }
   model::PartName nameOf(const IndexedPart& part) const;
   /// Whether an item that is no part has this key. No new part may be called so: it would be saved beside an
   /// entry of an equivalent name.
@@ -88,8 +97,17 @@ class PackageIndex {
   /// The relationship part that is there although the part of this key is not.
   std::optional<EntryIndex> orphanedRelationships(std::string_view key) const;
 
+  /// The documents of the file, read once more to be changed. What is kept here of them is less: nearly every
+  /// opening only looks at the package.
+  ContentTypesDocument editableContentTypes(
+      const std::shared_ptr<const fl::filesystem::InputFile>& file) const;
+  /// Of an entry that holds relationships, or of none; `source` as for RelationshipsDocument.
+  RelationshipsDocument editableRelationships(const std::shared_ptr<const fl::filesystem::InputFile>& file,
+                                              std::optional<EntryIndex> entry, std::string source) const;
+
  private:
   class Reader;
+  class TypeReader;
   PackageIndex() = default;
 
   fl::filesystem::FileIdentity identity_;
@@ -97,13 +115,15 @@ class PackageIndex {
   // The file was so fresh when it was read that a further change might not show in its identity.
   bool mayHaveChangedUnseen_ = false;
   std::optional<zip::Directory> directory_;  // nothing in a new package
-  ContentTypesDocument contentTypes_;
+  std::deque<model::ContentType> types_;     // that parts have, each once
   RelationshipsDocument relationships_;
   std::optional<EntryIndex> contentTypesEntry_, relationshipsEntry_;
   std::size_t relationshipCount_ = 0;
-  // In the order of the directory. The keys lie in one store, and `partsByKey_` finds positions by them.
+  // In the order of the directory; `partsByKey_` finds positions by their keys.
   std::vector<IndexedPart> parts_;
+  // Those that are not how the entry is called.
   TextStore keys_;
+  std::vector<TextStore::Location> keyTexts_;
   fl::i18n::TextIndex partsByKey_;
   // Keys of what is no part.
   boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> otherItems_;

@@ -27,6 +27,10 @@ constexpr std::string_view kContentTypesItem = "[Content_Types].xml";
 /// The name of the entry that holds a part of this encoded name.
 std::string_view itemNameOf(std::string_view encodedName) { return encodedName.substr(1); }
 
+std::optional<EntryIndex> relationshipsEntryOf(const IndexedPart& part) {
+  return part.relationships ? std::optional(part.relationships->entry) : std::nullopt;
+}
+
 }  // namespace
 
 /// How a changed package is written: what happens to each entry of the opened file, and what is added.
@@ -109,13 +113,13 @@ class OpenPackage::SavePlan {
     // Whether deleted or created anew: nothing of the old part may stay, nor its relationships.
     if (original && leavesOriginal) {
       leaveOut(original->entry);
-      if (original->relationshipsEntry) leaveOut(*original->relationshipsEntry);
+      if (original->relationships) leaveOut(original->relationships->entry);
     }
     if (part.isDeleted) return;
     planData(part);
     if (!part.relationships) return;
     // A part that was created anew has no relationship part whose position it could take.
-    const auto old = leavesOriginal ? std::nullopt : original->relationshipsEntry;
+    const auto old = leavesOriginal ? std::nullopt : relationshipsEntryOf(*original);
     if (part.relationships->isEmpty()) {
       // A document without relationships would say nothing.
       if (old) leaveOut(*old);
@@ -151,12 +155,8 @@ class OpenPackage::SavePlan {
   /// An override and never a default, which could make parts of other items.
   void giveType(const std::string& relationshipPart) {
     const model::ContentType type(kRelationshipsType);
-    const model::ContentType* found = contentTypes().contentTypeOf(relationshipPart);
+    const model::ContentType* found = package_.contentTypes().contentTypeOf(relationshipPart);
     if (!found || !(*found == type)) package_.editContentTypes().setOverride(relationshipPart, type);
-  }
-
-  const ContentTypesDocument& contentTypes() const {
-    return package_.contentTypes_ ? *package_.contentTypes_ : index().contentTypes();
   }
 
   // What is saved must be openable again, so what the reader refuses is not written.
@@ -167,7 +167,7 @@ class OpenPackage::SavePlan {
     };
     count(index().relationshipsEntry());
     // Those of changed parts were counted when they were planned.
-    for (const IndexedPart& part : index().parts()) count(part.relationshipsEntry);
+    for (const IndexedPart& part : index().parts()) count(relationshipsEntryOf(part));
     const std::uint64_t limit = index().limits().relationshipBytes;
     if (relationshipBytes_ > limit) raise("opc:package:RelationshipsTooLarge", package_.path_, limit);
   }
@@ -194,8 +194,8 @@ class OpenPackage::SavePlan {
   void planContentTypes() {
     const auto old = index().contentTypesEntry();
     // Unchanged, so the entry is copied like any other.
-    if (old && !package_.contentTypes_) return;
-    const std::string bytes = contentTypes().toBytes();
+    if (old && !package_.areContentTypesChanged_) return;
+    const std::string bytes = package_.contentTypes().toBytes();
     const std::uint64_t limit = index().limits().contentTypeBytes;
     if (bytes.size() > limit) raise("opc:package:ContentTypesTooLarge", package_.path_, limit);
     put(std::string(kContentTypesItem), old, bytes);

@@ -82,11 +82,41 @@ bool hasEncodedSeparator(std::string_view encoded) {
   return false;
 }
 
+/// Whether an escape is one of printable ASCII that has no letter, and is needed.
+bool isDigitEscape(std::string_view escape) {
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (escape.size() < 3 || !isDigit(escape[1]) || !isDigit(escape[2])) return false;
+  const char byte = static_cast<char>((escape[1] - '0') * 16 + (escape[2] - '0'));
+  return byte >= ' ' && !percent::kPathLiterals.contains(byte);
+}
+
 /// Nearly every name in a package is what we would write ourselves, of ASCII: then it need not be decoded and
 /// encoded again to find its canonical form, and the rules can be checked on it as it stands.
 bool isCanonical(std::string_view encoded) {
   return encoded.size() <= kMaximalLength && percent::isEncodedPrintable(encoded, percent::kPathLiterals) &&
          !hasEncodedSeparator(encoded);
+}
+
+/// Whether a name is its own key, in one pass over it, as far as that is easily told: false says nothing.
+/// Escapes have only digits here, and nothing contains "_rels".
+bool isPlainKey(std::string_view encoded) {
+  if (encoded.empty() || encoded[0] != '/' || encoded.size() > kMaximalLength) return false;
+  char previous = '/';
+  for (std::size_t at = 1; at < encoded.size(); ++at) {
+    const char c = encoded[at];
+    if (c == '%') {
+      if (!isDigitEscape(encoded.substr(at, 3))) return false;
+      at += 2;
+    } else if (c == '/') {
+      // An empty segment, or one that ends in a dot.
+      if (previous == '/' || previous == '.') return false;
+    } else if (!percent::kPathLiterals.contains(c) || (c >= 'A' && c <= 'Z') ||
+               (c == '_' && encoded.substr(at + 1, 4) == "rels")) {
+      return false;
+    }
+    previous = c;
+  }
+  return previous != '/' && previous != '.';
 }
 
 /// The form in which a decoded name is stored, or the rule that the name breaks.
@@ -155,6 +185,8 @@ std::optional<std::string> PartName::tryKey(std::string_view encoded) {
   const std::optional<std::string> form = canonical(encoded);
   return form ? std::optional(percent::toLower(*form)) : std::nullopt;
 }
+
+bool PartName::isKey(std::string_view encoded) { return isPlainKey(encoded) || tryKey(encoded) == encoded; }
 
 std::string relationshipPartNameOf(std::string_view encodedName) {
   const std::size_t slash = encodedName.rfind('/');

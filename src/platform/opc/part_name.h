@@ -28,6 +28,8 @@ class PartName {
   static std::optional<std::u16string> tryDecode(std::string_view encoded);
   /// Only the `key` of it.
   static std::optional<std::string> tryKey(std::string_view encoded);
+  /// Whether a text is the key of itself, as most stored names are.
+  static bool isKey(std::string_view encoded);
 
   /// Decoded, for callers and messages.
   const std::u16string& text() const { return text_; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -33,7 +34,7 @@ class URI {
 };
 
 /// Internal targets are inside the package, external ones anything else, such as a web address.
-enum class TargetMode { Internal, External };
+enum class TargetMode : std::uint8_t { Internal, External };
 
 /// One typed link from a package or part to a target. The target of an internal relationship is resolved,
 /// absolute, decoded text, whatever the document wrote; one that climbs above the root is kept but matches no

@@ -21,18 +21,19 @@ using model::URI;
 
 constexpr std::string_view kNamespace = "http://schemas.openxmlformats.org/package/2006/relationships";
 constexpr std::string_view kIdPrefix = "rId";
-constexpr std::size_t kBytesPerItem = 96;  // of a usual document, a guess to reserve by
+constexpr std::size_t kBytesPerItem = 80;  // of a usual document, a guess to reserve by
 
 std::string numberedId(std::uint64_t number) { return std::string(kIdPrefix).append(std::to_string(number)); }
 
 /// The N of "rIdN", written as `numberedId` writes it; 0 for any other text.
 std::uint64_t numberOf(std::string_view id) {
-  if (!id.starts_with(kIdPrefix)) return 0;
+  const std::size_t digits = kIdPrefix.size();
+  // "rId07" is another ID than "rId7" and says nothing about it.
+  if (!id.starts_with(kIdPrefix) || id.size() == digits || id[digits] == '0') return 0;
   std::uint64_t number = 0;
   const char* end = id.data() + id.size();
-  const auto [stop, error] = std::from_chars(id.data() + kIdPrefix.size(), end, number);
-  // "rId07" is another ID than "rId7" and says nothing about it.
-  return error == std::errc() && stop == end && numberedId(number) == id ? number : 0;
+  const auto [stop, error] = std::from_chars(id.data() + digits, end, number);
+  return error == std::errc() && stop == end ? number : 0;
 }
 
 struct Range {
@@ -80,15 +81,42 @@ bool isNcName(std::string_view text) {
 
 }  // namespace
 
+std::optional<std::size_t> RelationshipsDocument::IdIndex::find(std::string_view id, const auto& idAt) const {
+  const std::uint64_t number = numberOf(id);
+  if (number < byNumber_.size() && byNumber_[number] != 0) return byNumber_[number] - 1;
+  return others_.size() == 0 ? std::nullopt : others_.find(id, idAt);
+}
+
+bool RelationshipsDocument::IdIndex::add(std::size_t index, const auto& idAt) {
+  const std::uint64_t number = numberOf(idAt(index));
+  // A number far above the count would take memory for those that nobody has.
+  if (number == 0 || number > 2 * size() + 64) return others_.add(index, idAt);
+  if (find(idAt(index), idAt)) return false;
+  if (number >= byNumber_.size()) byNumber_.resize(number + 1);
+  byNumber_[number] = static_cast<std::uint32_t>(index + 1);
+  ++numbered_;
+  return true;
+}
+
+void RelationshipsDocument::IdIndex::remove(std::string_view id, const auto& idAt) {
+  const std::uint64_t number = numberOf(id);
+  if (number >= byNumber_.size() || byNumber_[number] == 0) return others_.remove(id, idAt);
+  byNumber_[number] = 0;
+  --numbered_;
+}
+
 /// Fills a list from its document, item by item (ECMA-376 part 2, relationships markup).
 class RelationshipsDocument::Reader : public xml::ListReader {
  public:
-  Reader(RelationshipsDocument& document, std::string_view packagePath, const zip::Limits& limits)
+  /// Whether the document can be changed afterwards.
+  enum class Text { Kept, Dropped };
+  Reader(RelationshipsDocument& document, std::string_view packagePath, const zip::Limits& limits, Text text)
       : ListReader(kNamespace),
         document_(document),
         package_(packagePath),
         part_(document.partName()),
-        limits_(limits) {}
+        limits_(limits),
+        keepsText_(text == Text::Kept) {}
 
   const std::string& part() const { return part_; }
 
@@ -112,20 +140,27 @@ class RelationshipsDocument::Reader : public xml::ListReader {
     const std::string_view target = targetMode == TargetMode::External
                                         ? attributes.find("Target").value_or("")
                                         : required(attributes, "Target");
-    Relationship::Type type = sharedType(required(attributes, "Type"));
+    const std::size_t type = sharedType(required(attributes, "Type"));
     const std::string_view written = id(attributes);
-    if (document_.append(written, std::move(type), target, targetMode, {})) return;
+    if (document_.append(written, type, target, targetMode)) return;
     refuse("opc:relationships:DuplicateId", package_, part_, written);
   }
 
-  void endItem(xml::Span item) override { document_.items_.back().written = item; }
+  void endItem(xml::Span item) override {
+    if (keepsText_) document_.written_.push_back(item);
+  }
   void endRoot(xml::ListText text) override { document_.text_ = std::move(text); }
 
-  /// Equal texts give one type, because many thousand relationships have the same.
-  Relationship::Type sharedType(std::string_view written) {
-    if (const auto known = types_.find(written); known != types_.end()) return known->second;
-    auto type = std::make_shared<const std::u16string>(fl::i18n::to_ustring(written));
-    return types_.emplace(written, std::move(type)).first->second;
+  /// Equal texts give one type, because many thousand relationships have the same; most often that of the one
+  /// before.
+  std::size_t sharedType(std::string_view written) {
+    if (!types_.empty() && written == lastType_->first) return lastType_->second;
+    lastType_ = types_.find(written);
+    if (lastType_ == types_.end()) {
+      lastType_ = types_.emplace(written, document_.types_.size()).first;
+      document_.types_.push_back(std::make_shared<const std::u16string>(fl::i18n::to_ustring(written)));
+    }
+    return lastType_->second;
   }
 
   void refuseElement(const xml::Name& name) const override {
@@ -160,7 +195,10 @@ class RelationshipsDocument::Reader : public xml::ListReader {
   const std::string_view package_;
   const std::string part_;
   const zip::Limits& limits_;
-  boost::unordered_flat_map<std::string, Relationship::Type, fl::i18n::TextHash, std::equal_to<>> types_;
+  const bool keepsText_;
+  using Types = boost::unordered_flat_map<std::string, std::size_t, fl::i18n::TextHash, std::equal_to<>>;
+  Types types_;
+  Types::const_iterator lastType_;
 };
 
 RelationshipsDocument::RelationshipsDocument(std::string source)
@@ -169,22 +207,37 @@ RelationshipsDocument::RelationshipsDocument(std::string source)
 RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::string source,
                                                    std::string_view packagePath, const zip::Limits& limits) {
   RelationshipsDocument document(std::move(source));
-  Reader reader(document, packagePath, limits);
+  Reader reader(document, packagePath, limits, Reader::Text::Kept);
   if (bytes.size() > limits.relationshipBytes) {
     refuse("opc:relationships:TooLarge", packagePath, reader.part(), limits.relationshipBytes);
   }
-  document.byId_.reserve(bytes.size() / kBytesPerItem);
-  document.items_.reserve(bytes.size() / kBytesPerItem);
-  document.texts_.reserve(bytes.size() / 2);  // the rest is markup
+  document.reserve(bytes.size());
+  document.written_.reserve(bytes.size() / kBytesPerItem);
   xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
   return document;
+}
+
+RelationshipsDocument RelationshipsDocument::read(const xml::Source& bytes, std::size_t count,
+                                                  std::string source, std::string_view packagePath,
+                                                  const zip::Limits& limits) {
+  RelationshipsDocument document(std::move(source));
+  Reader reader(document, packagePath, limits, Reader::Text::Dropped);
+  document.reserve(count);
+  xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);
+  return document;
+}
+
+void RelationshipsDocument::reserve(std::size_t bytes) {
+  byId_.reserve(bytes / kBytesPerItem);
+  items_.reserve(bytes / kBytesPerItem);
+  texts_.reserve(bytes / 2);  // the rest is markup
 }
 
 std::string RelationshipsDocument::partName() const { return model::relationshipPartNameOf(source_); }
 
 Relationship RelationshipsDocument::linkOf(const Item& item) const {
-  const std::string_view target = texts_.at(item.target);
-  return {std::string(texts_.at(item.id)), item.type,
+  const std::string_view target = texts_.at(item.target());
+  return {std::string(texts_.at(item.id())), types_[item.type],
           item.mode == TargetMode::Internal ? URI::resolved(source_, target)
                                             : URI::asWritten(fl::i18n::to_ustring(target)),
           item.mode};
@@ -202,9 +255,12 @@ std::vector<Relationship> RelationshipsDocument::relationships(model::ExcludeMod
 }
 
 std::vector<Relationship> RelationshipsDocument::relationshipsByType(std::u16string_view type) const {
+  // Each text is compared once: few types have many thousand relationships.
+  std::vector<bool> isOfType;
+  for (const Relationship::Type& one : types_) isOfType.push_back(*one == type);
   std::vector<Relationship> links;
   for (const Item& item : items_) {
-    if (!item.isRemoved && *item.type == type) links.push_back(linkOf(item));
+    if (!item.isRemoved && isOfType[item.type]) links.push_back(linkOf(item));
   }
   return links;
 }
@@ -227,12 +283,13 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   // Only now: a refused request must not use up a number.
   const std::string itsId = id.empty() ? lowestFreeId() : std::string(id);
   // Whoever adds many adds them with one type, whose text they then share.
-  const bool isAsBefore = !items_.empty() && *items_.back().type == type;
+  if (types_.empty() || *types_.back() != type) {
+    types_.push_back(std::make_shared<const std::u16string>(type));
+  }
   std::vector<xml::WrittenAttribute> attributes{{"Id", itsId}, {"Type", narrowType}, {"Target", itsTarget}};
   if (isExternal) attributes.push_back({"TargetMode", "External"});
-  const xml::Span written = text_.append(xml::writeElement(text_.prefixed("Relationship"), attributes));
-  append(itsId, isAsBefore ? items_.back().type : std::make_shared<const std::u16string>(type), itsTarget,
-         mode, written);
+  written_.push_back(text_.append(xml::writeElement(text_.prefixed("Relationship"), attributes)));
+  append(itsId, types_.size() - 1, itsTarget, mode);
   return linkOf(items_.back());
 }
 
@@ -243,16 +300,19 @@ bool RelationshipsDocument::remove(std::string_view id) {
   // From `nextNumber_` on all numbers are tried anyway.
   if (number != 0 && number < nextNumber_) freedNumbers_.insert(number);
   // The text of all other items stays as it was.
-  text_.cut(items_[*index].written);
+  text_.cut(written_[*index]);
   byId_.remove(id, idAt());
   items_[*index].isRemoved = true;
   return true;
 }
 
-bool RelationshipsDocument::append(std::string_view id, Relationship::Type type, std::string_view target,
-                                   TargetMode mode, xml::Span written) {
+bool RelationshipsDocument::append(std::string_view id, std::size_t type, std::string_view target,
+                                   TargetMode mode) {
+  const auto narrow = [](std::size_t number) { return static_cast<std::uint32_t>(number); };
   // The index compares IDs by their position, so the item must stand there before the index is asked.
-  items_.push_back({texts_.add(id), texts_.add(target), std::move(type), mode, written});
+  items_.push_back(
+      {narrow(texts_.add(id).begin), narrow(id.size()), narrow(target.size()), narrow(type), mode});
+  texts_.add(target);
   const bool isNew = byId_.add(items_.size() - 1, idAt());
   if (!isNew) items_.pop_back();
   return isNew;

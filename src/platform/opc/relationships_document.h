@@ -32,6 +32,10 @@ class RelationshipsDocument {
   /// Raises PackageOpenFailed, with the rule that is broken, naming the package (UTF-8) and the document.
   static RelationshipsDocument parse(std::string_view bytes, std::string source, std::string_view packagePath,
                                      const zip::Limits& limits = {});
+  /// The same without the text of the document, of which so many bytes come: enough to look at, in less than
+  /// half of the memory. What is read so cannot be changed and written.
+  static RelationshipsDocument read(const xml::Source& document, std::size_t bytes, std::string source,
+                                    std::string_view packagePath, const zip::Limits& limits);
 
   /// The encoded name of the document: "/_rels/.rels", "/a/_rels/b.txt.rels".
   std::string partName() const;
@@ -61,20 +65,39 @@ class RelationshipsDocument {
   /// A relationship in the words of the document. What callers see is made when they ask, because most of the
   /// many thousand that a package may have are never looked at.
   struct Item {
-    TextStore::Location id, target;
-    model::Relationship::Type type;
+    std::uint32_t begin, idSize, targetSize;  ///< of the ID, which the target follows, in `texts_`
+    std::uint32_t type;                       ///< index in `types_`
     model::TargetMode mode;
-    xml::Span written;
     bool isRemoved = false;
+    TextStore::Location id() const { return {begin, idSize}; }
+    TextStore::Location target() const { return {std::size_t{begin} + idSize, targetSize}; }
   };
+  /// Finds items by their IDs. Those numbered as nearly every writer numbers them, "rId1" and so on, are
+  /// found by the number, which costs far less than looking up a text. `idAt` gives the ID of an item, as for
+  /// TextIndex.
+  class IdIndex {
+   public:
+    std::size_t size() const { return numbered_ + others_.size(); }
+    void reserve(std::size_t count) { byNumber_.reserve(count); }
+    std::optional<std::size_t> find(std::string_view id, const auto& idAt) const;
+    /// False, and nothing changed, if another item has the ID.
+    bool add(std::size_t index, const auto& idAt);
+    void remove(std::string_view id, const auto& idAt);
+
+   private:
+    std::vector<std::uint32_t> byNumber_;  // index + 1, or 0
+    std::size_t numbered_ = 0;             // how many stand there
+    fl::i18n::TextIndex others_;           // other texts, and numbers far above the count
+  };
+  /// Room for what a document of so many bytes usually holds.
+  void reserve(std::size_t bytes);
   /// Whether the ID was not there yet; otherwise nothing changes.
-  bool append(std::string_view id, model::Relationship::Type type, std::string_view target,
-              model::TargetMode mode, xml::Span written);
+  bool append(std::string_view id, std::size_t type, std::string_view target, model::TargetMode mode);
   /// A relationship as callers see it, its target resolved.
   model::Relationship linkOf(const Item& item) const;
   /// For the index, which holds positions and asks here for the ID at one.
   auto idAt() const {
-    return [this](std::size_t index) { return texts_.at(items_[index].id); };
+    return [this](std::size_t index) { return texts_.at(items_[index].id()); };
   }
   std::string lowestFreeId();
 
@@ -82,8 +105,10 @@ class RelationshipsDocument {
   xml::ListText text_;
   // Removed items stay where they are, so that the others keep their indexes.
   std::vector<Item> items_;
+  std::vector<xml::Span> written_;  // where the items stand in the text; none without it
   TextStore texts_;
-  fl::i18n::TextIndex byId_;
+  std::vector<model::Relationship::Type> types_;
+  IdIndex byId_;
   std::uint64_t nextNumber_ = 1;  // every rIdN below is taken or among the freed
   std::set<std::uint64_t> freedNumbers_;
 };

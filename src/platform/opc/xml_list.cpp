@@ -91,7 +91,7 @@ void ListReader::end(Span tag) {
   }
   // Only the root and its items come this far.
   if (depth == 2) return endItem({itemBegin_, tag.end});
-  endRoot(ListText(document_, root_, tag));
+  if (!document_.empty()) endRoot(ListText(document_, root_, tag));
 }
 
 void ListReader::text(std::string_view piece) {

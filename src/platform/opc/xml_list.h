@@ -60,7 +60,7 @@ class ListReader : public Handler {
   virtual void readItem(const Name& name, const Attributes& attributes) = 0;
   /// Comes after each item: all of its text.
   virtual void endItem(Span item) = 0;
-  /// Comes last.
+  /// Comes last, but not for a document that is read piece by piece: its text.
   virtual void endRoot(ListText text) = 0;
   /// Refuses an element of the own namespace where none may stand, and text other than white space.
   [[noreturn]] virtual void refuseElement(const Name& name) const = 0;
@@ -68,8 +68,8 @@ class ListReader : public Handler {
 
  private:
   const std::string_view space_;
-  std::string_view document_;
-  std::string root_;  // its name, as written
+  std::string_view document_;  // empty if it is read piece by piece
+  std::string root_;           // its name, as written
   std::size_t itemBegin_ = 0;
   int depth_ = 0;
   int skippedFrom_ = 0;  // depth of the foreign element that is being skipped, or 0

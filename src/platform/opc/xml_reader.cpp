@@ -1,16 +1,16 @@
 #include "platform/opc/xml_reader.h"
 
-#include <algorithm>
-#include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <expat.h>
 
 #include "platform/errors/free_with.h"
 #include "platform/errors/package_errors.h"
 #include "platform/opc/percent_encoding.h"
+#include "platform/opc/xml_plain.h"
 #include "platform/text/conversion.h"
 
 namespace opc::xml {
@@ -32,14 +32,6 @@ Name split(const char* joined) {
   const std::size_t second = text.find(kSeparator, first + 1);
   if (second == std::string_view::npos) return {text.substr(0, first), text.substr(first + 1), {}};
   return {text.substr(0, first), text.substr(first + 1, second - first - 1), text.substr(second + 1)};
-}
-
-/// Like `split(joined).is(space, local)`, without measuring names that differ in their first letters.
-bool isNamed(const char* joined, std::string_view local, std::string_view space) {
-  if (!space.empty()) {
-    return std::strncmp(joined, space.data(), space.size()) == 0 && split(joined).is(space, local);
-  }
-  return std::strncmp(joined, local.data(), local.size()) == 0 && joined[local.size()] == '\0';
 }
 
 /// The two that the conventions allow (ECMA-376 part 2), the second in both byte orders.
@@ -91,33 +83,46 @@ class Reading {
     XML_SetCharacterDataHandler(parser_.get(), onText);
   }
 
-  void read(std::string_view bytes) {
+  /// Takes up a document of which `read` was reported: its opening, and items that the parser need not see.
+  void resume(const PlainList& read, std::size_t offset) {
+    if (read.opening().empty()) return;
+    isResuming_ = true;
+    parse(read.opening(), XML_FALSE);
+    isResuming_ = false;
+    skippedBytes_ = offset - read.opening().size();
+    skippedLines_ = read.linesRead();
+  }
+
+  void read(Window& window) {
     // An empty document goes to the parser too, which then says what is missing.
-    bool isLast = false;
-    while (!isLast) {
-      const std::string_view piece = bytes.substr(0, kPieceBytes);
-      bytes.remove_prefix(piece.size());
-      isLast = bytes.empty();
-      const XML_Status status = XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()),
-                                          isLast ? XML_TRUE : XML_FALSE);
-      // First, since the parser that was stopped reports an error of its own.
-      if (raised_) std::rethrow_exception(raised_);
-      if (status != XML_STATUS_OK) refuseMalformed();
+    for (bool isLast = false; !isLast;) {
+      const std::string_view piece = window.rest().substr(0, kPieceBytes);
+      isLast = piece.size() == window.rest().size() && window.isAtEnd();
+      parse(piece, isLast ? XML_TRUE : XML_FALSE);
+      window.take(piece.size());
+      if (window.rest().empty()) window.grow();
     }
   }
 
  private:
+  void parse(std::string_view piece, XML_Bool isLast) {
+    const XML_Status status = XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()), isLast);
+    // First, since the parser that was stopped reports an error of its own.
+    if (raised_) std::rethrow_exception(raised_);
+    if (status != XML_STATUS_OK) refuseMalformed();
+  }
+
   [[noreturn]] void refuseMalformed() const {
     const XML_Error error = XML_GetErrorCode(parser_.get());
     // Not the document's fault.
     if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-    refuse("opc:xml:Malformed", location_.package, location_.part, XML_GetCurrentLineNumber(parser_.get()),
-           XML_ErrorString(error));
+    refuse("opc:xml:Malformed", location_.package, location_.part,
+           XML_GetCurrentLineNumber(parser_.get()) + skippedLines_, XML_ErrorString(error));
   }
 
   /// Where the tag that is being reported stands.
   Span tag() const {
-    const auto begin = static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get()));
+    const auto begin = skippedBytes_ + static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get()));
     return {begin, begin + static_cast<std::size_t>(XML_GetCurrentByteCount(parser_.get()))};
   }
 
@@ -148,6 +153,7 @@ class Reading {
   }
   static void onNamespace(void* self, const char* prefix, const char* space) {
     guard(self, [=](Reading& reading) {
+      if (reading.isResuming_) return;
       reading.handler_.declare(prefix == nullptr ? "" : prefix, space == nullptr ? "" : space);
     });
   }
@@ -157,7 +163,13 @@ class Reading {
       if (++reading.depth_ > reading.depthLimit_) {
         refuse("opc:xml:TooDeep", reading.location_.package, reading.location_.part, reading.depthLimit_);
       }
-      reading.handler_.start(split(name), Attributes(attributes), reading.tag());
+      if (reading.isResuming_) return;
+      reading.attributes_.clear();
+      for (const char** pair = attributes; *pair != nullptr; pair += 2) {
+        const Name its = split(pair[0]);
+        reading.attributes_.push_back({its.space, its.local, pair[1]});
+      }
+      reading.handler_.start(split(name), Attributes(reading.attributes_), reading.tag());
     });
   }
   static void onEnd(void* self, const char*) {
@@ -184,24 +196,33 @@ class Reading {
   const Encoding encoding_;
   Handler& handler_;
   int depth_ = 0;
+  std::vector<Attribute> attributes_;
+  // Whether the handler knows already what the parser is shown.
+  bool isResuming_ = false;
+  // What the parser was not shown.
+  std::size_t skippedBytes_ = 0;
+  XML_Size skippedLines_ = 0;
   std::exception_ptr raised_;
   Parser parser_;
 };
 
-}  // namespace
+enum class Reader { QuickWherePossible, ParserAlone };
 
-Handler::~Handler() = default;
-void Handler::begin(std::string_view) {}
-void Handler::declare(std::string_view, std::string_view) {}
-
-std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
-  for (const char** pair = pairs_; *pair != nullptr; pair += 2) {
-    if (isNamed(pair[0], local, space)) return pair[1];
-  }
-  return std::nullopt;
+/// A document that is in UTF-8 now, whatever it was in.
+void read(Window& window, const Location& location, int depthLimit, Encoding encoding, Handler& handler,
+          Reader reader) {
+  PlainList plain(window, handler);
+  // A list is two elements deep. What was UTF-16 must not declare anything else, which the parser looks at.
+  const bool mayBePlain =
+      reader == Reader::QuickWherePossible && depthLimit >= 2 && encoding == Encoding::Utf8;
+  if (mayBePlain && plain.read()) return;
+  Reading reading(location, depthLimit, encoding, handler);
+  reading.resume(plain, window.offset());
+  reading.read(window);
 }
 
-void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler) {
+void readWhole(std::string_view bytes, const Location& location, int depthLimit, Handler& handler,
+               Reader reader) {
   const Encoding encoding = encodingOf(bytes);
   std::string narrow;
   if (encoding != Encoding::Utf8) {
@@ -210,7 +231,46 @@ void read(std::string_view bytes, const Location& location, int depthLimit, Hand
   }
   // Spans count in these bytes.
   handler.begin(bytes);
-  Reading(location, depthLimit, encoding, handler).read(bytes);
+  Window window(bytes);
+  read(window, location, depthLimit, encoding, handler, reader);
+}
+
+}  // namespace
+
+Handler::~Handler() = default;
+void Handler::begin(std::string_view) {}
+void Handler::declare(std::string_view, std::string_view) {}
+
+std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
+  for (const Attribute& attribute : list_) {
+    if (attribute.local == local && attribute.space == space) return attribute.value;
+  }
+  return std::nullopt;
+}
+
+void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler) {
+  readWhole(bytes, location, depthLimit, handler, Reader::QuickWherePossible);
+}
+
+void readByParser(std::string_view bytes, const Location& location, int depthLimit, Handler& handler) {
+  readWhole(bytes, location, depthLimit, handler, Reader::ParserAlone);
+}
+
+void read(const Source& source, const Location& location, int depthLimit, Handler& handler) {
+  Window window(source);
+  // A source may give its first byte alone.
+  while (window.rest().size() < 2 && window.grow()) {
+  }
+  const Encoding encoding = encodingOf(window.rest());
+  if (encoding == Encoding::Utf8) {
+    return read(window, location, depthLimit, encoding, handler, Reader::QuickWherePossible);
+  }
+  // Rare enough to be read as a whole.
+  std::string bytes(window.rest());
+  for (window.take(bytes.size()); window.grow(); window.take(window.rest().size())) bytes += window.rest();
+  const std::string narrow = transcode(bytes, encoding, location);
+  Window whole{std::string_view(narrow)};
+  read(whole, location, depthLimit, encoding, handler, Reader::ParserAlone);
 }
 
 }  // namespace opc::xml

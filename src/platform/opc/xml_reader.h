@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -29,16 +31,20 @@ struct Name {
   }
 };
 
+struct Attribute {
+  std::string_view space, local, value;
+};
+
 /// The attributes of one element; namespace declarations are not among them.
 class Attributes {
  public:
-  explicit Attributes(const char** pairs) : pairs_(pairs) {}
+  explicit Attributes(std::span<const Attribute> list) : list_(list) {}
 
   /// The value of an attribute without a namespace, or of one in `space`.
   std::optional<std::string_view> find(std::string_view local, std::string_view space = {}) const;
 
  private:
-  const char** pairs_;
+  std::span<const Attribute> list_;
 };
 
 /// A piece of a document's text, from one byte to before another; in UTF-8, also where the document was
@@ -51,7 +57,7 @@ struct Span {
 class Handler {
  public:
   virtual ~Handler();
-  /// Comes first: the whole document, which the spans below are pieces of.
+  /// Comes first, unless the document is read piece by piece: all of it, which the spans below are pieces of.
   virtual void begin(std::string_view document);
   /// Comes before the element that carries the declaration.
   virtual void declare(std::string_view prefix, std::string_view space);
@@ -68,5 +74,11 @@ class Handler {
 /// refused, so there are no entities beyond the five of XML itself. Raises PackageOpenFailed, naming package
 /// and part.
 void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler);
+
+/// Gives the next bytes of a document, up to `count`, and 0 at its end. May raise.
+using Source = std::function<std::size_t(char* into, std::size_t count)>;
+
+/// The same for a document that is never in memory as a whole, unless it is UTF-16.
+void read(const Source& source, const Location& location, int depthLimit, Handler& handler);
 
 }  // namespace opc::xml

@@ -163,7 +163,9 @@ class Inspection {
   void addItemsThatAreNoParts(const PackageIndex& index) {
     // Documents that are in use are no parts either, and need no finding.
     std::set<std::optional<opc::EntryIndex>> documents{index.contentTypesEntry(), index.relationshipsEntry()};
-    for (const opc::IndexedPart& part : index.parts()) documents.insert(part.relationshipsEntry);
+    for (const opc::IndexedPart& part : index.parts()) {
+      if (part.relationships) documents.insert(part.relationships->entry);
+    }
     for (opc::EntryIndex i = 0; i < index.entries().size(); ++i) {
       const Entry& entry = index.entries()[i];
       const std::string name = std::string("/").append(entry.name);
@@ -230,8 +232,9 @@ class Inspection {
 
   /// Notes only: what a part's own relationships mean is known to whoever wrote the part.
   void addMissingTargets(const PackageIndex& index, const opc::IndexedPart& part) {
-    for (const Relationship& link : part.relationships->relationships(opc::model::ExcludeMode::External)) {
-      if (targetOf(index, link) == nullptr) addMissingTarget(Severity::Note, link, part.relationshipsEntry);
+    const auto& [document, links] = *part.relationships;
+    for (const Relationship& link : links.relationships(opc::model::ExcludeMode::External)) {
+      if (targetOf(index, link) == nullptr) addMissingTarget(Severity::Note, link, document);
     }
   }
 

@@ -6,10 +6,8 @@
 
 #include <sys/stat.h>
 
-#include <boost/unordered/unordered_flat_set.hpp>
-
 #include "platform/errors/package_errors.h"
-#include "platform/text/text_hash.h"
+#include "platform/text/text_index.h"
 #include "platform/zip/local_headers.h"
 #include "platform/zip/records.h"
 
@@ -246,10 +244,12 @@ bool readEntry(const Record& record, Entry& entry, const std::string& path, cons
 /// Compares bytes. Names that differ, but are the same by the rules for part names, are found by the
 /// package's index.
 void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path, const RuleBroken& tell) {
-  boost::unordered_flat_set<std::string_view, fl::i18n::TextHash> names(entries.size());
-  for (const Entry& entry : entries) {
-    if (names.insert(entry.name).second) continue;
-    holds(tell, &entry, [&] { refuse("opc:zip:DuplicateName", path, entry.name); });
+  fl::i18n::TextIndex names;
+  names.reserve(entries.size());
+  const auto nameAt = [&](std::size_t index) { return entries[index].name; };
+  for (std::size_t index = 0; index < entries.size(); ++index) {
+    if (names.add(index, nameAt)) continue;
+    holds(tell, &entries[index], [&] { refuse("opc:zip:DuplicateName", path, entries[index].name); });
   }
 }
 

@@ -203,7 +203,7 @@ void OpenPackage::putNew(const PartName& name, const model::ContentType& type,
       name.key(),
       PartChange{name, type, index_->find(name.key()), false, ++creations_, std::move(data), std::nullopt});
   ++entryCount_;
-  sortedKeys().insert(created->first);
+  sortedKeys().insert(withoutSlash(created->first));
   editContentTypes().setOverride(name.encoded(), type);
   // A new part starts without relationships, also where some were left behind.
   const auto orphan = index_->orphanedRelationships(name.key());

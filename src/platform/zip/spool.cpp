@@ -39,36 +39,22 @@ Descriptor openUnlinked(const std::string& folder) {
 
 }  // namespace
 
-SpoolStorage::SpoolStorage(std::string folder) : folder_(folder.empty() ? "." : std::move(folder)) {}
-
-bool SpoolStorage::takeMemory(std::size_t count) {
-  // Not as a sum, which could wrap around.
-  if (count > kMemory - memory_) return false;
-  memory_ += count;
-  return true;
-}
-
-std::uint64_t SpoolStorage::append(const char* data, std::size_t count) {
-  if (!file_) file_ = openUnlinked(folder_);
-  const int error = fl::filesystem::writeAt(file_.get(), end_, data, count);
-  if (error != 0) raise("opc:spool:CannotWrite", folder_, systemReason(error));
-  // Only now: the next write goes over what a failed one may have left.
-  end_ += count;
-  return end_ - count;
-}
-
 /// Deflates one raw stream, piece by piece, in constant memory.
-class Spool::Deflater {
+class Deflater {
  public:
   /// Takes deflated bytes as they come out; may raise.
   using Sink = std::function<void(const char* data, std::size_t count)>;
 
-  Deflater() {
-    isal_deflate_init(&stream_);
+  Deflater() { isal_deflate_init(&stream_); }
+
+  /// Makes it ready for a stream.
+  void start() {
+    isal_deflate_reset(&stream_);
     stream_.level = kLevel;
     stream_.level_buf = levelBuffer_.get();
     stream_.level_buf_size = kLevelBuffer;
     stream_.flush = NO_FLUSH;
+    stream_.end_of_stream = 0;
   }
 
   void deflate(const void* data, std::size_t count, const Sink& sink) {
@@ -84,7 +70,7 @@ class Spool::Deflater {
     }
   }
 
-  /// Ends the stream: what was held back comes out. The deflater is of no further use.
+  /// Ends the stream: what was held back comes out.
   void finish(const Sink& sink) {
     stream_.avail_in = 0;
     stream_.end_of_stream = 1;
@@ -119,7 +105,35 @@ class Spool::Deflater {
   std::unique_ptr<std::uint8_t[]> output_{new std::uint8_t[kOutputBuffer]};
 };
 
-Spool::Spool(std::shared_ptr<SpoolStorage> storage) : storage_(std::move(storage)), deflater_(new Deflater) {}
+SpoolStorage::SpoolStorage(std::string folder) : folder_(folder.empty() ? "." : std::move(folder)) {}
+SpoolStorage::~SpoolStorage() = default;
+
+std::unique_ptr<Deflater> SpoolStorage::takeDeflater() {
+  std::unique_ptr<Deflater> deflater = idle_ ? std::move(idle_) : std::make_unique<Deflater>();
+  deflater->start();
+  return deflater;
+}
+
+void SpoolStorage::giveBack(std::unique_ptr<Deflater> deflater) { idle_ = std::move(deflater); }
+
+bool SpoolStorage::takeMemory(std::size_t count) {
+  // Not as a sum, which could wrap around.
+  if (count > kMemory - memory_) return false;
+  memory_ += count;
+  return true;
+}
+
+std::uint64_t SpoolStorage::append(const char* data, std::size_t count) {
+  if (!file_) file_ = openUnlinked(folder_);
+  const int error = fl::filesystem::writeAt(file_.get(), end_, data, count);
+  if (error != 0) raise("opc:spool:CannotWrite", folder_, systemReason(error));
+  // Only now: the next write goes over what a failed one may have left.
+  end_ += count;
+  return end_ - count;
+}
+
+Spool::Spool(std::shared_ptr<SpoolStorage> storage)
+    : storage_(std::move(storage)), deflater_(storage_->takeDeflater()) {}
 Spool::Spool(std::string folder) : Spool(std::make_shared<SpoolStorage>(std::move(folder))) {}
 Spool::~Spool() {
   if (storage_) storage_->giveMemoryBack(memory_.size());  // not if it was moved away
@@ -143,7 +157,7 @@ void Spool::finish() {
   isBroken_ = true;
   deflater_->finish([&](const char* out, std::size_t size) { keep(out, size); });
   isBroken_ = false;
-  deflater_.reset();
+  storage_->giveBack(std::move(deflater_));
   // A growing vector sets aside more than the budget knows of.
   memory_.shrink_to_fit();
 }

@@ -11,6 +11,8 @@
 
 namespace zip {
 
+class Deflater;
+
 /// What several spools keep their data in together: a memory budget of 8 MiB and, past that, one unlinked
 /// temporary file in the folder given, however many the spools are. Spools may be written in turns. Room in
 /// the file is not used again before the storage goes.
@@ -18,6 +20,7 @@ class SpoolStorage {
  public:
   /// `folder` (UTF-8) takes the temporary file if one is needed.
   explicit SpoolStorage(std::string folder);
+  ~SpoolStorage();
 
   const std::string& folder() const { return folder_; }
 
@@ -32,8 +35,14 @@ class SpoolStorage {
   /// The file, or -1 while everything is in memory.
   int descriptor() const { return file_.get(); }
 
+  /// One that is ready for new data; and the way back, so that the next small entry need not set aside and
+  /// clear buffers many times its size.
+  std::unique_ptr<Deflater> takeDeflater();
+  void giveBack(std::unique_ptr<Deflater> deflater);
+
  private:
   std::string folder_;
+  std::unique_ptr<Deflater> idle_;
   std::size_t memory_ = 0;
   fl::filesystem::Descriptor file_;
   std::uint64_t end_ = 0;
@@ -92,13 +101,12 @@ class Spool {
   };
 
  private:
-  class Deflater;
   void keep(const char* data, std::size_t count);
   bool keepInMemory(const char* data, std::size_t count);
   void store(const char* data, std::size_t count);
 
   std::shared_ptr<SpoolStorage> storage_;
-  std::unique_ptr<Deflater> deflater_;  // null once finished: its buffers are many times a small entry
+  std::unique_ptr<Deflater> deflater_;  // null once finished
   std::vector<char> memory_;            // all of the data, or nothing once there are extents
   std::vector<Extent> extents_;
   std::uint64_t size_ = 0, compressedSize_ = 0;

@@ -302,6 +302,7 @@ void Writer::finish(std::string_view comment) {
   const DirectoryExtent extent{entries_, offset_, directory_.size()};
   write(directory_);
   write(directoryEnd(extent, comment));
+  flush();
   // A clone may be longer than what was written: its old directory lay here.
   if (::ftruncate(descriptor_, static_cast<off_t>(offset_)) != 0) {
     raise("opc:save:CannotWrite", path_, systemReason(errno));
@@ -318,6 +319,7 @@ void Writer::copyPending() {
 }
 
 void Writer::copyRange(Range range) {
+  flush();
   while (range.begin < range.end) {
     const std::uint64_t copied = copyInKernel(range);
     // What the kernel declines once it will decline for the rest.
@@ -371,9 +373,17 @@ void Writer::writeInflated(const Spool& content) {
 }
 
 void Writer::write(std::string_view bytes) {
-  const int error = fl::filesystem::writeAt(descriptor_, offset_, bytes.data(), bytes.size());
-  if (error != 0) raise("opc:save:CannotWrite", path_, systemReason(error));
+  // Ten thousand small entries are a few calls so, instead of two each.
+  if (gathered_.size() + bytes.size() > kMemoryPiece) flush();
+  gathered_.append(bytes);
   offset_ += bytes.size();
+}
+
+void Writer::flush() {
+  const std::uint64_t begin = offset_ - gathered_.size();
+  const int error = fl::filesystem::writeAt(descriptor_, begin, gathered_.data(), gathered_.size());
+  if (error != 0) raise("opc:save:CannotWrite", path_, systemReason(error));
+  gathered_.clear();
 }
 
 }  // namespace zip

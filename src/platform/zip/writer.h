@@ -52,11 +52,14 @@ class Writer {
   void writeDeflated(const Spool& content);
   void writeInflated(const Spool& content);
   void write(std::string_view bytes);
+  /// Writes what was only gathered so far.
+  void flush();
 
   int descriptor_;
   std::string path_;
   std::uint64_t offset_;  ///< where the next byte goes; the pending range lies before it
   std::optional<Range> pending_;
+  std::string gathered_;  ///< short pieces that lie before `offset_`, to be written in one call
   std::string directory_;
   std::uint64_t entries_ = 0;
   std::uint32_t now_;  ///< as ZIP keeps a moment

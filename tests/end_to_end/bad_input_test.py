@@ -122,8 +122,8 @@ class WrongCommandLines(ProgramTest):
 
 class Surroundings(ProgramTest):
     def test_help_leads_with_examples(self):
-        commands = ["record", "info", "runs", "signals", "compression", "describe", "export", "plot", "compare", "list", "add", "get", "delete",
-                    "check", "recover"]
+        commands = ["record", "info", "runs", "signals", "compression", "describe", "export", "plot", "compare",
+                    "list", "add", "get", "delete", "check", "recover"]
         for words in (["--help"], ["info", "-h"], *([command, "--help"] for command in commands)):
             self.assertEqual(self.output_of(*words).splitlines()[2], "Examples:", words)
         help = self.output_of("--help")

@@ -29,20 +29,17 @@ void printText(const Answer& answer, bool isOneOfSeveral) {
   printFindings(answer.findings, "error");
 }
 
-/// An object for one file and a list for several, whether or not all could be read: programs that read it
-/// need to know the shape beforehand. Nothing if the only file could not be read; the error was told.
-void printJson(const std::vector<Answer>& answers, std::size_t asked) {
-  if (answers.empty() && asked == 1) return;
+/// A list, also of one file: programs need to know the shape beforehand.
+void printJson(const std::vector<Answer>& answers) {
   fl::i18n::JsonWriter json;
-  if (asked > 1) json.beginArray();
+  json.beginArray();
   for (const Answer& answer : answers) {
     json.beginObject().member("Filename").value(fl::filesystem::absolute(answer.path));
     json.member("Sound").value(answer.isSound());
     writeFindings(json, answer.findings, "error");
     json.endObject();
   }
-  if (asked > 1) json.endArray();
-  print(json);
+  print(json.endArray());
 }
 
 ExitCode runCheck(const Request& request) {
@@ -59,7 +56,7 @@ ExitCode runCheck(const Request& request) {
       report(request.format, path);
     }
   }
-  if (request.format == OutputFormat::Json) printJson(answers, paths.size());
+  if (request.format == OutputFormat::Json) printJson(answers);
   // A file that could not be checked weighs more than damage in others: nothing is known of it.
   if (answers.size() != paths.size()) return ExitCode::Failed;
   return std::ranges::all_of(answers, &Answer::isSound) ? ExitCode::Done : ExitCode::Found;

@@ -10,6 +10,7 @@
 #include <Poco/Exception.h>
 #include <fmt/format.h>
 
+#include "hosts/cli/suggestion.h"
 #include "hosts/cli/terminal.h"
 #include "platform/errors/package_errors.h"
 #include "platform/files/filesystem.h"
@@ -77,6 +78,23 @@ void addCauses(except_with_causes& error) {
   if (error.GetID() == "tavlox_io:general:UnableToClosePackage" && failedSave) error.addCause(*failedSave);
 }
 
+/// The command or option that was most likely meant.
+std::u16string hintAtCommandLine(const except_with_causes& error) {
+  std::vector<std::u16string> known;
+  const auto addNames = [&](std::span<const Parameter> parameters) {
+    for (const Parameter& parameter : parameters) known.push_back(fl::i18n::to_ustring(parameter.name));
+  };
+  if (error.GetID() == "tavlox:cli:UnknownCommand") {
+    for (const Command* command : allCommands()) known.push_back(fl::i18n::to_ustring(command->name));
+  } else if (error.GetID() == "tavlox:cli:UnknownOption") {
+    addNames(findCommand(fl::i18n::to_string(error.GetArguments().back()))->parameters);
+    addNames(commonParameters());
+  } else {
+    return {};
+  }
+  return didYouMean(error.GetArguments().front(), known);
+}
+
 /// Only searches know the home folder by "~". Shells expand it, but not in quotes or behind a "=".
 std::u16string hintAtHome(const except_with_causes& error) {
   if (error.GetArguments().empty()) return {};
@@ -84,6 +102,11 @@ std::u16string hintAtHome(const except_with_causes& error) {
   // "~user" is not looked at: no search knows it.
   if (path != u"~" && !path.starts_with(u"~/")) return {};
   return u"\"~\" is a name like any other here; the path tried is " + fs::absolute(path);
+}
+
+std::u16string hintFor(const except_with_causes& error) {
+  const std::u16string hint = hintAtCommandLine(error);
+  return hint.empty() ? hintAtHome(error) : hint;
 }
 
 /// The catalog's text on one line that cannot drive a terminal, and the identifier.
@@ -102,17 +125,32 @@ void appendCauses(std::string& text, const except_with_causes& error) {
   }
 }
 
+/// Whether the error or one of its causes names the file, at least by its last component.
+bool names(const except_with_causes& error, const std::u16string& path) {
+  const std::u16string name = fs::extract_filename(path);
+  return fl::i18n::to_ustring_lossy(error.GetMessageTxt()).find(name) != std::u16string::npos ||
+         std::ranges::any_of(error.causes(), [&](const auto& cause) { return names(cause, path); });
+}
+
+/// What is told with an error besides: the file at hand where the error names none, and a hint. Either may be
+/// empty.
+struct Remarks {
+  std::u16string file, hint;
+};
+
 /// The lines for people, the last one ended. `kind` is "error" or "warning".
-std::string asText(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
+std::string asText(std::string_view kind, const except_with_causes& error, const Remarks& remarks) {
+  const auto& [file, hint] = remarks;
   std::string text = fmt::format("tavlox: {}: {}", kind, shown(error));
   appendCauses(text, error);
+  if (!file.empty()) text += fmt::format("  file: {}\n", singleLine(file, Backslashes::Kept));
   if (!hint.empty()) text += fmt::format("  hint: {}\n", singleLine(hint, Backslashes::Kept));
   return text;
 }
 
-/// The members "identifier", "arguments", "message", and "causes" and "hint" where there are any. Causes are
-/// objects of the same form, to any depth.
-void writeError(JsonWriter& json, const except_with_causes& error, const std::u16string& hint) {
+/// The members "identifier", "arguments", "message", and "causes", "file" and "hint" where there are any.
+/// Causes are objects of the same form, to any depth.
+void writeError(JsonWriter& json, const except_with_causes& error, const Remarks& remarks) {
   json.beginObject().member("identifier").value(error.GetID());
   json.member("arguments").beginArray();
   for (const std::u16string& argument : error.GetArguments()) json.value(argument);
@@ -122,24 +160,25 @@ void writeError(JsonWriter& json, const except_with_causes& error, const std::u1
     for (const except_with_causes& cause : error.causes()) writeError(json, cause, {});
     json.endArray();
   }
-  if (!hint.empty()) json.member("hint").value(hint);
+  if (!remarks.file.empty()) json.member("file").value(remarks.file);
+  if (!remarks.hint.empty()) json.member("hint").value(remarks.hint);
   json.endObject();
 }
 
 /// One line, so that programs can take errors as they come, one object each.
-std::string asJson(std::string_view kind, const except_with_causes& error, const std::u16string& hint) {
+std::string asJson(std::string_view kind, const except_with_causes& error, const Remarks& remarks) {
   JsonWriter json;
   json.beginObject().member(kind);
-  writeError(json, error, hint);
+  writeError(json, error, remarks);
   json.endObject();
   return json.take() + "\n";
 }
 
 void tell(OutputFormat format, std::string_view kind, const except_with_causes& error,
-          const std::u16string& hint) {
+          const Remarks& remarks) {
   // Where progress is shown it stands in the line that the message is to take.
   eraseProgress();
-  printError(format == OutputFormat::Json ? asJson(kind, error, hint) : asText(kind, error, hint));
+  printError(format == OutputFormat::Json ? asJson(kind, error, remarks) : asText(kind, error, remarks));
 }
 
 // Without memory there is no catalog, and nothing to put a text together in.
@@ -155,7 +194,8 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
   try {
     except_with_causes error = describe(path);
     addCauses(error);
-    tell(format, "error", error, hint.empty() ? hintAtHome(error) : hint);
+    const std::u16string file = path.empty() || names(error, path) ? std::u16string() : path;
+    tell(format, "error", error, {file, hint.empty() ? hintFor(error) : hint});
   } catch (const std::exception&) {
     // A second failure while the first is told: there is hardly any memory left.
     printError(format == OutputFormat::Json ? kOutOfMemoryJson : kOutOfMemory);
@@ -163,11 +203,11 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
 }
 
 void tellError(OutputFormat format, const except_with_causes& error) {
-  tell(format, "error", error, hintAtHome(error));
+  tell(format, "error", error, {{}, hintFor(error)});
 }
 
-void tellWarning(OutputFormat format, const except_with_causes& warning) {
-  tell(format, "warning", warning, {});
+void tellWarning(OutputFormat format, const except_with_causes& warning, const std::u16string& hint) {
+  tell(format, "warning", warning, {{}, hint});
 }
 
 std::u16string namesInMessage(const std::vector<std::u16string>& names) {

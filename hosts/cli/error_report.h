@@ -23,7 +23,8 @@ void report(OutputFormat format, const std::u16string& path = {}, const std::u16
 void tellError(OutputFormat format, const foundation::core::except::except_with_causes& error);
 
 /// Tells on standard error, in the same forms, what is no failure: "tavlox: warning: …", {"warning": {…}}.
-void tellWarning(OutputFormat format, const foundation::core::except::except_with_causes& warning);
+void tellWarning(OutputFormat format, const foundation::core::except::except_with_causes& warning,
+                 const std::u16string& hint = {});
 template <class... Argument>
 void warn(OutputFormat format, fl::i18n::MessageId<sizeof...(Argument)> identifier,
           const Argument&... arguments) {

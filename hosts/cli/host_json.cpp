@@ -3,6 +3,7 @@
 // writer here turns the elements and leaves out dimensions of 1.
 #include "hosts/cli/host_json.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -85,7 +86,7 @@ void writeChars(JsonWriter& json, const HostArray& array) {
 /// Fields keep the order of the array's definition.
 void writeStructure(JsonWriter& json, const HostArray& array) {
   if (!array.isScalar()) json.beginArray();
-  writeElements(json, array, [] {});
+  writeElements(json, array, {}, [] {});
   if (!array.isScalar()) json.endArray();
 }
 
@@ -122,14 +123,26 @@ void writeJson(JsonWriter& json, const zobs::Value& value) {
   json.value(std::numeric_limits<double>::quiet_NaN());
 }
 
-void writeElements(JsonWriter& json, const HostArray& structures, const std::function<void()>& afterEach) {
+void writeElements(JsonWriter& json, const HostArray& structures, std::span<const std::u16string_view> lists,
+                   const std::function<void()>& afterEach) {
   // Converted once: there may be a million elements.
-  std::vector<std::string> names;
-  for (const std::u16string& name : structures.fieldNames()) names.push_back(fl::i18n::to_string_lossy(name));
+  struct Member {
+    std::string name;
+    bool isList;
+  };
+  std::vector<Member> members;
+  for (const std::u16string& name : structures.fieldNames())
+    members.push_back({fl::i18n::to_string_lossy(name), std::ranges::find(lists, name) != lists.end()});
   for (std::size_t index = 0; index < structures.elementCount(); ++index) {
     json.beginObject();
-    for (std::size_t field = 0; field < names.size(); ++field)
-      writeJson(json.member(names[field]), structures.fieldAt(index, field));
+    for (std::size_t field = 0; field < members.size(); ++field) {
+      const HostArray& value = structures.fieldAt(index, field);
+      const bool isBare = members[field].isList && value.isScalar();
+      json.member(members[field].name);
+      if (isBare) json.beginArray();
+      writeJson(json, value);
+      if (isBare) json.endArray();
+    }
     json.endObject();
     afterEach();
   }

@@ -1,8 +1,14 @@
+#include <algorithm>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <boost/date_time/posix_time/time_formatters_limited.hpp>
+
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/host_json.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "platform/files/filesystem.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -34,18 +40,27 @@ void printTables(const std::vector<Properties>& files) {
   }
 }
 
-/// The shape follows the request, not what could be read: an object for one file, a list for several.
-void printJson(const std::vector<Properties>& files, std::size_t asked) {
-  if (files.empty() && asked == 1) return;
+/// When the file was written, in UTC after ISO 8601 and to the microsecond; the class's own text is local
+/// time.
+std::string modificationTime(const Properties& properties) {
+  const auto name = std::ranges::find(properties, "Filename", &Properties::value_type::first);
+  const auto file = fl::filesystem::status(cellText(name->second));
+  return boost::posix_time::to_iso_extended_string(file.lastWriteTime) + "Z";
+}
+
+/// A list, also of one file: programs need to know the shape beforehand.
+void printJson(const std::vector<Properties>& files) {
   fl::i18n::JsonWriter json;
-  if (asked > 1) json.beginArray();
+  json.beginArray();
   for (const Properties& properties : files) {
     json.beginObject();
-    for (const auto& [name, value] : properties) writeJson(json.member(name), value);
+    for (const auto& [name, value] : properties) {
+      writeJson(json.member(name), value);
+      if (name == "LastModified") json.member("LastModifiedUTC").value(modificationTime(properties));
+    }
     json.endObject();
   }
-  if (asked > 1) json.endArray();
-  print(json);
+  print(json.endArray());
 }
 
 ExitCode runInfo(const Request& request) {
@@ -59,7 +74,7 @@ ExitCode runInfo(const Request& request) {
       report(request.format, path);
     }
   }
-  request.format == OutputFormat::Json ? printJson(files, paths.size()) : printTables(files);
+  request.format == OutputFormat::Json ? printJson(files) : printTables(files);
   return files.size() == paths.size() ? ExitCode::Done : ExitCode::Failed;
 }
 
@@ -69,12 +84,12 @@ extern const Command kInfo = {
     .name = "info",
     .summary = "Show the properties of sessions",
     .examples = R"(  tavlox info filter.tavlox
-  tavlox info --json filter.tavlox | jq .NumSignals
+  tavlox info --json filter.tavlox | jq ".[].NumSignals"
   tavlox info *.tavlox
 )",
     .details =
         R"(A property is a line: its name and its value. Several files are separated by empty lines; with --json
-they make a list. A file that cannot be read is reported, the others are still shown, and the exit
+there is a list of objects, one for each file, in which LastModifiedUTC gives the time after ISO 8601. A file that cannot be read is reported, the others are still shown, and the exit
 code is 1.
 )",
     .parameters = {{"FILE", Takes::OneOrMore, "The packages to look into"}},

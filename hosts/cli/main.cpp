@@ -67,17 +67,36 @@ void takeValues(const CLI::App& part, Request& request) {
   }
 }
 
-/// The first word that is not an option is looked at here, so that a mistyped command is called one. Raises
-/// tavlox:cli:NoCommand and tavlox:cli:UnknownCommand.
-void refuseUnknownCommand(int argumentCount, const char* const* arguments) {
+/// Raises tavlox:cli:UnknownOption for a word that looks like an option and is none of the command's.
+void refuseUnknownOption(const Command& command, std::string_view word) {
+  // What begins with one hyphen and a digit is a number.
+  const bool isShort = word.size() > 1 && word[0] == '-' && word[1] != '-';
+  if (isShort ? word.find_first_of("0123456789.") == 1 : !word.starts_with("--") || word.size() == 2) return;
+  const std::string_view name = isShort ? word.substr(0, 2) : word.substr(0, word.find('='));
+  const auto isIt = [&](const Parameter& parameter) {
+    return parameter.name == name || parameter.shortName == name;
+  };
+  if (name == "--help" || name == "-h" || std::ranges::any_of(command.parameters, isIt) ||
+      std::ranges::any_of(commonParameters(), isIt)) {
+    return;
+  }
+  raise("tavlox:cli:UnknownOption", name, command.name);
+}
+
+/// The first word that is not an option is looked at here, and then the options behind it, so that what is
+/// mistyped is called by its name. Raises tavlox:cli:NoCommand, UnknownCommand and UnknownOption.
+void refuseUnknownWords(int argumentCount, const char* const* arguments) {
   // Help is asked for with --help; an empty command line in a script is a mistake.
   if (argumentCount < 2) raise("tavlox:cli:NoCommand");
   for (int i = 1; i < argumentCount; ++i) {
     const std::string_view word = arguments[i];
-    // Its value is no command. Written "--module=PATH" it is one word, which begins with "-".
-    if (word == "--module") ++i;
+    // Their values are no commands. Written "--module=PATH" it is one word, which begins with "-".
+    if (word == "--module" || word == "--color") ++i;
     if (word.starts_with("-")) continue;
-    if (findCommand(word) == nullptr) raise("tavlox:cli:UnknownCommand", word);
+    const Command* const command = findCommand(word);
+    if (command == nullptr) raise("tavlox:cli:UnknownCommand", word);
+    while (++i < argumentCount && std::string_view(arguments[i]) != "--")
+      refuseUnknownOption(*command, arguments[i]);
     return;
   }
 }
@@ -98,6 +117,20 @@ std::vector<std::string> parserWords(int argumentCount, const char* const* argum
   return words;
 }
 
+/// Raises tavlox:cli:NotAColourChoice.
+Habits habitsOf(const Request& request) {
+  Habits chosen{.isWide = request.has("--wide")};
+  const std::u16string colours = request.oneOr("--color", u"auto");
+  if (colours == u"always") {
+    chosen.colours = ColourChoice::Always;
+  } else if (colours == u"never") {
+    chosen.colours = ColourChoice::Never;
+  } else if (colours != u"auto") {
+    raise("tavlox:cli:NotAColourChoice", colours);
+  }
+  return chosen;
+}
+
 CommandLine understand(const CLI::App& app) {
   CommandLine line;
   // There is exactly one; the parser saw to it.
@@ -107,6 +140,7 @@ CommandLine understand(const CLI::App& app) {
   takeValues(app, request);
   takeValues(*part, request);
   if (request.has("--json")) request.format = OutputFormat::Json;
+  habits() = habitsOf(request);
   // Beside the platform; the current folder is never searched for code.
   request.modulePath = request.has("--module") ? request.one("--module") : zobs::installedModule("tavlox_io");
   // Checked while the command line is at fault, so that the exit code is 2 and no module is loaded.
@@ -114,11 +148,40 @@ CommandLine understand(const CLI::App& app) {
   return line;
 }
 
+/// Whether --json stands anywhere before a "--": the form of errors must be known also for a line that is
+/// wrong.
+OutputFormat requestedFormat(int argumentCount, const char* const* arguments) {
+  const std::vector<std::string_view> words(arguments, arguments + argumentCount);
+  const auto end = std::find(words.begin(), words.end(), "--");
+  return std::find(words.begin(), end, "--json") != end ? OutputFormat::Json : OutputFormat::Text;
+}
+
+/// "help" and "help COMMAND", as people try them.
+CommandLine helpOn(int argumentCount, const char* const* arguments) {
+  CommandLine line;
+  if (argumentCount == 2 || std::string_view(arguments[2]).starts_with("-")) {
+    line.text = generalHelp();
+    return line;
+  }
+  const Command* const command = findCommand(arguments[2]);
+  if (command == nullptr) raise("tavlox:cli:UnknownCommand", arguments[2]);
+  line.text = commandHelp(*command);
+  return line;
+}
+
+std::string versionText(OutputFormat format) {
+  if (format == OutputFormat::Text) return fmt::format("tavlox {}\n", TAVLOX_VERSION);
+  fl::i18n::JsonWriter json;
+  json.beginObject().member("Program").value(u"tavlox").member("Version").value(to_ustring(TAVLOX_VERSION));
+  return json.endObject().take() + "\n";
+}
+
 /// Raises tavlox:cli:… errors, or fl::i18n::ConversionError for arguments that are not UTF-8.
 CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
+  if (argumentCount >= 2 && std::string_view(arguments[1]) == "help") return helpOn(argumentCount, arguments);
   CLI::App app;
   app.name("tavlox");
-  app.set_version_flag("--version", fmt::format("tavlox {}", TAVLOX_VERSION));
+  app.set_version_flag("--version");
   addParameters(app, commonParameters());
   for (const Command* command : allCommands()) {
     // The common options are known to every command as well, so that they may stand behind it.
@@ -128,7 +191,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   }
   app.require_subcommand(1);
   // Looked at before the parser, whose message for it would list what it expected instead.
-  refuseUnknownCommand(argumentCount, arguments);
+  refuseUnknownWords(argumentCount, arguments);
   CommandLine textOnly;
   try {
     app.parse(parserWords(argumentCount, arguments));
@@ -136,20 +199,12 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   } catch (const CLI::CallForHelp&) {
     const auto parsed = app.get_subcommands();
     textOnly.text = parsed.empty() ? generalHelp() : commandHelp(*findCommand(parsed.front()->get_name()));
-  } catch (const CLI::CallForVersion& version) {
-    textOnly.text = fmt::format("{}\n", version.what());
+  } catch (const CLI::CallForVersion&) {
+    textOnly.text = versionText(requestedFormat(argumentCount, arguments));
   } catch (const CLI::ParseError& error) {
     raise("tavlox:cli:WrongCommandLine", error.what());
   }
   return textOnly;
-}
-
-/// Whether --json stands anywhere before a "--": the form of errors must be known also for a line that is
-/// wrong.
-OutputFormat requestedFormat(int argumentCount, const char* const* arguments) {
-  const std::vector<std::string_view> words(arguments, arguments + argumentCount);
-  const auto end = std::find(words.begin(), words.end(), "--");
-  return std::find(words.begin(), end, "--json") != end ? OutputFormat::Json : OutputFormat::Text;
 }
 
 ExitCode runCommand(const CommandLine& line) {
@@ -167,6 +222,8 @@ ExitCode runCommand(const CommandLine& line) {
 
 int main(int argumentCount, char** arguments) {
   using namespace tavlox::cli;
+  // A reader that has seen enough ends the program quietly, also where the caller had switched that off.
+  std::signal(SIGPIPE, SIG_DFL);
   // Until the command line is understood, whatever fails is its fault.
   ExitCode failure = ExitCode::WrongCommandLine;
   std::u16string file;

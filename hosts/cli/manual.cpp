@@ -33,15 +33,13 @@ std::string replaceAll(std::string_view text, char from, std::string_view to) {
 /// nobody can copy into a command line.
 std::string roff(std::string_view text) { return replaceAll(replaceAll(text, '\\', "\\e"), '-', "\\-"); }
 
-/// Lines of help: those that are indented are examples and stay as they are, the others are filled. `indent`
-/// is how far every line of the text is indented anyway.
-std::string paragraphs(std::string_view lines, std::size_t indent = 0) {
+/// Lines of help: those that are indented are examples and stay as they are, the others are filled.
+std::string paragraphs(std::string_view lines) {
   std::string page;
   bool isExample = false;
   while (!lines.empty()) {
-    std::string_view line = lines.substr(0, lines.find('\n'));
+    const std::string_view line = lines.substr(0, lines.find('\n'));
     lines.remove_prefix(std::min(lines.size(), line.size() + 1));
-    line.remove_prefix(std::min(indent, line.size()));
     if (line.empty()) {
       // An example keeps its empty lines; elsewhere they end a paragraph.
       page += isExample ? "\n" : ".PP\n";
@@ -85,7 +83,7 @@ std::string programPage(std::string_view version) {
   for (const Command* command : allCommands()) page += term(command->name, command->summary);
   page += ".SH OPTIONS\n" + terms(commonParameters()) +
           term("--help", "Help; after a command, more about it") +
-          term("--version", "The version of the program") + ".SH OUTPUT\n" + paragraphs(kOutputRules, 2) +
+          term("--version", "The version of the program") + ".SH OUTPUT\n" + paragraphs(kOutputRules) +
           fmt::format(".SH EXIT STATUS\n{}\n.SH SEE ALSO\n", roff(kExitCodes));
   for (const Command* command : allCommands())
     page += fmt::format(".BR tavlox\\-{} (1){}\n", command->name, command == allCommands().back() ? "" : ",");

@@ -52,4 +52,12 @@ std::vector<std::u16string> listedPaths(const zobs::COSInterfacePointer& file, c
   return paths;
 }
 
+std::vector<std::u16string> namesOf(const zobs::COSInterfacePointer& file, std::u16string_view search) {
+  const corvan::HostArray entries = callForArray(file, "list", {std::u16string(u"/")});
+  std::vector<std::u16string> names;
+  for (std::size_t i = 0; i < entries.elementCount(); ++i)
+    names.emplace_back(entries.fieldAt(i, search.starts_with(u'/') ? u"FullPath" : u"Name").text());
+  return names;
+}
+
 }  // namespace tavlox::cli

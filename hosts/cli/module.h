@@ -39,4 +39,8 @@ inline constexpr std::u16string_view kUserFolder = u"/user/";
 /// The type of the relationships that lead to them.
 inline constexpr std::u16string_view kUserFileType = u"UserAssetsPartRelType";
 
+/// What a search that found nothing may have meant: the full paths of all entries if it is a path, else their
+/// names.
+std::vector<std::u16string> namesOf(const zobs::COSInterfacePointer& file, std::u16string_view search);
+
 }  // namespace tavlox::cli

@@ -46,12 +46,35 @@ void widen(Widths& widths, const std::vector<std::string>& values) {
   for (std::size_t i = 0; i < values.size(); ++i) widths[i] = std::max(widths[i], displayWidth(values[i]));
 }
 
+/// How many columns of a table are shown: all that fit into `width` with the gaps between them, but one at
+/// least.
+std::size_t shownColumns(const Widths& widths, std::size_t width) {
+  std::size_t used = 0, shown = 0;
+  for (; shown < widths.size(); ++shown) {
+    used += widths[shown] + (shown == 0 ? 0 : kGap.size());
+    if (used > width) break;
+  }
+  return std::max<std::size_t>(shown, std::min<std::size_t>(1, widths.size()));
+}
+
+/// Leaves out the columns that do not fit the terminal, and says how to see them. A line that the terminal
+/// breaks shows no table any more.
+void fitToTerminal(Widths& widths, const std::vector<std::string>& headings) {
+  if (habits().isWide || !isTerminal(stdout)) return;
+  const std::size_t shown = shownColumns(widths, columnsOf(stdout));
+  if (shown == widths.size()) return;
+  const auto hidden = std::span(headings).subspan(std::min(shown, headings.size()));
+  printError(fmt::format("tavlox: the terminal is too narrow for {}; --wide shows all columns\n",
+                         hidden.empty() ? "the whole table" : fmt::format("{}", fmt::join(hidden, ", "))));
+  widths.resize(shown);
+}
+
 /// The last value of a row is not padded: no line ends in spaces.
 std::string alignedLine(const std::vector<std::string>& values, const Widths& widths) {
   std::string line;
-  for (std::size_t i = 0; i < values.size(); ++i) {
+  for (std::size_t i = 0; i < std::min(values.size(), widths.size()); ++i) {
     line += values[i];
-    if (i + 1 == values.size()) break;
+    if (i + 1 == widths.size()) break;
     line.append(widths[i] - displayWidth(values[i]), ' ').append(kGap);
   }
   line.erase(line.find_last_not_of(' ') + 1);
@@ -105,6 +128,7 @@ void writeTable(const Table& table, TableStyle style, const std::function<void(s
   if (isAligned) {
     widen(widths, table.headings);
     for (std::size_t i = 0; i < table.rowCount; ++i) widen(widths, shownRow(table, i));
+    fitToTerminal(widths, table.headings);
     const Colours colours = style == TableStyle::AlignedInColour ? Colours::On : Colours::Off;
     if (!table.headings.empty()) piece = bold(alignedLine(table.headings, widths), colours) + "\n";
   }
@@ -128,14 +152,18 @@ void print(const Table& table) {
   writeTable(table, style, [](std::string_view piece) { print(piece); });
 }
 
-RecordPrinter::RecordPrinter(OutputFormat format, std::span<const Column> columns)
-    : columns_(columns), isJson_(format == OutputFormat::Json), isForPeople_(isTerminal(stdout)) {
+RecordPrinter::RecordPrinter(OutputFormat format, std::span<const Column> columns,
+                             std::span<const std::u16string_view> lists)
+    : columns_(columns),
+      lists_(lists),
+      isJson_(format == OutputFormat::Json),
+      isForPeople_(isTerminal(stdout)) {
   if (isJson_) json_.beginArray();
 }
 
 void RecordPrinter::add(const HostArray& structures) {
   if (!isJson_) return addRows(structures);
-  writeElements(json_, structures, [this] {
+  writeElements(json_, structures, lists_, [this] {
     if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
   });
 }
@@ -171,6 +199,7 @@ void RecordPrinter::printAligned() {
   std::vector<std::string> headings;
   for (const Column& column : columns_) headings.emplace_back(column.heading);
   widen(widths_, headings);
+  fitToTerminal(widths_, headings);
   std::string piece = bold(alignedLine(headings, widths_), coloursFor(stdout)) + "\n";
   for (std::string_view rest = lines_; !rest.empty(); rest.remove_prefix(rest.find('\n') + 1)) {
     piece.append(alignedLine(valuesOf(rest.substr(0, rest.find('\n'))), widths_)) += '\n';
@@ -181,8 +210,9 @@ void RecordPrinter::printAligned() {
   print(piece);
 }
 
-void printRecords(OutputFormat format, const HostArray& structures, std::span<const Column> columns) {
-  RecordPrinter printer(format, columns);
+void printRecords(OutputFormat format, const HostArray& structures, std::span<const Column> columns,
+                  std::span<const std::u16string_view> lists) {
+  RecordPrinter printer(format, columns, lists);
   printer.add(structures);
   printer.finish();
 }

@@ -63,8 +63,10 @@ struct Column {
 /// the shown texts are kept until all of them are known, since they decide how wide the columns are.
 class RecordPrinter {
  public:
-  /// The columns must outlive it.
-  RecordPrinter(OutputFormat format, std::span<const Column> columns);
+  /// `lists` names the fields that are lists of any length: in JSON they are arrays also where they hold one
+  /// number, which the host's arrays do not tell from a single number. Columns and lists must outlive it.
+  RecordPrinter(OutputFormat format, std::span<const Column> columns,
+                std::span<const std::u16string_view> lists = {});
 
   /// Arrays of one printer have the same fields.
   void add(const corvan::HostArray& structures);
@@ -76,6 +78,7 @@ class RecordPrinter {
   void printAligned();
 
   std::span<const Column> columns_;
+  std::span<const std::u16string_view> lists_;
   bool isJson_, isForPeople_;
   std::vector<std::size_t> fields_;  ///< of each column
   fl::i18n::JsonWriter json_;
@@ -84,6 +87,7 @@ class RecordPrinter {
 };
 
 /// The same for one array.
-void printRecords(OutputFormat format, const corvan::HostArray& structures, std::span<const Column> columns);
+void printRecords(OutputFormat format, const corvan::HostArray& structures, std::span<const Column> columns,
+                  std::span<const std::u16string_view> lists = {});
 
 }  // namespace tavlox::cli

@@ -3,14 +3,30 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/recorded_fields.h"
+#include "hosts/cli/suggestion.h"
 
 namespace tavlox::cli {
 namespace {
+
+using foundation::core::except::except_with_causes;
 
 // Those by which people tell signals apart; the others are in the JSON.
 constexpr Column kColumns[] = {{"run id", u"RunID"},  {"run order", u"RunOrderIndex"},
                                {"name", u"Name"},     {"units", u"StoredUnits"},
                                {"type", u"DataType"}, {"block path", u"FullBlockPath"}};
+
+// Lists, also where they have one number.
+constexpr std::u16string_view kLists[] = {u"Dimensions", u"Channel"};
+
+/// Says which name may have been meant, where no signal has the one that was asked for.
+void warnOfUnknownName(const Request& request, const zobs::COSInterfacePointer& file) {
+  const corvan::HostArray all = callForArray(file, "getAllSignalsInfo");
+  std::vector<std::u16string> names;
+  for (std::size_t i = 0; i < all.elementCount(); ++i) names.emplace_back(all.fieldAt(i, u"Name").text());
+  tellWarning(request.format,
+              except_with_causes("tavlox:cli:NoSuchSignal", {request.one("FILE"), request.one("--name")}),
+              didYouMean(request.one("--name"), names));
+}
 
 /// Warns where signals are recorded but the run list is missing: signals of runs that are not listed are not
 /// answered, and the module says nothing of it. Counted are the signals of all signals parts.
@@ -30,7 +46,8 @@ ExitCode runSignals(const Request& request) {
                                       ? callForArray(file, "getSignalInfoByName", {request.one("--name")})
                                       : callForArray(file, "getAllSignalsInfo");
   if (found.elementCount() == 0) warnOfSignalsLeftOut(request, file);
-  RecordPrinter printer(request.format, kColumns);
+  if (found.elementCount() == 0 && request.has("--name")) warnOfUnknownName(request, file);
+  RecordPrinter printer(request.format, kColumns, kLists);
   const std::u16string name = request.oneOr("--name", u"");
   const samples::RecordedSession session(request.one("FILE"));
   forEachWithPlace(found, session, request.has("--name") ? &name : nullptr,
@@ -53,8 +70,8 @@ extern const Command kSignals = {
 data type and block path; with --json it is an object with every field that is
 recorded of a signal, in a list. SamplesPart is the part with its samples,
 SamplesColumn its column there, from 1, where the time is; 0 if there are none.
-Nothing is printed, with --json an empty list, if there is no signal of the
-name.
+If there is no signal of the name, that is said on standard error, and with --json
+the list is empty.
 )",
     .parameters = {{"FILE", Takes::One, "The package to look into"},
                    {"--name", Takes::Value, "Only the signals of exactly this name, in all runs", "NAME"}},

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utf8proc.h>
 
 #include "hosts/cli/temporary_folder.h"
 #include "platform/text/conversion.h"
@@ -58,19 +59,46 @@ std::string bar(std::uint64_t done, std::uint64_t total) {
   return fmt::format("[{:.<{}}] {:3} %", std::string(filled, '#'), kBarWidth, static_cast<int>(share * 100));
 }
 
-/// Whether the byte is not one of those that continue a character in UTF-8 (10xxxxxx).
-bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
+/// "  12.0 MB/s  0:07 left"
+std::string pace(const corvan::Progress& progress, double bytesPerSecond) {
+  if (bytesPerSecond <= 0 || progress.done >= progress.total) return {};
+  const auto left =
+      static_cast<std::uint64_t>(static_cast<double>(progress.total - progress.done) / bytesPerSecond);
+  const std::string time = left < 3600
+                               ? fmt::format("{}:{:02}", left / 60, left % 60)
+                               : fmt::format("{}:{:02}:{:02}", left / 3600, left / 60 % 60, left % 60);
+  return fmt::format("  {:.1f} MB/s  {} left", bytesPerSecond / 1e6, time);
+}
 
-/// The first `width` characters of UTF-8 text.
-std::string cut(const std::string& text, std::size_t width) {
-  std::size_t end = 0;
-  for (std::size_t shown = 0; end < text.size(); ++end) {
-    if (beginsCharacter(text[end]) && ++shown > width) break;
+/// Calls `take` with each character of UTF-8 text and the columns it takes, until that returns false.
+template <class Take>
+void forEachCharacter(std::string_view text, const Take& take) {
+  while (!text.empty()) {
+    utf8proc_int32_t character = 0;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    // A byte that is no UTF-8 takes the place of a character.
+    const auto length = std::max<utf8proc_ssize_t>(
+        1, utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size()), &character));
+    const int width = character < 0 ? 1 : utf8proc_charwidth(character);
+    if (!take(text.substr(0, static_cast<std::size_t>(length)), static_cast<std::size_t>(std::max(0, width))))
+      return;
+    text.remove_prefix(static_cast<std::size_t>(length));
   }
-  return text.substr(0, end);
 }
 
 }  // namespace
+
+Habits& habits() {
+  static Habits chosen;
+  return chosen;
+}
+
+std::size_t columnsOf(std::FILE* terminal) {
+  // Asked each time: windows are resized while work goes on.
+  winsize size{};
+  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
 
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
 
@@ -86,10 +114,14 @@ void printError(std::string_view text) noexcept {
 }
 
 Colours coloursFor(std::FILE* stream) {
-  const char* refused = std::getenv("NO_COLOR");
+  if (habits().colours == ColourChoice::Never) return Colours::Off;
+  if (habits().colours == ColourChoice::Always) return Colours::On;
+  const char* const refused = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
   // By the convention of NO_COLOR an empty value counts as not set.
-  const bool allowed = refused == nullptr || *refused == '\0';
-  return allowed && isTerminal(stream) ? Colours::On : Colours::Off;
+  const bool isAllowed = refused == nullptr || *refused == '\0';
+  const bool isKnown = terminal != nullptr && std::string_view(terminal) != "dumb";
+  return isAllowed && isKnown && isTerminal(stream) ? Colours::On : Colours::Off;
 }
 
 std::string bold(std::string_view text, Colours colours) {
@@ -107,17 +139,35 @@ std::string singleLine(std::u16string_view text, Backslashes backslashes) {
 }
 
 std::size_t displayWidth(std::string_view narrow) {
-  return static_cast<std::size_t>(std::ranges::count_if(narrow, beginsCharacter));
+  std::size_t columns = 0;
+  forEachCharacter(narrow, [&](std::string_view, std::size_t width) {
+    columns += width;
+    return true;
+  });
+  return columns;
 }
 
-std::string progressLine(const corvan::Progress& progress, std::size_t width) {
+std::string cutToWidth(std::string_view narrow, std::size_t width) {
+  std::string text;
+  forEachCharacter(narrow, [&](std::string_view character, std::size_t columns) {
+    if (columns > width) return false;
+    width -= columns;
+    text += character;
+    return true;
+  });
+  return text;
+}
+
+std::string progressLine(const corvan::Progress& progress, std::size_t width, double bytesPerSecond) {
   // An activity may name a file, and so hold whatever a name can hold.
   const std::string activity = singleLine(progress.activity, Backslashes::Kept);
-  if (progress.total == 0) return cut(activity + " ...", width);
-  const std::string share = bar(progress.done, progress.total);
-  // On a narrow terminal the words say more than the bar.
-  if (width < kShortestActivity + 2 + share.size()) return cut(activity, width);
-  return fmt::format("{}  {}", cut(activity, width - share.size() - 2), share);
+  if (progress.total == 0) return cutToWidth(activity + " ...", width);
+  std::string share = bar(progress.done, progress.total);
+  const std::string speed = pace(progress, bytesPerSecond);
+  // On a narrow terminal the words say more than the bar, and the bar more than the speed.
+  if (displayWidth(activity) + 2 + share.size() + speed.size() <= width) share += speed;
+  if (width < kShortestActivity + 2 + share.size()) return cutToWidth(activity, width);
+  return fmt::format("{}  {}", cutToWidth(activity, width - share.size() - 2), share);
 }
 
 ProgressDisplay::ProgressDisplay()
@@ -136,8 +186,16 @@ void ProgressDisplay::show(const corvan::Progress& progress) {
   if (now < next_) return;
   next_ = now + 200ms;
   isProgressShown = true;
+  // Work that was there before is not counted: it may have been there before the program began.
+  if (activity_ != progress.activity || progress.done < doneBefore_) {
+    activity_ = progress.activity;
+    began_ = now;
+    doneBefore_ = progress.done;
+  }
+  const double seconds = std::chrono::duration<double>(now - began_).count();
+  const double speed = seconds > 0.5 ? static_cast<double>(progress.done - doneBefore_) / seconds : 0;
   // The last column stays free: a full line would move some terminals to the next one.
-  const std::string line = progressLine(progress, columnsOf(stderr) - 1);
+  const std::string line = progressLine(progress, columnsOf(stderr) - 1, speed);
   printError(fmt::format("\r{}\x1b[K", line));
 }
 

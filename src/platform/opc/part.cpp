@@ -53,6 +53,11 @@ std::uint64_t Part::getSize() const {
   return part.data ? part.data->size() : 0;
 }
 
+std::uint64_t Part::getCompressedSize() const {
+  const PartView part = opened().part(handle_->name);
+  return part.entry ? part.entry->compressedSize : 0;
+}
+
 std::shared_ptr<InputStream> Part::getInputStream() const {
   // Raises if the part is gone, which a stream from before must not hide.
   opened().part(handle_->name);

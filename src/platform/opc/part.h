@@ -62,6 +62,8 @@ class Part final : public RelationshipSource {
   ContentType getContentType() const;
   /// Bytes of uncompressed data; of new data, those written so far.
   std::uint64_t getSize() const;
+  /// Bytes that the data takes in the file; of new data 0, since it is not there yet.
+  std::uint64_t getCompressedSize() const;
 
   /// This handle's one input stream; asking again gives the same one, where it stands. Data written since the
   /// package was opened can be read once its output stream is gone.

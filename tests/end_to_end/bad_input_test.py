@@ -70,7 +70,7 @@ class BadTables(ProgramTest):
         self.error_of("record", "sound.tavlox", "good.csv", "bad.csv", "--append")
         self.assertEqual((self.folder / "sound.tavlox").read_bytes(), before)
         self.output_of("record", "sound.tavlox", "good.csv", "--force")
-        self.assertEqual(self.json_of("info", "sound.tavlox")["NumRuns"], 1)
+        self.assertEqual(self.json_of("info", "sound.tavlox")[0]["NumRuns"], 1)
 
 
 class DamagedSessions(ProgramTest):
@@ -96,8 +96,10 @@ class WrongCommandLines(ProgramTest):
         ([], "tavlox:cli:NoCommand"),
         *((words, "tavlox:cli:UnknownCommand") for words in (
             ["inof", "s.tavlox"], ["--module=info", "inof"], ["--module", "info", "inof"])),
+        (["info", "--verbose", "s.tavlox"], "tavlox:cli:UnknownOption"),
+        (["info", "--color", "pink", "s.tavlox"], "tavlox:cli:NotAColourChoice"),
         *((words, "tavlox:cli:WrongCommandLine") for words in (
-            ["--verbose"], ["info"], ["info", "--verbose", "s.tavlox"], ["add", "s.tavlox"], ["list", "s.tavlox", "a", "b"],
+            ["--verbose"], ["info"], ["add", "s.tavlox"], ["list", "s.tavlox", "a", "b"],
             ["get", "s.tavlox", "a", "-o"], ["signals", "s.tavlox", "v(out)"], ["compression", "s.tavlox", "t.tavlox"],
             ["describe", "s.tavlox"], ["record", "s.tavlox"], ["record", "s.tavlox", "a.csv", "--description"])),
         *((["runs", "s.tavlox", "1", word], "tavlox:cli:NotARunID")
@@ -115,9 +117,21 @@ class WrongCommandLines(ProgramTest):
             with self.subTest(words):
                 output, errors = self.run_program(*words, exit_code=2)
                 self.assertEqual(output, "")
-                self.assertRegex(errors, rf"^tavlox: error: .* \[{identifier}\]\n$")
+                self.assertRegex(errors, rf"^tavlox: error: .* \[{identifier}\]\n(  hint: .*\n)?$")
                 if words:
                     self.assertEqual(self.error_of(*words, exit_code=2)["identifier"], identifier)
+
+
+    def test_mistyped_words_are_told_with_what_may_be_meant(self):
+        self.record()
+        self.write("notes.txt", "x")
+        self.output_of("add", "s.tavlox", "notes.txt")
+        for words, code, meant in (
+                (["inof", "s.tavlox"], 2, "info"), (["help", "recrod"], 2, "record"), (["info", "--wid", "s.tavlox"], 2, "--wide"),
+                (["list", "s.tavlox", "/user/note.txt"], 0, "/user/notes.txt"), (["signals", "s.tavlox", "--name", "v(our)"], 0, "v(out)")):
+            output, errors = self.run_program(*words, exit_code=code)
+            self.assertEqual(output, "")
+            self.assertIn(f'  hint: did you mean "{meant}"?\n', errors)
 
 
 class Surroundings(ProgramTest):

@@ -1,6 +1,10 @@
 #include "hosts/cli/terminal.h"
 
+#include <sstream>
+
 #include <gtest/gtest.h>
+
+#include "hosts/cli/command.h"
 
 namespace {
 
@@ -21,6 +25,23 @@ TEST(Terminal, IsNotDrivenByTextNorAreItsLinesBroken) {
   for (const auto& expected : cases) EXPECT_EQ(tavlox::cli::singleLine(expected.value), expected.shown);
 }
 
+TEST(Terminal, CountsTheColumnsThatCharactersTake) {
+  const std::string_view letters =
+      "a\xE6\xBC\xA2\xF0\x9F\x98\x80"
+      "e\xCC\x81.";  // a, a wide one, an emoji, e and its accent
+  EXPECT_EQ(tavlox::cli::displayWidth(letters), 7u);
+  EXPECT_EQ(tavlox::cli::cutToWidth(letters, 4), "a\xE6\xBC\xA2") << "half a character is none";
+  EXPECT_EQ(tavlox::cli::displayWidth("\xFF\xFE"), 2u) << "bytes that are no text";
+}
+
+TEST(Help, OfEveryCommandFits80Columns) {
+  for (const tavlox::cli::Command* command : tavlox::cli::allCommands()) {
+    std::istringstream lines(tavlox::cli::commandHelp(*command));
+    for (std::string line; std::getline(lines, line);)
+      EXPECT_LE(tavlox::cli::displayWidth(line), 80u) << line;
+  }
+}
+
 TEST(Progress, FitsTheTerminalWhateverIsReported) {
   struct {
     corvan::Progress progress;
@@ -38,6 +59,8 @@ TEST(Progress, FitsTheTerminalWhateverIsReported) {
   };
   for (const auto& [progress, width, line] : cases)
     EXPECT_EQ(tavlox::cli::progressLine(progress, width), line);
+  EXPECT_EQ(tavlox::cli::progressLine({u"Reading", 25000000, 100000000}, 79, 2.5e6),
+            "Reading  [#####...............]  25 %  2.5 MB/s  0:30 left");
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <filesystem>
 #include <locale>
 #include <map>
 #include <optional>
@@ -22,21 +21,6 @@ namespace fl::i18n {
 namespace {
 
 using Texts = std::unordered_map<std::string, std::u16string>;
-
-/// The catalog folder of this installation: ../share/tavlox/catalog, seen from the library (or, where the
-/// platform is linked in statically, from the program).
-const std::filesystem::path& catalogFolder() {
-  static const std::filesystem::path folder = [] {
-    Dl_info self{};
-    if (dladdr(reinterpret_cast<const void*>(&catalogText), &self) == 0 || self.dli_fname == nullptr) {
-      return std::filesystem::path();
-    }
-    std::error_code ignored;
-    const auto library = std::filesystem::weakly_canonical(self.dli_fname, ignored);
-    return library.parent_path().parent_path() / "share" / "tavlox" / "catalog";
-  }();
-  return folder;
-}
 
 /// A file that is missing or broken gives no texts: a message must never fail because of its wording.
 Texts readTexts(const std::filesystem::path& file) {
@@ -124,6 +108,19 @@ std::u16string withoutText(std::string_view identifier, const std::vector<std::u
 }
 
 }  // namespace
+
+const std::filesystem::path& catalogFolder() {
+  static const std::filesystem::path folder = [] {
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<const void*>(&catalogText), &self) == 0 || self.dli_fname == nullptr) {
+      return std::filesystem::path();
+    }
+    std::error_code ignored;
+    const auto library = std::filesystem::weakly_canonical(self.dli_fname, ignored);
+    return library.parent_path().parent_path() / "share" / "tavlox" / "catalog";
+  }();
+  return folder;
+}
 
 std::vector<std::string> languagesOf(std::string_view localeName) {
   std::vector<std::string> languages;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,10 @@ namespace fl::i18n {
 /// The language is that of the C++ global locale at the call ("de_DE.UTF-8" asks for de_DE, then de), with
 /// English behind it. A message without a text anywhere reads "identifier: argument, argument".
 std::u16string catalogText(std::string_view identifier, const std::vector<std::u16string>& arguments = {});
+
+/// Where the texts are looked for, also if there are none: ../share/tavlox/catalog, seen from the library
+/// (or, where the platform is linked in statically, from the program).
+const std::filesystem::path& catalogFolder();
 
 /// The language folders that a locale name asks for, best first, "en" last: "de_DE.UTF-8" gives de_DE, de,
 /// en, and a name that is no language (empty, or with characters other than letters, digits and "_") gives en

@@ -31,6 +31,9 @@ class COSNamespace {
   /// says, else Corvan:ObjectSystem:NameAlreadyDefined.
   static void addNamespace(COSNamespaceInfo* info);
 
+  /// The top-level namespaces, in the order in which modules registered them.
+  static const std::vector<std::unique_ptr<COSNamespace>>& namespaces() { return registry(); }
+
   virtual ~COSNamespace();
   Interned getName() const { return name_; }  ///< dotted
   COSNamespaceInfo& info() const { return *info_; }

@@ -1,0 +1,55 @@
+"""Recorded simulation sessions in Python.
+
+`tavlox.io.File(path)` opens a session; its class, like everything in `tavlox.io`, is what the module `tavlox_io.so`
+registers with the object system. `tavlox.record` makes a session, and every failure is a `tavlox.Error`.
+"""
+
+from __future__ import annotations
+
+import os
+import warnings
+from collections.abc import Mapping
+from typing import Any
+
+from tavlox import _host
+from tavlox._classes import load
+from tavlox._errors import Error
+from tavlox._records import Record, Records
+from tavlox._session import Session
+
+__all__ = ["Error", "Record", "Records", "Session", "load", "record"]
+
+
+def record(path: str | os.PathLike[str], runs: Mapping[str, Any], *, metadata: Mapping[str, Any] | None = None,
+           description: str = "", replace: bool = False) -> None:
+    """Makes a session at `path`, with a run for each entry of `runs`: a data frame, or the path of a table as the
+    program `tavlox record` takes it.
+
+    The index of a data frame is the time, in seconds or as timedeltas, and each column a signal; its units are those
+    of an attribute `units`, if it has one. `File.samples` gives back an equal frame. `metadata` has the fields of every
+    run by the names of `File.getRunInfo` ("Model", "SolverName"); an entry named like a run has those of that run.
+    An existing file is kept unless it is to be replaced.
+    """
+    from tavlox import _samples
+
+    _samples.record(path, runs, metadata or {}, description, replace)
+
+
+def _find_module() -> str:
+    """The module that the environment names, else the one beside this package or beside the platform library, where
+    the program `tavlox` finds it as well."""
+    name = "tavlox_io.so"
+    folders = (os.path.dirname(__file__), os.path.dirname(_host.platform_library()))
+    places = [os.environ.get("TAVLOX_MODULE") or ""]
+    if not places[0]:
+        places = [os.path.join(folder, name) for folder in folders]
+    for place in places:
+        if os.path.exists(place):
+            return place
+    raise ImportError(f"the module {name} is missing; looked for {' and '.join(places)}. "
+                      "The variable TAVLOX_MODULE may name its file.")
+
+
+if not os.path.isdir(_host.catalog_folder()):
+    warnings.warn(f"the texts of messages are missing; looked in {_host.catalog_folder()}", RuntimeWarning, 2)
+load(_find_module())

@@ -82,6 +82,12 @@ py::object charsToPython(const HostArray& array) {
   return lines;
 }
 
+/// The values of one field in all elements, of which there must be one: they stand in one column behind each
+/// other, so that asking for each by its index is not needed.
+std::span<const HostArray> cellsOf(const HostArray& structures, std::size_t field) {
+  return {&structures.fieldAt(0, field), structures.elementCount()};
+}
+
 bool isOneNumberOf(const HostArray& cell, const HostArray& first) {
   return cell.kind() == first.kind() && cell.isScalar() &&
          (!first.isNumeric() || cell.numericClass() == first.numericClass());
@@ -89,14 +95,12 @@ bool isOneNumberOf(const HostArray& cell, const HostArray& first) {
 
 /// The numbers of a column, or none if not all of its elements are one number of the class of the first.
 template <class T>
-py::object numericColumn(const HostArray& structures, std::size_t field, std::size_t count) {
-  py::array_t<T> column(static_cast<py::ssize_t>(count));
-  T* const numbers = column.mutable_data();
-  const HostArray& first = structures.fieldAt(0, field);
-  for (std::size_t i = 0; i < count; ++i) {
-    const HostArray& cell = structures.fieldAt(i, field);
-    if (!isOneNumberOf(cell, first)) return py::none();
-    numbers[i] = cell.values<T>().front();
+py::object numericColumn(std::span<const HostArray> cells) {
+  py::array_t<T> column(static_cast<py::ssize_t>(cells.size()));
+  T* number = column.mutable_data();
+  for (const HostArray& cell : cells) {
+    if (!isOneNumberOf(cell, cells.front())) return py::none();
+    *number++ = cell.values<T>().front();
   }
   return column;
 }
@@ -287,26 +291,24 @@ py::object Structure::value(std::size_t index, std::size_t field, Scalars scalar
 }
 
 py::object Structure::column(std::size_t field, Scalars scalars) const {
-  const std::size_t count = size();
+  const std::span<const HostArray> cells =
+      size() > 0 ? cellsOf(*array_, field) : std::span<const HostArray>();
   py::object column = py::none();
-  if (count > 0 && scalars == Scalars::Plain) {
-    const HostArray& first = array_->fieldAt(0, field);
-    if (first.kind() == ArrayKind::Logical && first.isScalar())
-      column = numericColumn<bool>(*array_, field, count);
-    if (first.isNumeric() && first.isScalar()) {
-      column = withNumbers(first, [&](auto values) {
-        return numericColumn<typename decltype(values)::value_type>(*array_, field, count);
+  if (!cells.empty() && cells.front().isScalar() && scalars == Scalars::Plain) {
+    if (cells.front().kind() == ArrayKind::Logical) column = numericColumn<bool>(cells);
+    if (cells.front().isNumeric()) {
+      column = withNumbers(cells.front(), [&](auto values) {
+        return numericColumn<typename decltype(values)::value_type>(cells);
       });
     }
   }
   if (!column.is_none()) return column;
-  py::array objects(py::dtype("O"), static_cast<py::ssize_t>(count));
-  auto* const cells = static_cast<PyObject**>(objects.mutable_data());
+  py::array objects(py::dtype("O"), static_cast<py::ssize_t>(cells.size()));
+  auto* place = static_cast<PyObject**>(objects.mutable_data());
   CellConverter convert(array_, scalars);
-  for (std::size_t i = 0; i < count; ++i) {
-    PyObject* const made = convert(array_->fieldAt(i, field)).release().ptr();
+  for (const HostArray& cell : cells) {
     // NumPy has filled it with nothing or with None.
-    Py_XDECREF(std::exchange(cells[i], made));
+    Py_XDECREF(std::exchange(*place++, convert(cell).release().ptr()));
   }
   return objects;
 }

@@ -1,5 +1,5 @@
-// A second module: what it gives has every form that a host value can take, and its class is one that the Python
-// package has never heard of.
+// A second module: what it gives has every form that a host value can take, and its class is one that the
+// Python package has never heard of.
 
 #include <functional>
 #include <map>
@@ -43,7 +43,10 @@ const std::map<std::string, std::function<Value()>> kValues = {
     {"int", [] { return Value(HostArray::int32Scalar(-3)); }},
     {"float", [] { return Value(HostArray::doubleScalar(0.25)); }},
     {"bool", [] { return Value(HostArray::logicalScalar(true)); }},
-    {"row", [] { return Value(HostArray::int32Row(std::vector<std::int32_t>{1, 2})); }},
+    {"row",
+     [] {
+       return Value(HostArray::int32Row(std::vector<std::int32_t>{1, 2}));
+     }},
     {"matrix", matrix},
     {"wide", [] { return Value(HostArray::numeric(NumericClass::Single, 0, 5)); }},
     {"cells", cells},

@@ -131,7 +131,8 @@ def _property(member: Description) -> property:
 def _class(described: Description, module: str) -> type[Registered]:
     base = additions.get(described["identifier"], Registered)
     constructor = described["constructor"]
-    texts = (constructor and constructor["signature"], described["description"], base.__doc__)
+    added = None if base is Registered else base.__doc__
+    texts = (constructor and constructor["signature"], described["description"], added)
     members: dict[str, Any] = {"__module__": module, "__doc__": "\n\n".join(filter(None, texts))}
     members["_identifier"] = described["identifier"]
     members |= {one["name"]: _property(one) for one in described["properties"]}

@@ -49,7 +49,7 @@ def read(path: str, run: Union[Run, Sequence[Run]], signals: Union[str, Sequence
         grid, step = "step", float(grid)
     if grid not in (None, "union", "step") or not 0 <= step < math.inf:
         raise ValueError('grid is "union", "step" or a step in seconds')
-    wanted = [signals] if isinstance(signals, str) else signals and list(signals)
+    wanted = [signals] if isinstance(signals, str) else None if signals is None else list(signals)
     times, columns, heading = _host.read_samples(path, [str(one) for one in runs], not by_name, wanted, start, stop,
                                                  grid or "", step)
     index = pd.Index(times, name=re.sub(r"\s*\[[^\]]*\]$", "", heading))
@@ -145,7 +145,8 @@ def _doubles(run: str, name: str, values: Any) -> tuple[str, Any]:
     if kind not in "biuf" or values.dtype.itemsize > 8:
         raise TypeError(f"{name!r} of {run!r} is of {values.dtype}; samples are numbers")
     doubles = np.ascontiguousarray(values, dtype=np.float64)
-    if kind in "iu" and (np.abs(doubles) > 2**53).any():
+    # Asked of the integers themselves: rounded to doubles they may seem to be within the limit.
+    if kind in "iu" and len(values) and max(int(values.max()), -int(values.min())) > 2**53:
         raise ValueError(f"{name!r} of {run!r} has integers beyond 2**53, which would be rounded")
     labels = {"float64": "double", "float32": "single", "bool": "boolean"}
     return labels.get(str(values.dtype), str(values.dtype).lower()), doubles

@@ -57,6 +57,8 @@ def test_structures_and_cells():
     frame = records.to_pandas()
     frame.loc[0, "Number"] = 9  # the frame's own
     assert records.Number[0] == 0 and frame["Number"].dtype == float
+    with pytest.raises(ValueError, match="read-only"):
+        records.Number[0] = 1
     assert list(values.no_records().to_pandas().columns) == ["Number", "Text", "Row"]
 
 

@@ -17,7 +17,8 @@ def class_stub(described, made, classes):
     lines = [f"class {made.__name__}({base.__name__}):\n", document(made.__doc__, "    ")]
     constructor = described["constructor"]
     if constructor:
-        signature = classes.signature_of({**constructor, "inputs": ["self", *constructor["inputs"]], "outputs": []}, True)
+        constructor = {**constructor, "inputs": ["self", *constructor["inputs"]], "outputs": []}
+        signature = classes.signature_of(constructor, True)
         lines.append(f"    def __init__{shown(signature)}: ...\n")
     for one in described["properties"]:
         lines += ["    @property\n", f"    def {one['name']}(self) -> {classes.OUTPUTS[one['type']]}:\n",
@@ -38,7 +39,8 @@ def namespace_stub(described, module, classes):
     lines += [class_stub(one, vars(module)[one["name"]], classes) for one in described["classes"]]
     for one in described["functions"]:
         function = vars(module)[one["name"]]
-        lines += [f"def {one['name']}{shown(function.__signature__)}:\n", document(function.__doc__, "    "), "    ...\n"]
+        lines += [f"def {one['name']}{shown(function.__signature__)}:\n", document(function.__doc__, "    "),
+                  "    ...\n"]
     return "".join(lines)
 
 

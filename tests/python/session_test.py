@@ -5,6 +5,7 @@ import os
 import pickle
 import re
 import resource
+import shutil
 import subprocess
 import sys
 import threading
@@ -192,8 +193,17 @@ def test_stubs_are_strictly_typed(tmp_path):
     assert not re.search("error:", done.stdout), done.stdout
 
 
-@pytest.mark.parametrize("variables, says", [({"TAVLOX_MODULE": "/no/such.so"}, "looked for /no/such.so")])
-def test_missing_module(variables, says):
-    done = subprocess.run([sys.executable, "-c", "import tavlox.io"], env={**os.environ, **variables},
-                          capture_output=True, text=True)
-    assert done.returncode == 1 and says in done.stderr
+def test_missing_module_and_texts(tmp_path):
+    """Said of a copy of the libraries and the package, moved away from the texts; it works nevertheless."""
+    def imported(**variables):
+        done = subprocess.run([sys.executable, "-B", "-c", "import tavlox.io; print(tavlox.io.File)"], text=True,
+                              env={**os.environ, **variables}, capture_output=True)
+        return done.stdout, done.stderr
+
+    shutil.copytree(PACKAGE.parents[2], tmp_path / "lib", ignore=shutil.ignore_patterns("__pycache__"))
+    moved = str(tmp_path / "lib/python3/dist-packages")
+    output, errors = imported(PYTHONPATH=moved)
+    assert output and f"looked in {tmp_path}/share/tavlox/catalog" in errors
+    (tmp_path / "lib/tavlox_io.so").unlink()
+    assert f"{moved}/tavlox/tavlox_io.so and {tmp_path}/lib/tavlox_io.so" in imported(PYTHONPATH=moved)[1]
+    assert "looked for /no/such.so" in imported(TAVLOX_MODULE="/no/such.so")[1]

@@ -42,7 +42,7 @@ def _find_module() -> str:
     folders = (os.path.dirname(__file__), os.path.dirname(_host.platform_library()))
     places = [os.environ.get("TAVLOX_MODULE") or ""]
     if not places[0]:
-        places = [os.path.join(folder, name) for folder in folders]
+        places = [os.path.normpath(os.path.join(folder, name)) for folder in folders]
     for place in places:
         if os.path.exists(place):
             return place

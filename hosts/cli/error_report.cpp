@@ -10,13 +10,13 @@
 #include <Poco/Exception.h>
 #include <fmt/format.h>
 
-#include "hosts/cli/suggestion.h"
 #include "hosts/cli/terminal.h"
 #include "platform/errors/package_errors.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
+#include "platform/text/suggestion.h"
 
 namespace tavlox::cli {
 namespace {
@@ -92,7 +92,7 @@ std::u16string hintAtCommandLine(const except_with_causes& error) {
   } else {
     return {};
   }
-  return didYouMean(error.GetArguments().front(), known);
+  return fl::i18n::didYouMean(error.GetArguments().front(), known);
 }
 
 /// Only searches know the home folder by "~". Shells expand it, but not in quotes or behind a "=".

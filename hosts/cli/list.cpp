@@ -2,8 +2,8 @@
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
-#include "hosts/cli/suggestion.h"
 #include "platform/opc/package.h"
+#include "platform/text/suggestion.h"
 
 namespace tavlox::cli {
 namespace {
@@ -47,7 +47,7 @@ ExitCode runList(const Request& request) {
   if (entries.elementCount() == 0 && request.has("SEARCH")) {
     const std::u16string& search = request.one("SEARCH");
     tellWarning(request.format, except_with_causes("tavlox:cli:NothingMatches", {path, search}),
-                didYouMean(search, namesOf(file, search)));
+                fl::i18n::didYouMean(search, namesOf(file, search)));
   }
   if (!request.has("--long"))
     printRecords(request.format, entries, kColumns);

@@ -3,7 +3,7 @@
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/recorded_fields.h"
-#include "hosts/cli/suggestion.h"
+#include "platform/text/suggestion.h"
 
 namespace tavlox::cli {
 namespace {
@@ -25,7 +25,7 @@ void warnOfUnknownName(const Request& request, const zobs::COSInterfacePointer& 
   for (std::size_t i = 0; i < all.elementCount(); ++i) names.emplace_back(all.fieldAt(i, u"Name").text());
   tellWarning(request.format,
               except_with_causes("tavlox:cli:NoSuchSignal", {request.one("FILE"), request.one("--name")}),
-              didYouMean(request.one("--name"), names));
+              fl::i18n::didYouMean(request.one("--name"), names));
 }
 
 /// Warns where signals are recorded but the run list is missing: signals of runs that are not listed are not

@@ -82,12 +82,6 @@ py::object charsToPython(const HostArray& array) {
   return lines;
 }
 
-/// The values of one field in all elements, of which there must be one: they stand in one column behind each
-/// other, so that asking for each by its index is not needed.
-std::span<const HostArray> cellsOf(const HostArray& structures, std::size_t field) {
-  return {&structures.fieldAt(0, field), structures.elementCount()};
-}
-
 bool isOneNumberOf(const HostArray& cell, const HostArray& first) {
   return cell.kind() == first.kind() && cell.isScalar() &&
          (!first.isNumeric() || cell.numericClass() == first.numericClass());
@@ -291,8 +285,7 @@ py::object Structure::value(std::size_t index, std::size_t field, Scalars scalar
 }
 
 py::object Structure::column(std::size_t field, Scalars scalars) const {
-  const std::span<const HostArray> cells =
-      size() > 0 ? cellsOf(*array_, field) : std::span<const HostArray>();
+  const std::span<const HostArray> cells = std::as_const(*array_).fieldValues(field);
   py::object column = py::none();
   if (!cells.empty() && cells.front().isScalar() && scalars == Scalars::Plain) {
     if (cells.front().kind() == ArrayKind::Logical) column = numericColumn<bool>(cells);

@@ -201,9 +201,9 @@ def test_missing_module_and_texts(tmp_path):
         return done.stdout, done.stderr
 
     shutil.copytree(PACKAGE.parents[2], tmp_path / "lib", ignore=shutil.ignore_patterns("__pycache__"))
-    moved = str(tmp_path / "lib/python3/dist-packages")
+    moved = str(tmp_path / "lib" / PACKAGE.parents[1].name / "dist-packages")
     output, errors = imported(PYTHONPATH=moved)
     assert output and f"looked in {tmp_path}/share/tavlox/catalog" in errors
-    (tmp_path / "lib/tavlox_io.so").unlink()
-    assert f"{moved}/tavlox/tavlox_io.so and {tmp_path}/lib/tavlox_io.so" in imported(PYTHONPATH=moved)[1]
+    (tmp_path / "lib/tavlox/tavlox_io.so").unlink()
+    assert f"{moved}/tavlox/tavlox_io.so and {tmp_path}/lib/tavlox/tavlox_io.so" in imported(PYTHONPATH=moved)[1]
     assert "looked for /no/such.so" in imported(TAVLOX_MODULE="/no/such.so")[1]

@@ -36,10 +36,10 @@ def record(path: str | os.PathLike[str], runs: Mapping[str, Any], *, metadata: M
 
 
 def _find_module() -> str:
-    """The module that the environment names, else the one beside this package or beside the platform library, where
+    """The module that the environment names, else the one in this package or in the folder "tavlox" beside the platform library, where
     the program `tavlox` finds it as well."""
     name = "tavlox_io.so"
-    folders = (os.path.dirname(__file__), os.path.dirname(_host.platform_library()))
+    folders = (os.path.dirname(__file__), os.path.join(os.path.dirname(_host.platform_library()), "tavlox"))
     places = [os.environ.get("TAVLOX_MODULE") or ""]
     if not places[0]:
         places = [os.path.normpath(os.path.join(folder, name)) for folder in folders]

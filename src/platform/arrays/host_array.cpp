@@ -312,6 +312,12 @@ std::span<HostArray> HostArray::fieldValues(std::size_t field) {
       .subspan(field * elementCount(), elementCount());
 }
 
+std::span<const HostArray> HostArray::fieldValues(std::size_t field) const {
+  if (field >= structures().names->size()) raise("Corvan:Arrays:NoSuchField", field);
+  return std::span(static_cast<const StructureBlock*>(block())->values)
+      .subspan(field * elementCount(), elementCount());
+}
+
 HostArray::Block* HostArray::block() const noexcept {
   Block* pointer = nullptr;
   std::memcpy(&pointer, data_, sizeof(void*));

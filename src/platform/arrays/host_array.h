@@ -154,6 +154,8 @@ class HostArray {
   /// The values of one field in all elements, to be set one after the other. Valid while this array stays
   /// unchanged otherwise and no copy of it is made.
   std::span<HostArray> fieldValues(std::size_t field);
+  /// The same, to be read.
+  std::span<const HostArray> fieldValues(std::size_t field) const;
 
  private:
   friend class TextPool;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <vector>
 
 #include <fmt/format.h>
@@ -10,6 +9,7 @@
 #include "platform/errors/exceptions.h"
 #include "platform/tables/cells.h"
 #include "platform/text/conversion.h"
+#include "platform/text/suggestion.h"
 
 namespace tavlox::recording {
 namespace {
@@ -47,33 +47,18 @@ std::string lowered(std::string_view text) {
   return lower;
 }
 
-/// How many characters must be put in, left out or changed to make one text of the other.
-std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < b.size(); ++j) {
-      const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-      diagonal = std::exchange(row[j + 1], std::min({row[j] + 1, row[j + 1] + 1, changed}));
-    }
-  }
-  return row.back();
-}
-
 [[noreturn]] void refuseKey(std::string_view key) {
-  std::vector<std::string_view> names;
-  for (const auto& text : kTexts) names.push_back(text.name);
-  for (const auto& seconds : kSeconds) names.push_back(seconds.name);
-  for (const orra::Member& member : orra::kMetadataMembers) names.push_back(member.name);
-  const auto distanceTo = [lower = lowered(key)](std::string_view name) {
-    return distance(lower, lowered(name));
-  };
-  const std::string_view nearest = *std::ranges::min_element(names, {}, distanceTo);
-  // Further away it is another word.
-  const bool isLike = distanceTo(nearest) * 3 <= std::max(nearest.size(), std::size_t{6});
-  const std::string advice = isLike ? fmt::format("Did you mean \"{}\"?", nearest)
-                                    : fmt::format("There are {}.", fmt::join(names, ", "));
+  std::vector<std::u16string> names;
+  const auto add = [&](std::string_view name) { names.push_back(fl::i18n::to_ustring(name)); };
+  for (const auto& text : kTexts) add(text.name);
+  for (const auto& seconds : kSeconds) add(seconds.name);
+  for (const orra::Member& member : orra::kMetadataMembers) add(member.name);
+  const std::u16string meant = fl::i18n::closest(fl::i18n::to_ustring(key), names);
+  std::u16string advice = u"Did you mean \"" + meant + u"\"?";
+  if (meant.empty()) {
+    advice = u"There are ";
+    for (const std::u16string& name : names) advice += name + (&name == &names.back() ? u"." : u", ");
+  }
   foundation::core::except::raise("tavlox:record:NotAKey", key, advice);
 }
 

@@ -102,13 +102,6 @@ std::size_t columnsOf(std::FILE* terminal) {
 
 bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
 
-std::size_t columnsOf(std::FILE* terminal) {
-  // Asked each time: windows are resized while work goes on.
-  winsize size{};
-  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-  return size.ws_col;
-}
-
 void printError(std::string_view text) noexcept {
   static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
 }

@@ -33,9 +33,6 @@ Habits& habits();
 enum class Colours { Off, On };
 Colours coloursFor(std::FILE* stream);
 
-/// How many columns the terminal has that the stream goes to; 80 if it does not say.
-std::size_t columnsOf(std::FILE* terminal);
-
 /// The text in bold, or as it is.
 std::string bold(std::string_view text, Colours colours);
 

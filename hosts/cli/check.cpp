@@ -29,8 +29,9 @@ void printText(const Answer& answer, bool isOneOfSeveral) {
   printFindings(answer.findings, "error");
 }
 
-/// A list, also of one file: programs need to know the shape beforehand.
+/// A list, also of one file: programs need to know the shape beforehand. Nothing where no file could be read.
 void printJson(const std::vector<Answer>& answers) {
+  if (answers.empty()) return;
   fl::i18n::JsonWriter json;
   json.beginArray();
   for (const Answer& answer : answers) {

@@ -95,6 +95,26 @@ std::u16string hintAtCommandLine(const except_with_causes& error) {
   return fl::i18n::didYouMean(error.GetArguments().front(), known);
 }
 
+/// The entry that was most likely meant by a search that found none: one that the package's relationships
+/// reach.
+std::u16string hintAtEntry(const except_with_causes& error, const std::u16string& path) try {
+  if (error.GetID() != "tavlox_io:general:EntryDoesNotExist" || error.GetArguments().empty()) return {};
+  const std::u16string& search = error.GetArguments().front();
+  std::vector<std::u16string> names;
+  opc::model::Package package(path);
+  package.open(opc::interfaces::OpenMode::Read);
+  for (const opc::model::Relationship& link : package.getRelationships(opc::model::ExcludeMode::External)) {
+    const auto part = package.findPart(link);
+    if (!part) continue;
+    const std::u16string name = part->getName().text();
+    names.push_back(search.starts_with(u'/') ? name : fs::extract_filename(name));
+  }
+  return fl::i18n::didYouMean(search, names);
+} catch (const opc::Exception&) {
+  // What cannot be read any more has nothing to suggest.
+  return {};
+}
+
 /// Only searches know the home folder by "~". Shells expand it, but not in quotes or behind a "=".
 std::u16string hintAtHome(const except_with_causes& error) {
   if (error.GetArguments().empty()) return {};
@@ -104,8 +124,10 @@ std::u16string hintAtHome(const except_with_causes& error) {
   return u"\"~\" is a name like any other here; the path tried is " + fs::absolute(path);
 }
 
-std::u16string hintFor(const except_with_causes& error) {
-  const std::u16string hint = hintAtCommandLine(error);
+/// What this program knows besides. `path` is the package at hand and may be empty.
+std::u16string hintFor(const except_with_causes& error, const std::u16string& path) {
+  std::u16string hint = hintAtCommandLine(error);
+  if (hint.empty() && !path.empty()) hint = hintAtEntry(error, path);
   return hint.empty() ? hintAtHome(error) : hint;
 }
 
@@ -195,7 +217,7 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
     except_with_causes error = describe(path);
     addCauses(error);
     const std::u16string file = path.empty() || names(error, path) ? std::u16string() : path;
-    tell(format, "error", error, {file, hint.empty() ? hintFor(error) : hint});
+    tell(format, "error", error, {file, hint.empty() ? hintFor(error, path) : hint});
   } catch (const std::exception&) {
     // A second failure while the first is told: there is hardly any memory left.
     printError(format == OutputFormat::Json ? kOutOfMemoryJson : kOutOfMemory);
@@ -203,7 +225,7 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
 }
 
 void tellError(OutputFormat format, const except_with_causes& error) {
-  tell(format, "error", error, {{}, hintFor(error)});
+  tell(format, "error", error, {{}, hintFor(error, {})});
 }
 
 void tellWarning(OutputFormat format, const except_with_causes& warning, const std::u16string& hint) {

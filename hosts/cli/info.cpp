@@ -48,8 +48,9 @@ std::string modificationTime(const Properties& properties) {
   return boost::posix_time::to_iso_extended_string(file.lastWriteTime) + "Z";
 }
 
-/// A list, also of one file: programs need to know the shape beforehand.
+/// A list, also of one file: programs need to know the shape beforehand. Nothing where no file could be read.
 void printJson(const std::vector<Properties>& files) {
+  if (files.empty()) return;
   fl::i18n::JsonWriter json;
   json.beginArray();
   for (const Properties& properties : files) {

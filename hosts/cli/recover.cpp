@@ -49,7 +49,7 @@ extern const Command kRecover = {
     .name = "recover",
     .summary = "Make a new package of what is sound in a damaged one",
     .examples = R"(  tavlox recover broken.tavlox -o rescued.tavlox
-  tavlox recover --json broken.tavlox -o rescued.tavlox | jq -r '.Findings[].Message'
+  tavlox recover --json broken.tavlox -o new.tavlox | jq '.Findings[].Message'
 )",
     .details =
         R"(Items are found where they lie, also when the directory of the file is damaged, contradicted or cut off. Every item

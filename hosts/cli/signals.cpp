@@ -28,14 +28,18 @@ void warnOfUnknownName(const Request& request, const zobs::COSInterfacePointer& 
               fl::i18n::didYouMean(request.one("--name"), names));
 }
 
-/// Warns where signals are recorded but the run list is missing: signals of runs that are not listed are not
-/// answered, and the module says nothing of it. Counted are the signals of all signals parts.
-void warnOfSignalsLeftOut(const Request& request, const zobs::COSInterfacePointer& file) {
+/// Says why there is no signal to show, where there is more to say than that none was recorded. Signals of
+/// runs that are not in the run list are not answered, and the module says nothing of it. Counted are the
+/// signals of all signals parts.
+void warnOfNoSignals(const Request& request, const zobs::COSInterfacePointer& file) {
   const auto count = [&](const char* property) {
     return std::get<corvan::HostArray>(zobs::getProperty(file, property)).values<std::int32_t>()[0];
   };
-  if (count("NumRuns") > 0 || count("NumSignals") == 0) return;
-  warn(request.format, "tavlox:cli:SignalsLeftOut", request.one("FILE"), count("NumSignals"));
+  if (count("NumRuns") == 0 && count("NumSignals") > 0) {
+    warn(request.format, "tavlox:cli:SignalsLeftOut", request.one("FILE"), count("NumSignals"));
+  } else if (request.has("--name")) {
+    warnOfUnknownName(request, file);
+  }
 }
 
 /// Both of the module's methods give a structure array with a field for everything recorded; text shows the
@@ -45,8 +49,7 @@ ExitCode runSignals(const Request& request) {
   const corvan::HostArray found = request.has("--name")
                                       ? callForArray(file, "getSignalInfoByName", {request.one("--name")})
                                       : callForArray(file, "getAllSignalsInfo");
-  if (found.elementCount() == 0) warnOfSignalsLeftOut(request, file);
-  if (found.elementCount() == 0 && request.has("--name")) warnOfUnknownName(request, file);
+  if (found.elementCount() == 0) warnOfNoSignals(request, file);
   RecordPrinter printer(request.format, kColumns, kLists);
   const std::u16string name = request.oneOr("--name", u"");
   const samples::RecordedSession session(request.one("FILE"));

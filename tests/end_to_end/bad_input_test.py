@@ -128,7 +128,8 @@ class WrongCommandLines(ProgramTest):
         self.output_of("add", "s.tavlox", "notes.txt")
         for words, code, meant in (
                 (["inof", "s.tavlox"], 2, "info"), (["help", "recrod"], 2, "record"), (["info", "--wid", "s.tavlox"], 2, "--wide"),
-                (["list", "s.tavlox", "/user/note.txt"], 0, "/user/notes.txt"), (["signals", "s.tavlox", "--name", "v(our)"], 0, "v(out)")):
+                (["list", "s.tavlox", "/user/note.txt"], 0, "/user/notes.txt"),
+                (["get", "s.tavlox", "note.txt"], 1, "notes.txt"), (["signals", "s.tavlox", "--name", "v(our)"], 0, "v(out)")):
             output, errors = self.run_program(*words, exit_code=code)
             self.assertEqual(output, "")
             self.assertIn(f'  hint: did you mean "{meant}"?\n', errors)

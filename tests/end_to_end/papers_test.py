@@ -20,7 +20,7 @@ PAPERS = [SOURCES / "README.md", *sorted((SOURCES / "docs").glob("guide*.md"))]
 # These set the machine up, or show what a person looks at.
 NOT_RUN = re.compile(r"\$ (\./dev|man|sudo|xdg-open|jupyter) ")
 # What differs from run to run, and what stands for it in the comparison.
-VARYING = [(r"\d\d-[A-Z][a-z]{2}-\d{4} \d\d:\d\d:\d\d", "DATE"), (r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", "DATE"),
+VARYING = [(r"\d\d-[A-Z][a-z]{2}-\d{4} \d\d:\d\d:\d\d", "DATE"), (r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(?:\.\d+)?Z", "DATE"),
            (r"\t\d{4,}\t", "\tOFFSET\t"), (r"out of \d+", "out of N")]
 HOME = "/home/ada/tavlox"  # where the reader of the texts is said to be
 

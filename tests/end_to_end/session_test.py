@@ -172,7 +172,8 @@ class Answers(ProgramTest):
         self.assertEqual([line.split("\t")[0] for line in output.splitlines()], ["2"])
         lines = errors.splitlines()
         self.assertRegex(lines[0], r"^tavlox: error: .* \[tavlox:general:UnableToReadFile\]$")
-        self.assertEqual(lines[1::2], ["  hint: there is no run 7; the file has the runs 1 and 2",
+        self.assertEqual(lines[1], "  file: s.tavlox")
+        self.assertEqual(lines[2::3], ["  hint: there is no run 7; the file has the runs 1 and 2",
                                        "  hint: there is no run -1; the file has the runs 1 and 2"])
         for count, there_are in [(1, "only the run 1"), (3, "the runs 1, 2 and 3"),
                                  (12, "the runs 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 2 more")]:

@@ -199,8 +199,12 @@ class PackageIndex::Reader {
     if (found->relationships) refuseEquivalent(entry);
     // The same part once more, to be completed.
     IndexedPart& part = index_.parts_[static_cast<std::size_t>(found - index_.parts_.data())];
-    part.relationships = std::make_unique<const PartRelationships>(
-        PartRelationships{entry, readRelationships(entry, index_.nameOf(part).encoded())});
+    const std::string name = index_.nameOf(part).encoded();
+    auto own = std::make_unique<PartRelationships>(PartRelationships{entry, RelationshipsDocument(name)});
+    RelationshipsDocument& document = own->document;
+    // The part's before it is read: a malformed document is one all the same.
+    part.relationships = std::move(own);
+    document = readRelationships(entry, name);
   }
 
   // The limits hold for all relationships of the package together. A symbolic link instead of a document says

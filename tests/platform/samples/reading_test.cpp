@@ -116,10 +116,10 @@ TEST(RecordedSessions, FindSamplesByNameAndInOlderFilesByOrder) {
     const auto sink = [](const auto& take) { take("t,a,b\n"); };
     // The first has signals but no samples, the second no signals, the third names another part than the
     // order would give it.
-    session.addRun({.id = 4, .samples = u"/elsewhere.csv"});
+    session.addRun({.id = 4});
     session.addSignal({.id = 1, .runID = 4});
     session.addRun({.id = 9});
-    session.addRun({.id = 2, .orderIndex = 7, .samples = u"/session/data/4.csv"});
+    session.addRun({.id = 2});
     session.addSignal({.id = 1, .runID = 2, .column = 3});
     session.addSignal({.id = 2, .runID = 2});
     session.addRun({.id = 5});
@@ -127,6 +127,17 @@ TEST(RecordedSessions, FindSamplesByNameAndInOlderFilesByOrder) {
     session.addSignal({.id = 2, .runID = 5});
     for (const int run : {5, 2}) session.addSamples(run, sink);
   });
+  // The writer names the samples of every run, earlier ones did not.
+  opc::model::Package package(path);
+  package.open(opc::interfaces::OpenMode::Modify);
+  const auto runs = package.startData();
+  const std::string_view list = R"([{"id": 4, "samples": "/elsewhere.csv"}, {"id": 9},
+      {"id": 2, "orderIndex": 7, "samples": "/session/data/4.csv"}, {"id": 5}])";
+  runs->write(list.data(), list.size());
+  const opc::model::PartName name(u"/session/runs.json");
+  package.replacePart(name, package.getPart(name).getContentType(), runs);
+  package.close();
+
   const RecordedSession session(path);
   std::string shown;
   for (const RecordedRun& run : session.runs()) {

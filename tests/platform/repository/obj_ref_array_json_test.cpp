@@ -9,7 +9,6 @@
 #include "platform/errors/exceptions.h"
 #include "platform/repository/json_rows.h"
 #include "platform/repository/text_block.h"
-#include "platform/repository/text_block.h"
 #include "tests/support/raised.h"
 
 using namespace orra;

@@ -124,7 +124,8 @@ void TextTable::takeHeadings() {
     if (cell.empty()) raise("tavlox:record:EmptyHeading", path(), lineNumber_, column + 1);
     if (!fl::i18n::is_well_formed(cell))
       raise("tavlox:record:HeadingNotUtf8", path(), lineNumber_, column + 1);
-    areNumbers = areNumbers && cells_.read(cell);
+    // A date is no heading either.
+    areNumbers = areNumbers && (cells_.read(cell) || (column == 0 && parseMoment(cell)));
     description_.headings.push_back(column == 0 ? timeHeading(cell) : signalHeading(cell));
   }
   if (areNumbers) raise("tavlox:record:HeadingsMissing", path(), lineNumber_, 1);

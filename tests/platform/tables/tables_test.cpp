@@ -89,6 +89,7 @@ TEST(Tables, AreReadInEveryDialect) {
       {"t,,v\n0,1,2\n", "EmptyHeading(t, 1, 2)"},
       {"t,v,w,v [V]\n0,1,2,3\n", "EqualHeadings(t, 1, 2, 4, v)"},
       {"0,1\n1,2\n", "HeadingsMissing(t, 1, 1)"},
+      {"2026-11-21T10:00:00Z,1\n2026-11-21T10:00:01Z,2\n", "HeadingsMissing(t, 1, 1)"},
       {"t [fortnight],v\n0,1\n", "UnknownTimeUnit(t, 1, 1, fortnight)"},
       {"t,v,w\n0,1,2\n1,2\n", "UnevenRow(t, 3, 3, 3)"},
       {"t,v\n0,1\n1,2,3\n", "UnevenRow(t, 3, 3, 2)"},

@@ -16,6 +16,9 @@ namespace {
 namespace dom = simdjson::dom;
 
 enum Column { kKeyColumn, kNameColumn, kPackedColumn };
+// Enough rows that finding the first of them, and locking the database for it, costs little beside reading
+// them; few enough bytes that they cost no memory.
+constexpr std::size_t kRowsAhead = 256, kBytesAhead = std::size_t{64} << 10;
 constexpr int parameterOf(Column column) { return column + 1; }
 
 template <class Record>
@@ -89,7 +92,7 @@ void packField(FieldKind kind, const Row::Value& value, std::string& packed) {
 /// wrote it: the file may have been damaged, and lengths are trusted elsewhere.
 class Unpacker {
  public:
-  Unpacker(const sql::Statement& row, std::string_view packed) : row_(row), rest_(packed) {}
+  Unpacker(const sql::Database& database, std::string_view packed) : database_(database), rest_(packed) {}
 
   template <std::integral Integer>
   void read(Integer& value) {
@@ -102,7 +105,7 @@ class Unpacker {
     std::memcpy(&value, bytes(sizeof value).data(), sizeof value);
   }
   void read(std::string& value) { value = bytes(number()); }
-  void read(std::u16string& value) { row_.readText(bytes(number()), value); }
+  void read(std::u16string& value) { convert(bytes(number()), value); }
   void read(std::vector<std::uint64_t>& value) {
     const std::uint64_t packed = number();
     // Every number has a byte at least.
@@ -137,8 +140,17 @@ class Unpacker {
     value.reset();
   }
 
+  /// Into the text that `value` has; a text that is not well-formed is damage.
+  void convert(std::string_view text, std::u16string& value) const {
+    try {
+      fl::i18n::to_ustring(text, value);
+    } catch (const fl::i18n::ConversionError& error) {
+      database_.failAsCorrupt(error.what());
+    }
+  }
+
  private:
-  [[noreturn]] void fail() const { row_.failAsCorrupt("a record is not what was written"); }
+  [[noreturn]] void fail() const { database_.failAsCorrupt("a record is not what was written"); }
 
   std::uint64_t number() {
     std::uint64_t number = 0;
@@ -160,7 +172,7 @@ class Unpacker {
     return taken;
   }
 
-  const sql::Statement& row_;
+  const sql::Database& database_;
   std::string_view rest_;
 };
 
@@ -184,6 +196,7 @@ Table<Record>::Table(sql::Database& database, const std::string& name)
 
 template <class Record>
 void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
+  ahead_.clear();  // this row may belong among them
   packed_.clear();
   for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
     if (field == kName<Record>) continue;
@@ -203,30 +216,58 @@ void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default>
 
 template <class Record>
 const Record* Table<Record>::find(std::int64_t key) {
-  if (rows_.isOnRow() && key == recordKey_) return &record_;
-  // Going on to the next row is what reading in order does; anything else begins a new search.
-  if (!rows_.isOnRow() || key != recordKey_ + 1) {
-    rows_.reset();
-    rows_.bind(1, key);
-  }
-  if (!rows_.step()) return nullptr;
-  recordKey_ = rows_.integer(kKeyColumn);
-  const bool found = recordKey_ == key;
-  try {
-    if (found) readRecord();
-  } catch (...) {
-    rows_.reset();  // half of a record must not be found again
-    throw;
+  const bool isSame = key == recordKey_ && recordStretch_ == database_.stretch();
+  if (isSame && database_.isInTransaction()) return &record_;
+  const bool goesOn = key == recordKey_ + 1;
+  // Half of a record must not be found again.
+  recordStretch_ = 0;
+  if (const AheadRow* next = nextAhead(); next == nullptr || next->key != key) {
+    readAhead(key, goesOn ? kRowsAhead : 1);
   }
   // The row that was met may be one further on, where the key that was asked for is missing.
-  if (!found || !database_.isInTransaction()) rows_.reset();
-  return found ? &record_ : nullptr;
+  if (const AheadRow* next = nextAhead(); next == nullptr || next->key != key) return nullptr;
+  unpackNext();
+  recordKey_ = key;
+  recordStretch_ = database_.stretch();
+  return &record_;
 }
 
 template <class Record>
-void Table<Record>::readRecord() {
-  rows_.readText(rows_.bytes(kNameColumn), record_.name ? *record_.name : record_.name.emplace());
-  Unpacker unpacker(rows_, rows_.bytes(kPackedColumn));
+void Table<Record>::readAhead(std::int64_t key, std::size_t most) {
+  ahead_.clear();
+  aheadBytes_.clear();
+  unpacked_ = 0;
+  aheadRollbacks_ = database_.rollbacks();
+  // Let go of at the end: a row that is held locks the database.
+  const sql::Statement::ResetAtEnd reset(rows_);
+  rows_.bind(1, key);
+  try {
+    while (ahead_.size() < most && aheadBytes_.size() < kBytesAhead && rows_.step()) {
+      aheadBytes_ += rows_.bytes(kNameColumn);
+      const std::size_t nameEnd = aheadBytes_.size();
+      aheadBytes_ += rows_.bytes(kPackedColumn);
+      ahead_.push_back({rows_.integer(kKeyColumn), nameEnd, aheadBytes_.size()});
+    }
+  } catch (...) {
+    if (ahead_.empty()) throw;
+    aheadBytes_.resize(ahead_.back().end);
+  }
+}
+
+template <class Record>
+auto Table<Record>::nextAhead() const -> const AheadRow* {
+  const bool holds = unpacked_ < ahead_.size() && aheadRollbacks_ == database_.rollbacks();
+  return holds ? &ahead_[unpacked_] : nullptr;
+}
+
+template <class Record>
+void Table<Record>::unpackNext() {
+  const std::size_t begin = unpacked_ == 0 ? 0 : ahead_[unpacked_ - 1].end;
+  const AheadRow& row = ahead_[unpacked_++];
+  const std::string_view bytes(aheadBytes_);
+  Unpacker unpacker(database_, bytes.substr(row.nameEnd, row.end - row.nameEnd));
+  unpacker.convert(bytes.substr(begin, row.nameEnd - begin),
+                   record_.name ? *record_.name : record_.name.emplace());
   forEachField(record_, [&](std::string_view field, auto& value) {
     if (field != "name") unpacker.read(value);
   });

@@ -38,9 +38,10 @@ class Table {
   /// Stores the members of a checked element under a key that is not taken. Raises the database's failures.
   void add(std::int64_t key, const Row& row, std::optional<Default> missing = {});
 
-  /// The whole record, null if there is none. Valid until the next call. Inside a transaction the table stays
-  /// on the row it read last: asking for that one again costs nothing, asking for the one behind it a step.
-  /// Outside it lets go of the row at once, since a row that is held locks the database.
+  /// The whole record, null if there is none. Valid until the next call. Asking for the one that was read
+  /// last costs nothing in the same transaction. Whoever asks for one record after the other, in however many
+  /// transactions, gets them from memory: some are read ahead, so that the database is not locked and
+  /// searched for each. Any other record, also one that was read before, is read from the database.
   const Record* find(std::int64_t key);
 
   using KeyVisitor = std::function<void(std::int64_t key)>;
@@ -52,15 +53,30 @@ class Table {
   void forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit);
 
  private:
-  /// From the row that rows_ is on.
-  void readRecord();
+  /// A row that was read ahead: where its name and its packed fields end in aheadBytes_.
+  struct AheadRow {
+    std::int64_t key;
+    std::size_t nameEnd, end;
+  };
+
+  /// The first row from `key` on and up to `most` in all. The ones behind the first are left out where they
+  /// cannot be read: that is said when it is their turn.
+  void readAhead(std::int64_t key, std::size_t most);
+  /// The next row of those that were read ahead; null if there is none that still holds.
+  const AheadRow* nextAhead() const;
+  void unpackNext();
 
   sql::Database& database_;
   std::string createNameIndex_;
   sql::Statement insert_, rows_, lastKey_, keys_, keysNamed_;
   std::string packed_;  ///< the fields of the row that is inserted
-  Record record_;       ///< of the row that rows_ is on
+  std::string aheadBytes_;
+  std::vector<AheadRow> ahead_;
+  std::size_t unpacked_ = 0;          ///< of the rows ahead
+  std::uint64_t aheadRollbacks_ = 0;  ///< of the database when they were read
+  Record record_;
   std::int64_t recordKey_ = 0;
+  std::uint64_t recordStretch_ = 0;  ///< of the database when it was read; 0 if it was read in part
 };
 
 extern template class Table<RunRecord>;

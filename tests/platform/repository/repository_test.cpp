@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/platform/repository/repository_fixture.h"
+#include "tests/support/other_connection.h"
 
 using namespace orra;
 using foundation::core::except::except_with_causes;
@@ -44,6 +45,29 @@ TEST(Repository, SignalsComeInTheOrderOfLoading) {
   session.loadSignals("");
   EXPECT_EQ(session.names(7), "z a m ");
   EXPECT_EQ(session.names(3), "x ");
+}
+
+TEST(Repository, RunsThatWereReadAheadAreThoseThatAreAskedFor) {
+  RepositoryFixture session;
+  session.loadRuns(R"([{"id":1,"name":"a"},{"id":2,"name":"b"},{"id":3,"name":"c"},{"id":4,"name":"d"}])");
+  const auto names = [&](const std::vector<int>& runs) {
+    std::u16string found;
+    for (const int run : runs)
+      EXPECT_EQ(session.collected([&] { found += session.run(run)->getRunDisplayName(); }), Errors());
+    return fl::i18n::to_string(found);
+  };
+  EXPECT_EQ(names({1, 2, 3, 4, 4, 1, 2, 4, 3}), "abcddabdc");
+  names({1, 2});
+  const support::OtherConnection other(session.database(), "UPDATE runs SET name = 'new'");
+  EXPECT_EQ(names({2}), "new") << "one that was read before is read again";
+  const auto readAndFail = [&] {
+    session.loadRuns(R"([{"id":5},{"id":6},{"id":7}])");
+    session.run(5)->record();
+    session.run(6)->record();
+    throw except_with_causes("a:b:Undone");
+  };
+  EXPECT_EQ(session.collected(readAndFail), Errors{"a:b:Undone()"});
+  EXPECT_EQ(raisedBy([&] { session.run(7)->record(); }), "simulation_data_repository:sdr:NoSuchRun()");
 }
 
 TEST(Repository, NamesMatchExactly) {

@@ -41,6 +41,7 @@ Database::Database(const std::string& path) : path_(path) {
 }
 
 void Database::execute(const std::string& sql) {
+  beginEntered();
   const int code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr);
   if (code != SQLITE_OK) fail(code);
 }
@@ -132,6 +133,7 @@ Statement& Statement::bindNull(int parameter) {
 }
 
 bool Statement::step() {
+  database_.beginEntered();
   // Reset at once behind the last row and after a failure: a statement left there would keep its lock.
   const int code = sqlite3_step(handle_.get());
   if (code == SQLITE_ROW) return true;
@@ -147,35 +149,36 @@ std::string_view Statement::bytes(int column) const {
   return {data, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column))};
 }
 
-void Statement::readText(std::string_view bytes, std::u16string& text) const {
-  try {
-    fl::i18n::to_ustring(bytes, text);
-  } catch (const fl::i18n::ConversionError& error) {
-    database_.failAsCorrupt(error.what());
-  }
-}
-
 void Statement::require(int code) const {
   if (code != SQLITE_OK) database_.fail(code);
 }
 
 Transaction::Transaction(Database& database) : database_(database) {
-  database_.resetStatements();
-  // Nothing is locked yet. SQLite takes the lock with the first read or write.
-  database_.execute(Database::Step::Begin);
+  // Now and not when it begins: the statement that begins it may be one that goes on from its row.
+  if (database_.begun_ > 0) database_.resetStatements();
+  ++database_.entered_;
+  ++database_.stretch_;
 }
 
 Transaction::~Transaction() {
-  if (committed_) return;
-  database_.resetStatements();
-  // Refused only where the database has rolled everything back of its own accord, as on a full disk.
-  sqlite3_exec(database_.handle(), "ROLLBACK TO work; RELEASE work", nullptr, nullptr, nullptr);
+  if (!committed_ && hasBegun()) {
+    database_.resetStatements();
+    // Refused only where the database has rolled everything back of its own accord, as on a full disk.
+    sqlite3_exec(database_.handle(), "ROLLBACK TO work; RELEASE work", nullptr, nullptr, nullptr);
+    ++database_.rollbacks_;
+    --database_.begun_;
+  }
+  --database_.entered_;
+  ++database_.stretch_;
 }
 
 void Transaction::commit() {
-  // A statement that is still on a row would keep the database locked.
-  database_.resetStatements();
-  database_.execute(Database::Step::Commit);
+  if (hasBegun()) {
+    // A statement that is still on a row would keep the database locked.
+    database_.resetStatements();
+    database_.execute(Database::Step::Commit);
+    --database_.begun_;
+  }
   committed_ = true;
 }
 

@@ -29,14 +29,13 @@ class Database {
 
   /// Runs SQL that gives no rows.
   void execute(const std::string& sql);
-  /// The same for SQL that is run often: it is prepared once.
-  enum class Step { Begin, Commit };
-  void execute(Step step);
+  bool isInTransaction() const noexcept { return entered_ > 0; }
 
-  bool isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
-
-  /// Takes every statement off its row, which ends the reading they do.
-  void resetStatements() noexcept;
+  /// The stretch of work that nothing begins or ends a transaction in; another number for each. What was read
+  /// in it is what the database still holds.
+  std::uint64_t stretch() const noexcept { return stretch_; }
+  /// How often a transaction was rolled back: what was read before may be gone then.
+  std::uint64_t rollbacks() const noexcept { return rollbacks_; }
 
   /// Raises the failure that the last call on this database gave with this result code.
   [[noreturn]] void fail(int code) const;
@@ -48,8 +47,25 @@ class Database {
   sqlite3* handle() const noexcept { return handle_.get(); }
 
  private:
+  friend class Statement;
+  friend class Transaction;
+
+  /// Takes every statement off its row, which ends the reading they do.
+  void resetStatements() noexcept;
+  /// Begins the transactions that were entered. They begin with the first statement that runs in them, so
+  /// that one that asks nothing of the database costs nothing.
+  void beginEntered() {
+    for (; begun_ < entered_; ++begun_) execute(Step::Begin);
+  }
+
+  enum class Step { Begin, Commit };
+  /// As SQL that is prepared once, since it is run often.
+  void execute(Step step);
+
   std::string path_;
   std::unique_ptr<sqlite3, FreeWith<sqlite3_close_v2>> handle_;
+  unsigned entered_ = 0, begun_ = 0;  ///< transactions; one within another counts
+  std::uint64_t stretch_ = 0, rollbacks_ = 0;
   std::array<std::unique_ptr<sqlite3_stmt, FreeWith<sqlite3_finalize>>, 2> steps_;
 };
 
@@ -76,7 +92,6 @@ class Statement {
   /// Runs a statement that gives no rows.
   void execute() { step(); }
   void reset() noexcept { sqlite3_reset(handle_.get()); }
-  bool isOnRow() const noexcept { return sqlite3_stmt_busy(handle_.get()) != 0; }
 
   /// Takes the statement off its row when the scope is left, with an error or without: a statement that stays
   /// on a row outside a transaction locks the database, and one on a row cannot be bound.
@@ -96,10 +111,6 @@ class Statement {
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
   std::string_view bytes(int column) const;
-  /// Converts a text of this row; `text` gives its memory. Raises sqldb:ssdb:Corrupt if it is not
-  /// well-formed.
-  void readText(std::string_view bytes, std::u16string& text) const;
-  [[noreturn]] void failAsCorrupt(const std::string& reason) const { database_.failAsCorrupt(reason); }
 
  private:
   void require(int code) const;
@@ -121,6 +132,9 @@ class Transaction {
   void commit();
 
  private:
+  /// Whether the database knows of it.
+  bool hasBegun() const noexcept { return database_.begun_ == database_.entered_; }
+
   Database& database_;
   bool committed_ = false;
 };

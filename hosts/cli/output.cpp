@@ -41,6 +41,15 @@ std::vector<std::string> shownRow(const Table& table, std::size_t index) {
   return values;
 }
 
+/// What a row shows of a value, by the shortest way: there may be a million rows.
+std::string shownValue(const HostArray& value) {
+  if (value.kind() == corvan::ArrayKind::Char && value.rows() <= 1) return singleLine(value.text());
+  if (!value.isNumeric() || !value.isScalar()) return singleLine(cellText(value));
+  JsonWriter json;
+  writeJson(json, value);
+  return json.text() == "null" ? std::string() : json.take();
+}
+
 void widen(Widths& widths, const std::vector<std::string>& values) {
   widths.resize(std::max(widths.size(), values.size()));
   for (std::size_t i = 0; i < values.size(); ++i) widths[i] = std::max(widths[i], displayWidth(values[i]));
@@ -182,7 +191,7 @@ void RecordPrinter::addRows(const HostArray& structures) {
   }
   for (std::size_t i = 0; i < structures.elementCount(); ++i) {
     for (std::size_t column = 0; column < fields_.size(); ++column) {
-      const std::string value = singleLine(cellText(structures.fieldAt(i, fields_[column])));
+      const std::string value = shownValue(structures.fieldAt(i, fields_[column]));
       if (isForPeople_) {
         widths_.resize(fields_.size());
         widths_[column] = std::max(widths_[column], displayWidth(value));

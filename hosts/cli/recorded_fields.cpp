@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
+#include <vector>
 
 namespace tavlox::cli {
 namespace {
 
 using corvan::HostArray;
-using samples::RecordedRun;
-using samples::RecordedSignal;
+using samples::RunPlace;
 
 // Elements of a piece: enough that making a piece costs little.
 constexpr std::size_t kPiece = 1024;
@@ -16,7 +17,7 @@ constexpr std::size_t kPiece = 1024;
 using Place = std::array<HostArray, 3>;
 using PlaceNames = std::array<std::u16string_view, 3>;
 
-HostArray samplesPart(const RecordedRun& run) {
+HostArray samplesPart(const RunPlace& run) {
   return HostArray::charRow(run.samples ? run.samples->text() : u"");
 }
 
@@ -30,23 +31,40 @@ HostArray wider(const HostArray& records, const PlaceNames& names, std::size_t c
 void fill(HostArray& piece, std::size_t index, Place place, const HostArray& records, std::size_t element) {
   std::size_t field = 0;
   for (HostArray& value : place) piece.setField(index, field++, std::move(value));
-  for (std::size_t i = 0; i < records.fieldNames().size(); ++i)
-    piece.setField(index, field++, records.fieldAt(element, i));
+  const std::size_t count = records.fieldNames().size();
+  for (std::size_t i = 0; i < count; ++i) piece.setField(index, field++, records.fieldAt(element, i));
+}
+
+using IdByOrder = std::pair<std::int32_t, std::int32_t>;
+
+std::vector<IdByOrder> idsByOrder(const samples::SessionPlaces& session) {
+  std::vector<IdByOrder> ids;
+  for (const RunPlace& run : session.runs()) ids.emplace_back(run.orderIndex, run.id);
+  std::ranges::sort(ids);
+  return ids;
+}
+
+/// The place of a signal that has no samples.
+Place placeByOrder(const std::vector<IdByOrder>& ids, const HostArray& orderIndex) {
+  const auto order = static_cast<std::int32_t>(orderIndex.scalarAsDouble());
+  const auto found = std::ranges::lower_bound(ids, order, {}, &IdByOrder::first);
+  if (found == ids.end() || found->first != order) return {};
+  return {HostArray::int32Scalar(found->second), HostArray::charRow({}), HostArray::int32Scalar(0)};
 }
 
 }  // namespace
 
-HostArray withPlace(const HostArray& record, const RecordedRun* run) {
+const HostArray& RunPlacer::withPlace(const HostArray& record, const RunPlace* run) {
   if (run == nullptr) return record;
-  HostArray placed = wider(record, {u"RunID", u"RunOrderIndex", u"SamplesPart"}, 1);
-  const Place place{HostArray::int32Scalar(run->id()), HostArray::int32Scalar(run->orderIndex),
+  if (placed_.isEmpty()) placed_ = wider(record, {u"RunID", u"RunOrderIndex", u"SamplesPart"}, 1);
+  const Place place{HostArray::int32Scalar(run->id), HostArray::int32Scalar(run->orderIndex),
                     samplesPart(*run)};
-  fill(placed, 0, place, record, 0);
-  return placed;
+  fill(placed_, 0, place, record, 0);
+  return placed_;
 }
 
-void forEachWithPlace(const HostArray& records, const samples::RecordedSession& session,
-                      const std::u16string* onlyName, const std::function<void(const HostArray&)>& take) {
+void forEachWithPlace(const HostArray& records, const samples::SessionPlaces& session,
+                      const std::function<void(const HostArray&)>& take) {
   const std::size_t count = records.elementCount();
   HostArray piece;
   std::size_t element = 0;
@@ -57,13 +75,17 @@ void forEachWithPlace(const HostArray& records, const samples::RecordedSession& 
     if (++element % kPiece == 0 || element == count) take(piece);
   };
   // The module answers run by run, as they stand in the run list, and within one in the order of the parts.
-  for (const RecordedRun& run : session.runs()) {
-    for (const RecordedSignal& signal : run.signals) {
+  for (const RunPlace& run : session.runs()) {
+    for (const RunPlace::Signal& signal : run.signals) {
       if (element == count) return;
-      if (onlyName != nullptr && signal.name != *onlyName) continue;
-      add({HostArray::int32Scalar(run.id()), samplesPart(run),
+      if (!signal.isAsked) continue;
+      add({HostArray::int32Scalar(run.id), samplesPart(run),
            HostArray::int32Scalar(static_cast<std::int32_t>(signal.column))});
     }
+  }
+  if (!session.hasSignals()) {
+    const std::vector<IdByOrder> ids = idsByOrder(session);
+    while (element < count) add(placeByOrder(ids, records.fieldAt(element, u"RunOrderIndex")));
   }
   // Only if the file was changed between the two readings.
   while (element < count) add({});

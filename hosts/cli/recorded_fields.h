@@ -11,15 +11,21 @@
 /// `signals` show in front of the module's own, so that the two can be joined and samples be found.
 namespace tavlox::cli {
 
-/// A run's record with the fields RunID, RunOrderIndex and SamplesPart in front. Null stands for a run that
-/// is not in the list any more; its record is given as it is.
-corvan::HostArray withPlace(const corvan::HostArray& record, const samples::RecordedRun* run);
+/// Puts the fields RunID, RunOrderIndex and SamplesPart in front of runs' records, one after the other.
+class RunPlacer {
+ public:
+  /// Null stands for a run that is not in the list any more; its record is given as it is. Valid until the
+  /// next call, and as long as `record`.
+  const corvan::HostArray& withPlace(const corvan::HostArray& record, const samples::RunPlace* run);
+
+ private:
+  corvan::HostArray placed_;  ///< made once: all runs have the same fields
+};
 
 /// The records of signals, with RunID, SamplesPart and SamplesColumn in front, in pieces: there may be a
-/// million. The records are those of all runs in their order, or only those of one name. A part that is
-/// empty text and a column of 0 say that there are no samples.
-void forEachWithPlace(const corvan::HostArray& records, const samples::RecordedSession& session,
-                      const std::u16string* onlyName,
+/// million. The records are those of all runs in their order, or only those of one name that the places were
+/// asked for. A part that is empty text and a column of 0 say that there are no samples.
+void forEachWithPlace(const corvan::HostArray& records, const samples::SessionPlaces& session,
                       const std::function<void(const corvan::HostArray&)>& take);
 
 }  // namespace tavlox::cli

@@ -57,18 +57,13 @@ std::u16string hintFor(std::int32_t id, const RunIDs& present) {
   return fl::i18n::to_ustring(fmt::format("there is no run {}; the file has {}", id, runsThereAre(present)));
 }
 
-/// Null if there is none, as when the file was changed a moment ago.
-const samples::RecordedRun* findRun(const samples::RecordedSession& session, std::int32_t id) {
-  const auto run = std::ranges::find(session.runs(), id, &samples::RecordedRun::id);
-  return run == session.runs().end() ? nullptr : &*run;
-}
-
 ExitCode runRuns(const Request& request) {
   const std::u16string& path = request.one("FILE");
   const zobs::COSInterfacePointer file = openFile(request, path);
   const RunIDs present = readRunIDs(file);
   const RunIDs asked = request.has("ID") ? parseRunIDs(request) : present;
-  const samples::RecordedSession session(path);
+  const samples::SessionPlaces places(path, samples::SessionPlaces::Of::Runs);
+  RunPlacer placer;
   RecordPrinter printer(request.format, kColumns);
   std::size_t answered = 0;
   for (const std::int32_t id : asked) {
@@ -81,7 +76,7 @@ ExitCode runRuns(const Request& request) {
       continue;
     }
     // Printed as it comes: a session may have hundreds of thousands of runs.
-    printer.add(withPlace(record, findRun(session, id)));
+    printer.add(placer.withPlace(record, places.findRun(id)));
     ++answered;
   }
   if (answered > 0 || (asked.empty() && request.format == OutputFormat::Json)) printer.finish();

@@ -52,9 +52,9 @@ ExitCode runSignals(const Request& request) {
   if (found.elementCount() == 0) warnOfNoSignals(request, file);
   RecordPrinter printer(request.format, kColumns, kLists);
   const std::u16string name = request.oneOr("--name", u"");
-  const samples::RecordedSession session(request.one("FILE"));
-  forEachWithPlace(found, session, request.has("--name") ? &name : nullptr,
-                   [&](const corvan::HostArray& records) { printer.add(records); });
+  const samples::SessionPlaces places(request.one("FILE"), samples::SessionPlaces::Of::Signals,
+                                      request.has("--name") ? &name : nullptr);
+  forEachWithPlace(found, places, [&](const corvan::HostArray& records) { printer.add(records); });
   printer.finish();
   return ExitCode::Done;
 }

@@ -122,12 +122,14 @@ std::string bold(std::string_view text, Colours colours) {
 }
 
 std::string singleLine(std::u16string_view text, Backslashes backslashes) {
+  const auto isEscaped = [backslashes](char16_t unit) {
+    return drivesTerminal(unit) || (unit == u'\\' && backslashes == Backslashes::Doubled);
+  };
+  // Nearly all texts are shown as they are.
+  if (std::ranges::none_of(text, isEscaped)) return fl::i18n::to_string_lossy(text);
   std::u16string line;
   line.reserve(text.size());
-  for (const char16_t unit : text) {
-    const bool isDoubled = unit == u'\\' && backslashes == Backslashes::Doubled;
-    drivesTerminal(unit) || isDoubled ? line += escaped(unit) : line += unit;
-  }
+  for (const char16_t unit : text) isEscaped(unit) ? line += escaped(unit) : line += unit;
   return fl::i18n::to_string_lossy(line);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/repository/session_records.h"
 
 #include <algorithm>
+#include <array>
 
 #include "platform/repository/json_rows.h"
 #include "platform/repository/obj_ref_array_json.h"
@@ -40,15 +41,21 @@ void take(dom::element json, std::optional<Value>& value) {
 }
 
 template <class Record>
-void forEachRecord(std::istream& part, const PartKind& kind,
-                   const std::function<void(const Record&)>& visit) {
+void forEachRecord(std::istream& part, const PartKind& kind, const std::function<void(const Record&)>& visit,
+                   FieldNames only) {
+  // By member, since names would be compared for each element.
+  std::array<bool, kMembers<Record>.size()> isWanted;
+  std::ranges::transform(kMembers<Record>, isWanted.begin(), [only](const Member& member) {
+    return only.size() == 0 || std::ranges::find(only, member.name) != only.end();
+  });
   ObjRefArrayJSON array(kind, ObjRefArrayJSON::Reading::WithRows);
   array.load(part);
   array.forEachRow([&](std::size_t, const Row& row) {
     Record record;
     std::size_t member = 0;
     forEachField(record, [&](std::string_view, auto& value) {
-      if (const Row::Value& found = row[member++]) take(*found, value);
+      if (const Row::Value& found = row[member]; found && isWanted[member]) take(*found, value);
+      ++member;
     });
     visit(record);
   });
@@ -56,12 +63,13 @@ void forEachRecord(std::istream& part, const PartKind& kind,
 
 }  // namespace
 
-void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit) {
-  forEachRecord(runList, kRunListKind, visit);
+void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit, FieldNames only) {
+  forEachRecord(runList, kRunListKind, visit, only);
 }
 
-void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit) {
-  forEachRecord(signalsPart, kSignalsPartKind, visit);
+void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit,
+                   FieldNames only) {
+  forEachRecord(signalsPart, kSignalsPartKind, visit, only);
 }
 
 }  // namespace orra

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <iosfwd>
+#include <string_view>
 
 #include "platform/repository/records.h"
 
@@ -9,8 +11,12 @@ namespace orra {
 
 /// Reads the elements of a run list or of a signals part as records, in their order, without a database: for
 /// who goes through all of them once. Each is valid during the call. Raises what ObjRefArrayJSON::load raises
-/// for a part that is not valid, which may be after some of its elements were visited.
-void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit);
-void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit);
+/// for a part that is not valid, which may be after some of its elements were visited. If some fields are
+/// named, only those are filled in, which is faster; all are checked.
+using FieldNames = std::initializer_list<std::string_view>;
+void forEachRun(std::istream& runList, const std::function<void(const RunRecord&)>& visit,
+                FieldNames only = {});
+void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit,
+                   FieldNames only = {});
 
 }  // namespace orra

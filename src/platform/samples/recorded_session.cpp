@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <istream>
 #include <set>
 #include <streambuf>
@@ -35,74 +36,82 @@ class PartBuffer : public std::streambuf {
   std::vector<char> block_ = std::vector<char>(std::size_t{64} << 10);
 };
 
-std::vector<RecordedRun> readRuns(const DataExportFile& file) {
-  std::vector<RecordedRun> runs;
+using RunVisitor = std::function<void(const orra::RunRecord& run, std::int32_t orderIndex)>;
+using SignalVisitor = std::function<void(const orra::SignalRecord&)>;
+
+void readRuns(const DataExportFile& file, const RunVisitor& visit, orra::FieldNames only = {}) {
+  const auto runLists = file.getPartsByRelationshipType(relationship_types::kRunData);
+  if (runLists.empty()) return;
   // Of several run lists the first counts.
-  for (const Part& part : file.getPartsByRelationshipType(relationship_types::kRunData)) {
-    PartBuffer buffer(part);
-    std::istream stream(&buffer);
-    orra::forEachRun(stream, [&](const orra::RunRecord& record) {
-      const auto place = static_cast<std::int32_t>(runs.size()) + 1;
-      runs.push_back({.record = record, .orderIndex = record.orderIndex.value_or(place)});
-    });
-    break;
-  }
-  return runs;
+  PartBuffer buffer(runLists.front());
+  std::istream stream(&buffer);
+  std::int32_t place = 0;
+  orra::forEachRun(
+      stream,
+      [&](const orra::RunRecord& run) {
+        ++place;
+        visit(run, run.orderIndex.value_or(place));
+      },
+      only);
 }
 
-void readSignals(const DataExportFile& file, std::vector<RecordedRun>& runs) {
-  std::unordered_map<std::int32_t, std::size_t> runOf;
-  for (std::size_t i = 0; i < runs.size(); ++i) runOf.emplace(runs[i].id(), i);
+void readSignals(const DataExportFile& file, const SignalVisitor& visit, orra::FieldNames only = {}) {
   for (const Part& part : file.getPartsByRelationshipType(relationship_types::kSignalsData)) {
     PartBuffer buffer(part);
     std::istream stream(&buffer);
-    orra::forEachSignal(stream, [&](const orra::SignalRecord& signal) {
-      const auto run = runOf.find(signal.runID);
-      // Readers of the records refuse such a part; here the samples of the others can still be had.
-      if (run == runOf.end()) return;
-      runs[run->second].signals.push_back({signal.id, orra::textOf(signal.name), orra::textOf(signal.units),
-                                           orra::textOf(signal.dataTypeLabel), signal.column.value_or(0)});
-    });
+    orra::forEachSignal(stream, visit, only);
   }
 }
 
 /// The part that a run names, if there is one of that name.
-std::optional<PartName> namedPart(const opc::model::Package& package, const orra::RunRecord& run) {
+std::optional<PartName> namedPart(const DataExportFile& file, const orra::RunRecord& run) {
   if (!run.samples) return std::nullopt;
   const auto name = PartName::tryFromText(*run.samples);
-  return name && package.hasPart(*name) ? name : std::nullopt;
+  return name && file.getPackageImpl().hasPart(*name) ? name : std::nullopt;
 }
 
+bool namesSamples(const RecordedRun& run) { return run.record.samples.has_value(); }
+bool namesSamples(const RunPlace& run) { return run.namesSamples; }
+
+// Of recorded runs and of places alike.
 /// Gives the runs that name no part the samples parts that no run names.
-void findSamples(const DataExportFile& file, std::vector<RecordedRun>& runs) {
+template <class Run>
+void shareSamples(const DataExportFile& file, std::vector<Run>& runs) {
   std::set<std::string> taken;
-  for (RecordedRun& run : runs) {
-    run.samples = namedPart(file.getPackageImpl(), run.record);
+  for (const Run& run : runs)
     if (run.samples) taken.insert(run.samples->key());
-  }
   auto run = runs.begin();
   for (const Part& part : file.getPartsByRelationshipType(relationship_types::kSamples)) {
     if (taken.contains(part.getName().key())) continue;
-    run = std::find_if(run, runs.end(), [](const RecordedRun& candidate) {
-      return !candidate.record.samples && !candidate.signals.empty();
+    run = std::find_if(run, runs.end(), [](const Run& candidate) {
+      return !namesSamples(candidate) && !candidate.signals.empty();
     });
     if (run == runs.end()) return;
     (run++)->samples = part.getName();
   }
 }
 
-void findColumns(std::vector<RecordedRun>& runs) {
-  for (RecordedRun& run : runs) {
+template <class Run>
+void findColumns(std::vector<Run>& runs) {
+  for (Run& run : runs) {
     const bool isNamed =
         std::ranges::any_of(run.signals, [](const auto& signal) { return signal.column != 0; });
     std::uint32_t column = kFirstSignalColumn;
-    for (RecordedSignal& signal : run.signals) {
+    for (auto& signal : run.signals) {
       if (!run.samples) signal.column = 0;
       // Only where no signal names one: those of a run are named all together or not at all.
       else if (!isNamed)
         signal.column = column++;
     }
   }
+}
+
+/// Whether no two runs have the same order index.
+bool haveOwnOrder(const std::vector<RunPlace>& runs) {
+  std::vector<std::int32_t> order;
+  for (const RunPlace& run : runs) order.push_back(run.orderIndex);
+  std::ranges::sort(order);
+  return std::ranges::adjacent_find(order) == order.end();
 }
 
 /// ASCII letters only, which is all that types are written in.
@@ -137,15 +146,67 @@ double interpolated(double time, double firstTime, double first, double secondTi
 
 RecordedSession::RecordedSession(const std::u16string& path) : path_(path) {
   file_.modifyReadPackage(path);
-  runs_ = readRuns(file_);
-  readSignals(file_, runs_);
-  findSamples(file_, runs_);
+  std::unordered_map<std::int32_t, std::size_t> runOf;
+  readRuns(file_, [&](const orra::RunRecord& record, std::int32_t orderIndex) {
+    runOf.emplace(record.id, runs_.size());
+    runs_.push_back({.record = record, .orderIndex = orderIndex, .samples = namedPart(file_, record)});
+  });
+  readSignals(file_, [&](const orra::SignalRecord& signal) {
+    const auto run = runOf.find(signal.runID);
+    // Readers of the records refuse such a part; here the samples of the others can still be had.
+    if (run == runOf.end()) return;
+    runs_[run->second].signals.push_back({signal.id, orra::textOf(signal.name), orra::textOf(signal.units),
+                                          orra::textOf(signal.dataTypeLabel), signal.column.value_or(0)});
+  });
+  shareSamples(file_, runs_);
   findColumns(runs_);
 }
 
 SampleReader RecordedSession::read(const RecordedRun& run, Wanted wanted) const {
   if (!run.samples) foundation::core::except::raise("samples:session:NoSamples", path_, run.id());
   return {file_.getPackageImpl(), *run.samples, std::move(wanted)};
+}
+
+SessionPlaces::SessionPlaces(const std::u16string& path, Of of, const std::u16string* onlyName) {
+  DataExportFile file(false);
+  file.modifyReadPackage(path);
+  readRuns(file,
+           [&](const orra::RunRecord& run, std::int32_t orderIndex) {
+             byId_.emplace_back(run.id, runs_.size());
+             runs_.push_back({run.id, orderIndex, namedPart(file, run), run.samples.has_value(), {}});
+           },
+           {"id", "orderIndex", "samples"});
+  std::ranges::sort(byId_);
+  const bool hasSamples = !file.getPartsByRelationshipType(relationship_types::kSamples).empty();
+  const bool allName = std::ranges::all_of(runs_, &RunPlace::namesSamples);
+  // Runs that name no part get one only if they have signals.
+  hasSignals_ = of == Of::Runs ? hasSamples && !allName
+                               : hasSamples || std::ranges::any_of(runs_, &RunPlace::namesSamples) ||
+                                     !haveOwnOrder(runs_);
+  if (!hasSignals_) return;
+  std::optional<std::size_t> run;
+  readSignals(file,
+              [&](const orra::SignalRecord& signal) {
+                // Mostly one run's signals stand together.
+                if (!run || runs_[*run].id != signal.runID) run = indexOf(signal.runID);
+                if (!run) return;
+                const bool isAsked = onlyName == nullptr || orra::textOf(signal.name) == *onlyName;
+                runs_[*run].signals.push_back({signal.column.value_or(0), isAsked});
+              },
+              {"runID", "column", onlyName == nullptr ? "id" : "name"});
+  shareSamples(file, runs_);
+  findColumns(runs_);
+}
+
+const RunPlace* SessionPlaces::findRun(std::int32_t id) const {
+  const std::optional<std::size_t> index = indexOf(id);
+  return index ? &runs_[*index] : nullptr;
+}
+
+std::optional<std::size_t> SessionPlaces::indexOf(std::int32_t id) const {
+  const auto found = std::ranges::lower_bound(byId_, id, {}, &std::pair<std::int32_t, std::size_t>::first);
+  if (found == byId_.end() || found->first != id) return std::nullopt;
+  return found->second;
 }
 
 }  // namespace tavlox::samples

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/export_file/data_export_file.h"
@@ -67,6 +68,44 @@ class RecordedSession {
   std::u16string path_;
   DataExportFile file_{false};
   std::vector<RecordedRun> runs_;
+};
+
+/// What a run's place in its session is: less than the run, since there may be hundreds of thousands.
+struct RunPlace {
+  std::int32_t id = 0, orderIndex = 0;          ///< as RecordedRun has them
+  std::optional<opc::model::PartName> samples;  ///< as well
+  bool namesSamples = false;                    ///< whether it names a part, be it there or not
+  struct Signal {
+    std::uint32_t column;  ///< as RecordedSignal has it
+    bool isAsked;
+  };
+  std::vector<Signal> signals;
+};
+
+/// The places of a session's runs and of their signals, and nothing else of them. Only the parts that tell
+/// them are read: of a session without samples no signals part.
+class SessionPlaces {
+ public:
+  enum class Of { Runs, Signals };
+
+  /// Asked for are all signals, or those of one name. Raises what RecordedSession raises.
+  SessionPlaces(const std::u16string& path, Of of, const std::u16string* onlyName = nullptr);
+
+  /// In the order of the run list.
+  const std::vector<RunPlace>& runs() const { return runs_; }
+  /// Null if there is none.
+  const RunPlace* findRun(std::int32_t id) const;
+  /// Whether the runs have their signals. They have none where there are no samples and each run has an order
+  /// index of its own, by which its signals' records tell it.
+  bool hasSignals() const { return hasSignals_; }
+
+ private:
+  /// Nothing if there is none of that identifier.
+  std::optional<std::size_t> indexOf(std::int32_t id) const;
+
+  std::vector<RunPlace> runs_;
+  std::vector<std::pair<std::int32_t, std::size_t>> byId_;  ///< sorted; the index of the run
+  bool hasSignals_ = false;
 };
 
 }  // namespace tavlox::samples

@@ -139,12 +139,37 @@ TEST(RecordedSessions, FindSamplesByNameAndInOlderFilesByOrder) {
   package.close();
 
   const RecordedSession session(path);
+  // The places alone are the same.
+  const SessionPlaces places(path, SessionPlaces::Of::Signals), ofRuns(path, SessionPlaces::Of::Runs);
+  const auto textOf = [](const auto& part) { return part ? fl::i18n::to_string(part->text()) : "none"; };
   std::string shown;
   for (const RecordedRun& run : session.runs()) {
-    shown += fmt::format("{} {} {}", run.id(), run.orderIndex,
-                         run.samples ? fl::i18n::to_string(run.samples->text()) : "none");
-    for (const RecordedSignal& signal : run.signals) shown += fmt::format(" {}", signal.column);
+    const RunPlace& place = *places.findRun(run.id());
+    shown += fmt::format("{} {} {}", run.id(), run.orderIndex, textOf(run.samples));
+    EXPECT_EQ(place.orderIndex, run.orderIndex);
+    EXPECT_EQ(textOf(place.samples), textOf(run.samples));
+    EXPECT_EQ(textOf(ofRuns.findRun(run.id())->samples), textOf(run.samples));
+    ASSERT_EQ(place.signals.size(), run.signals.size());
+    for (std::size_t i = 0; i < run.signals.size(); ++i) {
+      shown += fmt::format(" {}", run.signals[i].column);
+      EXPECT_EQ(place.signals[i].column, run.signals[i].column);
+    }
     shown += "\n";
   }
   EXPECT_EQ(shown, "4 1 none 0\n9 2 none\n2 7 /session/data/4.csv 3 0\n5 4 /session/data/3.csv 2 3\n");
+}
+
+TEST(RecordedSessions, NeedNoSignalsForPlacesOnlyIfOrderIndicesTellTheRuns) {
+  const support::SessionFixture files;
+  for (const std::int32_t order : {2, 1}) {
+    const std::u16string path = files.write("s.tavlox", [&](SessionWriter& session) {
+      session.addRun({.id = 5});
+      session.addRun({.id = 3, .orderIndex = order});
+      for (const int run : {5, 3}) session.addSignal({.id = run, .runID = run, .name = u"s"});
+    });
+    const SessionPlaces places(path, SessionPlaces::Of::Signals);
+    EXPECT_EQ(places.hasSignals(), order == 1);
+    EXPECT_EQ(places.runs()[1].signals.size(), order == 1 ? 1u : 0u);
+    EXPECT_EQ(places.findRun(4), nullptr);
+  }
 }

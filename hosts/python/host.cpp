@@ -216,4 +216,5 @@ PYBIND11_MODULE(_host, host) {
   host.def("platform_library", [] { return pathOf(platformLibrary()); });
   host.def("catalog_folder", [] { return pathOf(fl::i18n::catalogFolder()); });
   addSamples(host);
+  addRecording(host);
 }

@@ -1,15 +1,11 @@
-// The samples of runs, read by column and time range into arrays that Python then owns, and sessions written
-// from such arrays. The names of runs and signals are resolved here, beside the session that is open anyway,
-// so that one call reads it once.
+// The samples of runs, read by column and time range into arrays that Python then owns. The names of runs and
+// signals are resolved here, beside the session that is open anyway, so that one call reads it once.
 
 #include "hosts/python/samples.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <limits>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -18,9 +14,7 @@
 #include "hosts/python/calls.h"
 #include "hosts/python/values.h"
 #include "platform/errors/exceptions.h"
-#include "platform/export_file/session_writer.h"
 #include "platform/samples/grid.h"
-#include "platform/text/conversion.h"
 
 namespace tavlox::python {
 namespace {
@@ -161,7 +155,7 @@ py::array toArray(std::vector<double> numbers) {
   return py::array_t<double>(static_cast<py::ssize_t>(kept.size()), kept.data(), capsule);
 }
 
-std::vector<std::u16string> toTexts(const py::iterable& items) {
+std::vector<std::u16string> toTexts(const py::list& items) {
   std::vector<std::u16string> texts;
   for (const py::handle item : items) texts.push_back(toText(item));
   return texts;
@@ -176,7 +170,7 @@ struct Label {
 py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentifiers,
                       const py::object& signals, double from, double to, const py::str& grid, double step) {
   Request request{toText(path), toTexts(runs), areIdentifiers, {}, from, to, toText(grid), step};
-  if (!signals.is_none()) request.signals = toTexts(signals);
+  if (!signals.is_none()) request.signals = toTexts(signals.cast<py::list>());
   struct Answer {
     Table table;
     std::vector<Label> labels;
@@ -211,164 +205,8 @@ py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentif
   return py::make_tuple(toArray(std::move(answer.table.times)), columns, py::str(answer.timeHeading));
 }
 
-/// One column of a run that is to be recorded. The numbers belong to the array, which nobody else frees or
-/// resizes while the call refers to it.
-struct NewColumn {
-  std::u16string name, unit, dataType;
-  std::span<const double> values;
-  py::array_t<double> owner;
-};
-
-struct NewRun {
-  std::u16string name, source;
-  std::vector<std::pair<std::u16string, std::u16string>> fields;  ///< by the names that hosts show them under
-  double step = 0;                 ///< in the unit of the time; NaN if it varies, 0 for a single row
-  std::vector<NewColumn> columns;  ///< the time's first
-};
-
-NewColumn newColumn(const py::tuple& column) {
-  auto values = column[3].cast<py::array_t<double>>();
-  const std::span<const double> numbers(values.data(), static_cast<std::size_t>(values.size()));
-  return {toText(column[0]), toText(column[1]), toText(column[2]), numbers, std::move(values)};
-}
-
-NewRun newRun(const py::tuple& run) {
-  NewRun made{toText(run[0]), toText(run[1]), {}, run[3].cast<double>(), {}};
-  for (const py::handle field : run[2]) {
-    const auto pair = field.cast<py::tuple>();
-    made.fields.emplace_back(toText(pair[0]), toText(pair[1]));
-  }
-  for (const py::handle column : run[4]) made.columns.push_back(newColumn(column.cast<py::tuple>()));
-  return made;
-}
-
-/// Raises tavlox:python:NoSuchField for a name that runs have no text field of.
-void setField(orra::RunRecord& record, const std::u16string& path, const std::u16string& field,
-              const std::u16string& value) {
-  static constexpr std::pair<std::u16string_view, std::optional<std::u16string> orra::RunRecord::*> kTexts[] =
-      {
-          {u"DateCreated", &orra::RunRecord::dateCreated},
-          {u"Model", &orra::RunRecord::model},
-          {u"SimMode", &orra::RunRecord::simMode},
-          {u"Status", &orra::RunRecord::status},
-      };
-  for (const auto& [name, member] : kTexts) {
-    if (name == field) return void(record.*member = value);
-  }
-  // The one key that hosts show under another name.
-  const std::string key =
-      field == u"SolverStepSize" ? orra::strings::SolverMaxStepSize : fl::i18n::to_string_lossy(field);
-  if (std::ranges::none_of(orra::kMetadataMembers, [&](const auto& known) { return known.name == key; })) {
-    raise("tavlox:python:NoSuchField", path, field);
-  }
-  record.metadata[key] = value;
-}
-
-/// A heading as the reader of samples takes it, quoted where it must be (RFC 4180).
-std::string heading(const NewColumn& column) {
-  std::string text = fl::i18n::to_string(column.name);
-  if (!column.unit.empty()) text += " [" + fl::i18n::to_string(column.unit) + "]";
-  if (text.find_first_of(",\"\r\n") == std::string::npos && text.front() != ' ' && text.back() != ' ')
-    return text;
-  std::string quoted = "\"";
-  for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
-  return quoted + "\"";
-}
-
-/// The table in pieces of some size: each number with the fewest digits that read back the same.
-void writeTable(const NewRun& run, const SessionWriter::Sink& keep) {
-  constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
-  std::string piece;
-  for (const NewColumn& column : run.columns) piece += (piece.empty() ? "" : ",") + heading(column);
-  piece += '\n';
-  char number[32];
-  for (std::size_t row = 0; row < run.columns.front().values.size(); ++row) {
-    for (const NewColumn& column : run.columns) {
-      const auto written = std::to_chars(std::begin(number), std::end(number), column.values[row]);
-      piece.append(number, written.ptr) += ',';
-    }
-    piece.back() = '\n';
-    if (piece.size() < kPieceSize) continue;
-    keep(piece);
-    piece.clear();
-  }
-  keep(piece);
-}
-
-/// The step as sessions have it: seconds with nine digits, or "variable".
-std::u16string sampleTime(double seconds) {
-  if (std::isnan(seconds)) return u"variable";
-  char text[32];
-  const auto written =
-      std::to_chars(std::begin(text), std::end(text), seconds, std::chars_format::general, 9);
-  return fl::i18n::to_ustring({text, written.ptr});
-}
-
-orra::SignalRecord signalOf(const NewRun& run, const samples::TimeUnit& unit, std::size_t column) {
-  const NewColumn& recorded = run.columns[column];
-  orra::SignalRecord signal;
-  signal.name = recorded.name;
-  signal.units = signal.displayUnits = recorded.unit;
-  signal.dataTypeLabel = recorded.dataType;
-  signal.complexity = 0;
-  signal.dimensions = {1};
-  if (run.step != 0) signal.sampleTime = sampleTime(unit.toSeconds(run.step));
-  if (!run.source.empty()) signal.rootSource = run.source;
-  signal.timeSource = fl::i18n::to_ustring(heading(run.columns.front()));
-  signal.dataSource = fl::i18n::to_ustring(heading(recorded));
-  signal.column = static_cast<std::uint32_t>(column + 1);
-  return signal;
-}
-
-void write(const std::u16string& path, const std::vector<NewRun>& runs, const std::u16string& description,
-           bool mayReplace) {
-  using Existing = SessionWriter::Existing;
-  SessionWriter writer(path, mayReplace ? Existing::Replace : Existing::Refuse);
-  std::int32_t lastSignal = 0;
-  for (std::size_t i = 0; i < runs.size(); ++i) {
-    const NewRun& run = runs[i];
-    const NewColumn& time = run.columns.front();
-    const samples::TimeUnit* const unit = samples::findTimeUnit(fl::i18n::to_string_lossy(time.unit));
-    if (unit == nullptr) raise("tavlox:record:UnknownTimeUnit", run.source, 1, 1, time.unit);
-    orra::RunRecord record;
-    record.id = static_cast<std::int32_t>(i + 1);
-    record.runNumber = static_cast<std::uint32_t>(record.id);
-    record.name = run.name;
-    record.startTime = unit->toSeconds(time.values.front());
-    record.stopTime = unit->toSeconds(time.values.back());
-    record.samples = u"/session/data/" + foundation::core::except::toArgument(record.id) + u".csv";
-    for (const auto& [field, value] : run.fields) setField(record, path, field, value);
-    writer.addRun(record);
-    writer.addSamples(record.id, [&](const SessionWriter::Sink& keep) { writeTable(run, keep); });
-    for (std::size_t column = 1; column < run.columns.size(); ++column) {
-      orra::SignalRecord signal = signalOf(run, *unit, column);
-      signal.id = ++lastSignal;
-      signal.runID = record.id;
-      writer.addSignal(signal);
-    }
-  }
-  writer.setCompressionType(u"normal");
-  if (!description.empty()) writer.setDescription(description);
-  // Only here the file appears.
-  writer.close();
-}
-
-/// A run is (name, source, [(field, value)], step, [(name, unit, data type, values)]), the time's column
-/// first, all of one length and none empty.
-void record(const py::str& path, const py::list& runs, const py::str& description, bool mayReplace) {
-  std::vector<NewRun> made;
-  for (const py::handle run : runs) made.push_back(newRun(run.cast<py::tuple>()));
-  inTurn([&, file = toText(path), text = toText(description)] {
-    write(file, made, text, mayReplace);
-    return true;
-  });
-}
-
 }  // namespace
 
-void addSamples(py::module_& host) {
-  host.def("read_samples", &readSamples);
-  host.def("record", &record);
-}
+void addSamples(py::module_& host) { host.def("read_samples", &readSamples); }
 
 }  // namespace tavlox::python

@@ -2,10 +2,12 @@
 
 #include <pybind11/pybind11.h>
 
-/// Recorded samples as NumPy arrays, and sessions made of such.
+/// Recorded samples as NumPy arrays, and sessions made of such or of tables in files.
 namespace tavlox::python {
 
-/// Adds the functions `read_samples` and `record` to the extension.
+/// Adds the function `read_samples` to the extension.
 void addSamples(pybind11::module_& host);
+/// Adds the function `record`.
+void addRecording(pybind11::module_& host);
 
 }  // namespace tavlox::python

@@ -65,8 +65,10 @@ def test_samples(session, tmp_path):
     assert union["slow", "gear"].tolist() == [0, 0, 1, 1, 2] and union["slow", "speed"][0.5] == pytest.approx(1 / 12)
     assert file.samples([1, 2], "speed", 0.25).index.tolist() == [i / 4 for i in range(9)]
     assert len(file.plot([1, 2], "speed", "step")[0].lines) == 2
-    (tmp_path / "t.csv").write_text("time [ms],u [V],n\n0,1,2\n10,nan,3\n")
-    tavlox.record(session, {"csv": tmp_path / "t.csv"}, replace=True)
+    (tmp_path / "t.csv").write_text("time [ms];u [V];n\n0;1;2,50\n10;nan;3\n")
+    with pytest.warns(UserWarning, match="t.csv' was read with semicolons"):
+        tavlox.record(session, {"csv": tmp_path / "t.csv"}, replace=True)
+    assert file.getAllSignalsInfo().RootSource[0] == "t.csv"
     samples = file.samples("csv")
     assert samples.index.tolist() == [0, 0.01] and samples.index.name == "time"
     assert samples[["u"]].copy().units["u"] == "V" and file.getAllSignalsInfo().SampleTime[0] == "0.01"
@@ -96,7 +98,7 @@ ERRORS = [
     (lambda p: tavlox.record(p, {"a": frame()}), FileExistsError, "export_file:session:FileExists", "exists"),
     (lambda p: tavlox.record(p.parent / "no/s", {"a": frame()}), FileNotFoundError, "opc:save:CannotReachFolder", "no"),
     (lambda p: tavlox.record(p, {"a": frame()}, metadata={"Mdl": "x"}, replace=True), ValueError,
-     "tavlox:python:NoSuchField", "Mdl"),
+     "tavlox:record:NotAKey", "Model"),
     (lambda p: tavlox.io.File(p).samples(9), LookupError, "tavlox:python:NoSuchRun", "9"),
     (lambda p: tavlox.io.File(p).samples(1, "no"), LookupError, "tavlox:python:NoSuchSignal", "no"),
     (lambda p: tavlox.io.File(p).samples([1, 2]), ValueError, "tavlox:python:MixedTimes", "grid="),
@@ -118,7 +120,7 @@ def test_errors(session, call, kind, identifier, text):
     frame().reset_index(drop=True), frame().iloc[::-1], frame()[[]], frame(0), frame().assign(text="a"),
     frame().assign(big=2**53 + 1), frame().rename(columns={"gear": 1}), frame().set_axis([0, 1, np.nan, 3, 4])])
 def test_tables_refused(tmp_path, table):
-    with pytest.raises((TypeError, ValueError), match="'a'"):
+    with pytest.raises((TypeError, ValueError), match="""['"]a['"]"""):
         tavlox.record(tmp_path / "s", {"a": table})
     assert not (tmp_path / "s").exists()
 

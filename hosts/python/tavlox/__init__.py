@@ -21,18 +21,19 @@ __all__ = ["Error", "Record", "Records", "Session", "load", "record"]
 
 
 def record(path: str | os.PathLike[str], runs: Mapping[str, Any], *, metadata: Mapping[str, Any] | None = None,
-           description: str = "", replace: bool = False) -> None:
-    """Makes a session at `path`, with a run for each entry of `runs`: a data frame, or the path of a table as the
-    program `tavlox record` takes it.
+           units: Mapping[str, str] | None = None, description: str = "", replace: bool = False) -> None:
+    """Makes a session at `path`, with a run for each entry of `runs`: a data frame, or the path of a table that
+    the program `tavlox record` takes without options. What had to be assumed of a table is told in a warning.
 
-    The index of a data frame is the time, in seconds or as timedeltas, and each column a signal; its units are those
-    of an attribute `units`, if it has one. `File.samples` gives back an equal frame. `metadata` has the fields of every
-    run by the names of `File.getRunInfo` ("Model", "SolverName"); an entry named like a run has those of that run.
-    An existing file is kept unless it is to be replaced.
+    The index of a data frame is the time, in seconds or as timedeltas, and each column a signal. `units` has the units
+    of the signals of data frames by their names; a frame that `File.samples` gave has its own. `File.samples` gives
+    back an equal frame. `metadata` has the fields of every run by the names of `File.getRunInfo` ("Model",
+    "SolverName"); an entry named like a run has those of that run. An existing file is kept unless it is to be
+    replaced.
     """
     from tavlox import _samples
 
-    _samples.record(path, runs, metadata or {}, description, replace)
+    _samples.record(path, runs, metadata or {}, units or {}, description, replace)
 
 
 def _find_module() -> str:

@@ -18,8 +18,8 @@ Description = dict[str, Any]
 Answer = Callable[[Any], Any]
 
 additions: dict[str, type[Registered]] = {}
-"""By the dotted name of a registered class, what its Python class is derived from instead of Registered. Its
-`answers` say, by the name of a method, what is made of what that method gives."""
+"""By the dotted name of a registered class, what its Python class is derived from instead of Registered. By the names
+of methods, its `answers` say what is made of what the method gives, and its `documents` what it is good for."""
 
 _classes: dict[str, type[Registered]] = {}
 
@@ -36,6 +36,7 @@ class Registered:
     """
 
     answers: ClassVar[dict[str, Answer]] = {}
+    documents: ClassVar[dict[str, str]] = {}
     _identifier: ClassVar[str]
     _made: _host.Object
 
@@ -88,8 +89,8 @@ def signature_of(member: Description, is_method: bool, answer: Answer | None = N
     return inspect.Signature(parameters, return_annotation=output)
 
 
-def _callable(member: Description, signature: inspect.Signature, module: str,
-              call: Callable[..., Any]) -> Callable[..., Any]:
+def _callable(member: Description, signature: inspect.Signature, module: str, call: Callable[..., Any],
+              document: str | None = None) -> Callable[..., Any]:
     """A function that takes inputs by place, and options also as keywords, which are names and values then."""
 
     def function(*inputs: Any, **options: Any) -> Any:
@@ -101,17 +102,19 @@ def _callable(member: Description, signature: inspect.Signature, module: str,
 
     function.__name__ = function.__qualname__ = member["name"]
     function.__module__ = module
-    function.__doc__ = "\n\n".join(filter(None, (member["signature"], member["description"])))
+    function.__doc__ = "\n\n".join(filter(None, (member["signature"], member["description"], document)))
     function.__signature__ = signature  # type: ignore[attr-defined]
     return function
 
 
-def _method(member: Description, module: str, answer: Answer | None) -> Callable[..., Any]:
+def _method(member: Description, module: str, base: type[Registered]) -> Callable[..., Any]:
+    answer = base.answers.get(member["name"])
+
     def call(self: Registered, *inputs: Any) -> Any:
         given = _host.call(self._object, member["name"], inputs)
         return given if answer is None else answer(given)
 
-    return _callable(member, signature_of(member, True, answer), module, call)
+    return _callable(member, signature_of(member, True, answer), module, call, base.documents.get(member["name"]))
 
 
 def _function(member: Description, module: str) -> Callable[..., Any]:
@@ -136,7 +139,7 @@ def _class(described: Description, module: str) -> type[Registered]:
     members: dict[str, Any] = {"__module__": module, "__doc__": "\n\n".join(filter(None, texts))}
     members["_identifier"] = described["identifier"]
     members |= {one["name"]: _property(one) for one in described["properties"]}
-    members |= {one["name"]: _method(one, module, base.answers.get(one["name"])) for one in described["methods"]}
+    members |= {one["name"]: _method(one, module, base) for one in described["methods"]}
     made = type(described["name"], (base,), members)
     _classes[described["identifier"]] = made
     return made

@@ -22,11 +22,10 @@ _KINDS: dict[str, type[Exception]] = {
     "export_file:session:FileExists": FileExistsError,
     "simulation_data_repository:sdr:NoSuchRun": LookupError,
     "tavlox:python:MixedTimes": ValueError,
-    "tavlox:python:NoSuchField": ValueError,
     "tavlox:python:NoSuchRun": LookupError,
     "tavlox:python:NoSuchSignal": LookupError,
     "tavlox:python:SeveralRuns": LookupError,
-    "tavlox:record:UnknownTimeUnit": ValueError,
+    "tavlox:record:CannotReadTable": OSError,
     "samples:session:NoSamples": LookupError,
     "tavlox:general:FileNotFound": FileNotFoundError,
     "tavlox_io:general:EntryDoesNotExist": LookupError,
@@ -76,6 +75,9 @@ def _kind(identifier: str, arguments: Sequence[str], causes: Sequence[Error]) ->
         for special in (FileNotFoundError, PermissionError, OSError, LookupError, ValueError):
             if any(isinstance(cause, special) for cause in causes):
                 return special
+    # What a table must not hold.
+    if kind is None and identifier.startswith("tavlox:record:"):
+        return ValueError
     return kind or (OSError if identifier.startswith(_OF_FILES) else Exception)
 
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 import os
 import re
+import warnings
 from collections.abc import Mapping, Sequence
 from typing import Any, Union
 
@@ -95,7 +96,7 @@ def plot(samples: Samples, axes: Any) -> Any:
 
 
 def record(path: Union[str, os.PathLike[str]], runs: Mapping[str, Any], metadata: Mapping[str, Any],
-           description: str, replace: bool) -> None:
+           units: Mapping[str, str], description: str, replace: bool) -> None:
     """See tavlox.record."""
     shared = {key: value for key, value in metadata.items() if not isinstance(value, Mapping)}
     lost = [key for key in metadata if key not in shared and key not in runs]
@@ -103,30 +104,19 @@ def record(path: Union[str, os.PathLike[str]], runs: Mapping[str, Any], metadata
         raise ValueError(f"there is metadata for {lost[0]!r}, but no such run")
     tables = []
     for name, table in runs.items():
-        source = "" if isinstance(table, pd.DataFrame) else os.fspath(table)
-        columns = _csv_columns(source) if source else _columns(name, table)
         fields = [(key, str(value)) for key, value in {**shared, **metadata.get(name, {})}.items()]
-        tables.append((name, os.path.basename(source), fields, _step(name, columns), columns))
-    _host.record(os.fspath(path), tables, description, replace)
+        is_frame = isinstance(table, pd.DataFrame)
+        tables.append((name, "" if is_frame else os.fspath(table), fields, _columns(name, table, units) if is_frame else []))
+    for file, text in _host.record(os.fspath(path), tables, description, replace):
+        warnings.warn(f"the table {file!r} was read with {text}", stacklevel=3)
 
 
 Column = tuple[str, str, str, Any]
 """Name, unit, data type, values as doubles."""
 
-_HEADING = re.compile(r"(.*?)(?:\s*\[([^\[\]]*)\])?\s*", re.DOTALL)
 
-
-def _csv_columns(path: str) -> list[Column]:
-    """A table whose first column is the time, with units in brackets behind the names."""
-    frame = pd.read_csv(path, skipinitialspace=True, float_precision="round_trip")
-    headings = [_HEADING.fullmatch(str(name)).groups("") for name in frame.columns]  # type: ignore[union-attr]
-    frame = frame.astype({name: float for name in frame.columns if frame[name].dtype.kind in "iu"})
-    columns = [(name, unit, *_doubles(path, name, frame.iloc[:, place])) for place, (name, unit) in enumerate(headings)]
-    return [(columns[0][0], columns[0][1] or "s", *columns[0][2:]), *columns[1:]]
-
-
-def _columns(run: str, frame: Any) -> list[Column]:
-    index, units = frame.index, getattr(frame, "units", {})
+def _columns(run: str, frame: Any, units: Mapping[str, str]) -> list[Column]:
+    index, units = frame.index, {**units, **getattr(frame, "units", {})}
     if isinstance(index, pd.RangeIndex) and index.name is None:
         raise ValueError(f'the data frame of {run!r} has no times: its index must be the time, as after '
                          'frame.set_index("time")')
@@ -150,16 +140,3 @@ def _doubles(run: str, name: str, values: Any) -> tuple[str, Any]:
         raise ValueError(f"{name!r} of {run!r} has integers beyond 2**53, which would be rounded")
     labels = {"float64": "double", "float32": "single", "bool": "boolean"}
     return labels.get(str(values.dtype), str(values.dtype).lower()), doubles
-
-
-def _step(run: str, columns: list[Column]) -> float:
-    """The step in the unit of the time if all steps are equal to within a thousandth, NaN if not, 0 for one row."""
-    times = columns[0][3]
-    steps = np.diff(times)
-    if len(columns) < 2 or not len(times):
-        raise ValueError(f"{run!r} has no signals or no rows")
-    if not np.isfinite(times).all() or (steps <= 0).any():
-        raise ValueError(f"the times of {run!r} are not finite numbers that increase from row to row")
-    if not len(steps):
-        return 0.0
-    return float(steps.mean()) if steps.max() - steps.min() <= 1e-3 * steps.mean() else math.nan

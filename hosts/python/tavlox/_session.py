@@ -132,4 +132,18 @@ def _one(answer: Any) -> Record:
 
 Session.answers = {"getAllRunIDs": _column, "getRunInfo": _one, "getAllSignalsInfo": _several,
                    "getSignalInfoByName": _several, "list": _several}
+Session.documents = {
+    "getAllRunIDs": "The identifiers of all runs, in their order.",
+    "getRunInfo": "What is known of the run of this identifier.",
+    "getAllSignalsInfo": "What is known of every signal.",
+    "getSignalInfoByName": "The same of the signals of exactly this name, in every run.",
+    "setFileDescription": "Sets the description and saves the file at once.",
+    "addFile": "Stores a file, or the files that lie directly in a folder. Options: Path, the folder in the package that "
+               'they go to; Replace="enable", to replace what is there under the same name.',
+    "getFile": "Copies an entry, or all of a folder of the package, to disk and gives the paths of the files written. "
+               "Option: OutputPath, the folder that they go to.",
+    "list": "The entries of the package, or those that match: an absolute path of the package is a file or a whole "
+            "folder, any other text the name of a file in whatever folder.",
+    "deleteFile": "Removes what `list` finds for this text from the package.",
+}
 additions["tavlox.io.File"] = Session

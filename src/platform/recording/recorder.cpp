@@ -81,11 +81,11 @@ SignalRecord signalOf(const tables::TableDescription& table, std::size_t column)
   SignalRecord signal;
   signal.name = heading.name;
   signal.units = signal.displayUnits = heading.unit;
-  signal.dataTypeLabel = u"double";
+  signal.dataTypeLabel = heading.dataType;
   // Samples are real scalars: a cell holds one number.
   signal.complexity = 0;
   signal.dimensions = {1};
-  signal.rootSource = table.source;
+  if (!table.source.empty()) signal.rootSource = table.source;
   signal.timeSource = table.headings.front().written;
   signal.dataSource = heading.written;
   signal.column = static_cast<std::uint32_t>(column + 1);

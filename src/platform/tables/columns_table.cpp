@@ -10,8 +10,9 @@ using foundation::core::except::raise;
 
 ColumnsTable::ColumnsTable(std::u16string source, std::vector<Column> columns)
     : source_(std::move(source)), columns_(std::move(columns)) {
-  for (const auto& [name, unit, values] : columns_) {
-    description_.headings.push_back({name, name, unit.empty() ? std::nullopt : std::optional(unit)});
+  for (const auto& [name, unit, values, dataType] : columns_) {
+    description_.headings.push_back(
+        {name, name, unit.empty() ? std::nullopt : std::optional(unit), dataType});
     if (values.size() != columns_.front().values.size())
       raise("tavlox:record:UnevenColumns", source_, name, values.size(), columns_.front().values.size());
   }
@@ -19,7 +20,6 @@ ColumnsTable::ColumnsTable(std::u16string source, std::vector<Column> columns)
   if (columns_.front().values.empty()) raise("tavlox:record:NoRows", source_, 2, 1);
   // Whoever hands over numbers means seconds where nothing else is said; there is nothing to assume.
   description_.isTimeUnitAssumed = false;
-  description_.source = source_;
   description_.headingLine = plainHeadingLine(description_.headings, description_.timeUnit);
 }
 

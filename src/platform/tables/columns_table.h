@@ -16,10 +16,12 @@ class ColumnsTable : public Table {
     std::u16string name;
     std::u16string unit;  ///< empty for none
     std::span<const double> values;
+    std::u16string dataType = u"double";  ///< what the numbers were before they became doubles
   };
   /// The first column is the time, in seconds if it has no unit. The values are not copied: they must outlive
-  /// the table. `source` is what messages call it. Raises tavlox:record:UnevenColumns, EqualHeadings,
-  /// NoSignals, NoRows, EmptyHeading or UnknownTimeUnit.
+  /// the table. `source` is what messages call it;
+  /// signals are not said to come from it, since it is no file. Raises tavlox:record:UnevenColumns,
+  /// EqualHeadings, NoSignals, NoRows, EmptyHeading or UnknownTimeUnit.
   ColumnsTable(std::u16string source, std::vector<Column> columns);
 
   /// Raises tavlox:record:TimeNotANumber for a time that is not finite.

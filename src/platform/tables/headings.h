@@ -23,6 +23,7 @@ const TimeUnit* findTimeUnit(std::string_view name);
 struct Heading {
   std::u16string written, name;
   std::optional<std::u16string> unit;
+  std::u16string dataType = u"double";  ///< as sessions call it: "int32", "boolean"
 };
 
 /// The heading of a signal, from UTF-8. A unit stands behind the name as " [unit]", whatever it is, and as

@@ -63,9 +63,10 @@ void Table::checkHeadings(const std::u16string& path, std::uint64_t line) {
 std::string plainHeadingLine(const std::vector<Heading>& headings, const TimeUnit& timeUnit) {
   std::string line = quotedCell(to_string(headings.front().name) + " [" + std::string(timeUnit.name) + "]");
   for (std::size_t column = 1; column < headings.size(); ++column) {
-    const auto& [written, name, unit] = headings[column];
+    const Heading& heading = headings[column];
     // In the one form of units that every reader takes for one.
-    line += "," + quotedCell(unit ? to_string(name) + " [" + to_string(*unit) + "]" : to_string(written));
+    line += "," + quotedCell(heading.unit ? to_string(heading.name) + " [" + to_string(*heading.unit) + "]"
+                                          : to_string(heading.written));
   }
   return line + "\n";
 }

@@ -21,7 +21,8 @@ def executed(folder):
     (folder / "rc_filter").symlink_to(NOTEBOOK.parents[1] / "rc_filter")
     notebook = nbformat.read(NOTEBOOK, as_version=4)
     client = nbclient.NotebookClient(notebook, timeout=60, resources={"metadata": {"path": folder / "notebook"}})
-    # Pictures go into the notebook, and what the kernel notes for itself not into somebody's home.
+    # Pictures go into the notebook, and what the kernel notes for itself does not go into somebody's home.
+    os.environ["JUPYTER_RUNTIME_DIR"] = str(folder / "runtime")
     client.execute(env={**os.environ, "MPLBACKEND": "module://matplotlib_inline.backend_inline", "IPYTHONDIR": str(folder)})
     for cell in notebook.cells:
         cell.metadata.pop("execution", None)  # when it was run

@@ -15,6 +15,7 @@
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
 #include "platform/samples/grid.h"
+#include "platform/tables/hdf5_support.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -51,11 +52,11 @@ class NumberText {
 
 // ---- forms of a table ----
 
-/// Takes a table row by row and writes it in one of the forms.
+enum class Form { Csv, JsonLines, Hdf5 };
+
+/// Takes a table row by row and writes it as text, in one of the two forms that are.
 class TableWriter {
  public:
-  enum class Form { Csv, JsonLines };
-
   TableWriter(Form form, const OutputFile::Sink& write) : form_(form), write_(write) {}
 
   /// Names the columns; to be called once, before the rows.
@@ -327,10 +328,68 @@ void writeOnGrid(const Request& request, const RecordedSession& session, const S
   }
 }
 
+// ---- a group for each run ----
+
+/// The run's samples as they were recorded.
+void writeRecorded(const Request& request, const RecordedSession& session, const SelectedRun& run,
+                   tables::Hdf5Writer& writer) {
+  SampleReader reader = session.read(*run.run, wantedOf(request, run.columns(), Wanted::Cells::Numbers));
+  std::vector<double> row(run.signals.size() + 1);
+  for (SampleBlock block; reader.next(block);) {
+    for (std::size_t at = 0; at < block.rows; ++at) {
+      row[0] = block.times[at];
+      for (std::size_t i = 1; i < row.size(); ++i) row[i] = block.values[i - 1][at];
+      writer.add(row);
+    }
+  }
+}
+
+/// The run's samples at the times of the grid of all runs.
+void writeOnGrid(const Request& request, const RecordedSession& session, const Selected& runs,
+                 std::size_t run, tables::Hdf5Writer& writer) {
+  // The others give their times only.
+  Selected others = runs;
+  for (std::size_t i = 0; i < others.size(); ++i)
+    if (i != run) others[i].signals.clear();
+  const Wanted range = rangeOf(request);
+  std::vector<double> row;
+  for (Grid grid = gridOf(request, session, others, Columns::All); grid.next() && grid.time() <= range.to;) {
+    if (grid.time() < range.from) continue;
+    row.assign(1, grid.time());
+    row.insert(row.end(), grid.values().begin(), grid.values().end());
+    writer.add(row);
+  }
+}
+
+void writeHdf5(const Request& request, const RecordedSession& session, const Selected& runs,
+               const OutputFile& output) {
+  const auto writer =
+      tables::hdf5Support(request.one("--output")).makeWriter(request.one("--output"), output.descriptor());
+  for (std::size_t run = 0; run < runs.size(); ++run) {
+    std::vector<tables::Hdf5Writer::Column> columns{{u"time", u"s"}};
+    for (const auto& signal : runs[run].signals) columns.push_back({signal.name, signal.units});
+    writer->beginRun(labelOf(*runs[run].run, runs), runs[run].run->id(), columns);
+    if (request.has("--grid") || request.has("--step"))
+      writeOnGrid(request, session, runs, run, *writer);
+    else
+      writeRecorded(request, session, runs[run], *writer);
+  }
+  writer->finish();
+}
+
 // ---- the command ----
 
-TableWriter::Form formOf(const Request& request) {
-  return request.format == OutputFormat::Json ? TableWriter::Form::JsonLines : TableWriter::Form::Csv;
+/// What was asked for by name, or what the name of the output says. Raises tavlox:export:UnknownFormat.
+Form formOf(const Request& request) {
+  const std::u16string output = request.oneOr("--output", u"");
+  const bool isNamedHdf5 = output.ends_with(u".h5") || output.ends_with(u".hdf5");
+  // --json also has messages in JSON, which goes with any output.
+  const std::u16string text = request.format == OutputFormat::Json ? u"jsonl" : u"csv";
+  const std::u16string name = request.oneOr("--format", isNamedHdf5 ? u"hdf5" : text);
+  if (name == u"csv") return Form::Csv;
+  if (name == u"jsonl") return Form::JsonLines;
+  if (name != u"hdf5") raise("tavlox:export:UnknownFormat", name);
+  return Form::Hdf5;
 }
 
 void writeTable(const Request& request, const RecordedSession& session, const Selected& runs,
@@ -353,6 +412,9 @@ void checkExport(const Request& request) {
   const std::u16string grid = request.oneOr("--grid", step ? u"step" : u"union");
   if (grid != u"union" && grid != u"step") raise("tavlox:export:UnknownGrid", grid);
   if ((grid == u"step") != step.has_value()) raise("tavlox:export:StepMissing");
+  const bool isHdf5 = formOf(request) == Form::Hdf5;
+  if (isHdf5 && !request.has("--output")) raise("tavlox:export:Hdf5NeedsOutput");
+  if (isHdf5 && request.has("--long")) raise("tavlox:export:Hdf5IsByRun");
   if (request.has("--long") && (request.has("--grid") || step)) raise("tavlox:export:LongIsAsRecorded");
 }
 
@@ -363,8 +425,14 @@ ExitCode runExport(const Request& request) {
     writeTable(request, session, runs, [](std::string_view piece) { print(piece); });
     return ExitCode::Done;
   }
+  const bool isHdf5 = formOf(request) == Form::Hdf5;
+  // Before anything is written.
+  if (isHdf5) tables::hdf5Support(request.one("--output"));
   OutputFile output(request);
-  writeTable(request, session, runs, [&](std::string_view piece) { output.write(piece); });
+  if (isHdf5)
+    writeHdf5(request, session, runs, output);
+  else
+    writeTable(request, session, runs, [&](std::string_view piece) { output.write(piece); });
   output.finish();
   return ExitCode::Done;
 }
@@ -378,12 +446,17 @@ extern const Command kExport = {
   tavlox export filter.tavlox --grid union --signal "v(*)" -o corners.csv
   tavlox export filter.tavlox --step 1e-6 --from 0 --to 1e-4
   tavlox export filter.tavlox --long --json | jq .value
+  tavlox export filter.tavlox -o filter.h5
 )help",
     .details =
         R"(The table has the time in its first column and a signal in each further one,
 with the unit in brackets behind the name; with --long it has a row for each
 sample: run, time, signal, value. It is CSV (RFC 4180), or with --json an
 object per row on a line of its own; nan and inf are null there.
+
+In HDF5, which OUT is if it ends in .h5 or .hdf5, each run is a group with a
+dataset for each signal and one named time, in seconds; the attributes "units"
+hold the units.
 
 Cells are what was recorded, digit for digit, and the time is in the unit that
 it was recorded in. Runs can stand side by side if their times are the same;
@@ -405,6 +478,7 @@ samples its cells are nan. The time is then in seconds.
                    {"--grid", Takes::Value, "Times of runs that differ: union or step", "HOW"},
                    {"--step", Takes::Value, "A row every so many seconds", "T"},
                    {"--long", Takes::Flag, "A row for each sample"},
+                   {"--format", Takes::Value, "csv, jsonl or hdf5, whatever OUT is called", "FORM"},
                    kOutputOption,
                    {"--force", Takes::Flag, "Replace OUT if it exists"}},
     .run = runExport,

@@ -34,6 +34,8 @@ void OutputFile::write(std::string_view bytes) {
   size_ += bytes.size();
 }
 
+int OutputFile::descriptor() const { return file_->descriptor(); }
+
 void OutputFile::finish() { file_->commit(); }
 
 }  // namespace tavlox::cli

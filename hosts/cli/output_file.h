@@ -31,6 +31,8 @@ class OutputFile {
   ~OutputFile();
 
   void write(std::string_view bytes);
+  /// For who writes the file otherwise; stays this object's.
+  int descriptor() const;
   /// Without it nothing is kept.
   void finish();
 

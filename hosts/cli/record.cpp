@@ -89,6 +89,7 @@ tables::TableOptions optionsOf(const Request& request) {
     if (tables::findTimeUnit(*options.timeUnit) == nullptr)
       raise("tavlox:record:OptionValue", "--time-unit", *options.timeUnit, "s, ms, us, ns, ps, fs, min or h");
   }
+  if (request.has("--group")) options.group = to_string(request.one("--group"));
   return options;
 }
 
@@ -251,6 +252,9 @@ must increase from row to row; each further column becomes a signal. Tables are
                   of headings; decimal points or commas; UTF-8, UTF-16, Latin-1;
                   lines that begin with # or % are comments; gzip and zstd too
   raw files       of ngspice, ASCII or binary: the results over time
+  HDF5            a group with a dataset for each signal and one named time or
+                  t, a compound dataset, or a matrix whose attribute "columns"
+                  names its columns; attributes "units" hold their units
 
 How a text is written is found out from its first lines; what else than plain
 commas was found is said on standard error. A first row of numbers, and a table
@@ -288,6 +292,7 @@ and sample time.
                    {"--skip", Takes::Value, "Lines to leave out at the beginning", "COUNT"},
                    {"--units-row", Takes::Flag, "Below the headings is a row of units"},
                    {"--no-header", Takes::Flag, "The first row is one of numbers"},
+                   {"--group", Takes::Value, "The group or dataset of an HDF5 file", "PATH"},
                    kWait},
     .run = runRecord,
     .check = checkRecord,

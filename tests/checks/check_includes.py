@@ -19,6 +19,7 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/export_file": PACKAGE | {"platform/repository"},
     "platform/tables": BASE | {"platform/files"},
     "platform/recording": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
+    "platform/hdf5": BASE | {"platform/files", "platform/tables"},
     "platform/samples": PACKAGE | {"platform/repository", "platform/export_file"},
     "platform/recovery": PACKAGE | {"platform/repository", "platform/export_file"},
 }

@@ -12,9 +12,9 @@
 #include <optional>
 #include <unordered_map>
 
-#include <dlfcn.h>
 #include <simdjson.h>
 
+#include "platform/errors/installation.h"
 #include "platform/text/conversion.h"
 
 namespace fl::i18n {
@@ -111,13 +111,8 @@ std::u16string withoutText(std::string_view identifier, const std::vector<std::u
 
 const std::filesystem::path& catalogFolder() {
   static const std::filesystem::path folder = [] {
-    Dl_info self{};
-    if (dladdr(reinterpret_cast<const void*>(&catalogText), &self) == 0 || self.dli_fname == nullptr) {
-      return std::filesystem::path();
-    }
-    std::error_code ignored;
-    const auto library = std::filesystem::weakly_canonical(self.dli_fname, ignored);
-    return library.parent_path().parent_path() / "share" / "tavlox" / "catalog";
+    const std::filesystem::path libraries = libraryFolder();
+    return libraries.empty() ? libraries : libraries.parent_path() / "share" / "tavlox" / "catalog";
   }();
   return folder;
 }

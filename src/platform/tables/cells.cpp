@@ -88,12 +88,12 @@ std::optional<CellReader::PlainNumber> CellReader::readWord(std::string_view cel
   if (cell.size() > 5) return std::nullopt;
   if (cell.empty() || isWord(cell, "na") || isWord(cell, "n/a")) {
     ++missing;
-    return PlainNumber{"nan", std::numeric_limits<double>::quiet_NaN()};
+    return PlainNumber{"nan", std::numeric_limits<double>::quiet_NaN(), 0};
   }
   const bool isTrue = isWord(cell, "true");
   if (!isTrue && !isWord(cell, "false")) return std::nullopt;
   ++logical;
-  return isTrue ? PlainNumber{"1", 1} : PlainNumber{"0", 0};
+  return isTrue ? PlainNumber{"1", 1, Logical} : PlainNumber{"0", 0, Logical};
 }
 
 /// Writes the cell as a plain number; false if it cannot be one.

@@ -21,6 +21,9 @@ std::optional<double> parseNumber(std::string_view cell);
 /// Puts cells into plain form, digit for digit.
 class CellReader {
  public:
+  /// What a cell was written as. An empty one is of no kind.
+  enum Kind : unsigned char { Number = 1, Logical = 2 };
+
   explicit CellReader(NumberStyle style = {}) : style_(style) {}
 
   /// A number with its number in plain form. `text` is the cell itself if that is plain already; otherwise it
@@ -28,6 +31,7 @@ class CellReader {
   struct PlainNumber {
     std::string_view text;
     double value;
+    unsigned char kind = Number;
   };
   /// Nothing if the cell is no number, neither empty, NA, true nor false.
   std::optional<PlainNumber> read(std::string_view cell);

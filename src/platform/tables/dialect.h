@@ -21,6 +21,7 @@ struct TableOptions {
   bool hasUnitsRow = false;     ///< the row below the headings holds units
   bool hasHeadings = true;
   std::optional<std::string> timeUnit;  ///< one that findTimeUnit knows
+  std::optional<std::string> group;     ///< of an HDF5 file: in which the table is, or the dataset that it is
 };
 
 /// How one table is written.

@@ -8,8 +8,8 @@
 
 namespace tavlox::tables {
 
-/// The table in a file, told by its first bytes: a raw file of ngspice, or else delimited text, which the
-/// options are for. Raises tavlox:record:Hdf5NotSupported for HDF5, and what the tables raise.
+/// The table in a file, told by its first bytes: a raw file of ngspice, HDF5, or else delimited text, which
+/// most of the options are for. Raises what hdf5Support and the tables raise.
 std::unique_ptr<Table> openTable(TableFile file, const TableOptions& options);
 
 }  // namespace tavlox::tables

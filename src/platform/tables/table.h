@@ -8,9 +8,9 @@
 #include "platform/tables/headings.h"
 
 /// Tables of results that people have, whatever wrote them: delimited text in its dialects, raw files of a
-/// circuit simulator, columns of numbers in memory. Each is read row by row, once, in the one plain
-/// form in which sessions keep samples: UTF-8, comma-separated (RFC 4180), a heading line, the time first,
-/// decimal points, nan and inf. Numbers keep the digits that they were written with.
+/// circuit simulator, HDF5 files, columns of numbers in memory. Each is read row by row, once, in the one
+/// plain form in which sessions keep samples: UTF-8, comma-separated (RFC 4180), a heading line, the time
+/// first, decimal points, nan and inf. Numbers keep the digits that they were written with.
 namespace tavlox::tables {
 
 /// One row. `plain` lasts until the next one is asked for.

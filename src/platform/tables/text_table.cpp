@@ -51,6 +51,7 @@ TextTable::TextTable(TableFile file, const TableOptions& options)
   checkHeadings(path(), headingLineNumber_);
   description_.headingLine = headingLine();
   describeDialect(options);
+  met_.resize(description_.headings.size());
 }
 
 /// Goes to the next row of cells. At the end false, and the number is that of the line which is not there.
@@ -181,6 +182,8 @@ bool TextTable::next(Row& row) {
   if (!hasRow_ && !readRow()) {
     lines_.file().requireUnchanged();
     describeCells();
+    for (std::size_t column = 1; column < met_.size(); ++column)
+      if (met_[column] == CellReader::Logical) description_.headings[column].dataType = u"boolean";
     plain_ = std::exchange(blankLines_, {});
     row.plain = dialect_.isPlain() ? plain_ : std::string_view();
     return false;
@@ -219,6 +222,7 @@ std::string_view TextTable::takeRow(Row& row) {
     const auto number = cells_.read(cell);
     if (!number) raise("tavlox:record:SampleNotANumber", path(), lineNumber_, column + 1, shown(cell));
     isChanged = isChanged || number->text.data() != cell.data();
+    met_[column] |= number->kind;
     plain_ += ',';
     plain_ += number->text;
   }

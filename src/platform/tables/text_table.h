@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/tables/csv_rows.h"
 #include "platform/tables/dialect.h"
@@ -51,6 +52,7 @@ class TextTable : public Table {
   bool hasPlainHeadings_ = false;  ///< its line can stay as it is
   bool hasRow_ = false;            ///< was read ahead
   bool hasComments_ = false;
+  std::vector<unsigned char> met_;     ///< by column, which kinds of cells
   std::optional<Moment> firstMoment_;  ///< of a table with dates for times
   std::string seconds_;                ///< since then
 };

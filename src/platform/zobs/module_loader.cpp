@@ -18,6 +18,7 @@
 
 #include "platform/errors/exceptions.h"
 #include "platform/errors/free_with.h"
+#include "platform/errors/installation.h"
 #include "platform/text/conversion.h"
 
 namespace zobs {
@@ -134,13 +135,9 @@ EntryPoint entryPointOf(void* library, const std::u16string& path) {
 }  // namespace
 
 std::u16string installedModule(std::string_view name) {
-  Dl_info self{};
-  // Asked of the loader, which knows where this very library came from; a folder that was compiled in would
-  // be wrong as soon as the installation is moved.
-  if (dladdr(reinterpret_cast<const void*>(&loadModule), &self) == 0 || self.dli_fname == nullptr) return {};
-  std::error_code ignored;
-  const std::filesystem::path library = std::filesystem::weakly_canonical(self.dli_fname, ignored);
-  return fl::i18n::to_ustring((library.parent_path() / "tavlox" / std::string(name).append(".so")).string());
+  const std::filesystem::path libraries = fl::i18n::libraryFolder();
+  if (libraries.empty()) return {};
+  return fl::i18n::to_ustring((libraries / "tavlox" / std::string(name).append(".so")).string());
 }
 
 void loadModule(const std::u16string& path) {

@@ -188,8 +188,9 @@ std::vector<RecordedRun> recordSession(const Request& request, Inputs& inputs) {
   std::vector<RecordedRun> runs;
   for (const std::u16string& path : request.all("TABLE")) {
     RunRecord run = settingsOf(request);
-    if (!run.name) run.name = path == kStandardInput ? std::u16string(u"standard input") : stem(path);
     const std::unique_ptr<tables::Table> table = inputs.open(path);
+    if (!run.name && !table->description().name.empty()) run.name = table->description().name;
+    if (!run.name) run.name = path == kStandardInput ? std::u16string(u"standard input") : stem(path);
     runs.push_back(recorder.add(*table, std::move(run)));
     inputs.tellAssumptions(path, table->description());
   }

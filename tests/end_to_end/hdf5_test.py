@@ -25,14 +25,14 @@ class Hdf5(ProgramTest):
     @unittest.skipUnless(h5py and (LIBRARIES / "tavlox/tavlox_hdf5.so").exists(), "built without HDF5")
     def test_runs_are_exported_and_recorded_again(self):
         long = "".join(f"{i / 8},{i},{-i}\n" for i in range(40_000))
-        self.record(hot=HOT.replace("i(r1)", "a/b"), long="t [s],x,time\n" + long)
+        self.record(hot=HOT.replace("i(r1)", "a/b"), long="t [s],x/y,x_y\n" + long)
         self.output_of("export", "s.tavlox", "-o", "out.h5")
         with h5py.File(self.folder / "out.h5") as file:
             self.assertEqual({name: (group.attrs["name"], group.attrs["id"], list(group)) for name, group in file.items()},
-                             {"hot": ("hot", 1, ["time", "v(out)", "a_b"]), "long": ("long", 2, ["time", "x", "time_2"])})
+                             {"hot": ("hot", 1, ["time", "v(out)", "a_b"]), "long": ("long", 2, ["time", "x_y", "x_y_2"])})
             columns = {name: (dataset.attrs["units"], dataset[:].tolist()) for name, dataset in file["hot"].items()}
             self.assertEqual(columns, {"time": ("s", [0, 0.1, 0.2]), "v(out)": ("V", [0, 0.5, 0.75]), "a_b": ("A", [0, 1e-3, 5e-4])})
-            self.assertTrue((file["long/x"][:] == numpy.arange(40_000)).all())
+            self.assertTrue((file["long/x_y"][:] == numpy.arange(40_000)).all())
         error = self.error_of("record", "again.tavlox", "out.h5")
         self.assertEqual((error["identifier"], error["arguments"][1]), ("tavlox:record:SeveralHdf5Tables", '"/hot", "/long"'))
         self.output_of("record", "again.tavlox", "out.h5", "--group", "/hot")
@@ -41,7 +41,7 @@ class Hdf5(ProgramTest):
         self.output_of("export", "s.tavlox", "--step", "0.1", "--to", "0.2", "-o", "steps", "--format", "hdf5")
         with h5py.File(self.folder / "steps") as file:
             self.assertEqual(file["long/time"][:].tolist(), file["hot/time"][:].tolist())
-            self.assertEqual(numpy.round(file["long/x"][:], 9).tolist(), [0, 0.8, 1.6])
+            self.assertEqual(numpy.round(file["long/x_y"][:], 9).tolist(), [0, 0.8, 1.6])
         for words, identifier in [([], "Hdf5NeedsOutput"), (["-o", "x", "--long"], "Hdf5IsByRun"), (["--format", "x"], "UnknownFormat")]:
             error = self.error_of("export", "s.tavlox", "--format", "hdf5", *words, exit_code=2)
             self.assertEqual(error["identifier"], "tavlox:export:" + identifier)
@@ -51,10 +51,10 @@ class Hdf5(ProgramTest):
         rows = numpy.array([(0, 1.5, True, b"x"), (2, 2.5, False, b"y")],
                            dtype=[("Time_ms", "u4"), ("v", "f8"), ("on", "?"), ("note", "S1")])
         single = numpy.array([0.1, 0.2], dtype="f4")
-        wide = numpy.array([2**63, 2**64 - 1], dtype="u8")
+        wide = numpy.array([2**64 - 1, 2**63], dtype="u8")
         for content, table in [
             ({"v": (single, {"unit": "V"}), "t": ([[1], [2]], {"units": b"msec"})}, "t [ms],v [V]\n1,0.1\n2,0.2\n"),
-            ({"a/b/w": wide, "a/b/x": [-1, 1], "a/b/y": [1, 1]}, "x [s],w,y\n-1,9223372036854775808,1\n1,18446744073709551615,1\n"),
+            ({"a/b/w": wide, "a/b/x": [-1, 1], "a/b/y": [1, 1]}, "x [s],w,y\n-1,18446744073709551615,1\n1,9223372036854775808,1\n"),
             ({"log": rows}, "Time [ms],v,on\n0,1.5,1\n2,2.5,0\n"),
             ({"m": ([[0, 1.0], [1, numpy.nan]], {"columns": ["s", "v"], "units": ["seconds since 2026-01-01", "V"]})},
              "s [s],v [V]\n0,1\n1,nan\n"),

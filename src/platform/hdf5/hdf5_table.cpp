@@ -292,6 +292,9 @@ void Hdf5Table::describe(const tables::TableOptions& options) {
   checkHeadings(placeOf(path_), 1);
   requireEqualLengths();
   if (rows_ == 0) raise("tavlox:record:NoRows", placeOf(path_), 2, 1);
+  const Handle place(H5Oopen(opened_.get(), path_.c_str(), H5P_DEFAULT));
+  if (const auto name = textsOf(place.get(), "name"); !name.empty())
+    description_.name = to_ustring_lossy(name.front());
   description_.source = fl::filesystem::extract_filename(file_.name());
   description_.date = file_.date();
   description_.headingLine = plainHeadingLine(description_.headings, description_.timeUnit);

@@ -110,6 +110,12 @@ Heading made(std::string_view heading, const Cut& cut) {
   return {to_ustring(heading), to_ustring(cut.name), to_ustring(cut.unit)};
 }
 
+/// Whether the last word of the text can stand before a slash in a unit.
+bool isFirstOfQuotient(std::string_view text) {
+  const std::string_view word = text.substr(text.find_last_of(' ') + 1);
+  return word == "1" || isKnownUnit(word);
+}
+
 bool isSignalUnit(const Cut& cut) {
   switch (cut.mark) {
     case '[':
@@ -117,8 +123,8 @@ bool isSignalUnit(const Cut& cut) {
     case '(':
       return cut.hasBlank && isKnownUnit(cut.unit);
     case '/':
-      // "km/h" is a column named by its unit, not kilometres in hours.
-      return isKnownUnit(cut.unit) && !isKnownUnit(cut.name);
+      // "km/h" and "speed in 1/min" end in a unit that has a slash itself.
+      return isKnownUnit(cut.unit) && !isFirstOfQuotient(cut.name);
     default:
       return false;
   }

@@ -25,6 +25,7 @@ struct TableDescription {
   TimeUnit timeUnit;
   bool isTimeUnitAssumed = false;    ///< nothing named a unit, so the times were taken for seconds
   std::string headingLine;           ///< in plain form, with its line end; names the unit of the time
+  std::u16string name;               ///< of the run, if the table gives it one
   std::u16string source;             ///< the file that signals are said to come from; may be empty
   std::u16string date;               ///< when the results were made, "2026-11-15T12:44:29Z"; may be empty
   std::vector<std::string> assumed;  ///< what a reader of plain tables would not have known, in English

@@ -137,6 +137,7 @@ TEST(Tables, HeadingsHaveUnitsWhereTheyAreSurelyOnes) {
       {"v(V)", "v(V)", "v(V)"},
       {"U/V", "U/V", "U V"},
       {"km/h", "km h", "km/h"},
+      {"speed in 1/min", "speed in 1 min", "speed in 1/min"},
       {"in/out", "in/out", "in/out"},
       {"wheel_speed", "wheel_speed", "wheel_speed"},
       {"Time(ms)", "Time ms", "Time(ms)"},

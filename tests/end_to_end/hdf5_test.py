@@ -42,8 +42,8 @@ class Hdf5(ProgramTest):
         with h5py.File(self.folder / "steps") as file:
             self.assertEqual(file["long/time"][:].tolist(), file["hot/time"][:].tolist())
             self.assertEqual(numpy.round(file["long/x_y"][:], 9).tolist(), [0, 0.8, 1.6])
-        for words, identifier in [([], "Hdf5NeedsOutput"), (["-o", "x", "--long"], "Hdf5IsByRun"), (["--format", "x"], "UnknownFormat")]:
-            error = self.error_of("export", "s.tavlox", "--format", "hdf5", *words, exit_code=2)
+        for words, identifier in [(["hdf5"], "Hdf5NeedsOutput"), (["hdf5", "-o", "x", "--long"], "Hdf5IsByRun"), (["x"], "UnknownFormat")]:
+            error = self.error_of("export", "s.tavlox", "--format", *words, exit_code=2)
             self.assertEqual(error["identifier"], "tavlox:export:" + identifier)
 
     @unittest.skipUnless(h5py and (LIBRARIES / "tavlox/tavlox_hdf5.so").exists(), "built without HDF5")

@@ -21,6 +21,10 @@ class Recovery(ProgramTest):
         self.assertLess({"session/runs.json", "session/data/1.csv"}, set(self.parts("new.tavlox")))
         self.output_of("check", "new.tavlox")
         self.assertEqual(len(self.output_of("runs", "new.tavlox").splitlines()), 2)
+        # The run whose samples are lost has none, and is not given those of another.
+        self.assertEqual([run["SamplesPart"] for run in self.json_of("runs", "new.tavlox")], ["/session/data/1.csv", ""])
+        error = self.error_of("export", "new.tavlox", "--run", "2")
+        self.assertEqual((error["identifier"], error["arguments"][1]), ("samples:session:NoSamples", "2"))
 
     def test_nothing_is_written_over(self):
         damaged = self.record()

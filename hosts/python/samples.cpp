@@ -4,6 +4,7 @@
 #include "hosts/python/samples.h"
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -53,13 +54,16 @@ struct Table {
   std::vector<std::vector<double>> columns;
 };
 
+/// What the caller names runs by: the identifier in decimal, or the name.
+std::u16string keyOf(const RecordedRun& run, const Request& request) {
+  return request.areIdentifiers ? foundation::core::except::toArgument(run.id()) : run.name();
+}
+
 const RecordedRun& runOf(const RecordedSession& session, const Request& request,
                          const std::u16string& wanted) {
   const RecordedRun* found = nullptr;
   for (const RecordedRun& run : session.runs()) {
-    const bool isWanted = request.areIdentifiers ? foundation::core::except::toArgument(run.id()) == wanted
-                                                 : run.name() == wanted;
-    if (!isWanted) continue;
+    if (keyOf(run, request) != wanted) continue;
     // Names of runs need not differ, and which one is meant is not guessed.
     if (found != nullptr) raise("tavlox:python:SeveralRuns", request.path, wanted);
     found = &run;
@@ -205,8 +209,78 @@ py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentif
   return py::make_tuple(toArray(std::move(answer.table.times)), columns, py::str(answer.timeHeading));
 }
 
+/// What joins a session's signals with its runs: of each run, in the order of the run list,
+/// (id, order index, number of signals).
+py::list listRuns(const py::str& path) {
+  struct Listed {
+    std::int32_t id, orderIndex;
+    std::size_t signalCount;
+  };
+  const auto runs = inTurn([file = toText(path)] {
+    const RecordedSession session(file);
+    std::vector<Listed> made;
+    for (const RecordedRun& run : session.runs())
+      made.push_back({run.id(), run.orderIndex, run.signals.size()});
+    return made;
+  });
+  py::list answer;
+  for (const Listed& run : runs) answer.append(py::make_tuple(run.id, run.orderIndex, run.signalCount));
+  return answer;
+}
+
+/// The samples of the wanted runs, or of all, each on its own times: [(id, order index, name, times,
+/// [(signal, units, values)])]. Many sessions are asked the same, so what one of them does not have is left
+/// out instead of raised; of several runs with a name each is given.
+py::list readEach(const py::str& path, const py::object& runs, bool areIdentifiers, const py::object& signals,
+                  double from, double to) {
+  Request request{toText(path), {}, areIdentifiers, {}, from, to, {}};
+  if (!runs.is_none()) request.runs = toTexts(runs);
+  const bool isEveryRun = runs.is_none();
+  const std::vector<std::u16string> names =
+      signals.is_none() ? std::vector<std::u16string>() : toTexts(signals);
+  const auto isWantedSignal = [&, isEvery = signals.is_none()](const RecordedSignal& signal) {
+    return signal.column != 0 && (isEvery || std::ranges::find(names, signal.name) != names.end());
+  };
+  struct Read {
+    RecordedRun run;  ///< with the signals that were read, in the order of the columns
+    Table table;
+  };
+  auto all = inTurn([&] {
+    const RecordedSession session(request.path);
+    std::vector<Read> made;
+    for (const RecordedRun& run : session.runs()) {
+      if (!run.samples) continue;
+      if (!isEveryRun && std::ranges::find(request.runs, keyOf(run, request)) == request.runs.end()) continue;
+      RecordedRun wanted = run;
+      std::erase_if(wanted.signals, std::not_fn(isWantedSignal));
+      if (wanted.signals.empty()) continue;
+      Selection selection{&wanted, {}};
+      for (const RecordedSignal& signal : wanted.signals) selection.signals.push_back(&signal);
+      Table table = readRun(session, selection, request);
+      made.push_back({std::move(wanted), std::move(table)});
+    }
+    return made;
+  });
+  py::list answer;
+  for (Read& read : all) {
+    py::list columns;
+    for (std::size_t i = 0; i < read.run.signals.size(); ++i) {
+      const RecordedSignal& signal = read.run.signals[i];
+      columns.append(py::make_tuple(toPython(signal.name), toPython(signal.units),
+                                    toArray(std::move(read.table.columns[i]))));
+    }
+    answer.append(py::make_tuple(read.run.id(), read.run.orderIndex, toPython(read.run.name()),
+                                 toArray(std::move(read.table.times)), columns));
+  }
+  return answer;
+}
+
 }  // namespace
 
-void addSamples(py::module_& host) { host.def("read_samples", &readSamples); }
+void addSamples(py::module_& host) {
+  host.def("read_samples", &readSamples);
+  host.def("list_runs", &listRuns);
+  host.def("read_each", &readEach);
+}
 
 }  // namespace tavlox::python

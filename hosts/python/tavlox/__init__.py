@@ -8,8 +8,8 @@ from __future__ import annotations
 
 import os
 import warnings
-from collections.abc import Mapping
-from typing import Any
+from collections.abc import Iterable, Mapping
+from typing import TYPE_CHECKING, Any
 
 from tavlox import _host
 from tavlox._classes import load
@@ -17,7 +17,10 @@ from tavlox._errors import Error
 from tavlox._records import Record, Records
 from tavlox._session import Session
 
-__all__ = ["Error", "Record", "Records", "Session", "load", "record"]
+if TYPE_CHECKING:
+    from tavlox._sessions import Sessions
+
+__all__ = ["Error", "Record", "Records", "Session", "load", "record", "sessions"]
 
 
 def record(path: str | os.PathLike[str], runs: Mapping[str, Any], *, metadata: Mapping[str, Any] | None = None,
@@ -34,6 +37,20 @@ def record(path: str | os.PathLike[str], runs: Mapping[str, Any], *, metadata: M
     from tavlox import _samples
 
     _samples.record(path, runs, metadata or {}, units or {}, description, replace)
+
+
+def sessions(paths: str | os.PathLike[str] | Iterable[str | os.PathLike[str]], *, errors: str = "rows",
+             batch: int = 50) -> Sessions:
+    """Many packages, to be asked all at once: their files, runs, signals and samples as Dask data frames.
+
+    `paths` is a package, a folder with packages (`*.tavlox`), a pattern (`nights/**/*.tavlox`), the address of a remote one,
+    or several of these. Folders are listed now, and packages opened when a frame is computed. Unreadable packages are rows
+    of the frame `errors()`; with errors="raise" the first of them is raised instead. A partition has at most `batch`
+    packages, and fewer where they are large.
+    """
+    from tavlox import _sessions
+
+    return _sessions.Sessions(paths, errors, batch)
 
 
 def _find_module() -> str:

@@ -17,7 +17,7 @@ from pathlib import Path
 
 PROGRAM = Path(os.environ["TAVLOX_PROGRAM"])
 SOURCES = Path(os.environ["TAVLOX_SOURCES"])
-PAPERS = [SOURCES / "README.md", SOURCES / "docs/guide.md"]
+PAPERS = [SOURCES / "README.md", SOURCES / "docs/guide.md", SOURCES / "docs/many_sessions.md"]
 REFERENCE = SOURCES / "docs/reference.md"
 # Where there is one: not under the sanitizers.
 PACKAGE = next(iter(PROGRAM.parents[1].glob("lib/python3*/dist-packages/tavlox/__init__.py")), None)

@@ -112,7 +112,8 @@ def _local(path: str) -> list[Package]:
 
 def _remote(address: str) -> list[Package]:
     system, path = importlib.import_module("fsspec.core").url_to_fs(address)
-    if "*" in path or "[" in path:
+    # A question mark of the web begins a query.
+    if any(sign in path for sign in ("*[" if path.startswith("http") else "*[?")):
         found = system.glob(path, detail=True)
     elif not path.endswith(".tavlox") and system.isdir(path):
         found = system.glob(f"{path.rstrip('/')}/*.tavlox", detail=True)

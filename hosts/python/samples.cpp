@@ -4,7 +4,6 @@
 #include "hosts/python/samples.h"
 
 #include <algorithm>
-#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -228,41 +227,44 @@ py::list listRuns(const py::str& path) {
   return answer;
 }
 
+/// One run with those of its signals that were wanted, in the order of the columns.
+struct RunTable {
+  RecordedRun run;
+  Table table;
+};
+
+std::vector<RunTable> readWantedRuns(const Request& request, bool isEveryRun) {
+  const auto contains = [](const auto& names, const std::u16string& name) {
+    return std::ranges::find(names, name) != names.end();
+  };
+  const auto isUnwanted = [&](const RecordedSignal& signal) {
+    return signal.column == 0 || (request.signals && !contains(*request.signals, signal.name));
+  };
+  const RecordedSession session(request.path);
+  std::vector<RunTable> tables;
+  for (const RecordedRun& run : session.runs()) {
+    if (!run.samples || (!isEveryRun && !contains(request.runs, keyOf(run, request)))) continue;
+    tables.push_back({run, {}});
+    RunTable& read = tables.back();
+    std::erase_if(read.run.signals, isUnwanted);
+    Selection selection{&read.run, {}};
+    for (const RecordedSignal& signal : read.run.signals) selection.signals.push_back(&signal);
+    if (!selection.signals.empty()) read.table = readRun(session, selection, request);
+  }
+  return tables;
+}
+
 /// The samples of the wanted runs, or of all, each on its own times: [(id, order index, name, times,
 /// [(signal, units, values)])]. Many sessions are asked the same, so what one of them does not have is left
 /// out instead of raised; of several runs with a name each is given.
 py::list readEach(const py::str& path, const py::object& runs, bool areIdentifiers, const py::object& signals,
                   double from, double to) {
   Request request{toText(path), {}, areIdentifiers, {}, from, to, {}};
-  if (!runs.is_none()) request.runs = toTexts(runs);
   const bool isEveryRun = runs.is_none();
-  const std::vector<std::u16string> names =
-      signals.is_none() ? std::vector<std::u16string>() : toTexts(signals);
-  const auto isWantedSignal = [&, isEvery = signals.is_none()](const RecordedSignal& signal) {
-    return signal.column != 0 && (isEvery || std::ranges::find(names, signal.name) != names.end());
-  };
-  struct Read {
-    RecordedRun run;  ///< with the signals that were read, in the order of the columns
-    Table table;
-  };
-  auto all = inTurn([&] {
-    const RecordedSession session(request.path);
-    std::vector<Read> made;
-    for (const RecordedRun& run : session.runs()) {
-      if (!run.samples) continue;
-      if (!isEveryRun && std::ranges::find(request.runs, keyOf(run, request)) == request.runs.end()) continue;
-      RecordedRun wanted = run;
-      std::erase_if(wanted.signals, std::not_fn(isWantedSignal));
-      if (wanted.signals.empty()) continue;
-      Selection selection{&wanted, {}};
-      for (const RecordedSignal& signal : wanted.signals) selection.signals.push_back(&signal);
-      Table table = readRun(session, selection, request);
-      made.push_back({std::move(wanted), std::move(table)});
-    }
-    return made;
-  });
+  if (!isEveryRun) request.runs = toTexts(runs);
+  if (!signals.is_none()) request.signals = toTexts(signals);
   py::list answer;
-  for (Read& read : all) {
+  for (RunTable& read : inTurn([&] { return readWantedRuns(request, isEveryRun); })) {
     py::list columns;
     for (std::size_t i = 0; i < read.run.signals.size(); ++i) {
       const RecordedSignal& signal = read.run.signals[i];

@@ -1,4 +1,4 @@
-"""Many sessions asked at once, as Dask data frames. Needs Dask and pandas, and fsspec for addresses of remote packages."""
+"""Many sessions asked at once, as Dask data frames. Needs Dask and pandas, and fsspec for remote packages."""
 
 from __future__ import annotations
 
@@ -55,8 +55,10 @@ _ERRORS = {"Filename": "object", "Identifier": "object", "Message": "object"}
 
 # A partition is to be of about 100 MB, and of a file nothing is known before it is read but its size. Rows take at most
 # about this many times the size of the package that they come from: its texts are compressed and its numbers digits.
-_PARTITION = 100_000_000
+_PARTITION = 100_000_000  # bytes
 _GROWTH = 25
+
+# How often a file is read anew that others save meanwhile.
 _TRIES = 20
 
 
@@ -68,7 +70,7 @@ class Package(NamedTuple):
     size: int
     """Bytes; 0 where there is no such file."""
     state: str
-    """Differs once the file was changed."""
+    """Is another once the file was changed."""
 
 
 # ---- Which packages ----
@@ -96,6 +98,12 @@ def _matching(pattern: str) -> list[str]:
     return [name for one in {pattern, pattern.replace("/**/", "/")} for name in system.glob(one)]
 
 
+def _is_hidden(name: str, pattern: str) -> bool:
+    """Whether a file, or a folder on the way to it, is hidden and not named in the pattern. Files that are being saved
+    have such temporaries beside them."""
+    return any(part.startswith(".") for part in set(name.split(os.sep)) - set(pattern.split(os.sep)))
+
+
 def _local(path: str) -> list[Package]:
     path = os.path.abspath(os.path.expanduser(path.removeprefix("file://")))
     names = [path]
@@ -103,9 +111,7 @@ def _local(path: str) -> list[Package]:
         names = [os.path.join(path, name) for name in os.listdir(path) if name.endswith(".tavlox")]
     elif glob.has_magic(path) and not os.path.lexists(path):
         names = _matching(path)
-    # Files that are being saved have a hidden temporary beside them.
-    names = [name for name in names
-             if name == path or not os.path.basename(name).startswith(".") and not os.path.isdir(name)]
+    names = [name for name in names if name == path or not _is_hidden(name, path) and not os.path.isdir(name)]
     states = [(name, _state(name)) for name in sorted(names)]
     return [Package(name, state[2] if state else 0, str(state)) for name, state in states]
 

@@ -111,11 +111,12 @@ def test_unreadable_packages(nights):
     gone.unlink()
     os.truncate(cut, 1000)
     change(invalid, "session/signals/1.json", b'"runID":1', b'"runID":7')
+    change(nights / "b/3.tavlox", "session/runs.json", b"[", b"{")
     files, runs, signals, samples, errors = dask.compute(*frames)
-    assert errors.Filename.tolist() == [str(gone), str(cut), str(invalid)] and errors.Message[1].count(" because: ") == 1
+    assert errors.Filename.tolist() == [*sessions.paths[:3], sessions.paths[5]] and errors.Message[1].count(" because: ") == 1
     assert errors.Identifier[0] == "tavlox:general:FileNotFound" and "[opc:zip:NotAnArchive]" in errors.Message[1]
-    assert set(runs.Filename) == set(signals.Filename) == set(sessions.paths[3:]) and len(files) == 4
-    assert [len(one) for one in frames] == [4, 6, 12 * 2, len(samples), 3]  # also if no columns are asked for
+    assert set(runs.Filename) == set(signals.Filename) == set(sessions.paths[3:5]) and len(files) == 3
+    assert [len(one) for one in frames] == [3, 4, 8 * 2, len(samples), 4]  # also if no columns are asked for
     with pytest.raises(FileNotFoundError, match="1.tavlox"):
         strict.compute()
 

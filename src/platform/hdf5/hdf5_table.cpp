@@ -95,6 +95,9 @@ Hdf5Table::Hdf5Table(tables::TableFile file, const tables::TableOptions& options
   if (!file_.compression().empty())
     raise("tavlox:record:DamagedHdf5", file_.name(),
           fmt::format("it is packed with {}", file_.compression()));
+  // The library looks for the name of what it opens, and standard input is kept in a file without one.
+  if (file_.name() == u"-")
+    raise("tavlox:record:DamagedHdf5", file_.name(), "standard input cannot be; give the file by its name");
   opened_ = Handle(H5Fopen(pathOf(file_.descriptor()).c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
   if (!opened_) refuse("");
   std::string top = options.group.value_or("/");

@@ -12,14 +12,14 @@ namespace tavlox::cli {
 // Each is defined in the file of its name. They are declared here, not in a header: only this table needs
 // them.
 extern const Command kAdd, kCheck, kCompare, kCompression, kDelete, kDescribe, kExport, kGet, kInfo, kList,
-    kPlot, kRecord, kRecover, kRuns, kSignals;
+    kPlot, kRecord, kRecover, kReport, kRuns, kSignals;
 
 namespace {
 
 // In the order of the help: making and reading sessions, people's own files, damaged packages.
 const Command* const kCommands[] = {
-    &kRecord,  &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kExport,  &kPlot,
-    &kCompare, &kList, &kAdd,  &kGet,     &kDelete,      &kCheck,    &kRecover,
+    &kRecord, &kInfo,    &kRuns, &kSignals, &kCompression, &kDescribe, &kExport, &kPlot,
+    &kReport, &kCompare, &kList, &kAdd,     &kGet,         &kDelete,   &kCheck,  &kRecover,
 };
 
 // These stand before or behind the command's name.

@@ -18,8 +18,10 @@ EXAMPLES = {
 
 # Whether the plot shows the last curve of a panel at a time and a value, and how much of the plot has its colour.
 INK = """((p, points) => {
-  const panel = panels[p], last = panel.curves.length - 1, canvas = panel.canvas.querySelector("canvas");
-  const scale = canvas.width / canvas.clientWidth, ink = canvas.getContext("2d");
+  const panel = panels[p], last = panel.curves.length - 1, drawn = panel.canvas.querySelector("canvas");
+  const scale = drawn.width / drawn.clientWidth, canvas = drawn.cloneNode();
+  const ink = canvas.getContext("2d", { willReadFrequently: true });
+  ink.drawImage(drawn, 0, 0);
   const colour = [1, 3, 5].map((i) => parseInt(panel.colour(last).slice(i, i + 2), 16));
   const count = (x, y, width, height) => {
     const { data } = ink.getImageData(x, y, width, height);
@@ -84,7 +86,7 @@ class ReportTest(ProgramTest):
     def assert_drawn(self, panel, points):
         drawn = self.run_in_page(f"{INK}({panel}, {json.dumps(points)})")
         self.assertEqual(drawn["missing"], [], f"panel {panel}")
-        self.assertTrue(0 < drawn["share"] < 0.1, f"panel {panel}: {drawn['share']}")
+        self.assertTrue(0 < drawn["share"] < 0.25, f"panel {panel}: {drawn['share']}")
 
     def plot_box(self):
         return self.run_in_page("(({x, y, width, height}) => ({x, y, width, height}))"
@@ -109,16 +111,15 @@ class ReportTest(ProgramTest):
     def test_tables_filter_sort_and_unfold(self):
         self.report_example("traffic")
         self.assertEqual(len(self.rows("Signals")), 18)
-        self.browser.type('input[aria-label="Filter Signals"]', "SPEED b")
-        self.assertEqual([row[1:4:2] for row in self.rows("Signals")], [["b speed", "m/s"]] * 2)
+        self.browser.type('input[aria-label="Filter Signals"]', "M/s SPEED")
+        self.assertEqual([row[1:4:2] for row in self.rows("Signals")], [[f"{car} speed", "m/s"] for car in "abcabc"])
         self.assertEqual([row[1] for row in self.rows("Runs")], ["1", "2"])
         for order in (["congested", "free"], ["free", "congested"]):
             self.click('section[aria-label="Runs"] th:nth-of-type(3) button')
             self.assertEqual([row[2] for row in self.rows("Runs")], order)
         self.click('section[aria-label="Runs"] td button')
         self.assertGreaterEqual(self.run_in_page("document.querySelectorAll('.fields dt').length"), 29)
-        self.browser.type('input[aria-label="Filter Signals"][type=search]', "")
-        self.browser.type('#picker input', "acc")
+        self.browser.type('#picker input[type="search"]', "acc")
         self.assertEqual(self.run_in_page("[...document.querySelectorAll('#picker fieldset')].at(-1).querySelectorAll('label').length"), 3)
         self.assertEqual(self.run_in_page("panels.length"), 4)
         self.run_in_page("[...document.querySelectorAll('#picker fieldset')].at(-1).querySelector('input[type=checkbox]').click()")

@@ -137,7 +137,7 @@ class WrongCommandLines(ProgramTest):
 
 class Surroundings(ProgramTest):
     def test_help_leads_with_examples(self):
-        commands = ["record", "info", "runs", "signals", "compression", "describe", "export", "plot", "compare",
+        commands = ["record", "info", "runs", "signals", "compression", "describe", "export", "plot", "report", "compare",
                     "list", "add", "get", "delete", "check", "recover"]
         for words in (["--help"], ["info", "-h"], *([command, "--help"] for command in commands)):
             self.assertEqual(self.output_of(*words).splitlines()[2], "Examples:", words)

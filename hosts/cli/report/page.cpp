@@ -60,7 +60,7 @@ CurveSamples::CurveSamples(const samples::Span& span, std::size_t buckets)
 
 void CurveSamples::add(double time, double value) {
   ++count_;
-  all_.add({time, value});
+  all_.add(samples::Sample{time, value});
   last_ = value;
   // Kept as a mean from the first value on: a sum of large values would lose the small ones.
   if (!std::isnan(value)) mean_ += (value - mean_) / static_cast<double>(all_.count);

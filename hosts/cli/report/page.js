@@ -32,7 +32,7 @@ function choices(title, keys, set, describe) {
     if (found.length > kRowsAtATime) list.append(el("small", {}, `and ${found.length - kRowsAtATime} more; type to find them`));
   };
   show("");
-  const input = el("input", { type: "search", placeholder: "Type to filter", "aria-label": "Filter " + title, oninput: () => show(input.value) });
+  const input = el("input", { type: "search", placeholder: "Type to filter", "aria-label": `Filter ${title} to plot`, oninput: () => show(input.value) });
   return el("fieldset", {}, el("legend", {}, title), keys.length > 6 ? input : [], list);
 }
 

@@ -149,7 +149,8 @@ TEST_F(WriterTest, CopiesWithTheKernelOrWithoutAndSaysWhyItCannot) {
     copyError = kernel;
     EXPECT_EQ(raisedBy([&] { writer.finish(source.directory.comment()); }), raised);
     copyError = 0;
-    if (raised.empty()) EXPECT_EQ(list("out.zip"), list("rich.zip"));
+    if (!raised.empty()) continue;
+    EXPECT_EQ(list("out.zip"), list("rich.zip"));
   }
 }
 

@@ -11,15 +11,16 @@ namespace tavlox::cli {
 
 // Each is defined in the file of its name. They are declared here, not in a header: only this table needs
 // them.
-extern const Command kAdd, kCheck, kCompare, kCompression, kDelete, kDescribe, kExport, kGet, kInfo, kList,
-    kPlot, kRecord, kRecover, kReport, kRuns, kSignals;
+extern const Command kAdd, kCheck, kCompare, kCompression, kDelete, kDescribe, kExport, kGet, kIndex, kInfo,
+    kList, kPlot, kRecord, kRecover, kReport, kRuns, kSearch, kSignals;
 
 namespace {
 
-// In the order of the help: making and reading sessions, people's own files, damaged packages.
+// In the order of the help: making and reading sessions, people's own files, damaged packages,
+// many sessions.
 const Command* const kCommands[] = {
-    &kRecord, &kInfo,    &kRuns, &kSignals, &kCompression, &kDescribe, &kExport, &kPlot,
-    &kReport, &kCompare, &kList, &kAdd,     &kGet,         &kDelete,   &kCheck,  &kRecover,
+    &kRecord,  &kInfo, &kRuns, &kSignals, &kCompression, &kDescribe, &kExport,  &kPlot,  &kReport,
+    &kCompare, &kList, &kAdd,  &kGet,     &kDelete,      &kCheck,    &kRecover, &kIndex, &kSearch,
 };
 
 // These stand before or behind the command's name.

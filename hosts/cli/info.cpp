@@ -6,6 +6,7 @@
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
 #include "hosts/cli/host_json.h"
+#include "hosts/cli/many_files.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "platform/files/filesystem.h"
@@ -64,8 +65,7 @@ void printJson(const std::vector<Properties>& files) {
   print(json.endArray());
 }
 
-ExitCode runInfo(const Request& request) {
-  const std::vector<std::u16string>& paths = request.all("FILE");
+ExitCode answerFor(const Request& request, std::span<const std::u16string> paths) {
   std::vector<Properties> files;
   for (const std::u16string& path : paths) {
     try {
@@ -79,6 +79,11 @@ ExitCode runInfo(const Request& request) {
   return files.size() == paths.size() ? ExitCode::Done : ExitCode::Failed;
 }
 
+ExitCode runInfo(const Request& request) {
+  return answerAll(request, packagesOf(request, request.all("FILE")), {}, Joined::Tables,
+                   [&](std::span<const std::u16string> paths) { return answerFor(request, paths); });
+}
+
 }  // namespace
 
 extern const Command kInfo = {
@@ -87,14 +92,16 @@ extern const Command kInfo = {
     .examples = R"(  tavlox info filter.tavlox
   tavlox info --json filter.tavlox | jq ".[].NumSignals"
   tavlox info *.tavlox
+  tavlox info -r nightly
 )",
     .details =
         R"(A property is a line: its name and its value. Several files are separated by empty lines; with --json
 there is a list of objects, one for each file, in which LastModifiedUTC gives the time after ISO 8601. A file that cannot be read is reported, the others are still shown, and the exit
 code is 1.
 )",
-    .parameters = {{"FILE", Takes::OneOrMore, "The packages to look into"}},
+    .parameters = {{"FILE", Takes::OneOrMore, "The packages, or folders of such"}, kBelowOption, kJobsOption},
     .run = runInfo,
+    .check = [](const Request& request) { jobsOf(request); },
 };
 
 }  // namespace tavlox::cli

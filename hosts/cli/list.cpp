@@ -1,7 +1,11 @@
+#include <optional>
+
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
+#include "hosts/cli/many_files.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
+#include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
 #include "platform/text/suggestion.h"
 
@@ -39,21 +43,45 @@ HostArray withSizes(const HostArray& entries, const std::u16string& path) {
   return sized;
 }
 
+/// What was asked for: packages, and perhaps something to look for in them.
+struct Asked {
+  std::vector<std::u16string> files;
+  std::optional<std::u16string> search;
+};
+
+/// The second of two words is a search: also one that is called like a file here, since copies of entries
+/// mostly are. Only a package is taken for what it is.
+Asked askedFor(const Request& request) {
+  Asked asked{.files = request.all("FILE")};
+  if (request.has("--search")) asked.search = request.one("--search");
+  const bool areFiles = request.has("--search") || request.has("--recursive") || asked.files.size() != 2;
+  if (areFiles) return asked;
+  const std::u16string& second = asked.files.back();
+  if (second.ends_with(u".tavlox") && fl::filesystem::exists(second)) return asked;
+  asked.search = second;
+  asked.files.pop_back();
+  return asked;
+}
+
 ExitCode runList(const Request& request) {
-  const std::u16string& path = request.one("FILE");
-  const zobs::COSInterfacePointer file = openFile(request, path);
-  const HostArray entries = callForArray(file, "list", {request.oneOr("SEARCH", u"/")});
+  const auto [files, search] = askedFor(request);
+  const Packages packages = packagesOf(request, files);
+  const bool isLong = request.has("--long");
   // An answer and no failure, but a mistyped search would otherwise look like an empty package.
-  if (entries.elementCount() == 0 && request.has("SEARCH")) {
-    const std::u16string& search = request.one("SEARCH");
-    tellWarning(request.format, except_with_causes("tavlox:cli:NothingMatches", {path, search}),
-                fl::i18n::didYouMean(search, namesOf(file, search)));
-  }
-  if (!request.has("--long"))
-    printRecords(request.format, entries, kColumns);
-  else
-    printRecords(request.format, withSizes(entries, path), kLongColumns);
-  return ExitCode::Done;
+  const auto warnOfNothing = [&, &search = search](const std::u16string& path,
+                                                   const zobs::COSInterfacePointer& file) {
+    tellWarning(request.format, except_with_causes("tavlox:cli:NothingMatches", {path, *search}),
+                fl::i18n::didYouMean(*search, namesOf(file, *search)));
+  };
+  const auto answer = [&, &search = search](const std::u16string& path, const auto& add) {
+    const zobs::COSInterfacePointer file = openFile(request, path);
+    const HostArray entries = callForArray(file, "list", {search.value_or(u"/")});
+    if (entries.elementCount() == 0 && search && !packages.areSeveral) warnOfNothing(path, file);
+    add(isLong ? withSizes(entries, path) : entries);
+    return ExitCode::Done;
+  };
+  if (isLong) return answerWithRecords(request, packages, {.columns = kLongColumns, .answer = answer});
+  return answerWithRecords(request, packages, {.columns = kColumns, .answer = answer});
 }
 
 }  // namespace
@@ -65,16 +93,22 @@ extern const Command kList = {
   tavlox list filter.tavlox /user
   tavlox list filter.tavlox notes.txt
   tavlox list -l filter.tavlox
+  tavlox list -r nightly --search notes.txt
 )",
     .details =
         R"(An entry is a line: its full path, its name and its type; with -l also the bytes of its data, as
 it is and as it is kept. A search is a path of the package, which
 stands for an entry or for all in a folder, or a bare file name, which is looked for in all folders.
+
+Several packages and folders may be named; each record then begins with the path of its package, Filename. The second of two words is a search, unless it is a file whose name ends in .tavlox; --search says it in any case.
 )",
-    .parameters = {{"FILE", Takes::One, "The package to look into"},
-                   {"SEARCH", Takes::AtMostOne, "A path of the package or a file name; by default /"},
-                   {"--long", Takes::Flag, "Show sizes as well, in bytes", {}, "-l"}},
+    .parameters = {{"FILE", Takes::OneOrMore, "The packages, or folders of such; behind one, a search"},
+                   {"--search", Takes::Value, "A path of the package or a file name; by default /", "SEARCH"},
+                   {"--long", Takes::Flag, "Show sizes as well, in bytes", {}, "-l"},
+                   kBelowOption,
+                   kJobsOption},
     .run = runList,
+    .check = [](const Request& request) { jobsOf(request); },
 };
 
 }  // namespace tavlox::cli

@@ -204,6 +204,12 @@ void RecordPrinter::addRows(const HostArray& structures) {
   }
 }
 
+void RecordPrinter::addLines(std::string_view lines) {
+  lines_ += lines;
+  for (; !lines.empty(); lines.remove_prefix(lines.find('\n') + 1))
+    widen(widths_, valuesOf(lines.substr(0, lines.find('\n'))));
+}
+
 void RecordPrinter::printAligned() {
   std::vector<std::string> headings;
   for (const Column& column : columns_) headings.emplace_back(column.heading);

@@ -70,6 +70,8 @@ class RecordPrinter {
 
   /// Arrays of one printer have the same fields.
   void add(const corvan::HostArray& structures);
+  /// Adds lines that another printer of the same columns has made for no terminal.
+  void addLines(std::string_view lines);
   /// Ends the table or the list, which must not be forgotten.
   void finish();
 

@@ -1,15 +1,18 @@
 #include <algorithm>
-#include <charconv>
+#include <optional>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/error_report.h"
+#include "hosts/cli/many_files.h"
 #include "hosts/cli/module.h"
 #include "hosts/cli/output.h"
 #include "hosts/cli/recorded_fields.h"
-#include "platform/errors/exceptions.h"
+#include "hosts/cli/selection.h"
+#include "platform/files/filesystem.h"
+#include "platform/session_index/shown_fields.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -22,15 +25,31 @@ constexpr Column kColumns[] = {{"id", u"RunID"},     {"order", u"RunOrderIndex"}
                                {"model", u"Model"},  {"start", u"StartTime"},     {"stop", u"StopTime"},
                                {"status", u"Status"}};
 
-RunIDs parseRunIDs(const Request& request) {
-  RunIDs ids;
-  for (const std::u16string& word : request.all("ID")) {
-    const std::string narrow = fl::i18n::to_string(word);
-    const char* const last = narrow.data() + narrow.size();
-    const auto [end, error] = std::from_chars(narrow.data(), last, ids.emplace_back());
-    if (error != std::errc() || end != last) foundation::core::except::raise("tavlox:cli:NotARunID", word);
+/// What was asked for: files and ids may stand behind each other.
+struct Asked {
+  std::vector<std::u16string> files;
+  std::optional<RunIDs> ids;
+};
+
+/// Behind the first file a word is the id of a run, unless there is a file of that name or it is written as
+/// one.
+Asked askedFor(const Request& request) {
+  Asked asked;
+  const auto addID = [&](std::int32_t id) {
+    if (!asked.ids) asked.ids.emplace();
+    asked.ids->push_back(id);
+  };
+  for (const std::u16string& word : request.all("FILE")) {
+    const bool isFile =
+        word.ends_with(u".tavlox") || word.find(u'/') != std::u16string::npos || fl::filesystem::exists(word);
+    if (!asked.files.empty() && !isFile) {
+      addID(toRunID(word));
+    } else {
+      asked.files.push_back(word);
+    }
   }
-  return ids;
+  for (const std::u16string& word : request.all("--id")) addID(toRunID(word));
+  return asked;
 }
 
 RunIDs readRunIDs(const zobs::COSInterfacePointer& file) {
@@ -58,29 +77,31 @@ std::u16string hintFor(std::int32_t id, const RunIDs& present) {
 }
 
 ExitCode runRuns(const Request& request) {
-  const std::u16string& path = request.one("FILE");
-  const zobs::COSInterfacePointer file = openFile(request, path);
-  const RunIDs present = readRunIDs(file);
-  const RunIDs asked = request.has("ID") ? parseRunIDs(request) : present;
-  const samples::SessionPlaces places(path, samples::SessionPlaces::Of::Runs);
-  RunPlacer placer;
-  RecordPrinter printer(request.format, kColumns);
-  std::size_t answered = 0;
-  for (const std::int32_t id : asked) {
-    HostArray record;
-    try {
-      record = callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)});
-    } catch (const std::exception&) {
-      // The other runs are still answered.
-      report(request.format, path, hintFor(id, present));
-      continue;
+  const Asked asked = askedFor(request);
+  const Where where(request, session_index::fieldsOf(session_index::Subject::Runs));
+  const auto answer = [&](const std::u16string& path, const auto& add) {
+    const zobs::COSInterfacePointer file = openFile(request, path);
+    const RunIDs present = readRunIDs(file);
+    const samples::SessionPlaces places(path, samples::SessionPlaces::Of::Runs);
+    RunPlacer placer;
+    ExitCode result = ExitCode::Done;
+    for (const std::int32_t id : asked.ids.value_or(present)) {
+      HostArray record;
+      try {
+        record = callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)});
+      } catch (const std::exception&) {
+        // The other runs are still answered.
+        report(request.format, path, hintFor(id, present));
+        result = ExitCode::Failed;
+        continue;
+      }
+      // Printed as it comes: a session may have hundreds of thousands of runs.
+      add(where.select(placer.withPlace(record, places.findRun(id)), path));
     }
-    // Printed as it comes: a session may have hundreds of thousands of runs.
-    printer.add(placer.withPlace(record, places.findRun(id)));
-    ++answered;
-  }
-  if (answered > 0 || (asked.empty() && request.format == OutputFormat::Json)) printer.finish();
-  return answered == asked.size() ? ExitCode::Done : ExitCode::Failed;
+    return result;
+  };
+  return answerWithRecords(request, packagesOf(request, asked.files),
+                           {.columns = kColumns, .answer = answer});
 }
 
 }  // namespace
@@ -91,6 +112,7 @@ extern const Command kRuns = {
     .examples = R"(  tavlox runs filter.tavlox
   tavlox runs filter.tavlox 1 3
   tavlox runs --json filter.tavlox | jq '.[].SolverName'
+  tavlox runs -r nightly --where "SolverName = 'ode4' and StopTime > 10"
 )",
     .details =
         R"(A run is a line: id, place among the runs, name, model, start and stop time in
@@ -98,11 +120,24 @@ seconds, and status. With --json it is an object with every field that is
 recorded of a run, in a list; SamplesPart is the part that holds its samples. A
 run that cannot be read is reported, the others are still shown, and the exit
 code is 1.
-)",
-    .parameters = {{"FILE", Takes::One, "The package to look into"},
-                   {"ID", Takes::Any, "The runs to show; all of them if none is named"}},
+
+Several packages and folders may be named; each record then begins with the path of its package, Filename. A whole
+number behind the first of them is the id of a run, unless there is a file of that name.
+
+)" TAVLOX_CONDITION_HELP,
+    .parameters = {{"FILE", Takes::OneOrMore,
+                    "The packages, or folders of such, and behind them ids of runs"},
+                   {"--id", Takes::Values, "Only the run of this id; may be repeated", "ID"},
+                   kWhereOption,
+                   kBelowOption,
+                   kJobsOption},
     .run = runRuns,
-    .check = [](const Request& request) { parseRunIDs(request); },
+    .check =
+        [](const Request& request) {
+          askedFor(request);
+          jobsOf(request);
+          Where(request, session_index::fieldsOf(session_index::Subject::Runs));
+        },
 };
 
 }  // namespace tavlox::cli

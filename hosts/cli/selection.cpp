@@ -72,27 +72,6 @@ std::int32_t toRunID(const std::u16string& word) {
   return *id;
 }
 
-bool matchesGlob(std::u16string_view glob, std::u16string_view text) {
-  // Where the last star stands, and how much of the text it stands for so far: when the rest does not fit,
-  // it takes one character more. Earlier stars need not be tried again.
-  std::size_t at = 0, star = std::u16string_view::npos, taken = 0;
-  for (std::size_t next = 0; next < text.size();) {
-    if (at < glob.size() && glob[at] == u'*') {
-      star = at++;
-      taken = next;
-    } else if (at < glob.size() && (glob[at] == u'?' || glob[at] == text[next])) {
-      ++at;
-      ++next;
-    } else if (star != std::u16string_view::npos) {
-      at = star + 1;
-      next = ++taken;
-    } else {
-      return false;
-    }
-  }
-  return glob.find_first_not_of(u'*', at) == std::u16string_view::npos;
-}
-
 std::vector<std::uint32_t> SelectedRun::columns() const {
   std::vector<std::uint32_t> columns;
   for (const RecordedSignal& signal : signals) columns.push_back(signal.column);

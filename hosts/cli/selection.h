@@ -8,6 +8,7 @@
 
 #include "hosts/cli/command.h"
 #include "platform/samples/recorded_session.h"
+#include "platform/text/glob.h"
 
 /// Which recorded samples a command is to work on: the options that name runs, signals and times.
 namespace tavlox::cli {
@@ -31,9 +32,7 @@ samples::Wanted rangeOf(const Request& request);
 /// A whole number that stands for a run. Raises tavlox:cli:NotARunID for anything else.
 std::int32_t toRunID(const std::u16string& word);
 
-/// Whether the text is what the glob describes: `*` stands for any characters, also none, `?` for one, all
-/// others, also brackets, which names of signals are full of, for themselves.
-bool matchesGlob(std::u16string_view glob, std::u16string_view text);
+using fl::i18n::matchesGlob;
 
 /// A run, and those of its signals that were chosen.
 struct SelectedRun {

@@ -1,9 +1,8 @@
 #include "queries/signal_record.h"
 
 #include <algorithm>
-#include <unordered_map>
 
-#include "platform/errors/catalog.h"
+#include "platform/repository/signal_domain.h"
 #include "queries/record_fields.h"
 
 namespace orra::tavloxio {
@@ -13,44 +12,8 @@ using namespace std::string_view_literals;
 
 namespace {
 
-struct Domain {
-  const char *type, *message;
-};
-
-// Several types share a text: hosts show what a signal is, not which component recorded it.
-const Domain kDomains[] = {
-    {"", "ORRA:orra:SignalDomain"},
-    {"dsm", "ORRA:orra:DSMDomain"},
-    {"final_state", "ORRA:orra:StateDomain"},
-    {"outport", "ORRA:orra:OutportDomain"},
-    {"param", "ORRA:orra:ParamDomain"},
-    {"tv_data", "ORRA:orra:TovrinDomain"},
-    {"tv_state", "ORRA:orra:TovrinDomain"},
-    {"tv_state_child", "ORRA:orra:TovrinDomain"},
-    {"tv_state_leaf", "ORRA:orra:TovrinDomain"},
-    {"qk_verify", "ORRA:orra:VerifyDomain"},
-    {"gv_var", "ORRA:orra:GalvorDomain"},
-    {"galvor", "ORRA:orra:GalvorDomain"},
-    {"state", "ORRA:orra:StateDomain"},
-    {"xil_profile", "ORRA:orra:ProfileDomain"},
-    {"dashboard", "ORRA:orra:DashboardDomain"},
-};
-
-// Fetched once: the catalog looks a text up by its identifier, and there may be a million signals.
-using DomainTexts = std::unordered_map<std::string_view, std::u16string>;
-
-DomainTexts fetchTexts() {
-  DomainTexts texts;
-  for (const Domain& domain : kDomains) texts.emplace(domain.type, fl::i18n::catalogText(domain.message));
-  return texts;
-}
-
-/// What hosts show for a signal's domain type, in the language that was the process's when the first one was
-/// asked for. Empty text for a type that is not known.
-HostArray domain(const Signal& signal, FieldTexts& shown) {
-  static const DomainTexts texts = fetchTexts();
-  const auto text = texts.find(signal.getDomainType());
-  return shown.value(text == texts.end() ? std::u16string_view() : text->second);
+HostArray domain(const Signal& signal, FieldTexts& texts) {
+  return texts.value(domainText(signal.getDomainType()));
 }
 
 HostArray runOrderIndex(const Signal& signal, FieldTexts&) {

@@ -15,13 +15,17 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/zobs": BASE | {"platform/arrays"},
     "platform/zip": BASE | {"platform/files"},
     "platform/opc": PACKAGE,
-    "platform/repository": BASE | {"platform/files", "platform/zip"},
+    "platform/sql": BASE | {"platform/files"},
+    "platform/repository": BASE | {"platform/files", "platform/zip", "platform/sql"},
     "platform/export_file": PACKAGE | {"platform/repository"},
     "platform/tables": BASE | {"platform/files"},
     "platform/recording": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
     "platform/hdf5": BASE | {"platform/files", "platform/tables"},
     "platform/samples": PACKAGE | {"platform/repository", "platform/export_file"},
     "platform/recovery": PACKAGE | {"platform/repository", "platform/export_file"},
+    "platform/filter": BASE,
+    "platform/session_index": PACKAGE | {"platform/repository", "platform/export_file", "platform/samples", "platform/sql",
+                                         "platform/filter"},
 }
 PLATFORM = set(ALLOWED)
 ALLOWED["package"] = PLATFORM

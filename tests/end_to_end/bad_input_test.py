@@ -99,8 +99,8 @@ class WrongCommandLines(ProgramTest):
         (["info", "--verbose", "s.tavlox"], "tavlox:cli:UnknownOption"),
         (["info", "--color", "pink", "s.tavlox"], "tavlox:cli:NotAColourChoice"),
         *((words, "tavlox:cli:WrongCommandLine") for words in (
-            ["--verbose"], ["info"], ["add", "s.tavlox"], ["list", "s.tavlox", "a", "b"],
-            ["get", "s.tavlox", "a", "-o"], ["signals", "s.tavlox", "v(out)"], ["compression", "s.tavlox", "t.tavlox"],
+            ["--verbose"], ["info"], ["add", "s.tavlox"],
+            ["get", "s.tavlox", "a", "-o"], ["compression", "s.tavlox", "t.tavlox"],
             ["describe", "s.tavlox"], ["record", "s.tavlox"], ["record", "s.tavlox", "a.csv", "--description"])),
         *((["runs", "s.tavlox", "1", word], "tavlox:cli:NotARunID")
           for word in ("x", "", "2.9", "1e3", " 1", "+1", "2147483648", "99999999999999999999")),
@@ -138,7 +138,7 @@ class WrongCommandLines(ProgramTest):
 class Surroundings(ProgramTest):
     def test_help_leads_with_examples(self):
         commands = ["record", "info", "runs", "signals", "compression", "describe", "export", "plot", "report", "compare",
-                    "list", "add", "get", "delete", "check", "recover"]
+                    "list", "add", "get", "delete", "check", "recover", "index", "search"]
         for words in (["--help"], ["info", "-h"], *([command, "--help"] for command in commands)):
             self.assertEqual(self.output_of(*words).splitlines()[2], "Examples:", words)
         help = self.output_of("--help")

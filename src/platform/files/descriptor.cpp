@@ -82,6 +82,11 @@ FileIdentity identityOf(int descriptor) {
   return ::fstat(descriptor, &status) == 0 ? identityFrom(status) : FileIdentity{};
 }
 
+FileIdentity identityOf(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? identityFrom(status) : FileIdentity{};
+}
+
 InputFile::InputFile(std::string path) : path_(std::move(path)), file_(openForReading(path_)) {
   // Asked of the open file and not of the path, which may lead to another one by now.
   struct stat status {};

@@ -55,6 +55,8 @@ struct FileIdentity {
 
 /// Of an open file. All zero if the system does not tell.
 FileIdentity identityOf(int descriptor);
+/// Of the file that the path leads to, without opening it. All zero if there is none.
+FileIdentity identityOf(const std::string& path);
 
 /// An open file that is read by offset. Reading never maps the file: a mapping of a file that somebody
 /// truncates would end the process.

@@ -11,7 +11,7 @@
 #include "platform/repository/database_file.h"
 #include "platform/repository/records.h"
 #include "platform/repository/set.h"
-#include "platform/repository/sql/database.h"
+#include "platform/sql/database.h"
 
 namespace orra {
 

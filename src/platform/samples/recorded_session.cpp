@@ -144,7 +144,7 @@ double interpolated(double time, double firstTime, double first, double secondTi
   return (1 - share) * first + share * second;
 }
 
-RecordedSession::RecordedSession(const std::u16string& path) : path_(path) {
+RecordedSession::RecordedSession(const std::u16string& path, const SignalVisitor& visit) : path_(path) {
   file_.modifyReadPackage(path);
   std::unordered_map<std::int32_t, std::size_t> runOf;
   readRuns(file_, [&](const orra::RunRecord& record, std::int32_t orderIndex) {
@@ -157,6 +157,7 @@ RecordedSession::RecordedSession(const std::u16string& path) : path_(path) {
     if (run == runOf.end()) return;
     runs_[run->second].signals.push_back({signal.id, orra::textOf(signal.name), orra::textOf(signal.units),
                                           orra::textOf(signal.dataTypeLabel), signal.column.value_or(0)});
+    if (visit) visit(runs_[run->second], signal);
   });
   shareSamples(file_, runs_);
   findColumns(runs_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -53,10 +54,15 @@ class RecordedSession {
  public:
   /// Raises what opening the package raises, and what reading run list and signals parts raises if they are
   /// not valid.
-  explicit RecordedSession(const std::u16string& path);
+  explicit RecordedSession(const std::u16string& path) : RecordedSession(path, {}) {}
+  /// `visit` is given each signal with everything recorded of it, while the signals are read; the run has no
+  /// samples yet. Of a signal only what RecordedSignal holds is kept.
+  using SignalVisitor = std::function<void(const RecordedRun& run, const orra::SignalRecord& signal)>;
+  RecordedSession(const std::u16string& path, const SignalVisitor& visit);
 
   /// As it was given.
   const std::u16string& path() const { return path_; }
+  const DataExportFile& file() const { return file_; }
   /// In the order of the run list.
   const std::vector<RecordedRun>& runs() const { return runs_; }
 

@@ -1,4 +1,6 @@
-#include "platform/repository/sql/database.h"
+#include "platform/sql/database.h"
+
+#include <sqlite3.h>
 
 #include "platform/errors/catalog.h"
 #include "platform/errors/exceptions.h"
@@ -12,6 +14,8 @@ using foundation::core::except::raise;
 namespace {
 
 constexpr int kBusyMilliseconds = 100;
+// Longer than another indexer needs for a package.
+constexpr int kSharedBusyMilliseconds = 10'000;
 
 // The journal and what is sorted stay in memory, so that a killed process leaves one file.
 constexpr char kSettings[] =
@@ -30,15 +34,36 @@ const char* dataOf(std::string_view bytes) { return bytes.data() == nullptr ? ""
 
 }  // namespace
 
-Database::Database(const std::string& path) : path_(path) {
+void Release::operator()(sqlite3* database) const noexcept { sqlite3_close_v2(database); }
+void Release::operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
+
+Database::Database(const std::string& path, Use use) : path_(path), use_(use) {
   sqlite3* opened = nullptr;
   const int code =
       sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   handle_.reset(opened);  // a failed opening gives a handle as well, to ask why
   if (code != SQLITE_OK) fail(code);
-  sqlite3_busy_timeout(opened, kBusyMilliseconds);
-  execute(kSettings);
+  sqlite3_busy_timeout(opened, use == Use::PrivateCopy ? kBusyMilliseconds : kSharedBusyMilliseconds);
+  if (use == Use::PrivateCopy) execute(kSettings);
 }
+
+void Database::defineNumberOf(const char* name, std::optional<double> (*function)(std::string_view)) {
+  const auto call = [](sqlite3_context* context, int, sqlite3_value** arguments) {
+    if (sqlite3_value_type(*arguments) != SQLITE_TEXT) return sqlite3_result_value(context, *arguments);
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(*arguments));
+    const auto toNumber =
+        reinterpret_cast<std::optional<double> (*)(std::string_view)>(sqlite3_user_data(context));
+    const auto number =
+        toNumber(std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(*arguments))));
+    number ? sqlite3_result_double(context, *number) : sqlite3_result_null(context);
+  };
+  const int code =
+      sqlite3_create_function_v2(handle(), name, 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC,
+                                 reinterpret_cast<void*>(function), call, nullptr, nullptr, nullptr);
+  if (code != SQLITE_OK) fail(code);
+}
+
+std::int64_t Database::lastRow() const noexcept { return sqlite3_last_insert_rowid(handle()); }
 
 void Database::execute(const std::string& sql) {
   beginEntered();
@@ -79,11 +104,13 @@ void Database::fail(int code) const {
   switch (primaryCode) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
+      if (use_ == Use::Shared) raise("sqldb:shared:Locked", path_);
       // The sentence is an argument: modules raise the error again with this message as its argument, and a
       // sentence in the text itself would then be said twice.
       raise("sqldb:ssdb:Locked", path_, inUse(text));
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
+      if (use_ == Use::Shared) raise("sqldb:shared:Corrupt", path_, text);
       raise("sqldb:ssdb:Corrupt", path_, text);
     case SQLITE_IOERR:
     case SQLITE_CANTOPEN:
@@ -93,10 +120,14 @@ void Database::fail(int code) const {
     default:
       break;
   }
+  if (use_ == Use::Shared) raise("sqldb:shared:Failed", path_, text);
   raise("sqldb:ssdb:Failed", path_, text);
 }
 
-void Database::failAsCorrupt(const std::string& reason) const { raise("sqldb:ssdb:Corrupt", path_, reason); }
+void Database::failAsCorrupt(const std::string& reason) const {
+  if (use_ == Use::Shared) raise("sqldb:shared:Corrupt", path_, reason);
+  raise("sqldb:ssdb:Corrupt", path_, reason);
+}
 
 Statement::Statement(Database& database, const std::string& sql) : database_(database) {
   constexpr int kWholeText = -1;
@@ -142,6 +173,11 @@ bool Statement::step() {
   return false;
 }
 
+void Statement::reset() noexcept { sqlite3_reset(handle_.get()); }
+bool Statement::isNull(int column) const { return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL; }
+std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
+double Statement::number(int column) const { return sqlite3_column_double(handle_.get(), column); }
+
 std::string_view Statement::bytes(int column) const {
   // Asked before the length, as SQLite demands: the length is that of the form last asked for.
   const auto* data = static_cast<const char*>(sqlite3_column_blob(handle_.get(), column));
@@ -153,9 +189,14 @@ void Statement::require(int code) const {
   if (code != SQLITE_OK) database_.fail(code);
 }
 
-Transaction::Transaction(Database& database) : database_(database) {
+Transaction::Transaction(Database& database, Lock lock) : database_(database) {
   // Now and not when it begins: the statement that begins it may be one that goes on from its row.
   if (database_.begun_ > 0) database_.resetStatements();
+  if (lock == Lock::AtOnce && database_.entered_ == 0) {
+    database_.execute("BEGIN IMMEDIATE");
+    isLocked_ = true;
+    ++database_.begun_;
+  }
   ++database_.entered_;
   ++database_.stretch_;
 }
@@ -164,7 +205,8 @@ Transaction::~Transaction() {
   if (!committed_ && hasBegun()) {
     database_.resetStatements();
     // Refused only where the database has rolled everything back of its own accord, as on a full disk.
-    sqlite3_exec(database_.handle(), "ROLLBACK TO work; RELEASE work", nullptr, nullptr, nullptr);
+    const char* const undo = isLocked_ ? "ROLLBACK" : "ROLLBACK TO work; RELEASE work";
+    sqlite3_exec(database_.handle(), undo, nullptr, nullptr, nullptr);
     ++database_.rollbacks_;
     --database_.begun_;
   }
@@ -176,7 +218,7 @@ void Transaction::commit() {
   if (hasBegun()) {
     // A statement that is still on a row would keep the database locked.
     database_.resetStatements();
-    database_.execute(Database::Step::Commit);
+    isLocked_ ? database_.execute("COMMIT") : database_.execute(Database::Step::Commit);
     --database_.begun_;
   }
   committed_ = true;

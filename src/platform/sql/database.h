@@ -3,27 +3,36 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
-#include <sqlite3.h>
-
-#include "platform/errors/free_with.h"
+struct sqlite3;
+struct sqlite3_stmt;
 
 /// SQLite. Failures carry the path of the database and the database's own text: sqldb:ssdb:Locked (busy or
-/// locked), sqldb:ssdb:Corrupt (corrupt or no database), sqldb:ssdb:Failed (any other).
+/// locked), sqldb:ssdb:Corrupt (corrupt or no database), sqldb:ssdb:Failed (any other); of a shared database
+/// sqldb:shared:Locked, sqldb:shared:Corrupt and sqldb:shared:Failed.
 namespace orra::sql {
 
-using foundation::core::except::FreeWith;
+/// Who opens a database file. A private copy of what can be read again has its journal in memory, is never
+/// synced and waits for nobody. A shared file outlives the process, so its journal is on the disk, and
+/// others that hold it are waited for, for some seconds.
+enum class Use { PrivateCopy, Shared };
 
-// The little of SQLite that the repository needs. Handles of the library are closed by their owners here and
-// nowhere else; what they point to is never given out without the object that keeps it alive.
-/// One open database file that nobody else is meant to open. Its journal is kept in memory and nothing is
-/// synced: the data is a copy of what can be read again.
+/// Closes a database or a statement. The library's header stays in the source file.
+struct Release {
+  void operator()(sqlite3* database) const noexcept;
+  void operator()(sqlite3_stmt* statement) const noexcept;
+};
+
+// Handles of the library are closed by their owners here and nowhere else; what they point to is never given
+// out without the object that keeps it alive.
+/// One open database file.
 class Database {
  public:
-  /// Opens an existing file, which may be empty.
-  explicit Database(const std::string& path);
+  /// Opens an existing file, which may be empty. One that may not be written is read.
+  explicit Database(const std::string& path, Use use = Use::PrivateCopy);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
@@ -37,10 +46,17 @@ class Database {
   /// How often a transaction was rolled back: what was read before may be gone then.
   std::uint64_t rollbacks() const noexcept { return rollbacks_; }
 
+  /// Defines an SQL function of a text, which is NULL where `function` gives nothing; of numbers it gives the
+  /// number itself.
+  void defineNumberOf(const char* name, std::optional<double> (*function)(std::string_view));
+  /// The row that was inserted last.
+  std::int64_t lastRow() const noexcept;
+
   /// Raises the failure that the last call on this database gave with this result code.
   [[noreturn]] void fail(int code) const;
 
-  /// Raises sqldb:ssdb:Corrupt for contents that the database itself does not check.
+  /// Raises sqldb:ssdb:Corrupt, or sqldb:shared:Corrupt, for contents that the database itself does not
+  /// check.
   [[noreturn]] void failAsCorrupt(const std::string& reason) const;
 
   /// For the classes of this file.
@@ -63,10 +79,11 @@ class Database {
   void execute(Step step);
 
   std::string path_;
-  std::unique_ptr<sqlite3, FreeWith<sqlite3_close_v2>> handle_;
+  Use use_;
+  std::unique_ptr<sqlite3, Release> handle_;
   unsigned entered_ = 0, begun_ = 0;  ///< transactions; one within another counts
   std::uint64_t stretch_ = 0, rollbacks_ = 0;
-  std::array<std::unique_ptr<sqlite3_stmt, FreeWith<sqlite3_finalize>>, 2> steps_;
+  std::array<std::unique_ptr<sqlite3_stmt, Release>, 2> steps_;
 };
 
 /// One prepared statement. Parameters count from 1, columns from 0. Texts and blobs are neither copied when
@@ -91,7 +108,7 @@ class Statement {
   bool step();
   /// Runs a statement that gives no rows.
   void execute() { step(); }
-  void reset() noexcept { sqlite3_reset(handle_.get()); }
+  void reset() noexcept;
 
   /// Takes the statement off its row when the scope is left, with an error or without: a statement that stays
   /// on a row outside a transaction locks the database, and one on a row cannot be bound.
@@ -107,23 +124,26 @@ class Statement {
   };
 
   /// Values of the row. A NULL reads as 0 or empty.
-  bool isNull(int column) const { return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL; }
-  std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
-  double number(int column) const { return sqlite3_column_double(handle_.get(), column); }
+  bool isNull(int column) const;
+  std::int64_t integer(int column) const;
+  double number(int column) const;
   std::string_view bytes(int column) const;
 
  private:
   void require(int code) const;
 
   Database& database_;
-  std::unique_ptr<sqlite3_stmt, FreeWith<sqlite3_finalize>> handle_;
+  std::unique_ptr<sqlite3_stmt, Release> handle_;
 };
 
 /// One transaction, rolled back when it is left without a commit. Within another one it is a part of it that
 /// can be rolled back alone. All reads between its first read and its end see one state.
 class Transaction {
  public:
-  explicit Transaction(Database& database);
+  /// A transaction that reads before it writes has to lock at once where others write too: what it read might
+  /// otherwise be changed before it comes to write, and the database would refuse that.
+  enum class Lock { WhenNeeded, AtOnce };
+  explicit Transaction(Database& database, Lock lock = Lock::WhenNeeded);
   ~Transaction();
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
@@ -136,6 +156,7 @@ class Transaction {
   bool hasBegun() const noexcept { return database_.begun_ == database_.entered_; }
 
   Database& database_;
+  bool isLocked_ = false;  // begun by BEGIN, which only a COMMIT ends
   bool committed_ = false;
 };
 

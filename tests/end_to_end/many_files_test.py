@@ -1,0 +1,95 @@
+import json
+import os
+import signal
+import sqlite3
+import subprocess
+import time
+
+from program import COLD, HOT, PROGRAM, ProgramTest
+
+
+class ManyFiles(ProgramTest):
+    def folder_of_sessions(self):
+        (self.folder / "nightly/old").mkdir(parents=True)
+        for name, tables in [("nightly/a", {"hot": HOT}), ("nightly/b", {"cold": COLD, "hot": HOT}),
+                             ("nightly/old/c", {"cold": COLD})]:
+            self.record(f"{name}.tavlox", **tables)
+        self.write("nightly/damaged.tavlox", b"PK no package")
+        self.write("nightly/notes.txt", "no package")
+
+    def test_one_question_to_many_packages(self):
+        self.folder_of_sessions()
+        a, b, c = (str(self.folder / f"nightly/{name}.tavlox") for name in ("a", "b", "old/c"))
+        for jobs in ("1", "3"):
+            output, errors = self.run_program("runs", "-r", "nightly", "--json", "--jobs", jobs, exit_code=1)
+            self.assertEqual([(run["Filename"], run["RunID"], run["Name"]) for run in json.loads(output)],
+                             [(a, 1, "hot"), (b, 1, "cold"), (b, 2, "hot"), (c, 1, "cold")])
+            self.assertEqual(list(json.loads(output)[0])[:2], ["Filename", "RunID"])
+            self.assertIn("damaged.tavlox", json.loads(errors)["error"]["message"])
+        output, _ = self.run_program("signals", "nightly", "--where", "Name like 'v*' and StoredUnits = 'V'", exit_code=1)
+        self.assertEqual([line.split("\t")[:2] for line in output.splitlines()], [[a, "1"], [b, "1"], [b, "2"]])
+        self.assertEqual([json.loads(self.output_of("info", "--json", a, c))[i]["NumRuns"] for i in (0, 1)], [1, 1])
+        self.assertEqual(len(self.output_of("list", a, c).splitlines()), 2 * len(self.output_of("list", a).splitlines()))
+        # What stood behind a single file before still does.
+        self.assertEqual(self.output_of("runs", b, "2"), self.output_of("runs", b, "--id", "2"))
+        self.assertEqual(self.output_of("list", a, "/session/runs.json"),
+                         self.output_of("list", a, "--search", "/session/runs.json"))
+        for words, identifier, exit_code in [
+                (["runs", "nightly", "--where", "SolverNam = 'x'"], "filter:where:UnknownField", 2),
+                (["runs", a, "--jobs", "0"], "tavlox:cli:NotAJobCount", 2),
+                (["runs", a, "--id", "x"], "tavlox:cli:NotARunID", 2),
+                (["index", "nightly"], "tavlox:index:NoOutput", 2),
+                (["search", "none.sqlite"], "tavlox:index:NotFound", 1),
+                (["search", a], "tavlox:index:NotAnIndex", 1)]:
+            self.assertEqual(self.error_of(*words, exit_code=exit_code)["identifier"], identifier)
+
+    def index(self, exit_code=3):
+        return list(json.loads(self.run_program("--json", "index", "nightly", "-o", "i.sqlite", exit_code=exit_code)[0])
+                    .values())[1:]
+
+    def test_the_life_of_an_index(self):
+        self.folder_of_sessions()
+        # Older than the clocks of file systems are coarse.
+        time.sleep(2.1)
+        self.assertEqual(self.index(), [4, 0, 0, 0, 1])
+        self.assertEqual(self.index(), [0, 0, 4, 0, 1])
+        self.assertEqual([(record["Name"], record["Minimum"], record["Maximum"], record["SampleCount"])
+                          for record in self.json_of("search", "i.sqlite", "V(OU", "--where", "Filename like '*/a.tavlox'")],
+                         [("v(out)", 0, 0.75, 3)])
+        self.assertEqual(self.json_of("search", "i.sqlite", 'no-such "word'), [])
+        shown = {json.dumps(run) for run in json.loads(self.run_program("runs", "-r", "nightly", "--json", exit_code=1)[0])}
+        self.assertEqual({json.dumps(run) for run in self.json_of("search", "i.sqlite", "--in", "runs")}, shown)
+        shown = json.loads(self.run_program("signals", "-r", "nightly", "--json", exit_code=1)[0])
+        found = self.json_of("search", "i.sqlite")
+        self.assertEqual([{name: record[name] for name in shown[0]} for record in found], shown)
+        bad = self.json_of("search", "i.sqlite", "--in", "files", "--where", "Error is not empty")
+        self.assertEqual([record["Filename"].rsplit("/")[-1] for record in bad], ["damaged.tavlox"])
+
+        (self.folder / "nightly/old/c.tavlox").unlink()
+        self.record("nightly/damaged.tavlox", mended=HOT)
+        self.assertEqual(self.index(exit_code=0), [0, 1, 2, 1, 0])
+        self.assertEqual(self.names_in_folder(), ["i.sqlite", "nightly"])
+        with sqlite3.connect(self.folder / "i.sqlite") as database:
+            database.execute("INSERT INTO words (words) VALUES ('integrity-check')")
+            used = "SELECT text FROM files UNION SELECT text FROM runs UNION SELECT text FROM signals"
+            self.assertEqual(database.execute(f"SELECT count(*) FROM texts WHERE row NOT IN ({used})").fetchone(), (0,))
+            database.execute("PRAGMA user_version = 7")
+        self.assertEqual(self.error_of("index", "nightly", "-o", "i.sqlite")["identifier"], "tavlox:index:OtherVersion")
+        # Neither another file nor an index goes for nothing.
+        self.assertEqual(self.error_of("index", "nightly", "-o", "nightly/notes.txt")["identifier"], "tavlox:index:NotAnIndex")
+        self.assertEqual((self.folder / "nightly/notes.txt").read_text(), "no package")
+        (self.folder / "empty").mkdir()
+        self.assertEqual(self.error_of("index", "empty", "-o", "new.sqlite")["identifier"], "tavlox:cli:NoPackages")
+        self.assertFalse((self.folder / "new.sqlite").exists())
+
+    def test_two_indexers_and_one_that_is_killed(self):
+        self.folder_of_sessions()
+        start = lambda: subprocess.Popen([PROGRAM, "index", "nightly", "-o", "i.sqlite"], cwd=self.folder,
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        killed = start()
+        time.sleep(0.02)
+        os.kill(killed.pid, signal.SIGKILL)
+        killed.wait()
+        both = [start(), start()]
+        self.assertEqual([indexer.wait() for indexer in both], [3, 3])
+        self.assertEqual(len(self.json_of("search", "i.sqlite", "--in", "runs")), 4)

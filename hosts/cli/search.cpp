@@ -125,8 +125,8 @@ extern const Command kSearch = {
     .name = "search",
     .summary = "Find signals, runs and files in an index",
     .examples = R"(  tavlox search nightly.sqlite "wheel speed"
-  tavlox search nightly.sqlite speed --where "StoredUnits != 'rad/s' and Maximum > 300"
-  tavlox search nightly.sqlite --in runs --where "SolverName = 'ode4' and StopTime > 10"
+  tavlox search nightly.sqlite speed --where "StoredUnits != 'rad/s'"
+  tavlox search nightly.sqlite --in runs --where "SolverName = 'ode4'"
   tavlox search nightly.sqlite --in files --where "Error is not empty"
 )",
     .details =

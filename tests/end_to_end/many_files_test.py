@@ -66,6 +66,7 @@ class ManyFiles(ProgramTest):
         self.assertEqual([record["Filename"].rsplit("/")[-1] for record in bad], ["damaged.tavlox"])
 
         (self.folder / "nightly/old/c.tavlox").unlink()
+        (self.folder / "nightly/damaged.tavlox").unlink()
         self.record("nightly/damaged.tavlox", mended=HOT)
         self.assertEqual(self.index(exit_code=0), [0, 1, 2, 1, 0])
         self.assertEqual(self.names_in_folder(), ["i.sqlite", "nightly"])

@@ -197,7 +197,11 @@ struct SessionIndex::State {
     update.emplace(database);
   }
 
-  bool isEmpty() { return setting(database, "page_count") == 0; }
+  bool isEmpty() {
+    Statement tables(database, "SELECT count(*) FROM sqlite_schema");
+    tables.step();
+    return tables.integer(0) == 0 && setting(database, "application_id") == 0;
+  }
 
   std::int64_t textRow(const std::string& text) {
     Statement& find = update->findText.bind(1, text);

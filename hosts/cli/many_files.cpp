@@ -155,6 +155,8 @@ Packages packagesOf(const Request& request, std::span<const std::u16string> word
 ExitCode answerAll(const Request& request, const Packages& packages, std::span<const Column> columns,
                    Joined joined, const std::function<ExitCode(std::span<const std::u16string>)>& answer) {
   const std::span<const std::u16string> all(packages.paths);
+  // A failure alone is no empty answer.
+  if (all.empty() && packages.exitCode != ExitCode::Done) return packages.exitCode;
   // Tables for people are aligned one by one, which processes without a terminal cannot know.
   const bool isForPeople =
       joined == Joined::Tables && request.format == OutputFormat::Text && isTerminal(stdout);

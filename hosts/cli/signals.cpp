@@ -74,7 +74,7 @@ extern const Command kSignals = {
     .examples = R"help(  tavlox signals filter.tavlox
   tavlox signals filter.tavlox --name "v(out)"
   tavlox signals --json filter.tavlox | jq '.[] | [.RunID, .Name]'
-  tavlox signals -r nightly --where "Name like 'wheel*' and StoredUnits != 'rad/s'"
+  tavlox signals -r nightly --where "StoredUnits != 'rad/s'"
 )help",
     .details =
         R"(A signal is a line: id of its run, place of that among the runs, name, units,

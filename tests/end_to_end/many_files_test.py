@@ -34,7 +34,9 @@ class ManyFiles(ProgramTest):
         self.assertEqual(self.output_of("runs", b, "2"), self.output_of("runs", b, "--id", "2"))
         self.assertEqual(self.output_of("list", a, "/session/runs.json"),
                          self.output_of("list", a, "--search", "/session/runs.json"))
+        (self.folder / "empty").mkdir()
         for words, identifier, exit_code in [
+                (["runs", "empty"], "tavlox:cli:NoPackages", 1),
                 (["runs", "nightly", "--where", "SolverNam = 'x'"], "filter:where:UnknownField", 2),
                 (["runs", a, "--jobs", "0"], "tavlox:cli:NotAJobCount", 2),
                 (["runs", a, "--id", "x"], "tavlox:cli:NotARunID", 2),

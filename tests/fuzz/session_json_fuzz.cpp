@@ -1,5 +1,6 @@
 // Any bytes as a run list and as a signals part of one repository: they are loaded, or refused with the one
-// error that says why, and loading them into the database sees as many as reading them alone does.
+// error that says why; loading them into the database sees as many as reading them alone does, and an audit
+// finds fault with what is refused only.
 
 #include <cstdlib>
 #include <optional>
@@ -25,13 +26,24 @@ std::optional<std::size_t> count(const Read& read) {
   }
 }
 
+/// The elements that an audit finds nothing wrong with; nothing if there is a fault.
+std::optional<std::size_t> countAudited(const orra::PartKind& kind, const std::string& json) {
+  std::istringstream stream(json);
+  std::size_t sound = 0, faults = 0;
+  orra::ObjRefArrayJSON(kind).audit(
+      stream, [&](std::size_t, const orra::Row&) { ++sound; }, [&](const auto&) { ++faults; });
+  return faults == 0 ? std::optional(sound) : std::nullopt;
+}
+
 std::optional<std::size_t> countAlone(const orra::PartKind& kind, const std::string& json) {
-  return count([&] {
+  const auto counted = count([&] {
     std::istringstream stream(json);
     orra::ObjRefArrayJSON array(kind);
     array.load(stream);
     return array.size();
   });
+  if (counted != countAudited(kind, json)) std::abort();
+  return counted;
 }
 
 /// What is loaded is rolled back, so that one database serves every input.

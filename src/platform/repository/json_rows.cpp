@@ -26,6 +26,7 @@ namespace dom = simdjson::dom;
 // Large enough that cutting costs little, small enough for the processor's cache.
 constexpr std::size_t kWindowBytes = std::size_t{256} * 1024;
 constexpr std::size_t kPadding = simdjson::SIMDJSON_PADDING;  // readable bytes that the parser asks for
+constexpr char kInvalid[] = "simulation_data_repository:sdr:InvalidSessionData";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kWhitespace = " \t\n\r";
 
@@ -39,11 +40,16 @@ class ElementScanner {
     Nothing,  ///< the piece ends first
     End,      ///< a closing bracket of the array's own level
     TooDeep,  ///< an element is nested deeper than allowed
+    TooMany,  ///< the first element has more tokens than allowed
   };
   struct Result {
     Found found;
     std::size_t offset;  ///< behind what was found, or the end of the piece
   };
+
+  ElementScanner() = default;
+  /// Of the first element so many values, separators and brackets are let pass.
+  explicit ElementScanner(std::size_t mostTokens) : tokensLeft_(mostTokens) {}
 
   /// Calls `onSeparator` with the offset of each comma between two elements.
   template <class OnSeparator>
@@ -51,15 +57,22 @@ class ElementScanner {
     for (std::size_t start = 0; start < piece.size(); start += kBlockBytes) {
       const std::string_view text = piece.substr(start, kBlockBytes);
       const TextBlock block(text);
+      const bool wasInText = inText_;
       const std::uint64_t inTexts = textsOf(block, text.size());
       const std::uint64_t open = block.equal('{', ' ') & ~inTexts;  // '[' is '{' without that bit
       const std::uint64_t close = block.equal('}', ' ') & ~inTexts;
+      if (tokensLeft_) {
+        const std::size_t tokens = countTokens(block, text.size(), open | close, inTexts, wasInText);
+        if (tokens > *tokensLeft_) return {Found::TooMany, start};
+        *tokensLeft_ -= tokens;
+      }
       std::uint64_t passed = 0;  // the bytes up to the bracket before
       for (std::uint64_t brackets = open | close;; brackets &= brackets - 1) {
         const std::uint64_t before = (brackets & -brackets) - 1;  // the bytes before the next bracket
         // Commas are asked for only here: most blocks lie within an element.
         if (depth_ == 0) {
           std::uint64_t commas = block.equal(',') & ~inTexts & before & ~passed;
+          if (commas != 0) tokensLeft_.reset();
           for (; commas != 0; commas &= commas - 1) onSeparator(start + std::countr_zero(commas));
         }
         if (brackets == 0) break;
@@ -109,9 +122,24 @@ class ElementScanner {
     return escaped;
   }
 
+  /// What the parser needs memory for: brackets, commas, colons, and where texts and other values begin.
+  std::size_t countTokens(const TextBlock& block, std::size_t count, std::uint64_t brackets,
+                          std::uint64_t inTexts, bool wasInText) {
+    const std::uint64_t marks = brackets | ((block.equal(',') | block.equal(':')) & ~inTexts);
+    const std::uint64_t blank = block.equal(' ') | block.equal('\t') | block.equal('\n') | block.equal('\r');
+    const std::uint64_t values = inTexts | ~(marks | blank);
+    // Texts that are not JSON may follow each other without anything between them.
+    const std::uint64_t starts =
+        (values & ~(values << 1 | (wasInValue_ ? 1 : 0))) | (inTexts & ~(inTexts << 1 | (wasInText ? 1 : 0)));
+    wasInValue_ = (values >> (count - 1) & 1) != 0;
+    return static_cast<std::size_t>(std::popcount(marks) + std::popcount(starts));
+  }
+
   int depth_ = 0;
   bool inText_ = false;
   bool escaped_ = false;
+  bool wasInValue_ = false;
+  std::optional<std::size_t> tokensLeft_;  ///< in the first element; nothing where they are not counted
 };
 
 /// Cuts the text of an array into windows. If every window is well-formed then so is the whole text, since
@@ -142,7 +170,7 @@ class JsonWindows {
     scanned_ = 1;
     separator_ = separators_ = consumed_ = 0;
     // A window that grew for one large element is not kept that large for the small ones behind it.
-    windowBytes_ = std::max(kWindowBytes, filled_);
+    windowBytes_ = kWindowBytes;
     scanner_ = ElementScanner();
     while (true) {
       if (auto window = cut()) {
@@ -156,15 +184,21 @@ class JsonWindows {
  private:
   enum class Position { BeforeArray, InArray, BehindArray };
 
-  /// Reads behind what is there, up to the size of a window, and makes that larger if it is full. False at
-  /// the end of the source.
+  /// Reads behind what is there, up to the size of a window, and makes that larger if it is full. It grows in
+  /// small steps, so that little is read behind a large element. False at the end of the source.
   bool readOn() {
     if (filled_ == windowBytes_) {
       // The window is full without a separator to cut at, so a single element fills it.
       if (filled_ >= kSessionLimits.elementBytes) {
         raiseInvalid(kind_, elementsBefore_ + 1, "it is larger than 16 MiB");
       }
-      windowBytes_ = std::min(2 * filled_, kSessionLimits.elementBytes);
+      // From the start again, because only now its tokens have to be counted: in a small window there is room
+      // for as many as it has bytes.
+      if (windowBytes_ == kWindowBytes) {
+        scanner_ = ElementScanner(kSessionLimits.elementTokens);
+        scanned_ = 1;
+      }
+      windowBytes_ = std::min(windowBytes_ + kWindowBytes, kSessionLimits.elementBytes);
       if (buffer_.size() < windowBytes_ + kPadding) buffer_.resize(windowBytes_ + kPadding);
     }
     const std::size_t got = read_(buffer_.data() + filled_, windowBytes_ - filled_);
@@ -219,6 +253,9 @@ class JsonWindows {
     if (found == ElementScanner::Found::TooDeep) {
       raiseInvalid(kind_, elementsBefore_ + separators_ + 1, "it is nested more than 128 levels deep");
     }
+    if (found == ElementScanner::Found::TooMany) {
+      raiseInvalid(kind_, elementsBefore_ + 1, "it has more than 1,048,576 values, separators and brackets");
+    }
     if (found == ElementScanner::Found::End) {
       position_ = Position::BehindArray;
       consumed_ = scanned_;
@@ -267,26 +304,54 @@ const char* describe(simdjson::error_code code) {
 /// end the process, later as well.
 [[maybe_unused]] const std::string kChosen = simdjson::get_active_implementation()->name();
 
+/// What came of parsing one element, or the error that it stands for.
+dom::element elementOf(const PartKind& kind, std::size_t number,
+                       simdjson::simdjson_result<dom::element> parsed) {
+  if (parsed.error() == simdjson::MEMALLOC) throw std::bad_alloc();
+  if (parsed.error()) raiseInvalid(kind, number, describe(parsed.error()));
+  return parsed.value_unsafe();
+}
+
 /// Parses windows, reusing one parser's memory.
 class WindowParser {
  public:
-  explicit WindowParser(const PartKind& kind) : kind_(kind) {}
+  using Parsed = simdjson::simdjson_result<dom::element>;
 
-  /// The elements, valid until the next call.
-  dom::array parse(const JsonWindows::Window& window, std::size_t elementsBefore) {
+  /// The elements, valid until the next call; nothing if the window is not well-formed.
+  std::optional<dom::array> parse(const JsonWindows::Window& window) {
     dom::array elements;
     const auto failure = parseText(window.text).get(elements);
     // Not to be tried again: what the parser has of its memory by now it takes for all of it.
     if (failure == simdjson::MEMALLOC) throw std::bad_alloc();
-    if (failure != simdjson::SUCCESS) refuse(window.text, elementsBefore);
-    if (elements.begin() == elements.end() && !window.mayBeEmpty) {
-      raiseInvalid(kind_, elementsBefore + 1, "it is missing behind a comma");
-    }
+    if (failure != simdjson::SUCCESS) return std::nullopt;
+    // Cut behind a comma, after which there has to be an element.
+    if (elements.begin() == elements.end() && !window.mayBeEmpty) return std::nullopt;
     return elements;
   }
 
+  /// Parses a window that is not well-formed element by element. `visit` is given the number of each, from
+  /// `number` on, and what came of it, which is an error at least once. Gives the number behind the last.
+  template <class Visit>
+  std::size_t forEachElement(std::string_view window, std::size_t number, const Visit& visit) {
+    std::size_t start = 1;
+    bool isSound = true;
+    const auto parseUpTo = [&](std::size_t end) {
+      // In place: a separator or a bracket follows, which the parser is used to find behind an element.
+      const Parsed parsed = parseText(window.substr(start, end - start));
+      start = end + 1;
+      isSound = isSound && !parsed.error();
+      visit(number++, parsed);
+    };
+    const auto [found, offset] =
+        ElementScanner().scan(window.substr(1), [&](std::size_t separator) { parseUpTo(1 + separator); });
+    parseUpTo(1 + offset - (found == ElementScanner::Found::Nothing ? 0 : 1));
+    // The elements are sound, what closes them is not.
+    if (isSound) visit(number - 1, Parsed(simdjson::TAPE_ERROR));
+    return number;
+  }
+
  private:
-  simdjson::simdjson_result<dom::element> parseText(std::string_view padded) {
+  Parsed parseText(std::string_view padded) {
     constexpr bool kCopy = false;
     // Grown by hand, since parsing would otherwise fix the depth at the parser's default.
     if (padded.size() > parser_.capacity()) {
@@ -295,24 +360,6 @@ class WindowParser {
     return parser_.parse(padded.data(), padded.size(), kCopy);
   }
 
-  /// Parses element by element to find the one at fault.
-  [[noreturn]] void refuse(std::string_view window, std::size_t element) {
-    std::size_t start = 1;
-    const auto checkUpTo = [&](std::size_t end) {
-      // Copied, because the parser reads some bytes beyond an element, where the next one begins.
-      const simdjson::padded_string copy(window.substr(start, end - start));
-      start = end + 1;
-      ++element;
-      if (const auto failure = parser_.parse(copy).error()) raiseInvalid(kind_, element, describe(failure));
-    };
-    const auto [found, offset] =
-        ElementScanner().scan(window.substr(1), [&](std::size_t separator) { checkUpTo(1 + separator); });
-    checkUpTo(1 + offset - (found == ElementScanner::Found::Nothing ? 0 : 1));
-    // The elements are sound, what closes them is not.
-    raiseInvalid(kind_, element, describe(simdjson::TAPE_ERROR));
-  }
-
-  const PartKind& kind_;
   dom::parser parser_;
 };
 
@@ -390,9 +437,16 @@ void requireKind(const Member& member, const dom::element& json, const Element& 
 
 }  // namespace
 
+foundation::core::except::except_with_causes invalid(const PartKind& kind, std::size_t element,
+                                                     std::string_view what) {
+  using foundation::core::except::toArgument;
+  constexpr fl::i18n::MessageId<3> kIdentifier(kInvalid);
+  return foundation::core::except::except_with_causes(
+      kIdentifier, {toArgument(kind.name), toArgument(element), toArgument(what)});
+}
+
 void raiseInvalid(const PartKind& kind, std::size_t element, std::string_view what) {
-  foundation::core::except::raise("simulation_data_repository:sdr:InvalidSessionData", kind.name, element,
-                                  what);
+  throw invalid(kind, element, what);
 }
 
 Row::Row(const PartKind& kind, std::size_t number, dom::element json) {
@@ -415,18 +469,52 @@ std::int32_t Row::integer(std::size_t member) const {
   return static_cast<std::int32_t>(values_[member]->get_int64().value());
 }
 
-void forEachRow(const ReadBytes& read, const PartKind& kind,
-                const std::function<void(std::size_t, const Row&)>& visitRow) {
+void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow) {
   JsonWindows windows(read, kind);
-  WindowParser parser(kind);
+  WindowParser parser;
   std::size_t index = 0;
   // The index goes on over the windows, since errors name an element by its position in the whole array.
   while (const auto window = windows.next(index)) {
-    for (const dom::element element : parser.parse(*window, index)) {
+    const auto elements = parser.parse(*window);
+    if (!elements) {
+      // Raises for the first that is at fault.
+      parser.forEachElement(window->text, index + 1,
+                            [&](std::size_t number, const auto& parsed) { elementOf(kind, number, parsed); });
+    }
+    for (const dom::element element : *elements) {
       visitRow(index, Row(kind, index + 1, element));
       ++index;
     }
   }
+}
+
+void auditRows(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow,
+               const FaultVisitor& tell) {
+  const auto audited = [&](const auto& step) {
+    try {
+      step();
+    } catch (const foundation::core::except::except_with_causes& fault) {
+      // A file that cannot be read is no fault of its elements.
+      if (fault.GetID() != kInvalid) throw;
+      tell(fault);
+    }
+  };
+  JsonWindows windows(read, kind);
+  WindowParser parser;
+  std::size_t number = 1;
+  const auto visit = [&](std::size_t at, const simdjson::simdjson_result<dom::element>& parsed) {
+    audited([&] { visitRow(at - 1, Row(kind, at, elementOf(kind, at, parsed))); });
+  };
+  // Outside of the loop: where one window cannot be cut off there is no next one.
+  audited([&] {
+    while (const auto window = windows.next(number - 1)) {
+      if (const auto elements = parser.parse(*window)) {
+        for (const dom::element element : *elements) visit(number++, dom::element(element));
+      } else {
+        number = parser.forEachElement(window->text, number, visit);
+      }
+    }
+  });
 }
 
 }  // namespace orra

@@ -12,6 +12,7 @@
 
 #include <simdjson.h>
 
+#include "platform/errors/exceptions.h"
 #include "platform/repository/records.h"
 
 namespace orra {
@@ -80,18 +81,31 @@ class MemberLookup {
   std::size_t next_ = 0;
 };
 
-/// Refuses a part with simulation_data_repository:sdr:InvalidSessionData. Elements count from 1; 0 stands for
-/// the whole part.
+/// What refuses a part, simulation_data_repository:sdr:InvalidSessionData. Elements count from 1; 0 stands
+/// for the whole part.
+foundation::core::except::except_with_causes invalid(const PartKind& kind, std::size_t element,
+                                                     std::string_view what);
 [[noreturn]] void raiseInvalid(const PartKind& kind, std::size_t element, std::string_view what);
 
 /// Gives the next bytes: up to `count` into `into`; 0 at the end.
 using ReadBytes = std::function<std::size_t(char* into, std::size_t count)>;
 
+/// Called with each element and its index, from 0. What it raises ends the reading.
+using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
+
 /// Parses a JSON array of objects and visits its elements. The text is read in windows, arrays of some of its
 /// elements in their order, of about 256 KiB or one element, so that memory does not grow with it. Raises
 /// InvalidSessionData for whatever is wrong, also behind the array; by then elements before it have been
 /// visited. A byte-order mark is passed over.
-void forEachRow(const ReadBytes& read, const PartKind& kind,
-                const std::function<void(std::size_t index, const Row& row)>& visitRow);
+void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow);
+
+/// Called with what is wrong; what it raises ends the reading, unless it is InvalidSessionData.
+using FaultVisitor = std::function<void(const foundation::core::except::except_with_causes& fault)>;
+
+/// As forEachRow, but hands over to `tell` what that would raise, and what the visitor raises as
+/// InvalidSessionData, and goes on behind the element. What is wrong with the array itself, or too large or
+/// too deep, ends the reading, since it is not known then where the next element begins.
+void auditRows(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow,
+               const FaultVisitor& tell);
 
 }  // namespace orra

@@ -20,6 +20,31 @@ namespace {
 constexpr std::size_t kId = fieldIndex<RunRecord>(strings::IDLower);
 static_assert(kId == fieldIndex<SignalRecord>(strings::IDLower));
 constexpr std::size_t kRunClass = fieldIndex<RunRecord>(strings::RunClassName);
+constexpr char kRepeated[] = "an earlier element has its \"id\"";
+
+struct NumberedId {
+  std::int32_t id;
+  std::size_t element;  ///< from 1
+  auto operator<=>(const NumberedId&) const = default;
+};
+
+/// The elements whose `id` an earlier one has, in their order.
+std::vector<std::size_t> repeatedIn(std::vector<NumberedId> ids) {
+  // By identifier and then position, so that behind the first of equals stand the repetitions.
+  std::ranges::sort(ids);
+  std::vector<std::size_t> repeated;
+  for (std::size_t i = 1; i < ids.size(); ++i) {
+    if (ids[i - 1].id == ids[i].id) repeated.push_back(ids[i].element);
+  }
+  std::ranges::sort(repeated);
+  return repeated;
+}
+
+ReadBytes reading(std::streambuf& source) {
+  return [&source](char* into, std::size_t count) {
+    return static_cast<std::size_t>(source.sgetn(into, static_cast<std::streamsize>(count)));
+  };
+}
 
 }  // namespace
 
@@ -42,21 +67,14 @@ struct ObjRefArrayJSON::References {
     classOf.push_back(&*known);
   }
 
-  /// The index of the first element whose `id` an earlier one has.
-  std::optional<std::size_t> firstRepeated() const {
+  void requireDifferentIds(const PartKind& kind) const {
     // Writers mostly count upwards, and ascending identifiers cannot repeat: nothing is sorted then.
-    if (idsAscend) return std::nullopt;
-    std::vector<std::pair<std::int32_t, std::size_t>> sorted;
-    sorted.reserve(ids.size());
-    for (std::size_t i = 0; i < ids.size(); ++i) sorted.emplace_back(ids[i], i);
-    // By identifier and then position, so that behind the first of equals stand the repetitions.
-    std::sort(sorted.begin(), sorted.end());
-    std::optional<std::size_t> first;
-    for (std::size_t i = 1; i < sorted.size(); ++i) {
-      if (sorted[i - 1].first != sorted[i].first) continue;
-      first = std::min(first.value_or(sorted[i].second), sorted[i].second);
-    }
-    return first;
+    if (idsAscend) return;
+    std::vector<NumberedId> numbered;
+    numbered.reserve(ids.size());
+    for (std::size_t i = 0; i < ids.size(); ++i) numbered.push_back({ids[i], i + 1});
+    const auto repeated = repeatedIn(std::move(numbered));
+    if (!repeated.empty()) raiseInvalid(kind, repeated.front(), kRepeated);
   }
 };
 
@@ -76,12 +94,9 @@ void ObjRefArrayJSON::load(std::istream& stream) {
 void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) {
   std::streambuf* const source = std::exchange(source_, nullptr);
   if (source == nullptr) raise("simulation_data_repository:sdr:InternalError");
-  const auto read = [source](char* into, std::size_t count) {
-    return static_cast<std::size_t>(source->sgetn(into, static_cast<std::streamsize>(count)));
-  };
   // Signals have no class; their parts are the long ones, and are spared eight bytes an element.
   const bool hasClasses = kind_.name == kRunListKind.name;
-  orra::forEachRow(read, kind_, [&](std::size_t index, const Row& row) {
+  orra::forEachRow(reading(*source), kind_, [&](std::size_t index, const Row& row) {
     references_->addId(row.integer(kId));
     if (hasClasses) {
       references_->addClass(row[kRunClass] ? row[kRunClass]->get_string().value() : kDefaultRunClass);
@@ -89,9 +104,17 @@ void ObjRefArrayJSON::forEachRow(const RowVisitor& visit) {
     visit(index, row);
   });
   // Known at the end only. Whoever stored the rows in a transaction has it rolled back by the error.
-  if (const auto repeated = references_->firstRepeated()) {
-    raiseInvalid(kind_, *repeated + 1, "an earlier element has its \"id\"");
-  }
+  references_->requireDifferentIds(kind_);
+}
+
+void ObjRefArrayJSON::audit(std::istream& stream, const RowVisitor& visit, const FaultVisitor& tell) const {
+  std::vector<NumberedId> ids;
+  const auto visitNumbered = [&](std::size_t index, const Row& row) {
+    ids.push_back({row.integer(kId), index + 1});
+    visit(index, row);
+  };
+  auditRows(reading(*stream.rdbuf()), kind_, visitNumbered, tell);
+  for (const std::size_t element : repeatedIn(std::move(ids))) tell(invalid(kind_, element, kRepeated));
 }
 
 std::size_t ObjRefArrayJSON::size() const { return references_->ids.size(); }

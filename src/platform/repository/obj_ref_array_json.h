@@ -10,6 +10,10 @@
 
 #include "platform/repository/records.h"
 
+namespace foundation::core::except {
+class except_with_causes;
+}
+
 namespace orra {
 
 class Row;
@@ -32,6 +36,8 @@ class ObjRefArrayJSON {
   /// Called with each element's index, from 0, and its members (platform/repository/json_rows.h), which are
   /// valid during the call. What it raises ends the loading.
   using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
+  /// Called with each fault that an audit finds. What it raises ends the audit.
+  using FaultVisitor = std::function<void(const foundation::core::except::except_with_causes& fault)>;
 
   /// An empty array. The kind says which members are known, and what errors call the part.
   explicit ObjRefArrayJSON(const PartKind& kind, Reading reading = Reading::AtOnce);
@@ -46,6 +52,11 @@ class ObjRefArrayJSON {
   /// Reads the stream that `load` took, which must still be there, and visits every element in order. Raises
   /// what loading raises; the visitor has then seen the elements before. Once for each `load`.
   void forEachRow(const RowVisitor& visit);
+
+  /// Reads a stream to its end and hands over to `tell` everything that loading it would raise as
+  /// InvalidSessionData, element by element, and what the visitor raises as that. Elements are visited as
+  /// they would be; the array stays as it is.
+  void audit(std::istream& stream, const RowVisitor& visit, const FaultVisitor& tell) const;
 
   /// The number of elements that were visited.
   std::size_t size() const;

@@ -208,6 +208,7 @@ consteval std::size_t fieldIndex(std::string_view name) {
 struct SessionLimits {
   std::size_t compressionRecordBytes = std::size_t{1} << 20;
   std::size_t elementBytes = std::size_t{16} << 20;     ///< of an array, as it is written
+  std::size_t elementTokens = std::size_t{1} << 20;     ///< values, separators, brackets of one over 256 KiB
   std::size_t memberBytes = std::size_t{1} << 20;       ///< of those that are known, as they are kept
   std::size_t whitespaceBytes = std::size_t{64} << 20;  ///< before or behind an array
   int nesting = 128;                                    ///< levels, an array included

@@ -153,12 +153,26 @@ TEST(ObjRefArrayJSON, WhatIsTooLargeIsRefused) {
   constexpr std::size_t kMebi = std::size_t{1} << 20;
   std::string manyOnes;
   for (int i = 0; i < 131'072; ++i) manyOnes += ",1";
+  const std::string twoLists =
+      R"("dimensions":[1)" + manyOnes.substr(2) + R"(],"channel":[1)" + manyOnes.substr(2);
+  const auto repeated = [](std::size_t count, std::string_view text) {
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const std::string tooMany = "2, it has more than 1,048,576 values, separators and brackets";
   const std::pair<std::string, std::string> kParts[] = {
       {signal(1, std::string(kMebi, 'n')), ""},
       {signal(1, std::string(kMebi + 1, 'n')), R"(1, "name" is larger than 1 MiB)"},
       {R"({"id":1,"channel":[1)" + manyOnes + "]}", R"(1, "channel" is larger than 1 MiB)"},
       {signal(1, "") + R"(,{"id":2,"x":")" + std::string(15 * kMebi, 'x') + R"("})", ""},
       {signal(1, "") + ",{" + std::string(16 * kMebi, ' '), "2, it is larger than 16 MiB"},
+      // Values are counted where they lie close together, and nowhere else.
+      {R"({"id":1,)" + twoLists + R"(],"x":")" + repeated(5 * kMebi, "[,") + R"("},)" + signal(2, "") + ",{}",
+       R"(3, "id" is missing)"},
+      {signal(1, "") + R"(,{"id":2,"x":[)" + repeated(kMebi / 2, "1,") + "1]}", tooMany},
+      {signal(1, "") + R"(,{"id":2,"x":[)" + repeated(kMebi, "1 ") + "1]}", tooMany},
+      {signal(1, "") + R"(,{"id":2,"x":[)" + repeated(kMebi, "\"\"") + "]}", tooMany},
   };
   for (const auto& [elements, refusal] : kParts) {
     EXPECT_EQ(refusalOf(kSignalsPartKind, "[" + elements + "]"),

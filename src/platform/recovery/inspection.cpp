@@ -222,9 +222,11 @@ class Inspection {
       if (role->isOnce && !seen.insert(role->relationshipType).second) {
         add(Severity::Note, rule("recovery:check:FurtherPart", name, role->relationshipType), entry);
       }
-      if (auto problem = form_.problemOf(link.getType(), name, entry)) {
-        add(Severity::Error, *std::move(problem), entry);
-      } else if (role->relationshipType == relationship_types::kSignalsData && !form_.hasRunList()) {
+      const std::size_t before = findings_.size();
+      form_.audit(link.getType(), name, entry,
+                  [&](const auto& problem) { add(Severity::Error, problem, entry); });
+      if (findings_.size() != before) continue;
+      if (role->relationshipType == relationship_types::kSignalsData && !form_.hasRunList()) {
         add(Severity::Note, rule("recovery:check:SignalsWithoutRuns", name), entry);
       }
     }

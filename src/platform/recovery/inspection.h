@@ -14,7 +14,8 @@ namespace tavlox::recovery {
 /// types and relationships, every part that a relationship promises, the form of session parts, and samples
 /// that do not fit their signals. Errors are what readers refuse, when they open the package or when they
 /// come to it; notes are what they let pass. With a broken directory the items are looked for without it. Of
-/// a document and of a session part the first fault is told. Reads all of the file, in constant memory.
+/// a document the first fault is told, of a list of runs or signals every element that is at fault. Reads all
+/// of the file, in constant memory.
 ///
 /// Raises opc::Exception if the file is not there or cannot be read.
 Findings inspect(const std::u16string& path, const zip::Limits& limits = {});

@@ -253,7 +253,11 @@ class Rebuilding {
       const auto item = name ? byName.find(name->key()) : byName.end();
       if (item == byName.end() || item->second->problem) continue;
       if (const Role* role = roleOfRelationship(link->type)) roles_.emplace(name->key(), role);
-      item->second->problem = form.problemOf(link->type, name->text(), item->second->found->entry);
+      // The first is enough to keep it aside.
+      form.audit(link->type, name->text(), item->second->found->entry,
+                 [&](const except_with_causes& problem) {
+                   if (!item->second->problem) item->second->problem = problem;
+                 });
     }
   }
 

@@ -13,6 +13,7 @@
 #include "platform/export_file/data_export_file.h"
 #include "platform/opc/core_properties.h"
 #include "platform/recovery/finding.h"
+#include "platform/repository/json_rows.h"
 #include "platform/repository/obj_ref_array_json.h"
 #include "platform/text/conversion.h"
 #include "platform/zip/entry_reader.h"
@@ -25,6 +26,7 @@ namespace tavlox::recovery {
 namespace {
 
 using fl::filesystem::InputFile;
+using foundation::core::except::except_with_causes;
 using foundation::core::except::raise;
 using zip::Entry;
 namespace types = relationship_types;
@@ -74,10 +76,24 @@ class EntryBuffer : public std::streambuf {
   std::vector<char> block_ = std::vector<char>(std::size_t{64} << 10);
 };
 
-void loadForm(const std::shared_ptr<const InputFile>& file, const Entry& entry, const orra::PartKind& kind) {
+constexpr std::size_t kRunListId = orra::fieldIndex<orra::RunRecord>(orra::strings::IDLower);
+constexpr std::size_t kRunOfSignal = orra::fieldIndex<orra::SignalRecord>("runID");
+constexpr std::size_t kColumnOfSignal = orra::fieldIndex<orra::SignalRecord>("column");
+
+/// Whether nothing was at fault.
+bool auditList(const std::shared_ptr<const InputFile>& file, const Entry& entry, const std::u16string& name,
+               const orra::PartKind& kind, const orra::ObjRefArrayJSON::RowVisitor& visit,
+               const SessionForm::Tell& tell) {
+  // A part may have millions of elements, and a report of them all would be read by nobody.
+  constexpr std::size_t kMostFaults = 1'000;
+  std::size_t faults = 0;
   EntryBuffer buffer(file, entry);
   std::istream stream(&buffer);
-  orra::ObjRefArrayJSON(kind).load(stream);
+  orra::ObjRefArrayJSON(kind).audit(stream, visit, [&](const except_with_causes& fault) {
+    if (faults++ == kMostFaults) raise("recovery:check:MoreFaults", kMostFaults, name);
+    tell(fault);
+  });
+  return faults == 0;
 }
 
 /// Counts the cells of a comma-separated table, line by line. A line end in a quoted cell ends no line; lines
@@ -111,16 +127,19 @@ class CellCount {
 
 /// Finds the end of a JSON object at the front of a text: past its brace, or 0 if it does not end there.
 std::size_t endOfObject(std::string_view text) {
-  // As deep as the loader goes; the parser is then asked, which decides whether this is an object at all.
-  constexpr int kDeepest = 128;
+  // As deep, and with as many values, as the loader goes; the parser is then asked, which decides whether
+  // this is an object at all.
+  const orra::SessionLimits& limits = orra::kSessionLimits;
   int depth = 0;
+  std::size_t separators = 0;
   bool isInText = false;
   for (std::size_t at = 0; at < text.size(); ++at) {
     const char byte = text[at];
     if (isInText && byte == '\\') ++at;
     if (byte == '"') isInText = !isInText;
     if (isInText) continue;
-    if (byte == '{' && ++depth > kDeepest) return 0;
+    if (byte == ',' && ++separators > limits.elementTokens) return 0;
+    if (byte == '{' && ++depth > limits.nesting) return 0;
     if (byte == '}' && --depth == 0) return at + 1;
   }
   return 0;
@@ -140,7 +159,7 @@ std::uint64_t forEachReadableElement(
   // Data that breaks off has no structure to rely on, so every brace may begin an element: the text up to the
   // brace that closes it is given to the parser, and if that refuses, the search goes on one byte behind the
   // brace. The buffer holds two elements of the largest size, so that one is never cut by its end.
-  constexpr std::size_t kLongest = std::size_t{16} << 20;  // of an element
+  constexpr std::size_t kLongest = orra::kSessionLimits.elementBytes;
   constexpr std::size_t kStep = std::size_t{256} << 10;
   Entry boundless = entry;  // its reader hands out everything before it says what is wrong
   boundless.size = std::numeric_limits<std::uint64_t>::max();
@@ -208,17 +227,16 @@ const Role* roleOfPart(std::u16string_view name, std::u16string_view contentType
   return tellsNothing ? nullptr : role;
 }
 
-std::optional<foundation::core::except::except_with_causes> SessionForm::problemOf(std::u16string_view type,
-                                                                                   const std::u16string& name,
-                                                                                   const Entry& entry) {
+void SessionForm::audit(std::u16string_view type, const std::u16string& name, const Entry& entry,
+                        const Tell& tell) {
   const Role* const role = roleOfRelationship(type);
-  if (role == nullptr) return std::nullopt;
+  if (role == nullptr) return;
   // Signals and samples belong together by their number; a part that is named otherwise has only itself.
   const std::u16string number = numberIn(name, *role).value_or(name);
   try {
-    // The first problem is told. Types that are not here, such as the view, are opaque to this program.
-    if (type == types::kRunData) checkRunList(entry);
-    if (type == types::kSignalsData) checkSignals(number, entry);
+    // Types that are not here, such as the view, are opaque to this program.
+    if (type == types::kRunData) auditRunList(name, entry, tell);
+    if (type == types::kSignalsData) auditSignals(number, name, entry, tell);
     if (type == types::kSamples) checkSamples(number, name, entry);
     if (type == types::kCompression) checkCompression(entry);
     if (type == kCoreProperties) {
@@ -228,39 +246,41 @@ std::optional<foundation::core::except::except_with_causes> SessionForm::problem
       opc::coreProperty(zip::readWhole(file_, entry, limits.relationshipBytes),
                         opc::model::CoreProperty::Description, {file_->path(), narrowName}, limits.xmlDepth);
     }
-  } catch (const foundation::core::except::except_with_causes& problem) {
-    return problem;
+  } catch (const except_with_causes& problem) {
+    tell(problem);
   }
-  return std::nullopt;
 }
 
-void SessionForm::checkRunList(const Entry& entry) {
-  loadForm(file_, entry, orra::kRunListKind);
-  if (runIds_) return;  // the first counts
-  runIds_.emplace();
-  forEachReadableElement(file_, entry, [&](std::string_view, std::int64_t id, auto) { runIds_->insert(id); });
+void SessionForm::auditRunList(const std::u16string& name, const Entry& entry, const Tell& tell) {
+  std::set<std::int32_t> ids;
+  const auto visit = [&](std::size_t, const orra::Row& run) { ids.insert(run.integer(kRunListId)); };
+  const bool isSound = auditList(file_, entry, name, orra::kRunListKind, visit, tell);
+  // The first counts.
+  if (isSound && !runIds_) runIds_ = std::move(ids);
 }
 
-void SessionForm::checkSignals(const std::u16string& number, const Entry& entry) {
-  loadForm(file_, entry, orra::kSignalsPartKind);
-  std::uint64_t count = 0;
-  forEachReadableElement(file_, entry, [&](std::string_view, std::int64_t, std::optional<std::int64_t> run) {
-    ++count;
-    if (!runIds_ || (run && runIds_->contains(*run))) return;
-    raise("simulation_data_repository:sdr:InvalidSessionData", orra::kSignalsPartKind.name, count,
-          "\"runID\" is no run of the run list");
-  });
-  signalCounts_[number] = count;
+void SessionForm::auditSignals(const std::u16string& number, const std::u16string& name, const Entry& entry,
+                               const Tell& tell) {
+  const orra::PartKind& kind = orra::kSignalsPartKind;
+  Needs needs{.columns = 1, .lastColumn = 0};
+  const auto visit = [&](std::size_t index, const orra::Row& signal) {
+    ++needs.columns;
+    if (const auto& column = signal[kColumnOfSignal]) {
+      needs.lastColumn = std::max(needs.lastColumn, static_cast<std::uint32_t>(column->get_int64().value()));
+    }
+    if (!runIds_ || (signal[kRunOfSignal] && runIds_->contains(signal.integer(kRunOfSignal)))) return;
+    orra::raiseInvalid(kind, index + 1, "\"runID\" is no run of the run list");
+  };
+  if (auditList(file_, entry, name, kind, visit, tell)) needs_[number] = needs;
 }
 
 void SessionForm::checkCompression(const Entry& entry) const {
-  // A record has one short member. A larger one is refused before it is inflated.
-  constexpr std::uint64_t kLongest = std::uint64_t{1} << 20;
   simdjson::dom::parser parser;
   simdjson::dom::element record;
   std::string_view type;
   const bool isRecord =
-      parser.parse(zip::readWhole(file_, entry, kLongest)).get(record) == simdjson::SUCCESS &&
+      parser.parse(zip::readWhole(file_, entry, orra::kSessionLimits.compressionRecordBytes)).get(record) ==
+          simdjson::SUCCESS &&
       record["CompressionType"].get(type) == simdjson::SUCCESS;
   if (!isRecord) raise("recovery:check:CompressionRecord", entry.name);
 }
@@ -278,10 +298,13 @@ void SessionForm::checkSamples(const std::u16string& number, const std::u16strin
   if (count.unevenLine() != 0)
     raise("recovery:check:UnevenSamples", name, count.unevenLine(), count.columns());
   // Without a sound signals part of that number nobody knows how many columns there ought to be.
-  const auto signals = signalCounts_.find(number);
-  // The first column is the time, which is no signal.
-  if (signals == signalCounts_.end() || signals->second + 1 == count.columns()) return;
-  raise("recovery:check:SamplesDiffer", name, count.columns(), signals->second);
+  const auto needs = needs_.find(number);
+  if (needs == needs_.end()) return;
+  const auto& [columns, lastColumn] = needs->second;
+  if (columns != count.columns()) {
+    raise("recovery:check:SamplesDiffer", name, count.columns(), columns - 1);
+  }
+  if (lastColumn > columns) raise("samples:part:NoSuchColumn", file_->path(), name, lastColumn, columns);
 }
 
 }  // namespace tavlox::recovery

@@ -19,29 +19,35 @@ namespace tavlox::recovery {
 /// What the parts of a session are to be, and how one reads them. They are checked as they lie in the
 /// archive, so that this works with and without a directory: the run list first, then the signals parts, then
 /// the others.
-/// Keeps the identifiers of the runs and the number of signals of each part between the calls; the data of
-/// the parts is read and let go of.
+/// Keeps the identifiers of the runs, and of each signals part what its samples must have, between the calls;
+/// the data of the parts is read and let go of.
 class SessionForm {
  public:
   explicit SessionForm(std::shared_ptr<const fl::filesystem::InputFile> file) : file_(std::move(file)) {}
 
-  /// What is wrong with the sound data of the part that a relationship of this type leads to; nothing for
-  /// parts whose inside belongs to others. `name` is the part's, decoded.
-  std::optional<foundation::core::except::except_with_causes> problemOf(std::u16string_view type,
-                                                                        const std::u16string& name,
-                                                                        const zip::Entry& entry);
+  using Tell = std::function<void(const foundation::core::except::except_with_causes& problem)>;
+
+  /// Hands over what is wrong with the sound data of the part that a relationship of this type leads to;
+  /// nothing for parts whose inside belongs to others. Of lists every element that is at fault, up to a
+  /// thousand; of other parts the first fault. `name` is the part's, decoded.
+  void audit(std::u16string_view type, const std::u16string& name, const zip::Entry& entry, const Tell& tell);
   /// Whether a sound run list was seen. Without one readers show no signals at all.
   bool hasRunList() const { return runIds_.has_value(); }
 
  private:
-  void checkRunList(const zip::Entry& entry);
-  void checkSignals(const std::u16string& number, const zip::Entry& entry);
+  void auditRunList(const std::u16string& name, const zip::Entry& entry, const Tell& tell);
+  void auditSignals(const std::u16string& number, const std::u16string& name, const zip::Entry& entry,
+                    const Tell& tell);
   void checkCompression(const zip::Entry& entry) const;
   void checkSamples(const std::u16string& number, const std::u16string& name, const zip::Entry& entry) const;
 
   std::shared_ptr<const fl::filesystem::InputFile> file_;
-  std::optional<std::set<std::int64_t>> runIds_;
-  std::map<std::u16string, std::uint64_t> signalCounts_;  ///< by the number in the part's name
+  std::optional<std::set<std::int32_t>> runIds_;
+  struct Needs {
+    std::uint64_t columns;     ///< one for the time, one for each signal
+    std::uint32_t lastColumn;  ///< of those that signals name, from 1; 0 if none does
+  };
+  std::map<std::u16string, Needs> needs_;  ///< by the number in the signals part's name
 };
 
 /// Finds the objects with an `id` in what is left of a JSON array: those that are well-formed, wherever they

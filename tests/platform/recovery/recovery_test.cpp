@@ -218,6 +218,13 @@ TEST_F(Recovery, ChecksTheFormOfASession) {
       {run("t,v\n0,1\n1"), {}, "UnevenSamples@session/data/1.csv"},
       {run("t,v\n0,1"), [](SessionWriter& session) { session.addSignal({.id = 9, .runID = 1}); },
        "SamplesDiffer@session/data/1.csv"},
+      {[](SessionWriter& session) {
+         session.addRun({.id = 1});
+         session.addSignal({.id = 1, .runID = 1, .column = 3});
+         session.addSamples(1, [&](const SessionWriter::Sink& keep) { keep("t,v\n0,1"); });
+       },
+       {},
+       "NoSuchColumn@session/data/1.csv"},
   };
   for (const auto& [first, second, findings] : faults) {
     EXPECT_EQ(check(write([&](support::TestSession& session) {
@@ -226,6 +233,31 @@ TEST_F(Recovery, ChecksTheFormOfASession) {
               })),
               findings);
   }
+}
+
+TEST_F(Recovery, TellsEveryElementThatIsAtFault) {
+  using namespace tavlox::relationship_types;
+  const auto toldOf = [&](const std::string& runs, const std::string& signals) {
+    const std::string bytes = write([&](support::TestSession& session) {
+      session.addPart(u"/r", u"text/plain", kRunData, runs);
+      session.addPart(u"/s", u"text/plain", kSignalsData, signals);
+    });
+    std::string told;
+    for (const Finding& finding : tavlox::recovery::inspect(damaged(bytes))) {
+      // Of a list's element the arguments are the list, the element and what is wrong with it.
+      const auto& arguments = finding.rule.GetArguments();
+      told += fl::i18n::to_string(finding.item + (arguments.size() == 3 ? arguments[1] : u"")) + " ";
+    }
+    return told;
+  };
+  // That an identifier is repeated is known at the end only.
+  EXPECT_EQ(toldOf(R"([{"id":1},{"id":"x"},{"id":1},{"id":},5,tru,{"id":6},{"id":6}}])", "[]"),
+            "r2 r4 r5 r6 r0 r3 r8 s ");
+  EXPECT_EQ(toldOf(R"([{"id":1}])", R"([{"id":1,"runID":2},{"id":2,"runID":1},{"id":3},{}])"), "s1 s3 s4 ");
+  std::string many = "[5";
+  for (int element = 2; element <= 2'000; ++element) many += ",5";
+  const std::string told = toldOf(many + "]", "[]");
+  EXPECT_EQ(std::ranges::count(told, 'r'), 1'001) << "a thousand, and that there are more";
 }
 
 TEST_F(Recovery, ChecksTheArchiveAndItsDocuments) {

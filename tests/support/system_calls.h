@@ -27,6 +27,7 @@ struct SystemCalls {
   std::map<std::string, int> failing;        ///< one of these or "fsetxattr", and its error number
   std::function<void(int file)> beforeLock;  ///< called once
   bool canClone = false;                     ///< as on file systems whose files share blocks
+  int readsLeft = -1;                        ///< before one fails; none does while this is negative
 
   static inline SystemCalls* watching = nullptr;
 
@@ -50,6 +51,14 @@ int fsync(int file) {
   const bool isFolder = fstat(file, &status) == 0 && S_ISDIR(status.st_mode);
   if (support::SystemCalls::refuses(isFolder ? "fsync folder" : "fsync file")) return -1;
   return static_cast<int>(syscall(SYS_fsync, file));
+}
+
+ssize_t pread(int file, void* into, size_t count, off_t offset) {
+  if (support::SystemCalls* const calls = support::SystemCalls::watching; calls != nullptr) {
+    errno = EIO;
+    if (calls->readsLeft >= 0 && calls->readsLeft-- == 0) return -1;
+  }
+  return syscall(SYS_pread64, file, into, count, offset);
 }
 
 int fchown(int file, uid_t user, gid_t group) noexcept {

@@ -172,6 +172,12 @@ void OpenPackage::countInflated(std::uint64_t bytes) {
 
 // Changing.
 
+void OpenPackage::prepareChange() {
+  checkMayChange();
+  contentTypes();
+  packageRelationships();
+}
+
 void OpenPackage::checkCanCreate(const PartName& name) {
   checkMayChange();
   // The most telling reason first: a name that is taken by a part is not free either.
@@ -184,13 +190,14 @@ void OpenPackage::checkCanCreate(const PartName& name) {
 void OpenPackage::create(const PartName& name, const model::ContentType& type,
                          std::shared_ptr<zip::Spool> data) {
   checkCanCreate(name);
+  prepareChange();
   if (data) data->finish();
   putNew(name, type, std::move(data));
 }
 
 void OpenPackage::recreate(const PartName& name, const model::ContentType& type,
                            std::shared_ptr<zip::Spool> data) {
-  checkMayChange();
+  prepareChange();
   part(name);
   data->finish();  // a full disk may show only now, when the old part is still there
   remove(name);
@@ -261,7 +268,7 @@ OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
 }
 
 void OpenPackage::remove(const PartName& name) {
-  checkMayChange();
+  prepareChange();
   const auto view = find(name.key());
   if (!view) return;
   // The part's relationships go with it.
@@ -316,12 +323,17 @@ ContentTypesDocument& OpenPackage::contentTypes() {
   return *contentTypes_;
 }
 
+RelationshipsDocument& OpenPackage::packageRelationships() {
+  if (!relationships_) {
+    relationships_ = index_->editableRelationships(file_, index_->relationshipsEntry(), {});
+  }
+  return *relationships_;
+}
+
 RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   if (!source) {
-    if (!relationships_) {
-      relationships_ = index_->editableRelationships(file_, index_->relationshipsEntry(), {});
-    }
-    return *relationships_;
+    areRelationshipsChanged_ = true;
+    return packageRelationships();
   }
   const RelationshipsDocument* before = relationships(source);
   PartChange& part = change(*source);
@@ -338,7 +350,7 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
 Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,
                                           const model::URI& target, std::string_view id,
                                           model::TargetMode mode) {
-  checkMayChange();
+  prepareChange();
   // Also raises if the source is gone.
   const bool hasDocument = relationships(source) != nullptr;
   const std::size_t limit = index_->limits().relationships;
@@ -353,7 +365,7 @@ Relationship OpenPackage::addRelationship(const PartName* source, std::u16string
 }
 
 void OpenPackage::removeRelationship(const PartName* source, std::string_view id) {
-  checkMayChange();
+  prepareChange();
   const RelationshipsDocument* document = relationships(source);
   const auto link = document ? document->find(id) : std::nullopt;
   if (!link) return;

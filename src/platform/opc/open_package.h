@@ -114,16 +114,20 @@ class OpenPackage {
     std::optional<RelationshipsDocument> relationships;
   };
 
+  /// Before every change: raises unless the package may be changed, and reads the documents that changes
+  /// edit. A change takes several of the calls above, and if the file cannot be read any more that must show
+  /// before the first of them, or half of the change would be saved.
+  void prepareChange();
   /// The part of this key as it is now.
   std::optional<PartView> find(const std::string& key) const;
   /// What was done to a part that is there; a record of nothing if this is the first change.
   PartChange& change(const model::PartName& name);
   void putNew(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
-  /// The documents of the file, read once more when they are first changed.
   ContentTypesDocument& editContentTypes();
   RelationshipsDocument& editRelationships(const model::PartName* source);
-  /// The list of content types as it is now, changed or not.
+  /// The documents of the package as they are now, changed or not; read once more before the first change.
   ContentTypesDocument& contentTypes();
+  RelationshipsDocument& packageRelationships();
   const std::shared_ptr<zip::SpoolStorage>& spoolStorage();
   /// Raises if there is "/a" and this is "/a/b", or the other way round (ECMA-376 part 2, part naming).
   void checkIsNotDerived(const model::PartName& name);
@@ -149,10 +153,11 @@ class OpenPackage {
   std::uint64_t creations_ = 0;
   // By key. Never erased from, so that views and keys stay valid.
   boost::unordered_map<std::string, PartChange, fl::i18n::TextHash, std::equal_to<>> changes_;
-  // Nothing as long as the documents of the file hold.
+  // Nothing before the first change, until when the documents of the file hold.
   std::optional<ContentTypesDocument> contentTypes_;
   bool areContentTypesChanged_ = false;
   std::optional<RelationshipsDocument> relationships_;
+  bool areRelationshipsChanged_ = false;
   // Relationship parts without a part, now that a part of that name was created.
   std::vector<EntryIndex> droppedOrphans_;
   // Of the package's relationships, in their order where targets are equal; only once somebody asks by

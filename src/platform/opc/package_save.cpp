@@ -48,7 +48,9 @@ class OpenPackage::SavePlan {
     // comes last.
     for (const PartChange* change : changesInOrder()) planPart(*change);
     for (const EntryIndex orphan : package.droppedOrphans_) leaveOut(orphan);
-    if (package.relationships_) putRelationships(*package.relationships_, index().relationshipsEntry());
+    if (package.areRelationshipsChanged_) {
+      putRelationships(*package.relationships_, index().relationshipsEntry());
+    }
     planContentTypes();
     checkRelationshipBytes();
     checkTwins();

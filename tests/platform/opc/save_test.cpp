@@ -94,6 +94,27 @@ const std::string kDescribed = "description: a < b & \u00F6\n";
 
 void describe(Package& package) { package.setCoreProperty(CoreProperty::Description, u"a < b & \u00F6"); }
 
+TEST_F(Saving, NothingIsLeftHalfDoneWhenTheFileCannotBeReadAnyMore) {
+  writeForeignPackage(path_);
+  const std::string before = folder_.read("p.zip");
+  int failures = 0;
+  for (std::string raised = "at first"; !raised.empty(); failures += raised.empty() ? 0 : 1) {
+    Package package(folder_.wide("p.zip"));
+    package.open(OpenMode::Modify);
+    support::SystemCalls calls;
+    calls.readsLeft = failures;
+    raised = ruleOf([&] {
+      package.deletePart(PartName(u"/b.txt"));
+      package.deleteRelationship("rId1");
+    });
+    calls.readsLeft = -1;
+    package.close();
+    EXPECT_TRUE(raised.empty() || folder_.read("p.zip") == before) << raised << " of read " << failures;
+  }
+  EXPECT_GE(failures, 2) << "the content types, and the relationships";
+  EXPECT_NE(folder_.read("p.zip"), before);
+}
+
 const std::pair<Work, std::string> kSaves[] = {
     // A part and a link to it instead of another.
     {[](Package& package) {

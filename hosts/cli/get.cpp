@@ -40,12 +40,16 @@ using foundation::core::except::except_with_causes;
 using foundation::core::except::raise;
 using Texts = std::vector<std::u16string>;
 
-/// Raises tavlox_io:general:InvalidOutputPath, as the module does, with the system's reason as the cause.
-/// `error` is an errno.
+/// Raises tavlox_io:general:InvalidOutputPath, as the module does, with the reason as the cause.
+[[noreturn]] void raiseNotWritten(const std::u16string& path, const std::u16string& reason,
+                                  fl::i18n::MessageId<2> failure = "fl:filesystem:ReplaceFailed") {
+  const fs::Error cause(failure, {path, reason});
+  throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path}, {cause});
+}
+/// With the system's words for an errno.
 [[noreturn]] void raiseNotWritten(const std::u16string& path, int error,
                                   fl::i18n::MessageId<2> failure = "fl:filesystem:ReplaceFailed") {
-  const fs::Error reason(failure, {path, fl::i18n::to_ustring(fs::systemReason(error))});
-  throw except_with_causes("tavlox_io:general:InvalidOutputPath", {path}, {reason});
+  raiseNotWritten(path, fl::i18n::to_ustring(fs::systemReason(error)), failure);
 }
 
 /// The folder that the files go below. A link given as the folder is followed; below it none is. Folders that
@@ -250,7 +254,7 @@ class Extraction {
       if (!found) continue;
       (S_ISLNK(found->status.st_mode) ? links : taken).insert(found->path);
       const bool isPackage = found->status.st_dev == package.st_dev && found->status.st_ino == package.st_ino;
-      if (isPackage) raise("tavlox_io:general:InvalidOutputPath", found->path);
+      if (isPackage) raiseNotWritten(found->path, u"it is the package that is read");
     }
     const auto named = [](const auto& paths) { return namesInMessage({paths.begin(), paths.end()}); };
     if (!links.empty()) raise("tavlox:cli:LinkInOutput", named(links));

@@ -1,10 +1,12 @@
 #include "assets/extract.h"
 
+#include <cerrno>
 #include <fstream>
 #include <map>
 
 #include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
+#include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/streams.h"
 #include "platform/text/conversion.h"
@@ -31,11 +33,20 @@ std::u16string lessTheUserFolder(const std::u16string& target) {
   return target.starts_with(folder) ? fs::make_native_form(target.substr(folder.size())) : std::u16string();
 }
 
+[[noreturn]] void raiseNotReplaced(const std::u16string& path, const std::u16string& reason) {
+  raiseInvalid(path, fs::Error(fl::i18n::MessageId<2>("fl:filesystem:ReplaceFailed"), {path, reason}));
+}
+
+/// With the system's words; asked before another call can change errno.
+[[noreturn]] void raiseSystemsReason(const std::u16string& path) {
+  raiseNotReplaced(path, fl::i18n::to_ustring(fs::systemReason(errno)));
+}
+
 /// A package that is written over while it is read is lost.
 void refusePackageItself(const std::u16string& filePath, const opc::model::Package& package) {
   if (!fs::exists(filePath)) return;
   if (fs::weakly_canonical(filePath) != fs::weakly_canonical(package.path())) return;
-  foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
+  raiseNotReplaced(filePath, u"it is the package that is read");
 }
 
 /// Why a relationship reaches no part.
@@ -114,13 +125,14 @@ std::u16string prepareOutputDirectory(const std::u16string& folder) {
 void writePartToFile(const std::u16string& filePath, const opc::model::Part& part) {
   prepareOutputDirectory(fs::extract_parent_path(filePath));
   std::ofstream file(fl::i18n::to_string(filePath), std::ios::binary | std::ios::trunc);
+  if (!file) raiseSystemsReason(filePath);
   try {
     opc::copyStream(*part.getInputStream(), file, part.getSize());
   } catch (const except_with_causes& failure) {
     raiseInvalid(filePath, failure);
   }
   file.close();
-  if (file.fail()) foundation::core::except::raise("tavlox_io:general:InvalidOutputPath", filePath);
+  if (file.fail()) raiseSystemsReason(filePath);
 }
 
 }  // namespace orra::tavloxio::part

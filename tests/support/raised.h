@@ -31,6 +31,17 @@ std::string raisedBy(const Action& action) {
   return "";
 }
 
+/// The first cause of what `action` raises; "" if there is none.
+template <class Action>
+std::string causeOf(const Action& action) {
+  try {
+    action();
+  } catch (const foundation::core::except::except_with_causes& error) {
+    if (!error.causes().empty()) return describe(error.causes().front());
+  }
+  return "";
+}
+
 /// The identifier alone: the rule that `action` breaks; "" if it raises nothing.
 template <class Action>
 std::string ruleOf(const Action& action) {

@@ -148,6 +148,12 @@ TEST_F(Extracting, OutputPathsThatCannotBeAreNamed) {
   std::filesystem::create_directory_symlink(".", package_.folder().path() / "link");
   EXPECT_EQ(errorOfGetting(u"/fixture.tavlox", "link"), invalid("link/fixture.tavlox"));
   EXPECT_EQ(package_.bytes(), before);
+  // What is in the way is said, and not taken for a full disk.
+  std::filesystem::create_directories(package_.folder().path() / "folder/a.png");
+  EXPECT_EQ(causeOf([&] {
+              call("getFile", {u"a.png", u"OutputPath", onDisk("folder")});
+            }),
+            "fl:filesystem:ReplaceFailed(" + package_.folder().narrow("folder/a.png") + ", Is a directory)");
   package_.corruptEntry(2);  // behind the two documents
   EXPECT_EQ(errorOfGetting(u"/user/a.png", "new"), invalid("new/user/a.png"));
 }

@@ -109,7 +109,7 @@ std::u16string hintAtEntry(const except_with_causes& error, const std::u16string
     const std::u16string name = part->getName().text();
     names.push_back(search.starts_with(u'/') ? name : fs::extract_filename(name));
   }
-  return fl::i18n::didYouMean(search, names);
+  return names.empty() ? u"the package has no entries" : fl::i18n::didYouMean(search, names);
 } catch (const opc::Exception&) {
   // What cannot be read any more has nothing to suggest.
   return {};
@@ -121,6 +121,9 @@ std::u16string hintAtHome(const except_with_causes& error) {
   const std::u16string& path = error.GetArguments().front();
   // "~user" is not looked at: no search knows it.
   if (path != u"~" && !path.starts_with(u"~/")) return {};
+  if (error.GetID() == "tavlox_io:general:EntryDoesNotExist") {
+    return u"in a search \"~\" is the home folder; looked for was " + fs::expand(path);
+  }
   return u"\"~\" is a name like any other here; the path tried is " + fs::absolute(path);
 }
 

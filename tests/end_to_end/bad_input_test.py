@@ -43,6 +43,11 @@ class BadFiles(ProgramTest):
             error = self.error_of(*words)
             self.assertEqual((error["identifier"], error["arguments"]), ("tavlox:general:FileNotFound", ["no"]))
         self.assertIn(f"{self.folder}/~/no", self.error_of("info", "~/no")["hint"])  # a name like any other
+        self.record()
+        home = {"environment": {"HOME": "/home/ada"}}
+        self.assertIn("for was /home/ada/no", self.error_of("get", "s.tavlox", "~/no", **home)["hint"])  # but in searches
+        self.write_package("s.tavlox", {"[Content_Types].xml": CONTENT_TYPES})
+        self.assertIn("no entries", self.error_of("get", "s.tavlox", "/")["hint"])
 
 
 class BadTables(ProgramTest):

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <istream>
 #include <limits>
 #include <streambuf>
@@ -13,8 +14,7 @@
 #include "platform/export_file/data_export_file.h"
 #include "platform/opc/core_properties.h"
 #include "platform/recovery/finding.h"
-#include "platform/repository/json_rows.h"
-#include "platform/repository/obj_ref_array_json.h"
+#include "platform/repository/session_records.h"
 #include "platform/text/conversion.h"
 #include "platform/zip/entry_reader.h"
 #include "platform/zip/limits.h"
@@ -76,25 +76,24 @@ class EntryBuffer : public std::streambuf {
   std::vector<char> block_ = std::vector<char>(std::size_t{64} << 10);
 };
 
-constexpr std::size_t kRunListId = orra::fieldIndex<orra::RunRecord>(orra::strings::IDLower);
-constexpr std::size_t kRunOfSignal = orra::fieldIndex<orra::SignalRecord>("runID");
-constexpr std::size_t kColumnOfSignal = orra::fieldIndex<orra::SignalRecord>("column");
+/// Counts the faults of a list on their way to whoever tells them.
+class Faults {
+ public:
+  Faults(const std::u16string& name, const SessionForm::Tell& tell) : name_(name), tell_(tell) {}
 
-/// Whether nothing was at fault.
-bool auditList(const std::shared_ptr<const InputFile>& file, const Entry& entry, const std::u16string& name,
-               const orra::PartKind& kind, const orra::ObjRefArrayJSON::RowVisitor& visit,
-               const SessionForm::Tell& tell) {
-  // A part may have millions of elements, and a report of them all would be read by nobody.
-  constexpr std::size_t kMostFaults = 1'000;
-  std::size_t faults = 0;
-  EntryBuffer buffer(file, entry);
-  std::istream stream(&buffer);
-  orra::ObjRefArrayJSON(kind).audit(stream, visit, [&](const except_with_causes& fault) {
-    if (faults++ == kMostFaults) raise("recovery:check:MoreFaults", kMostFaults, name);
-    tell(fault);
-  });
-  return faults == 0;
-}
+  bool none() const { return count_ == 0; }
+  void operator()(const except_with_causes& fault) {
+    // A part may have millions of elements, and a report of them all would be read by nobody.
+    constexpr std::size_t kMost = 1'000;
+    if (count_++ == kMost) raise("recovery:check:MoreFaults", kMost, name_);
+    tell_(fault);
+  }
+
+ private:
+  const std::u16string& name_;
+  const SessionForm::Tell& tell_;
+  std::size_t count_ = 0;
+};
 
 /// Counts the cells of a comma-separated table, line by line. A line end in a quoted cell ends no line; lines
 /// without anything in them are passed over.
@@ -253,25 +252,30 @@ void SessionForm::audit(std::u16string_view type, const std::u16string& name, co
 
 void SessionForm::auditRunList(const std::u16string& name, const Entry& entry, const Tell& tell) {
   std::set<std::int32_t> ids;
-  const auto visit = [&](std::size_t, const orra::Row& run) { ids.insert(run.integer(kRunListId)); };
-  const bool isSound = auditList(file_, entry, name, orra::kRunListKind, visit, tell);
+  Faults faults(name, tell);
+  EntryBuffer buffer(file_, entry);
+  std::istream stream(&buffer);
+  orra::auditRuns(stream, [&](std::size_t, const orra::RunRecord& run) { ids.insert(run.id); },
+                  std::ref(faults), {orra::strings::IDLower});
   // The first counts.
-  if (isSound && !runIds_) runIds_ = std::move(ids);
+  if (faults.none() && !runIds_) runIds_ = std::move(ids);
 }
 
 void SessionForm::auditSignals(const std::u16string& number, const std::u16string& name, const Entry& entry,
                                const Tell& tell) {
-  const orra::PartKind& kind = orra::kSignalsPartKind;
   Needs needs{.columns = 1, .lastColumn = 0};
-  const auto visit = [&](std::size_t index, const orra::Row& signal) {
+  const auto visit = [&](std::size_t element, const orra::SignalRecord& signal) {
     ++needs.columns;
-    if (const auto& column = signal[kColumnOfSignal]) {
-      needs.lastColumn = std::max(needs.lastColumn, static_cast<std::uint32_t>(column->get_int64().value()));
-    }
-    if (!runIds_ || (signal[kRunOfSignal] && runIds_->contains(signal.integer(kRunOfSignal)))) return;
-    orra::raiseInvalid(kind, index + 1, "\"runID\" is no run of the run list");
+    needs.lastColumn = std::max(needs.lastColumn, signal.column.value_or(0));
+    if (!runIds_ || runIds_->contains(signal.runID)) return;
+    raise("simulation_data_repository:sdr:InvalidSessionData", orra::kSignalsPartKind.name, element,
+          "\"runID\" is no run of the run list");
   };
-  if (auditList(file_, entry, name, kind, visit, tell)) needs_[number] = needs;
+  Faults faults(name, tell);
+  EntryBuffer buffer(file_, entry);
+  std::istream stream(&buffer);
+  orra::auditSignals(stream, visit, std::ref(faults), {"runID", "column"});
+  if (faults.none()) needs_[number] = needs;
 }
 
 void SessionForm::checkCompression(const Entry& entry) const {

@@ -99,9 +99,6 @@ using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
 /// visited. A byte-order mark is passed over.
 void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow);
 
-/// Called with what is wrong; what it raises ends the reading, unless it is InvalidSessionData.
-using FaultVisitor = std::function<void(const foundation::core::except::except_with_causes& fault)>;
-
 /// As forEachRow, but hands over to `tell` what that would raise, and what the visitor raises as
 /// InvalidSessionData, and goes on behind the element. What is wrong with the array itself, or too large or
 /// too deep, ends the reading, since it is not known then where the next element begins.

@@ -10,10 +10,6 @@
 
 #include "platform/repository/records.h"
 
-namespace foundation::core::except {
-class except_with_causes;
-}
-
 namespace orra {
 
 class Row;
@@ -36,8 +32,6 @@ class ObjRefArrayJSON {
   /// Called with each element's index, from 0, and its members (platform/repository/json_rows.h), which are
   /// valid during the call. What it raises ends the loading.
   using RowVisitor = std::function<void(std::size_t index, const Row& row)>;
-  /// Called with each fault that an audit finds. What it raises ends the audit.
-  using FaultVisitor = std::function<void(const foundation::core::except::except_with_causes& fault)>;
 
   /// An empty array. The kind says which members are known, and what errors call the part.
   explicit ObjRefArrayJSON(const PartKind& kind, Reading reading = Reading::AtOnce);

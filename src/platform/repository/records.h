@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <span>
@@ -10,6 +11,10 @@
 #include <string_view>
 #include <tuple>
 #include <vector>
+
+namespace foundation::core::except {
+class except_with_causes;
+}
 
 /// What a session keeps of its runs and signals. Each field is written down once, by name, in the tables
 /// below; the members of the JSON parts, the columns of the database and what the session writer writes all
@@ -214,6 +219,9 @@ struct SessionLimits {
   int nesting = 128;                                    ///< levels, an array included
 };
 inline constexpr SessionLimits kSessionLimits;
+
+/// Called with one thing that is wrong with a part. What it raises ends the audit.
+using FaultVisitor = std::function<void(const foundation::core::except::except_with_causes& fault)>;
 
 /// A kind of JSON part: what errors call it, and the members that its elements are known to have.
 struct PartKind {

@@ -40,25 +40,38 @@ void take(dom::element json, std::optional<Value>& value) {
   take(json, value.emplace());
 }
 
+/// Makes records of rows, with the fields that are asked for.
 template <class Record>
-void forEachRecord(std::istream& part, const PartKind& kind, const std::function<void(const Record&)>& visit,
-                   FieldNames only) {
-  // By member, since names would be compared for each element.
-  std::array<bool, kMembers<Record>.size()> isWanted;
-  std::ranges::transform(kMembers<Record>, isWanted.begin(), [only](const Member& member) {
-    return only.size() == 0 || std::ranges::find(only, member.name) != only.end();
-  });
-  ObjRefArrayJSON array(kind, ObjRefArrayJSON::Reading::WithRows);
-  array.load(part);
-  array.forEachRow([&](std::size_t, const Row& row) {
+class RecordMaker {
+ public:
+  explicit RecordMaker(FieldNames only) {
+    // By member, since names would be compared for each element.
+    std::ranges::transform(kMembers<Record>, isWanted_.begin(), [only](const Member& member) {
+      return only.size() == 0 || std::ranges::find(only, member.name) != only.end();
+    });
+  }
+
+  Record make(const Row& row) const {
     Record record;
     std::size_t member = 0;
     forEachField(record, [&](std::string_view, auto& value) {
-      if (const Row::Value& found = row[member]; found && isWanted[member]) take(*found, value);
+      if (const Row::Value& found = row[member]; found && isWanted_[member]) take(*found, value);
       ++member;
     });
-    visit(record);
-  });
+    return record;
+  }
+
+ private:
+  std::array<bool, kMembers<Record>.size()> isWanted_;
+};
+
+template <class Record>
+void forEachRecord(std::istream& part, const PartKind& kind, const std::function<void(const Record&)>& visit,
+                   FieldNames only) {
+  const RecordMaker<Record> maker(only);
+  ObjRefArrayJSON array(kind, ObjRefArrayJSON::Reading::WithRows);
+  array.load(part);
+  array.forEachRow([&](std::size_t, const Row& row) { visit(maker.make(row)); });
 }
 
 }  // namespace
@@ -70,6 +83,26 @@ void forEachRun(std::istream& runList, const std::function<void(const RunRecord&
 void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit,
                    FieldNames only) {
   forEachRecord(signalsPart, kSignalsPartKind, visit, only);
+}
+
+void auditRuns(std::istream& runList, const std::function<void(std::size_t, const RunRecord&)>& visit,
+               const FaultVisitor& tell, FieldNames only) {
+  const RecordMaker<RunRecord> maker(only);
+  const auto visitRow = [&](std::size_t index, const Row& row) { visit(index + 1, maker.make(row)); };
+  ObjRefArrayJSON(kRunListKind).audit(runList, visitRow, tell);
+}
+
+void auditSignals(std::istream& signalsPart,
+                  const std::function<void(std::size_t, const SignalRecord&)>& visit,
+                  const FaultVisitor& tell, FieldNames only) {
+  constexpr std::size_t kRun = fieldIndex<SignalRecord>("runID");
+  const RecordMaker<SignalRecord> maker(only);
+  const auto visitRow = [&](std::size_t index, const Row& row) {
+    // Nothing that a record could show: there it would be 0.
+    if (!row[kRun]) raiseInvalid(kSignalsPartKind, index + 1, "\"runID\" is missing");
+    visit(index + 1, maker.make(row));
+  };
+  ObjRefArrayJSON(kSignalsPartKind).audit(signalsPart, visitRow, tell);
 }
 
 }  // namespace orra

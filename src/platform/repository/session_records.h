@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <initializer_list>
 #include <iosfwd>
@@ -18,5 +19,14 @@ void forEachRun(std::istream& runList, const std::function<void(const RunRecord&
                 FieldNames only = {});
 void forEachSignal(std::istream& signalsPart, const std::function<void(const SignalRecord&)>& visit,
                    FieldNames only = {});
+
+/// As the two above, but go on behind an element that is not valid: everything that loading the part would
+/// raise as simulation_data_repository:sdr:InvalidSessionData is handed to `tell`, and what the visitor
+/// raises as that too. Elements count from 1.
+void auditRuns(std::istream& runList, const std::function<void(std::size_t element, const RunRecord&)>& visit,
+               const FaultVisitor& tell, FieldNames only = {});
+void auditSignals(std::istream& signalsPart,
+                  const std::function<void(std::size_t element, const SignalRecord&)>& visit,
+                  const FaultVisitor& tell, FieldNames only = {});
 
 }  // namespace orra

@@ -23,8 +23,8 @@ const TimeUnit* findTimeUnit(std::string_view name);
 struct Heading {
   std::u16string written, name;
   std::optional<std::u16string> unit;
-  /// As sessions call it: "int32", "boolean". Of a text it is known once the last row was read; whole numbers are
-  /// double too, since that a column has no others so far says nothing of what it may hold.
+  /// As sessions call it: "int32", "boolean". Of a text it is known once the last row was read; whole numbers
+  /// are double too, since that a column has no others so far says nothing of what it may hold.
   std::u16string dataType = u"double";
 };
 

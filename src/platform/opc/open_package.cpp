@@ -314,8 +314,9 @@ const std::shared_ptr<zip::SpoolStorage>& OpenPackage::spoolStorage() {
 }
 
 ContentTypesDocument& OpenPackage::editContentTypes() {
-  isChanged_ = areContentTypesChanged_ = true;
-  return contentTypes();
+  ContentTypesDocument& document = contentTypes();
+  isChanged_ = areContentTypesChanged_ = true;  // only now: what cannot be read is not changed
+  return document;
 }
 
 ContentTypesDocument& OpenPackage::contentTypes() {
@@ -332,8 +333,9 @@ RelationshipsDocument& OpenPackage::packageRelationships() {
 
 RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   if (!source) {
+    RelationshipsDocument& document = packageRelationships();
     areRelationshipsChanged_ = true;
-    return packageRelationships();
+    return document;
   }
   const RelationshipsDocument* before = relationships(source);
   PartChange& part = change(*source);

@@ -62,6 +62,8 @@ struct ObjRefArrayJSON::References {
   }
 
   void addClass(std::string_view name) {
+    // Mostly neighbours are of the same class.
+    if (!classOf.empty() && *classOf.back() == name) return classOf.push_back(classOf.back());
     auto known = classNames.find(name);
     if (known == classNames.end()) known = classNames.emplace(name).first;
     classOf.push_back(&*known);

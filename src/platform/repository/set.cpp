@@ -27,11 +27,6 @@ RunId newRunId(std::int32_t inFile) {
   return RunId{last};
 }
 
-/// Appends a reference for each key.
-auto appendTo(boost::ptr_vector<ObjectRef>& references, ObjectManager& manager) {
-  return [&references, &manager](std::int64_t key) { references.push_back(new ObjectRef(&manager, key)); };
-}
-
 }  // namespace
 
 std::size_t FileRunIdHash::operator()(FileRunId run) const noexcept {
@@ -44,6 +39,7 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
   ObjectManager::Tables& tables = manager.tables();
   std::vector<std::pair<FileRunId, RunId>> loaded;
   sql::Transaction transaction(tables.database);
+  Table<RunRecord>::Loading loading(tables.runs);
   ObjRefArrayJSON runs(kRunListKind, ObjRefArrayJSON::Reading::WithRows);
   runs.load(stream);
   runs.forEachRow([&](std::size_t index, const Row& row) {
@@ -51,10 +47,12 @@ void Set::loadRunsFromJSON(ObjectManager& manager, std::istream& stream, RunIdMa
     const RunId run = newRunId(inFile);
     // A run without an order index stands where the run list has it.
     const auto position = static_cast<std::int64_t>(index) + 1;
-    tables.runs.add(keyOf(run), row, {{fieldIndex<RunRecord>("orderIndex"), position}});
+    loading.add(keyOf(run), row, {{fieldIndex<RunRecord>("orderIndex"), position}});
     loaded.emplace_back(FileRunId{inFile}, run);
   });
+  loading.finish();
   transaction.commit();
+  runIds.reserve(runIds.size() + loaded.size());
   for (const auto& [inFile, run] : loaded) {
     tables.loadedRuns.push_back(run);
     runIds[inFile] = run;
@@ -73,17 +71,17 @@ bool Set::lookupSet(RunId run, std::shared_ptr<Set>& result, ObjectManager& mana
 
 void Set::getAllSignals(ObjectManager& manager, SignalQueryType type, RunId run,
                         boost::ptr_vector<ObjectRef>& references) {
-  // Known by their keys alone; no row of a signal is read before one of its fields is asked for.
+  // Known by their keys alone; no signal is read before one of its fields is asked for.
   if (type == SignalQueryType::None) return;
-  manager.tables().signals.forEachKey(signalsOf(run), appendTo(references, manager));
+  const KeyRange keys = signalsOf(run);
+  const std::int64_t last = manager.tables().signals.lastKey(keys);
+  for (std::int64_t key = keys.first; key <= last; ++key) references.push_back(new ObjectRef(&manager, key));
 }
 
 void Set::getAllSignalsByName(ObjectManager& manager, const std::u16string& name, RunId run,
                               boost::ptr_vector<ObjectRef>& references) {
-  // No signal has a name that is not well-formed: loading refuses it.
-  if (!fl::i18n::is_well_formed(name)) return;
-  manager.tables().signals.forEachKeyNamed(fl::i18n::to_string(name), signalsOf(run),
-                                           appendTo(references, manager));
+  manager.tables().signals.forEachKeyNamed(
+      name, signalsOf(run), [&](std::int64_t key) { references.push_back(new ObjectRef(&manager, key)); });
 }
 
 const RunRecord& Set::record() const {

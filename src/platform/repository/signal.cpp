@@ -16,7 +16,8 @@ constexpr std::size_t kRowsPerReport = 65'536;
 /// Adds signals behind those that their runs have.
 class SignalLoader {
  public:
-  SignalLoader(ObjectManager::Tables& tables, const RunIdMap& runIds) : tables_(tables), runIds_(runIds) {}
+  SignalLoader(ObjectManager::Tables& tables, const RunIdMap& runIds)
+      : tables_(tables), loading_(tables.signals), runIds_(runIds) {}
 
   void add(std::size_t index, const Row& row) {
     constexpr std::size_t kRun = fieldIndex<SignalRecord>("runID");
@@ -27,8 +28,9 @@ class SignalLoader {
       current_ = &lastKeyOf(inFile, index);
       currentInFile_ = inFile;
     }
-    tables_.signals.add(++*current_, row);
+    loading_.add(++*current_, row);
   }
+  void finish() { loading_.finish(); }
 
  private:
   /// The key of the run's last signal so far.
@@ -40,12 +42,12 @@ class SignalLoader {
       raiseInvalid(kSignalsPartKind, index + 1, "\"runID\" is no run of the run list");
     }
     // A further part may add to a run that has signals already; its numbering goes on.
-    const auto range = signalsOf(run->second);
-    const std::int64_t last = tables_.signals.lastKey(range).value_or(range.first - 1);
+    const std::int64_t last = tables_.signals.lastKey(signalsOf(run->second));
     return lastKeys_.emplace(inFile, last).first->second;
   }
 
   ObjectManager::Tables& tables_;
+  Table<SignalRecord>::Loading loading_;
   const RunIdMap& runIds_;
   boost::unordered_map<FileRunId, std::int64_t, FileRunIdHash> lastKeys_;
   std::int64_t* current_ = nullptr;  ///< the entry of the run that came last
@@ -63,6 +65,7 @@ void object::loadSignals(ObjectManager& manager, ObjRefArrayJSON& signals, const
     if (index % kRowsPerReport == 0) corvan::reportProgress({u"Loading signals", index});
     loader.add(index, row);
   });
+  loader.finish();
   transaction.commit();
   corvan::reportProgress({u"Loading signals", signals.size(), signals.size()});
 }
@@ -79,9 +82,14 @@ const SignalRecord& Signal::record() const {
 }
 
 std::shared_ptr<Set> Signal::getRun() const {
-  const ObjectRef& reference = getObjectReference();
-  const auto run = static_cast<std::int64_t>(runOfSignal(reference.key()));
-  return std::make_shared<Set>(ObjectRef(reference.getObjectManager(), run));
+  ObjectManager& manager = *getObjectReference().getObjectManager();
+  const auto key = static_cast<std::int64_t>(runOfSignal(getObjectReference().key()));
+  // Signals of one run are mostly asked one after the other.
+  std::shared_ptr<Set>& run = manager.tables().signalRun;
+  if (run == nullptr || run->getObjectReference().key() != key) {
+    run = std::make_shared<Set>(ObjectRef(&manager, key));
+  }
+  return run;
 }
 
 std::vector<std::uint64_t> Signal::getChannel(bool zeroBased) const {

@@ -1,31 +1,34 @@
 #include "platform/repository/table.h"
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstring>
+#include <utility>
 
 #include "platform/repository/json_rows.h"
+#include "platform/text/text_hash.h"
 
-// Rows and records. A row is the key, the name, by which signals are searched, and all other fields packed
-// into one blob: the database is a copy that only this program reads, and a column for each field would take
-// three times as long to write and to read. The field table of records.h says what is packed in which order,
-// so that a field is added in one place. Texts go into the database and come out of it as UTF-8.
+// Batches and records. A row of the database is a batch: its first and its last key, and the records of all
+// keys between them, each as its length and its packed fields. The database is a copy that only this program
+// reads; a row for each record would take twice as long to write and to read, and a column for each field six
+// times. The field table of records.h says what is packed in which order, so that a field is added in one
+// place. Texts are packed as UTF-8.
 namespace orra {
 namespace {
 
 namespace dom = simdjson::dom;
 
-enum Column { kKeyColumn, kNameColumn, kPackedColumn };
-// Enough rows that finding the first of them, and locking the database for it, costs little beside reading
-// them; few enough bytes that they cost no memory.
-constexpr std::size_t kRowsAhead = 256, kBytesAhead = std::size_t{64} << 10;
-constexpr int parameterOf(Column column) { return column + 1; }
+enum Column { kFirstColumn, kLastColumn, kRecordsColumn };
+// Enough records that storing and finding them costs little beside packing them; few enough that who asks for
+// one does not wait for the others.
+constexpr std::size_t kBatchBytes = std::size_t{16} << 10;
 
-template <class Record>
-constexpr std::size_t kName = fieldIndex<Record>("name");
+/// The bytes of a record's length.
+using Length = std::uint32_t;
 
 sql::Database& withTable(sql::Database& database, const std::string& name) {
-  database.execute("CREATE TABLE " + name + " (key INTEGER PRIMARY KEY, name TEXT, fields BLOB)");
+  database.execute("CREATE TABLE " + name + " (first INTEGER PRIMARY KEY, last INTEGER, records BLOB)");
   return database;
 }
 
@@ -88,6 +91,10 @@ void packField(FieldKind kind, const Row::Value& value, std::string& packed) {
   }
 }
 
+std::size_t hashOf(std::u16string_view text) {
+  return fl::i18n::TextHash()({reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});
+}
+
 /// Takes apart what the functions above packed, in their order. Everything is checked although this program
 /// wrote it: the file may have been damaged, and lengths are trusted elsewhere.
 class Unpacker {
@@ -115,7 +122,8 @@ class Unpacker {
   }
   void read(decltype(RunRecord::metadata)& entries) {
     std::array<bool, std::size(kMetadataMembers)> seen{};
-    while (const std::uint64_t packed = number()) {
+    std::size_t count = 0;
+    for (; const std::uint64_t packed = number(); ++count) {
       if (packed > seen.size()) fail();
       const std::string_view name = kMetadataMembers[packed - 1].name;
       seen[packed - 1] = true;
@@ -124,7 +132,7 @@ class Unpacker {
       read(entry->second);
     }
     // The others are those of the run before, whose memory is used again.
-    for (std::size_t i = 0; i < seen.size(); ++i) {
+    for (std::size_t i = 0; i < seen.size() && entries.size() > count; ++i) {
       if (seen[i]) continue;
       if (const auto stale = entries.find(kMetadataMembers[i].name); stale != entries.end())
         entries.erase(stale);
@@ -140,6 +148,7 @@ class Unpacker {
     value.reset();
   }
 
+ private:
   /// Into the text that `value` has; a text that is not well-formed is damage.
   void convert(std::string_view text, std::u16string& value) const {
     try {
@@ -149,7 +158,6 @@ class Unpacker {
     }
   }
 
- private:
   [[noreturn]] void fail() const { database_.failAsCorrupt("a record is not what was written"); }
 
   std::uint64_t number() {
@@ -176,123 +184,136 @@ class Unpacker {
   std::string_view rest_;
 };
 
-void visitKeys(sql::Statement& keys, const std::function<void(std::int64_t)>& visit) {
-  const sql::Statement::ResetAtEnd reset(keys);
-  while (keys.step()) visit(keys.integer(0));
-}
-
 }  // namespace
 
 template <class Record>
 Table<Record>::Table(sql::Database& database, const std::string& name)
     : database_(database),
-      createNameIndex_("CREATE INDEX IF NOT EXISTS " + name + "_names ON " + name + " (name)"),
       insert_(withTable(database, name), "INSERT INTO " + name + " VALUES (?, ?, ?)"),
-      rows_(database, "SELECT * FROM " + name + " WHERE key >= ? ORDER BY key"),
-      lastKey_(database, "SELECT max(key) FROM " + name + " WHERE key BETWEEN ? AND ?"),
-      keys_(database, "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? ORDER BY key"),
-      keysNamed_(database,
-                 "SELECT key FROM " + name + " WHERE key BETWEEN ? AND ? AND name = ? ORDER BY key") {}
+      batchOf_(database, "SELECT * FROM " + name + " WHERE first <= ? ORDER BY first DESC LIMIT 1"),
+      lastKey_(database,
+               "SELECT last FROM " + name + " WHERE first BETWEEN ? AND ? ORDER BY first DESC LIMIT 1"),
+      batches_(database, "SELECT * FROM " + name + " ORDER BY first") {}
 
 template <class Record>
-void Table<Record>::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
-  ahead_.clear();  // this row may belong among them
-  packed_.clear();
+void Table<Record>::Loading::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
+  if (batch_.size() >= kBatchBytes || key != keys_.last + 1) finish();
+  if (batch_.empty()) keys_.first = key;
+  keys_.last = key;
+  const std::size_t begin = batch_.size();
+  batch_.append(sizeof(Length), '\0');
   for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
-    if (field == kName<Record>) continue;
     if (missing && field == missing->field && !row[field]) {
-      packInteger(missing->number, packed_);
+      packInteger(missing->number, batch_);
     } else {
-      packField(kMembers<Record>[field].kind, row[field], packed_);
+      packField(kMembers<Record>[field].kind, row[field], batch_);
     }
   }
-  const Row::Value& name = row[kName<Record>];
-  insert_.bind(parameterOf(kKeyColumn), key);
-  // A missing name is stored as an empty one, so that a search finds it.
-  insert_.bind(parameterOf(kNameColumn), name ? name->get_string().value() : std::string_view());
-  insert_.bindBlob(parameterOf(kPackedColumn), packed_);
-  insert_.execute();
+  // An element is far smaller than what the length can say.
+  const auto length = static_cast<Length>(batch_.size() - begin - sizeof(Length));
+  std::memcpy(batch_.data() + begin, &length, sizeof length);
 }
 
 template <class Record>
-const Record* Table<Record>::find(std::int64_t key) {
-  const bool isSame = key == recordKey_ && recordStretch_ == database_.stretch();
-  if (isSame && database_.isInTransaction()) return &record_;
-  const bool goesOn = key == recordKey_ + 1;
+void Table<Record>::Loading::finish() {
+  if (batch_.empty()) return;
+  // What was read before may be in want of these.
+  table_.last_ = 0;
+  table_.names_.clear();
+  table_.insert_.bind(1, keys_.first).bind(2, keys_.last).bindBlob(3, batch_).execute();
+  batch_.clear();
+}
+
+template <class Record>
+const Record* Table<Record>::read(std::int64_t key) {
   // Half of a record must not be found again.
   recordStretch_ = 0;
-  if (const AheadRow* next = nextAhead(); next == nullptr || next->key != key) {
-    readAhead(key, goesOn ? kRowsAhead : 1);
+  if (!isAhead(key)) {
+    // Let go of at the end: a row that is held locks the database.
+    const sql::Statement::ResetAtEnd reset(batchOf_);
+    if (batchOf_.bind(1, key).step()) takeBatch(batchOf_);
   }
-  // The row that was met may be one further on, where the key that was asked for is missing.
-  if (const AheadRow* next = nextAhead(); next == nullptr || next->key != key) return nullptr;
-  unpackNext();
+  if (!isAhead(key)) return nullptr;
+  while (next_ < key) takeNext();
+  unpack(takeNext());
   recordKey_ = key;
   recordStretch_ = database_.stretch();
   return &record_;
 }
 
 template <class Record>
-void Table<Record>::readAhead(std::int64_t key, std::size_t most) {
-  ahead_.clear();
-  aheadBytes_.clear();
-  unpacked_ = 0;
-  aheadRollbacks_ = database_.rollbacks();
-  // Let go of at the end: a row that is held locks the database.
-  const sql::Statement::ResetAtEnd reset(rows_);
-  rows_.bind(1, key);
-  try {
-    while (ahead_.size() < most && aheadBytes_.size() < kBytesAhead && rows_.step()) {
-      aheadBytes_ += rows_.bytes(kNameColumn);
-      const std::size_t nameEnd = aheadBytes_.size();
-      aheadBytes_ += rows_.bytes(kPackedColumn);
-      ahead_.push_back({rows_.integer(kKeyColumn), nameEnd, aheadBytes_.size()});
-    }
-  } catch (...) {
-    if (ahead_.empty()) throw;
-    aheadBytes_.resize(ahead_.back().end);
+void Table<Record>::takeBatch(sql::Statement& batches) {
+  // Of no use as long as it is not complete.
+  last_ = 0;
+  batch_ = batches.bytes(kRecordsColumn);
+  offset_ = 0;
+  next_ = batches.integer(kFirstColumn);
+  last_ = batches.integer(kLastColumn);
+  batchRollbacks_ = database_.rollbacks();
+}
+
+template <class Record>
+bool Table<Record>::isAhead(std::int64_t key) const {
+  return next_ <= key && key <= last_ && batchRollbacks_ == database_.rollbacks();
+}
+
+template <class Record>
+std::string_view Table<Record>::takeNext() {
+  const std::string_view rest = std::string_view(batch_).substr(offset_);
+  Length length = 0;
+  if (rest.size() >= sizeof length) std::memcpy(&length, rest.data(), sizeof length);
+  if (rest.size() < sizeof length || rest.size() - sizeof length < length) {
+    database_.failAsCorrupt("a batch of records ends too early");
+  }
+  ++next_;
+  offset_ += sizeof length + length;
+  return rest.substr(sizeof length, length);
+}
+
+template <class Record>
+void Table<Record>::unpack(std::string_view packed) {
+  Unpacker unpacker(database_, packed);
+  forEachField(record_, [&](std::string_view, auto& value) { unpacker.read(value); });
+}
+
+template <class Record>
+std::int64_t Table<Record>::lastKey(KeyRange range) {
+  const sql::Statement::ResetAtEnd reset(lastKey_);
+  const bool hasKeys = lastKey_.bind(1, range.first).bind(2, range.last).step();
+  return hasKeys ? lastKey_.integer(0) : range.first - 1;
+}
+
+template <class Record>
+void Table<Record>::forEachKeyNamed(std::u16string_view name, KeyRange range,
+                                    const std::function<void(std::int64_t)>& visit) {
+  const std::size_t hash = hashOf(name);
+  const auto& all = names();
+  for (auto at = std::ranges::lower_bound(all, Name{hash, range.first}); at != all.end(); ++at) {
+    if (at->hash != hash || at->key > range.last) return;
+    // Another name may have the same hash.
+    const Record* const found = find(at->key);
+    if (found != nullptr && textOf(found->name) == name) visit(at->key);
   }
 }
 
 template <class Record>
-auto Table<Record>::nextAhead() const -> const AheadRow* {
-  const bool holds = unpacked_ < ahead_.size() && aheadRollbacks_ == database_.rollbacks();
-  return holds ? &ahead_[unpacked_] : nullptr;
-}
-
-template <class Record>
-void Table<Record>::unpackNext() {
-  const std::size_t begin = unpacked_ == 0 ? 0 : ahead_[unpacked_ - 1].end;
-  const AheadRow& row = ahead_[unpacked_++];
-  const std::string_view bytes(aheadBytes_);
-  Unpacker unpacker(database_, bytes.substr(row.nameEnd, row.end - row.nameEnd));
-  unpacker.convert(bytes.substr(begin, row.nameEnd - begin),
-                   record_.name ? *record_.name : record_.name.emplace());
-  forEachField(record_, [&](std::string_view field, auto& value) {
-    if (field != "name") unpacker.read(value);
-  });
-}
-
-template <class Record>
-std::optional<std::int64_t> Table<Record>::lastKey(KeyRange range) {
-  const sql::Statement::ResetAtEnd reset(lastKey_);
-  lastKey_.bind(1, range.first).bind(2, range.last).step();
-  if (lastKey_.isNull(0)) return std::nullopt;
-  return lastKey_.integer(0);
-}
-
-template <class Record>
-void Table<Record>::forEachKey(KeyRange range, const KeyVisitor& visit) {
-  keys_.bind(1, range.first).bind(2, range.last);
-  visitKeys(keys_, visit);
-}
-
-template <class Record>
-void Table<Record>::forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit) {
-  // Does nothing from the second time on.
-  database_.execute(createNameIndex_);
-  keysNamed_.bind(1, range.first).bind(2, range.last).bind(3, name);
-  visitKeys(keysNamed_, visit);
+auto Table<Record>::names() -> const std::vector<Name>& {
+  if (!names_.empty() && namesRollbacks_ == database_.rollbacks()) return names_;
+  std::vector<Name> names;
+  recordStretch_ = 0;
+  const sql::Statement::ResetAtEnd reset(batches_);
+  while (batches_.step()) {
+    takeBatch(batches_);
+    while (next_ <= last_) {
+      const std::int64_t key = next_;
+      unpack(takeNext());
+      names.push_back({hashOf(textOf(record_.name)), key});
+    }
+  }
+  std::ranges::sort(names);
+  names_ = std::move(names);
+  namesRollbacks_ = database_.rollbacks();
+  return names_;
 }
 
 template class Table<RunRecord>;

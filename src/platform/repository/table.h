@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,57 +25,81 @@ struct KeyRange {
 
 // The tables of the repository. Only the classes of this folder know them: what others see are runs and
 // signals, which read their fields from here.
-/// The records of one kind in a database, each in one row.
+/// The records of one kind in a database. Those of neighbouring keys lie together in batches, each a row of
+/// the database: many records then cost it as little as one.
 template <class Record>
 class Table {
  public:
   /// Creates the table in a database that does not have it.
   Table(sql::Database& database, const std::string& name);
 
-  /// A number that stands for a field that the row does not have.
+  /// A number that stands for a field that the record does not have.
   struct Default {
     std::size_t field;
     std::int64_t number;
   };
-  /// Stores the members of a checked element under a key that is not taken. Raises the database's failures.
-  void add(std::int64_t key, const Row& row, std::optional<Default> missing = {});
+
+  /// Stores records, in a transaction that begins before it and ends behind it.
+  class Loading {
+   public:
+    explicit Loading(Table& table) : table_(table) {}
+
+    /// Takes the members of a checked element under a key that is not taken. Raises the database's failures.
+    void add(std::int64_t key, const Row& row, std::optional<Default> missing = {});
+    /// Stores what is left. Without it the last records are not in the table.
+    void finish();
+
+   private:
+    Table& table_;
+    std::string batch_;       ///< the packed records that are not stored yet
+    KeyRange keys_ = {1, 0};  ///< of them
+  };
 
   /// The whole record, null if there is none. Valid until the next call. Asking for the one that was read
   /// last costs nothing in the same transaction. Whoever asks for one record after the other, in however many
-  /// transactions, gets them from memory: some are read ahead, so that the database is not locked and
-  /// searched for each. Any other record, also one that was read before, is read from the database.
-  const Record* find(std::int64_t key);
+  /// transactions, gets those of a batch from memory, so that the database is not locked and searched for
+  /// each. Any other record, also one that was read before, is read from the database.
+  const Record* find(std::int64_t key) {
+    const bool isSame = key == recordKey_ && recordStretch_ == database_.stretch();
+    return isSame && database_.isInTransaction() ? &record_ : read(key);
+  }
 
-  using KeyVisitor = std::function<void(std::int64_t key)>;
-  /// The highest key in the range; nothing if there is none.
-  std::optional<std::int64_t> lastKey(KeyRange range);
-  /// In ascending order.
-  void forEachKey(KeyRange range, const KeyVisitor& visit);
-  /// `name` is UTF-8. The first search builds the index of names, so that loading need not keep it up.
-  void forEachKeyNamed(std::string_view name, KeyRange range, const KeyVisitor& visit);
+  /// The highest key in the range; the one before it if there is none.
+  std::int64_t lastKey(KeyRange range);
+
+  /// Visits the records of exactly this name by ascending keys. The first search reads all names, of which 16
+  /// bytes each stay in memory.
+  void forEachKeyNamed(std::u16string_view name, KeyRange range,
+                       const std::function<void(std::int64_t key)>& visit);
 
  private:
-  /// A row that was read ahead: where its name and its packed fields end in aheadBytes_.
-  struct AheadRow {
+  /// A name by its hash.
+  struct Name {
+    std::size_t hash;
     std::int64_t key;
-    std::size_t nameEnd, end;
+    auto operator<=>(const Name&) const = default;
   };
 
-  /// The first row from `key` on and up to `most` in all. The ones behind the first are left out where they
-  /// cannot be read: that is said when it is their turn.
-  void readAhead(std::int64_t key, std::size_t most);
-  /// The next row of those that were read ahead; null if there is none that still holds.
-  const AheadRow* nextAhead() const;
-  void unpackNext();
+  const Record* read(std::int64_t key);
+  /// The row that the statement is on becomes the batch that records are taken from.
+  void takeBatch(sql::Statement& batches);
+  /// Whether the batch holds the record, not yet taken, and the database still does.
+  bool isAhead(std::int64_t key) const;
+  /// The packed fields of the next record of the batch.
+  std::string_view takeNext();
+  void unpack(std::string_view packed);
+  /// All names, sorted.
+  const std::vector<Name>& names();
 
   sql::Database& database_;
-  std::string createNameIndex_;
-  sql::Statement insert_, rows_, lastKey_, keys_, keysNamed_;
-  std::string packed_;  ///< the fields of the row that is inserted
-  std::string aheadBytes_;
-  std::vector<AheadRow> ahead_;
-  std::size_t unpacked_ = 0;          ///< of the rows ahead
-  std::uint64_t aheadRollbacks_ = 0;  ///< of the database when they were read
+  sql::Statement insert_, batchOf_, lastKey_, batches_;
+  // The batch that was read last, of which the records from `next_` on are still to be taken.
+  std::string batch_;
+  std::size_t offset_ = 0;
+  std::int64_t next_ = 1, last_ = 0;
+  std::uint64_t batchRollbacks_ = 0;  ///< of the database when it was read
+  std::vector<Name> names_;           ///< empty as long as nobody searched
+  std::uint64_t namesRollbacks_ = 0;  ///< likewise
   Record record_;
   std::int64_t recordKey_ = 0;
   std::uint64_t recordStretch_ = 0;  ///< of the database when it was read; 0 if it was read in part
@@ -83,8 +109,7 @@ extern template class Table<RunRecord>;
 extern template class Table<SignalRecord>;
 
 /// The keys that a run's signals can have: the run in the upper half, below it the signal's position among
-/// the run's signals, from 1 in the order of loading. One run's rows are therefore neighbours, and need no
-/// index.
+/// the run's signals, from 1 in the order of loading. So one run's signals are neighbours, without a gap.
 constexpr KeyRange signalsOf(RunId run) {
   const std::int64_t upper = static_cast<std::int64_t>(run) << 32;
   return {upper + 1, upper + std::numeric_limits<std::uint32_t>::max()};
@@ -98,9 +123,10 @@ struct ObjectManager::Tables {
 
   DatabaseFile file;
   sql::Database database;
-  Table<RunRecord> runs;          ///< by repository identifier
-  std::vector<RunId> loadedRuns;  ///< those of `runs`, in ascending order
-  Table<SignalRecord> signals;    ///< see signalsOf
+  Table<RunRecord> runs;           ///< by repository identifier
+  std::vector<RunId> loadedRuns;   ///< those of `runs`, in ascending order
+  Table<SignalRecord> signals;     ///< see signalsOf
+  std::shared_ptr<Set> signalRun;  ///< the run of the signal whose run was asked for last, or null
 };
 
 }  // namespace orra

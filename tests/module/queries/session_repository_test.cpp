@@ -15,9 +15,9 @@ TEST_F(Queries, AFileIsLoadedOnceAndAgainWhenItChanges) {
   allSignals();
   const auto before = databases();
   ASSERT_EQ(before.size(), 1u);
-  // What only the database has shows whether the file is loaded again.
-  const OtherConnection other(*before.begin(), "UPDATE runs SET name = 'changed in the database'");
-  EXPECT_EQ(run(7).fieldAt(0, u"Name").text(), u"changed in the database");
+  // What only the database lacks shows whether the file is loaded again.
+  const OtherConnection other(*before.begin(), "DELETE FROM runs");
+  EXPECT_EQ(raisedBy([&] { run(7); }), "simulation_data_repository:sdr:NoSuchRun()");
   rewrite(support::fillTwoRuns);
   EXPECT_EQ(run(7).fieldAt(0, u"Name").text(), u"");
   EXPECT_EQ(databases().size(), 1u) << "the old one is removed";

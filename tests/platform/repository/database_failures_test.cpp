@@ -71,11 +71,14 @@ TEST(DatabaseFailures, LockedByASecondConnection) {
 }
 
 TEST(DatabaseFailures, DamagedFiles) {
+  static constexpr char kIllFormedName[] =
+      "UPDATE signals SET records = CAST(substr(records, 1, 999) || x'FF' || substr(records, 1001) AS BLOB)";
   const std::pair<const char*, void (*)(const fs::path&)> kDamages[] = {
       {"no database any more", [](const fs::path& file) { overwrite(file, 0, 4096); }},
       {"rows", [](const fs::path& file) { overwrite(file, 4096 * 3, 4096 * 100); }},
-      {"a text that is not well-formed",
-       [](const fs::path& file) { OtherConnection(file, "UPDATE signals SET name = CAST(x'FF' AS TEXT)"); }},
+      {"a text that is not well-formed", [](const fs::path& file) { OtherConnection(file, kIllFormedName); }},
+      {"a batch that is cut off",
+       [](const fs::path& file) { OtherConnection(file, "UPDATE signals SET records = zeroblob(2)"); }},
   };
   for (const auto& [what, damage] : kDamages) {
     LoadedRepository session;

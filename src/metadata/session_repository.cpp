@@ -21,6 +21,8 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
   RunIdMap loaded;
   std::vector<RunId> newRuns;
   Set::loadRunsFromJSON(manager, runList, loaded, newRuns, Application::SessionFile);
+  // Entries of an earlier load stay, and mostly there was none.
+  if (runIdMap.empty()) runIdMap.swap(loaded);
   for (const auto& [inFile, run] : loaded) runIdMap[inFile] = run;
 
   for (auto& found : findPartsByRelationshipType(ref, relationship_types::kSignalsData)) {

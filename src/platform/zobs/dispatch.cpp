@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <optional>
 
 #include "platform/errors/exceptions.h"
 
@@ -19,58 +18,57 @@ using corvan::ArrayKind;
 using corvan::HostArray;
 using foundation::core::except::raise;
 
-/// An input converted to a type of the signature; nothing if it can be neither taken nor converted.
-using Converted = std::optional<Value>;
+// Each makes an input one of its type where it is not yet, and tells whether it is one then.
 
-Converted toUnicodeString(const Value& input) {
-  if (std::holds_alternative<std::u16string>(input)) return input;
+bool toUnicodeString(Value& input) {
+  if (std::holds_alternative<std::u16string>(input)) return true;
   const auto* const array = std::get_if<HostArray>(&input);
   // Several rows would run into one another column by column. The empty text may have no row at all (0×0).
-  if (array == nullptr || array->kind() != ArrayKind::Char || array->rows() > 1) return {};
-  return std::u16string(array->text());
+  if (array == nullptr || array->kind() != ArrayKind::Char || array->rows() > 1) return false;
+  input = std::u16string(array->text());
+  return true;
 }
 
-Converted toAny(const Value& input) {
-  if (std::holds_alternative<HostArray>(input)) return input;
-  if (const auto* const text = std::get_if<std::u16string>(&input)) return HostArray::charRow(*text);
-  return {};
+bool toAny(Value& input) {
+  if (const auto* const text = std::get_if<std::u16string>(&input)) input = HostArray::charRow(*text);
+  return std::holds_alternative<HostArray>(input);
 }
 
-Converted toInt32Scalar(const Value& input) {
+bool toInt32Scalar(Value& input) {
   const auto* const array = std::get_if<HostArray>(&input);
-  if (array == nullptr || !array->isNumeric() || !array->isScalar()) return {};
+  if (array == nullptr || !array->isNumeric() || !array->isScalar()) return false;
   const double number = array->scalarAsDouble();
   using Limits = std::numeric_limits<std::int32_t>;
   // A number that would have to be rounded or cut to size is more likely a mistake than meant. NaN compares
   // false.
-  if (!(number >= Limits::min() && number <= Limits::max()) || number != std::trunc(number)) return {};
-  return HostArray::int32Scalar(static_cast<std::int32_t>(number));
+  if (!(number >= Limits::min() && number <= Limits::max()) || number != std::trunc(number)) return false;
+  input = HostArray::int32Scalar(static_cast<std::int32_t>(number));
+  return true;
 }
 
-Converted toLogicalScalar(const Value& input) {
+bool toLogicalScalar(Value& input) {
   const auto* const array = std::get_if<HostArray>(&input);
-  if (array == nullptr || !array->isScalar()) return {};
-  if (array->kind() == ArrayKind::Logical) return input;
+  if (array == nullptr || !array->isScalar()) return false;
+  if (array->kind() == ArrayKind::Logical) return true;
   // Every number but 0 is true; NaN is neither true nor false.
-  if (!array->isNumeric() || std::isnan(array->scalarAsDouble())) return {};
-  return HostArray::logicalScalar(array->scalarAsDouble() != 0);
+  if (!array->isNumeric() || std::isnan(array->scalarAsDouble())) return false;
+  input = HostArray::logicalScalar(array->scalarAsDouble() != 0);
+  return true;
 }
 
 /// Classes do not inherit from one another here, so an object fits its own class only.
-Converted toObjectOf(const std::string& className, const Value& input) {
+bool isObjectOf(const std::string& className, const Value& input) {
   const auto* const object = std::get_if<COSInterfacePointer>(&input);
-  if (object == nullptr || !*object) return {};
-  if ((*object)->getClass().getIdentifier().text() != className) return {};
-  return input;
+  return object != nullptr && *object && (*object)->getClass().getIdentifier().text() == className;
 }
 
 /// A type that is none of the four names below is taken for the dotted name of a class.
-Converted convert(const std::string& type, const Value& input) {
+bool convert(const std::string& type, Value& input) {
   if (type == "unicodeString") return toUnicodeString(input);
   if (type == "any") return toAny(input);
   if (type == "int32 scalar") return toInt32Scalar(input);
   if (type == "logical scalar") return toLogicalScalar(input);
-  return toObjectOf(type, input);
+  return isObjectOf(type, input);
 }
 
 /// What the input is, for a message: its type, or size and class of a host value.
@@ -93,12 +91,9 @@ std::vector<Value> convertInputs(const COSMethodInfo& method, std::vector<Value>
     raise("Corvan:ObjectSystem:WrongInputCount", signatureText(method), inputs.size());
   }
   for (std::size_t i = 0; i < inputs.size(); ++i) {
-    Converted converted = convert(types[i].text(), inputs[i]);
-    if (!converted) {
-      raise("Corvan:ObjectSystem:WrongInputType", signatureText(method), i + 1, types[i].text(),
-            describe(inputs[i]));
-    }
-    inputs[i] = std::move(*converted);
+    if (convert(types[i].text(), inputs[i])) continue;
+    raise("Corvan:ObjectSystem:WrongInputType", signatureText(method), i + 1, types[i].text(),
+          describe(inputs[i]));
   }
   // Inputs that were left out stay left out: methods see from the count which ones they were given.
   return inputs;
@@ -115,9 +110,12 @@ DottedName splitDotted(std::string_view name) {
   return {name.substr(0, dot), name.substr(dot + 1)};
 }
 
-/// Asked after the name was found: what is not public is still distinguished from what does not exist.
-void requirePublic(int access, const std::string& dottedName) {
-  if (access != kPublicAccess) raise("Corvan:ObjectSystem:MemberIsNotPublic", dottedName);
+/// Asked after the name was found: what is not public is still distinguished from what does not exist. The
+/// member's name is empty for a class itself.
+void requirePublic(int access, std::string_view holder, std::string_view member = {}) {
+  if (access == kPublicAccess) return;
+  const std::string dot = member.empty() ? "" : ".";
+  raise("Corvan:ObjectSystem:MemberIsNotPublic", std::string(holder) + dot + std::string(member));
 }
 
 /// Runs a method or function whose access was asked already.
@@ -199,7 +197,7 @@ COSInterfacePointer construct(COSClient& client, COSClass& objectClass, std::vec
 Value getProperty(const COSInterfacePointer& object, std::string_view name) {
   const COSProperty& property = propertyOf(object, name);
   COSClass& objectClass = object->getClass();
-  requirePublic(property.access.get, objectClass.getIdentifier().text() + "." + property.name.text());
+  requirePublic(property.access.get, objectClass.getIdentifier().text(), property.name.text());
   return property.getter(object->getInstanceData(objectClass.getIdentifier()));
 }
 
@@ -216,7 +214,7 @@ std::vector<Value> callMethod(COSClient& client, const COSInterfacePointer& obje
   const std::string& className = objectClass.getIdentifier().text();
   COSMethodInfo* const method = objectClass.findMethod(name);
   if (method == nullptr) raise("Corvan:ObjectSystem:NoSuchMethod", className, name);
-  requirePublic(method->getMemberAccess(), className + "." + nameOf(*method));
+  requirePublic(method->getMemberAccess(), className, nameOf(*method));
   // The call has a reference of its own: the object lives until it ends, even if the host drops its own
   // before.
   furtherInputs.insert(furtherInputs.begin(), object);
@@ -229,7 +227,7 @@ std::vector<Value> callFunction(COSClient& client, std::string_view dottedName, 
   COSNamespace* const found = COSNamespace::getNamespace(holder);
   COSFunction* const function = found != nullptr ? found->findFunction(member) : nullptr;
   if (function == nullptr) raise("Corvan:ObjectSystem:NoSuchFunction", dottedName);
-  requirePublic(function->access.get, std::string(dottedName));
+  requirePublic(function->access.get, dottedName);
   return invoke(client, *function->info, std::move(inputs), requestedOutputs);
 }
 

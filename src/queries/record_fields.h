@@ -26,26 +26,20 @@ inline void runTransaction(ObjectManager& manager, const boost::function<void()>
 /// share it.
 class FieldTexts {
  public:
-  /// The pool is that of all fields, and must outlive this.
-  explicit FieldTexts(corvan::TextPool& pool) : pool_(&pool) {}
-
   const corvan::HostArray& value(std::u16string_view text) {
     const std::u16string_view last = last_.text();
     const bool isSame = last.size() == text.size() &&
                         std::memcmp(last.data(), text.data(), text.size() * sizeof(char16_t)) == 0;
-    if (!isSame) last_ = pool_->charRow(text);
+    if (!isSame) last_ = pool->charRow(text);
     return last_;
   }
   // Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
-  const corvan::HostArray& value(std::string_view narrow) {
-    fl::i18n::to_ustring(narrow, converted_);
-    return value(converted_);
-  }
+  const corvan::HostArray& value(std::string_view narrow) { return value(fl::i18n::to_ustring(narrow)); }
+
+  corvan::TextPool* pool;  ///< that of all fields
 
  private:
-  corvan::TextPool* pool_;
   corvan::HostArray last_ = corvan::HostArray::charRow({});
-  std::u16string converted_;
 };
 
 /// One field of a record: its name, and how its value is read from the repository's object. That is a plain
@@ -57,8 +51,8 @@ struct RecordField {
 };
 
 /// A 1×count structure array with the fields in the order of the table.
-template <class Object>
-corvan::HostArray makeRecords(std::span<const RecordField<Object>> fields, std::size_t count) {
+template <class Object, std::size_t Count>
+corvan::HostArray makeRecords(const RecordField<Object> (&fields)[Count], std::size_t count) {
   // All fields exist from the start. A reader that fails leaves no record at all, never one with fields
   // missing.
   std::vector<std::u16string_view> names;
@@ -67,16 +61,16 @@ corvan::HostArray makeRecords(std::span<const RecordField<Object>> fields, std::
 }
 
 /// Fills the elements from as many objects, element by element: the repository reads one object at a time.
-template <class Object>
-void fillRecords(corvan::HostArray& records, std::span<const RecordField<Object>> fields,
+template <class Object, std::size_t Count>
+void fillRecords(corvan::HostArray& records, const RecordField<Object> (&fields)[Count],
                  std::span<const Object> objects) {
   corvan::TextPool pool;
-  std::vector<FieldTexts> texts(fields.size(), FieldTexts(pool));
-  std::vector<std::span<corvan::HostArray>> columns;
-  for (std::size_t field = 0; field < fields.size(); ++field) columns.push_back(records.fieldValues(field));
+  FieldTexts texts[Count];
+  for (FieldTexts& ofField : texts) ofField.pool = &pool;
+  const std::span<corvan::HostArray> values = records.fieldValues();
   for (std::size_t index = 0; index < objects.size(); ++index) {
-    for (std::size_t field = 0; field < fields.size(); ++field) {
-      columns[field][index] = fields[field].read(objects[index], texts[field]);
+    for (std::size_t field = 0; field < Count; ++field) {
+      values[field * objects.size() + index] = fields[field].read(objects[index], texts[field]);
     }
   }
 }

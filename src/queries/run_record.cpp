@@ -90,12 +90,11 @@ FileRunId toRunIdentifier(const HostArray& value) {
 HostArray runRecord(MetadataCache& cache, FileRunId run) {
   // Fails for an unknown run before anything is made.
   const std::shared_ptr<Set> set = cache.lookupRun(run);
-  const std::span<const RecordField<Set>> fields(kFields);
   // Made once: a copy of the empty record shares its field names.
-  static const HostArray emptyRecord = makeRecords(fields, 1);
+  static const HostArray emptyRecord = makeRecords(kFields, 1);
   HostArray record = emptyRecord;
   runTransaction(*set->getObjectReference().getObjectManager(),
-                 [&] { fillRecords(record, fields, std::span<const Set>(set.get(), 1)); });
+                 [&] { fillRecords(record, kFields, std::span<const Set>(set.get(), 1)); });
   record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;
 }

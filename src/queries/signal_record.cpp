@@ -84,12 +84,11 @@ const RecordField<Signal> kFields[] = {
 HostArray signalRecords(const std::function<Signals()>& query) {
   // The query may have transactions of its own; this one covers the reading of all fields.
   const Signals signals = query();
-  const std::span<const RecordField<Signal>> fields(kFields);
-  HostArray records = makeRecords(fields, signals.size());
+  HostArray records = makeRecords(kFields, signals.size());
   // Without a signal there is no repository to ask.
   if (signals.empty()) return records;
   runTransaction(*signals.front().getObjectReference().getObjectManager(),
-                 [&] { fillRecords(records, fields, std::span<const Signal>(signals)); });
+                 [&] { fillRecords(records, kFields, std::span<const Signal>(signals)); });
   return records;
 }
 

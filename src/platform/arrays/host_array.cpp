@@ -189,18 +189,8 @@ HostArray HostArray::numeric(NumericClass numericClass, std::size_t rows, std::s
   return HostArray(ArrayKind::Numeric, numericClass, rows, columns);
 }
 
-HostArray HostArray::int32Scalar(std::int32_t value) { return int32Row(std::span(&value, 1)); }
-
 HostArray HostArray::int32Row(std::span<const std::int32_t> values) {
   return filled(numeric(NumericClass::Int32, 1, values.size()), values);
-}
-
-HostArray HostArray::doubleScalar(double value) {
-  return filled(numeric(NumericClass::Double, 1, 1), std::span<const double>(&value, 1));
-}
-
-HostArray HostArray::logicalScalar(bool value) {
-  return filled(HostArray(ArrayKind::Logical, NumericClass::Double, 1, 1), std::span<const bool>(&value, 1));
 }
 
 HostArray HostArray::charRow(std::u16string_view text) {
@@ -236,21 +226,14 @@ std::string_view HostArray::className() const {
   return isNumeric() ? nameOf(numericClass_) : kKindNames[static_cast<std::size_t>(kind_)];
 }
 
-std::size_t HostArray::rows() const {
-  if (rows_ == kInPool) return 1;
-  return isInBlock() ? block()->rows : rows_;
-}
+std::size_t HostArray::rowsOfBlock() const noexcept { return rows_ == kInPool ? 1 : block()->rows; }
 
-std::size_t HostArray::columns() const {
-  if (rows_ == kInPool) {
-    std::uint32_t length = 0;
-    std::memcpy(&length, pooled(), sizeof length);
-    return length;
-  }
-  return isInBlock() ? block()->columns : columns_;
+std::size_t HostArray::columnsOfBlock() const noexcept {
+  if (rows_ != kInPool) return block()->columns;
+  std::uint32_t length = 0;
+  std::memcpy(&length, pooled(), sizeof length);
+  return length;
 }
-
-std::size_t HostArray::elementCount() const { return rows() * columns(); }
 
 double HostArray::scalarAsDouble() const {
   // For these two this always raises: the message says that a number is needed.
@@ -259,11 +242,6 @@ double HostArray::scalarAsDouble() const {
   if (kind_ == ArrayKind::Char) return text().front();
   if (kind_ == ArrayKind::Logical) return values<bool>().front() ? 1 : 0;
   return forType(numericClass_, []<class T>() { return &firstAsDouble<T>; })(elements());
-}
-
-std::u16string_view HostArray::text() const {
-  requireKind(ArrayKind::Char);
-  return {reinterpret_cast<const char16_t*>(elements()), elementCount()};
 }
 
 const HostArray& HostArray::cellAt(std::size_t index) const {
@@ -305,11 +283,10 @@ void HostArray::setField(std::size_t index, std::size_t field, HostArray value) 
   static_cast<StructureBlock*>(block())->values[field * elementCount() + index] = std::move(value);
 }
 
-std::span<HostArray> HostArray::fieldValues(std::size_t field) {
-  if (field >= structures().names->size()) raise("Corvan:Arrays:NoSuchField", field);
+std::span<HostArray> HostArray::fieldValues() {
+  requireKind(ArrayKind::Struct);
   unshare();
-  return std::span(static_cast<StructureBlock*>(block())->values)
-      .subspan(field * elementCount(), elementCount());
+  return static_cast<StructureBlock*>(block())->values;
 }
 
 std::span<const HostArray> HostArray::fieldValues(std::size_t field) const {
@@ -342,9 +319,9 @@ void HostArray::unshare() {
   shared->release();
 }
 
-const std::byte* HostArray::elements() const {
+const std::byte* HostArray::elementsOfBlock() const noexcept {
   if (rows_ == kInPool) return pooled() + sizeof(std::uint32_t);
-  return isInBlock() ? static_cast<const ElementBlock*>(block())->elements() : data_;
+  return static_cast<const ElementBlock*>(block())->elements();
 }
 
 // Not for texts of a pool: char arrays are not written to once they are made.
@@ -397,9 +374,8 @@ HostArray TextPool::charRow(std::u16string_view text) {
   return row;
 }
 
-void HostArray::requireKind(ArrayKind kind) const {
-  if (kind_ != kind)
-    raise("Corvan:Arrays:WrongClass", className(), kKindNames[static_cast<std::size_t>(kind)]);
+void HostArray::raiseOtherKind(ArrayKind kind) const {
+  raise("Corvan:Arrays:WrongClass", className(), kKindNames[static_cast<std::size_t>(kind)]);
 }
 
 void HostArray::requireClass(NumericClass numericClass) const {

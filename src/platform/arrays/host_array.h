@@ -70,10 +70,16 @@ class HostArray {
 
   /// Zero-filled.
   static HostArray numeric(NumericClass numericClass, std::size_t rows, std::size_t columns);
-  static HostArray int32Scalar(std::int32_t value);
+  static HostArray int32Scalar(std::int32_t value) {
+    return scalar(ArrayKind::Numeric, NumericClass::Int32, value);
+  }
   static HostArray int32Row(std::span<const std::int32_t> values);
-  static HostArray doubleScalar(double value);
-  static HostArray logicalScalar(bool value);
+  static HostArray doubleScalar(double value) {
+    return scalar(ArrayKind::Numeric, NumericClass::Double, value);
+  }
+  static HostArray logicalScalar(bool value) {
+    return scalar(ArrayKind::Logical, NumericClass::Double, value);
+  }
   /// 1×N, N the number of code units, which are taken as they are: a lone surrogate is no error.
   static HostArray charRow(std::u16string_view text);
   /// Every cell is the empty double.
@@ -110,10 +116,10 @@ class HostArray {
   NumericClass numericClass() const;
   /// What the host calls the class: "double", "logical", "char", "cell", "struct".
   std::string_view className() const;
-  std::size_t rows() const;
-  std::size_t columns() const;
+  std::size_t rows() const { return isInBlock() ? rowsOfBlock() : rows_; }
+  std::size_t columns() const { return isInBlock() ? columnsOfBlock() : columns_; }
   /// Rows times columns; code units for a char array.
-  std::size_t elementCount() const;
+  std::size_t elementCount() const { return rows() * columns(); }
   bool isEmpty() const { return elementCount() == 0; }
   bool isScalar() const { return elementCount() == 1; }
   bool isNumeric() const { return kind() == ArrayKind::Numeric; }
@@ -122,7 +128,10 @@ class HostArray {
   /// 64-bit integer is rounded where a double cannot hold it.
   double scalarAsDouble() const;
   /// The code units of a char array. Valid while this array stays where it is, unchanged.
-  std::u16string_view text() const;
+  std::u16string_view text() const {
+    requireKind(ArrayKind::Char);
+    return {reinterpret_cast<const char16_t*>(elements()), elementCount()};
+  }
 
   /// The elements of a numeric array of the class that T stands for, or of a logical array for T = bool,
   /// column by column. Nothing is converted: any other class raises Corvan:Arrays:WrongClass. Valid while
@@ -151,10 +160,11 @@ class HostArray {
   /// Fields can be set but not added: the names are settled when the array is made.
   void setField(std::size_t index, std::u16string_view name, HostArray value);
   void setField(std::size_t index, std::size_t field, HostArray value);
-  /// The values of one field in all elements, to be set one after the other. Valid while this array stays
-  /// unchanged otherwise and no copy of it is made.
-  std::span<HostArray> fieldValues(std::size_t field);
-  /// The same, to be read.
+  /// The values of all fields, to be set one after the other: those of the first field in all elements,
+  /// behind them those of the second, and so on. Valid while this array stays unchanged otherwise and no copy
+  /// of it is made.
+  std::span<HostArray> fieldValues();
+  /// The values of one field in all elements, to be read.
   std::span<const HostArray> fieldValues(std::size_t field) const;
 
  private:
@@ -171,6 +181,15 @@ class HostArray {
   // the block stands behind the pointer and whose length stands at that place.
   static constexpr std::uint8_t kInBlock = 0xFF, kInPool = 0xFE;
 
+  template <class T>
+  static HostArray scalar(ArrayKind kind, NumericClass numericClass, T value) noexcept {
+    HostArray made;
+    std::memcpy(made.data_, &value, sizeof value);
+    made.kind_ = kind;
+    made.numericClass_ = numericClass;
+    made.rows_ = made.columns_ = 1;
+    return made;
+  }
   // Zero-filled elements of fixed size, in place if they fit.
   HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns);
   // Takes over the first reference of a new block.
@@ -178,6 +197,9 @@ class HostArray {
 
   bool isInBlock() const { return rows_ >= kInPool; }
   // These may be asked of an array in a block only.
+  std::size_t rowsOfBlock() const noexcept;
+  std::size_t columnsOfBlock() const noexcept;
+  const std::byte* elementsOfBlock() const noexcept;
   Block* block() const noexcept;
   void addReference() noexcept;
   void releaseBlock() noexcept;
@@ -192,12 +214,15 @@ class HostArray {
   // Gives this array a block that no other refers to, copying the shared one if there are others.
   void unshare();
   // Where numbers, logicals or code units begin; `ownElements` unshares them for writing.
-  const std::byte* elements() const;
+  const std::byte* elements() const { return isInBlock() ? elementsOfBlock() : data_; }
   std::byte* ownElements();
   const CellBlock& cells() const;
   const StructureBlock& structures() const;
   std::size_t fieldIndex(std::u16string_view name) const;
-  void requireKind(ArrayKind kind) const;
+  void requireKind(ArrayKind kind) const {
+    if (kind_ != kind) raiseOtherKind(kind);
+  }
+  [[noreturn]] void raiseOtherKind(ArrayKind kind) const;
   void requireClass(NumericClass numericClass) const;
   void requireIndex(std::size_t index) const;
   template <class T>

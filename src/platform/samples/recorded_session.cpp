@@ -72,6 +72,10 @@ std::optional<PartName> namedPart(const DataExportFile& file, const orra::RunRec
 
 bool namesSamples(const RecordedRun& run) { return run.record.samples.has_value(); }
 bool namesSamples(const RunPlace& run) { return run.namesSamples; }
+void setSamples(RecordedRun& run, std::optional<PartName> part) { run.samples = std::move(part); }
+void setSamples(RunPlace& run, std::optional<PartName> part) {
+  if (part) run.samples = std::make_unique<const PartName>(std::move(*part));
+}
 
 // Of recorded runs and of places alike.
 /// Gives the runs that name no part the samples parts that no run names.
@@ -87,7 +91,7 @@ void shareSamples(const DataExportFile& file, std::vector<Run>& runs) {
       return !namesSamples(candidate) && !candidate.signals.empty();
     });
     if (run == runs.end()) return;
-    (run++)->samples = part.getName();
+    setSamples(*run++, part.getName());
   }
 }
 
@@ -174,7 +178,8 @@ SessionPlaces::SessionPlaces(const std::u16string& path, Of of, const std::u16st
   readRuns(file,
            [&](const orra::RunRecord& run, std::int32_t orderIndex) {
              byId_.emplace_back(run.id, runs_.size());
-             runs_.push_back({run.id, orderIndex, namedPart(file, run), run.samples.has_value(), {}});
+             runs_.push_back({run.id, orderIndex, nullptr, run.samples.has_value(), {}});
+             setSamples(runs_.back(), namedPart(file, run));
            },
            {"id", "orderIndex", "samples"});
   std::ranges::sort(byId_);

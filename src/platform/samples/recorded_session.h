@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -78,9 +79,9 @@ class RecordedSession {
 
 /// What a run's place in its session is: less than the run, since there may be hundreds of thousands.
 struct RunPlace {
-  std::int32_t id = 0, orderIndex = 0;          ///< as RecordedRun has them
-  std::optional<opc::model::PartName> samples;  ///< as well
-  bool namesSamples = false;                    ///< whether it names a part, be it there or not
+  std::int32_t id = 0, orderIndex = 0;                  ///< as RecordedRun has them
+  std::unique_ptr<const opc::model::PartName> samples;  ///< as well; most runs have none
+  bool namesSamples = false;                            ///< whether it names a part, be it there or not
   struct Signal {
     std::uint32_t column;  ///< as RecordedSignal has it
     bool isAsked;

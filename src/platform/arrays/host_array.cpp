@@ -193,10 +193,9 @@ HostArray HostArray::int32Row(std::span<const std::int32_t> values) {
   return filled(numeric(NumericClass::Int32, 1, values.size()), values);
 }
 
-HostArray HostArray::charRow(std::u16string_view text) {
+HostArray HostArray::longCharRow(std::u16string_view text) {
   HostArray row(ArrayKind::Char, NumericClass::Double, 1, text.size());
-  // An empty view may hold a null pointer, which memcpy must not be given even for no bytes.
-  if (!text.empty()) std::memcpy(row.ownElements(), text.data(), text.size() * sizeof(char16_t));
+  std::memcpy(row.ownElements(), text.data(), text.size() * sizeof(char16_t));
   return row;
 }
 

@@ -81,7 +81,14 @@ class HostArray {
     return scalar(ArrayKind::Logical, NumericClass::Double, value);
   }
   /// 1×N, N the number of code units, which are taken as they are: a lone surrogate is no error.
-  static HostArray charRow(std::u16string_view text);
+  static HostArray charRow(std::u16string_view text) {
+    if (text.size() > kInPlaceBytes / sizeof(char16_t)) return longCharRow(text);
+    HostArray row = scalar(ArrayKind::Char, NumericClass::Double, char16_t{});
+    row.columns_ = static_cast<std::uint8_t>(text.size());
+    // An empty view may hold a null pointer, which memcpy must not be given even for no bytes.
+    if (!text.empty()) std::memcpy(row.data_, text.data(), text.size() * sizeof(char16_t));
+    return row;
+  }
   /// Every cell is the empty double.
   static HostArray cell(std::size_t rows, std::size_t columns);
   /// Every field of every element is the empty double. Raises Corvan:Arrays:DuplicateField when two names are
@@ -190,6 +197,7 @@ class HostArray {
     made.rows_ = made.columns_ = 1;
     return made;
   }
+  static HostArray longCharRow(std::u16string_view text);
   // Zero-filled elements of fixed size, in place if they fit.
   HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns);
   // Takes over the first reference of a new block.

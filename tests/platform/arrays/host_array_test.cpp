@@ -138,7 +138,7 @@ TEST(HostArray, AStructureArrayCostsAFewBlocksPerField) {
   HostArray signals = HostArray::structure(1, kSignals, kNameAndSize);
   corvan::TextPool texts;
   for (std::size_t signal = 0; signal < kSignals; ++signal) {
-    signals.fieldValues(0)[signal] = texts.charRow(u"velocity [m/s]");
+    signals.fieldValues()[signal] = texts.charRow(u"velocity [m/s]");
     signals.setField(signal, 1, HostArray::doubleScalar(1));
   }
   // 32 bytes a text: 512 of them in a block of 16 KiB.

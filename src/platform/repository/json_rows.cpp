@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -142,6 +143,16 @@ class ElementScanner {
   std::optional<std::size_t> tokensLeft_;  ///< in the first element; nothing where they are not counted
 };
 
+/// What parsing takes of memory.
+struct Workspace {
+  std::vector<char> buffer = std::vector<char>(kWindowBytes + kPadding);
+  dom::parser parser;
+};
+
+/// Kept from one part for the next, as a session has many small ones and new memory is slow: the system
+/// clears each page when it is first touched.
+std::unique_ptr<Workspace> spareWorkspace;
+
 /// Cuts the text of an array into windows. If every window is well-formed then so is the whole text, since
 /// windows are joined by the commas they were cut at.
 class JsonWindows {
@@ -151,8 +162,8 @@ class JsonWindows {
     bool mayBeEmpty;        ///< whether the whole array may be empty
   };
 
-  JsonWindows(const ReadBytes& read, const PartKind& kind)
-      : read_(read), kind_(kind), buffer_(kWindowBytes + kPadding) {}
+  JsonWindows(const ReadBytes& read, const PartKind& kind, std::vector<char>& buffer)
+      : read_(read), kind_(kind), buffer_(buffer) {}
 
   /// Nothing behind the last window; by then the source was read to its end. A window lasts until the next
   /// call. `elementsBefore` is the number of elements of earlier windows, for errors.
@@ -272,7 +283,7 @@ class JsonWindows {
   const PartKind& kind_;
   ElementScanner scanner_;
   Position position_ = Position::BeforeArray;
-  std::vector<char> buffer_;
+  std::vector<char>& buffer_;
   std::size_t windowBytes_ = kWindowBytes;
   // Within the buffer: the window starts at 0 with its bracket, is scanned up to `scanned_`, filled up to
   // `filled_`, and the last separator lies at `separator_` (0 for none).
@@ -317,6 +328,8 @@ class WindowParser {
  public:
   using Parsed = simdjson::simdjson_result<dom::element>;
 
+  explicit WindowParser(dom::parser& parser) : parser_(parser) {}
+
   /// The elements, valid until the next call; nothing if the window is not well-formed.
   std::optional<dom::array> parse(const JsonWindows::Window& window) {
     dom::array elements;
@@ -360,7 +373,7 @@ class WindowParser {
     return parser_.parse(padded.data(), padded.size(), kCopy);
   }
 
-  dom::parser parser_;
+  dom::parser& parser_;
 };
 
 /// The element that is checked, for errors.
@@ -470,8 +483,9 @@ std::int32_t Row::integer(std::size_t member) const {
 }
 
 void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow) {
-  JsonWindows windows(read, kind);
-  WindowParser parser;
+  auto workspace = spareWorkspace ? std::move(spareWorkspace) : std::make_unique<Workspace>();
+  JsonWindows windows(read, kind, workspace->buffer);
+  WindowParser parser(workspace->parser);
   std::size_t index = 0;
   // The index goes on over the windows, since errors name an element by its position in the whole array.
   while (const auto window = windows.next(index)) {
@@ -486,6 +500,8 @@ void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& v
       ++index;
     }
   }
+  // Not one that a large element made grow.
+  if (workspace->buffer.size() == kWindowBytes + kPadding) spareWorkspace = std::move(workspace);
 }
 
 void auditRows(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow,
@@ -499,8 +515,9 @@ void auditRows(const ReadBytes& read, const PartKind& kind, const RowVisitor& vi
       tell(fault);
     }
   };
-  JsonWindows windows(read, kind);
-  WindowParser parser;
+  Workspace workspace;
+  JsonWindows windows(read, kind, workspace.buffer);
+  WindowParser parser(workspace.parser);
   std::size_t number = 1;
   const auto visit = [&](std::size_t at, const simdjson::simdjson_result<dom::element>& parsed) {
     audited([&] { visitRow(at - 1, Row(kind, at, elementOf(kind, at, parsed))); });

@@ -1,5 +1,3 @@
-#include "platform/repository/table.h"
-
 #include <algorithm>
 #include <array>
 #include <concepts>
@@ -7,6 +5,7 @@
 #include <utility>
 
 #include "platform/repository/json_rows.h"
+#include "platform/repository/table.h"
 #include "platform/text/text_hash.h"
 
 // Batches and records. A row of the database is a batch: its first and its last key, and the records of all
@@ -23,6 +22,9 @@ enum Column { kFirstColumn, kLastColumn, kRecordsColumn };
 // Enough records that storing and finding them costs little beside packing them; few enough that who asks for
 // one does not wait for the others.
 constexpr std::size_t kBatchBytes = std::size_t{16} << 10;
+
+// Batches that are filled at once; each may have as many bytes.
+constexpr std::size_t kMostOpen = 128;
 
 /// The bytes of a record's length.
 using Length = std::uint32_t;
@@ -197,31 +199,50 @@ Table<Record>::Table(sql::Database& database, const std::string& name)
 
 template <class Record>
 void Table<Record>::Loading::add(std::int64_t key, const Row& row, std::optional<Default> missing) {
-  if (batch_.size() >= kBatchBytes || key != keys_.last + 1) finish();
-  if (batch_.empty()) keys_.first = key;
-  keys_.last = key;
-  const std::size_t begin = batch_.size();
-  batch_.append(sizeof(Length), '\0');
+  Batch& batch = batchFor(key);
+  if (batch.records.size() >= kBatchBytes) store(batch);
+  batch.keys.last = key;
+  std::string& packed = batch.records;
+  const std::size_t begin = packed.size();
+  packed.append(sizeof(Length), '\0');
   for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
     if (missing && field == missing->field && !row[field]) {
-      packInteger(missing->number, batch_);
+      packInteger(missing->number, packed);
     } else {
-      packField(kMembers<Record>[field].kind, row[field], batch_);
+      packField(kMembers<Record>[field].kind, row[field], packed);
     }
   }
   // An element is far smaller than what the length can say.
-  const auto length = static_cast<Length>(batch_.size() - begin - sizeof(Length));
-  std::memcpy(batch_.data() + begin, &length, sizeof length);
+  const auto length = static_cast<Length>(packed.size() - begin - sizeof(Length));
+  std::memcpy(packed.data() + begin, &length, sizeof length);
+}
+
+template <class Record>
+auto Table<Record>::Loading::batchFor(std::int64_t key) -> Batch& {
+  const auto goesOn = [key](const Batch& batch) { return batch.keys.last + 1 == key; };
+  if (current_ < open_.size() && goesOn(open_[current_])) return open_[current_];
+  current_ = static_cast<std::size_t>(std::ranges::find_if(open_, goesOn) - open_.begin());
+  if (current_ < open_.size()) return open_[current_];
+  if (open_.size() == kMostOpen) finish();
+  current_ = open_.size();
+  return open_.emplace_back(Batch{{key, key - 1}, {}});
+}
+
+template <class Record>
+void Table<Record>::Loading::store(Batch& batch) {
+  if (batch.records.empty()) return;
+  // What was read before may be in want of these.
+  table_.last_ = 0;
+  table_.names_.clear();
+  table_.insert_.bind(1, batch.keys.first).bind(2, batch.keys.last).bindBlob(3, batch.records).execute();
+  batch.records.clear();
+  batch.keys.first = batch.keys.last + 1;
 }
 
 template <class Record>
 void Table<Record>::Loading::finish() {
-  if (batch_.empty()) return;
-  // What was read before may be in want of these.
-  table_.last_ = 0;
-  table_.names_.clear();
-  table_.insert_.bind(1, keys_.first).bind(2, keys_.last).bindBlob(3, batch_).execute();
-  batch_.clear();
+  for (Batch& batch : open_) store(batch);
+  open_.clear();
 }
 
 template <class Record>

@@ -50,9 +50,17 @@ class Table {
     void finish();
 
    private:
+    struct Batch {
+      KeyRange keys;
+      std::string records;
+    };
+    /// The batch that a record of this key goes on with.
+    Batch& batchFor(std::int64_t key);
+    void store(Batch& batch);
+
     Table& table_;
-    std::string batch_;       ///< the packed records that are not stored yet
-    KeyRange keys_ = {1, 0};  ///< of them
+    std::vector<Batch> open_;  ///< of several runs, as their signals may come in turns
+    std::size_t current_ = 0;
   };
 
   /// The whole record, null if there is none. Valid until the next call. Asking for the one that was read

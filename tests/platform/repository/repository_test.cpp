@@ -45,6 +45,19 @@ TEST(Repository, SignalsComeInTheOrderOfLoading) {
   session.loadSignals("");
   EXPECT_EQ(session.names(7), "z a m ");
   EXPECT_EQ(session.names(3), "x ");
+
+  // Of more runs in turns than are collected at once.
+  std::string runs, signals;
+  for (int i = 0; i < 600; ++i) {
+    const std::string comma = i == 0 ? "" : ",";
+    if (i < 300) runs += comma + R"({"id":)" + std::to_string(100 + i) + "}";
+    signals += comma + signalJson(i, 100 + i % 300, std::to_string(i));
+  }
+  session.loadRuns("[" + runs + "]");
+  session.loadSignals(signals);
+  for (const int i : {0, 1, 150, 299}) {
+    EXPECT_EQ(session.names(100 + i), std::to_string(i) + " " + std::to_string(i + 300) + " ");
+  }
 }
 
 TEST(Repository, RunsThatWereReadAheadAreThoseThatAreAskedFor) {

@@ -85,8 +85,16 @@ void writeChars(JsonWriter& json, const HostArray& array) {
 
 /// Fields keep the order of the array's definition.
 void writeStructure(JsonWriter& json, const HostArray& array) {
+  const std::vector<std::u16string>& names = array.fieldNames();
   if (!array.isScalar()) json.beginArray();
-  writeElements(json, array, {}, [] {});
+  for (std::size_t index = 0; index < array.elementCount(); ++index) {
+    json.beginObject();
+    for (std::size_t field = 0; field < names.size(); ++field) {
+      json.member(fl::i18n::to_string_lossy(names[field]));
+      writeJson(json, array.fieldAt(index, field));
+    }
+    json.endObject();
+  }
   if (!array.isScalar()) json.endArray();
 }
 
@@ -121,31 +129,6 @@ void writeJson(JsonWriter& json, const zobs::Value& value) {
   if (const auto* array = std::get_if<HostArray>(&value)) return writeJson(json, *array);
   // Nothing and objects have no JSON form. The writer writes null for a number that JSON cannot carry.
   json.value(std::numeric_limits<double>::quiet_NaN());
-}
-
-void writeElements(JsonWriter& json, const HostArray& structures, std::span<const std::u16string_view> lists,
-                   const std::function<void()>& afterEach) {
-  // Converted once: there may be a million elements.
-  struct Member {
-    std::string name;
-    bool isList;
-  };
-  std::vector<Member> members;
-  for (const std::u16string& name : structures.fieldNames())
-    members.push_back({fl::i18n::to_string_lossy(name), std::ranges::find(lists, name) != lists.end()});
-  for (std::size_t index = 0; index < structures.elementCount(); ++index) {
-    json.beginObject();
-    for (std::size_t field = 0; field < members.size(); ++field) {
-      const HostArray& value = structures.fieldAt(index, field);
-      const bool isBare = members[field].isList && value.isScalar();
-      json.member(members[field].name);
-      if (isBare) json.beginArray();
-      writeJson(json, value);
-      if (isBare) json.endArray();
-    }
-    json.endObject();
-    afterEach();
-  }
 }
 
 std::u16string cellText(const zobs::Value& value) {

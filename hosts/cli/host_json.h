@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <span>
 #include <string>
 
 #include "platform/text/json_writer.h"
@@ -16,11 +14,6 @@ namespace tavlox::cli {
 /// (objects) are null.
 void writeJson(fl::i18n::JsonWriter& json, const corvan::HostArray& array);
 void writeJson(fl::i18n::JsonWriter& json, const zobs::Value& value);
-
-/// Writes the elements of a structure array, each as an object, and calls `afterEach` behind each of them.
-/// The fields named in `lists` are arrays also where they hold a single number.
-void writeElements(fl::i18n::JsonWriter& json, const corvan::HostArray& structures,
-                   std::span<const std::u16string_view> lists, const std::function<void()>& afterEach);
 
 /// What a table shows of a value: a text as it is, nothing for null, anything else as its JSON.
 std::u16string cellText(const zobs::Value& value);

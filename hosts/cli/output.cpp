@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -16,6 +17,7 @@
 #include "platform/errors/exceptions.h"
 #include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
+#include "platform/text/conversion.h"
 
 namespace tavlox::cli {
 namespace {
@@ -166,19 +168,39 @@ RecordPrinter::RecordPrinter(OutputFormat format, std::span<const Column> column
     : columns_(columns),
       lists_(lists),
       isJson_(format == OutputFormat::Json),
-      isForPeople_(isTerminal(stdout)) {
-  if (isJson_) json_.beginArray();
-}
+      isForPeople_(isTerminal(stdout)) {}
 
 void RecordPrinter::add(const HostArray& structures) {
-  if (!isJson_) return addRows(structures);
-  writeElements(json_, structures, lists_, [this] {
+  isJson_ ? addObjects(structures) : addRows(structures);
+}
+
+void RecordPrinter::findMembers(const HostArray& structures) {
+  for (const std::u16string& name : structures.fieldNames()) {
+    JsonWriter member;
+    member.append(members_.empty() ? "{" : ",").member(fl::i18n::to_string_lossy(name));
+    members_.push_back({member.take(), std::ranges::find(lists_, name) != lists_.end()});
+  }
+}
+
+void RecordPrinter::addObjects(const HostArray& structures) {
+  if (members_.empty()) findMembers(structures);
+  for (std::size_t index = 0; index < structures.elementCount(); ++index) {
+    json_.append(std::exchange(isFirst_, false) ? "[" : ",");
+    for (std::size_t field = 0; field < members_.size(); ++field) {
+      const HostArray& value = structures.fieldAt(index, field);
+      const bool isBare = members_[field].isList && value.isScalar();
+      json_.append(members_[field].name);
+      if (isBare) json_.append("[");
+      writeJson(json_, value);
+      if (isBare) json_.append("]");
+    }
+    json_.append("}");
     if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
-  });
+  }
 }
 
 void RecordPrinter::finish() {
-  if (isJson_) return print(json_.endArray());
+  if (isJson_) return print(json_.append(isFirst_ ? "[]" : "]"));
   if (isForPeople_) return printAligned();
   print(lines_);
 }

@@ -76,13 +76,22 @@ class RecordPrinter {
   void finish();
 
  private:
+  /// A field as it is printed in JSON.
+  struct Member {
+    std::string name;  ///< with the quotes around it, the colon behind it and what stands before it
+    bool isList;
+  };
+
+  void findMembers(const corvan::HostArray& structures);
+  void addObjects(const corvan::HostArray& structures);
   void addRows(const corvan::HostArray& structures);
   void printAligned();
 
   std::span<const Column> columns_;
   std::span<const std::u16string_view> lists_;
-  bool isJson_, isForPeople_;
+  bool isJson_, isForPeople_, isFirst_ = true;
   std::vector<std::size_t> fields_;  ///< of each column
+  std::vector<Member> members_;
   fl::i18n::JsonWriter json_;
   std::string lines_;  ///< tab-separated, not printed yet
   std::vector<std::size_t> widths_;

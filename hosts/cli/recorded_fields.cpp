@@ -21,18 +21,23 @@ HostArray samplesPart(const RunPlace& run) {
   return HostArray::charRow(run.samples ? run.samples->text() : u"");
 }
 
-/// An empty array with the fields of `records` and three more in front: fields cannot be added to an array.
+/// An array with the fields of `records` and three more in front: fields cannot be added to an array.
 HostArray wider(const HostArray& records, const PlaceNames& names, std::size_t count) {
   std::vector<std::u16string_view> all(names.begin(), names.end());
   all.insert(all.end(), records.fieldNames().begin(), records.fieldNames().end());
   return HostArray::structure(1, count, all);
 }
 
-void fill(HostArray& piece, std::size_t index, Place place, const HostArray& records, std::size_t element) {
+/// Fills the fields behind the three with those of as many records from `first` on.
+void fill(HostArray& piece, const HostArray& records, std::size_t first) {
+  auto to = piece.fieldValues().begin() + std::tuple_size_v<Place> * piece.elementCount();
+  for (std::size_t field = 0; field < records.fieldNames().size(); ++field)
+    to = std::ranges::copy(records.fieldValues(field).subspan(first, piece.elementCount()), to).out;
+}
+
+void setPlace(HostArray& piece, std::size_t index, Place place) {
   std::size_t field = 0;
   for (HostArray& value : place) piece.setField(index, field++, std::move(value));
-  const std::size_t count = records.fieldNames().size();
-  for (std::size_t i = 0; i < count; ++i) piece.setField(index, field++, records.fieldAt(element, i));
 }
 
 using IdByOrder = std::pair<std::int32_t, std::int32_t>;
@@ -59,7 +64,8 @@ const HostArray& RunPlacer::withPlace(const HostArray& record, const RunPlace* r
   if (placed_.isEmpty()) placed_ = wider(record, {u"RunID", u"RunOrderIndex", u"SamplesPart"}, 1);
   const Place place{HostArray::int32Scalar(run->id), HostArray::int32Scalar(run->orderIndex),
                     samplesPart(*run)};
-  fill(placed_, 0, place, record, 0);
+  fill(placed_, record, 0);
+  setPlace(placed_, 0, place);
   return placed_;
 }
 
@@ -69,9 +75,11 @@ void forEachWithPlace(const HostArray& records, const samples::SessionPlaces& se
   HostArray piece;
   std::size_t element = 0;
   const auto add = [&](Place place) {
-    if (element % kPiece == 0)
+    if (element % kPiece == 0) {
       piece = wider(records, {u"RunID", u"SamplesPart", u"SamplesColumn"}, std::min(kPiece, count - element));
-    fill(piece, element % kPiece, std::move(place), records, element);
+      fill(piece, records, element);
+    }
+    setPlace(piece, element % kPiece, std::move(place));
     if (++element % kPiece == 0 || element == count) take(piece);
   };
   // The module answers run by run, as they stand in the run list, and within one in the order of the parts.

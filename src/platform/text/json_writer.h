@@ -23,7 +23,6 @@ class JsonWriter {
 
   /// The name of the member whose value follows.
   JsonWriter& member(std::string_view name);
-
   /// UTF-8 must be well-formed; UTF-16 with a lone surrogate is written in \u escapes.
   JsonWriter& value(std::string_view narrow);
   JsonWriter& value(std::u16string_view text);
@@ -37,6 +36,10 @@ class JsonWriter {
   JsonWriter& value(std::uint64_t number);
   /// The shortest decimal text that reads back as the same double; null for a value JSON cannot carry.
   JsonWriter& value(double number);
+
+  /// Takes over JSON that was written before, for what is written very often. Nothing is put in front of it,
+  /// and it does not count as a value.
+  JsonWriter& append(std::string_view json);
 
   /// What was written since the beginning, or since the last `take`, as UTF-8.
   const std::string& text() const { return text_; }

@@ -32,6 +32,19 @@ TEST(JsonWriter, Texts) {
             "\"\\u006c\\u006f\\u0020\\ud800\",\"\"]}");
 }
 
+TEST(JsonWriter, NoUnitOfALongTextIsOverlooked) {
+  for (const std::size_t length : {1, 8, 13, 254, 255}) {
+    for (std::size_t at = 0; at < length; ++at) {
+      const bool isQuote = at % 2 == 0;
+      std::u16string text(length, u'x');
+      text[at] = isQuote ? u'"' : u'\u0178';  // whose lower half is an x
+      std::string expected(length, 'x');
+      expected.replace(at, 1, isQuote ? "\\\"" : "Ÿ");
+      EXPECT_EQ(JsonWriter().value(text).text(), '"' + expected + '"') << length << " units, at " << at;
+    }
+  }
+}
+
 TEST(JsonWriter, DoublesReadBackAsTheSameNumber) {
   for (const double number : {0.1, 1.0 / 3, 1e23, 1e-300, 1.7976931348623157e308, 9007199254740993.0}) {
     EXPECT_EQ(std::stod(JsonWriter().value(number).text()), number);

@@ -205,7 +205,7 @@ void requireSameTimes(const Request& request, const RecordedSession& session, co
 /// as they stand there; nothing if not.
 std::optional<std::string> commonTimeHeading(const RecordedSession& session, const Selected& runs) {
   std::optional<std::string> heading;
-  const samples::TimeUnit* unit = nullptr;
+  const tables::TimeUnit* unit = nullptr;
   // One after the other: an open reader takes memory, and there may be thousands of runs.
   for (const SelectedRun& run : runs) {
     const SampleReader reader = session.read(*run.run, {});

@@ -21,7 +21,7 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/tables": BASE | {"platform/files"},
     "platform/recording": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
     "platform/hdf5": BASE | {"platform/files", "platform/tables"},
-    "platform/samples": PACKAGE | {"platform/repository", "platform/export_file"},
+    "platform/samples": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
     "platform/recovery": PACKAGE | {"platform/repository", "platform/export_file"},
     "platform/filter": BASE,
     "platform/session_index": PACKAGE | {"platform/repository", "platform/export_file", "platform/samples", "platform/sql",

@@ -27,21 +27,6 @@ constexpr std::size_t kLongestLine = std::size_t{16} << 20;
 constexpr std::size_t kShownOfCell = 40;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// The micro sign and the Greek letter mu look alike, and both are used.
-constexpr TimeUnit kTimeUnits[] = {
-    {"s"},
-    {"sec"},
-    {"ms", 1, 1e3},
-    {"us", 1, 1e6},
-    {"\u00B5s", 1, 1e6},
-    {"\u03BCs", 1, 1e6},
-    {"ns", 1, 1e9},
-    {"ps", 1, 1e12},
-    {"fs", 1, 1e15},
-    {"min", 60},
-    {"h", 3600},
-};
-
 std::string_view withoutBlanks(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -90,11 +75,6 @@ std::string shown(std::string_view cell) {
 
 }  // namespace
 
-const TimeUnit* findTimeUnit(std::string_view name) {
-  const auto unit = std::ranges::find(kTimeUnits, name, &TimeUnit::name);
-  return unit == std::end(kTimeUnits) ? nullptr : unit;
-}
-
 struct SampleReader::State {
   State(const opc::model::Package& package, const opc::model::PartName& name, Wanted asked)
       : path(package.path()), part(name), wanted(std::move(asked)) {
@@ -140,7 +120,7 @@ struct SampleReader::State {
   std::uint64_t line = 0;  ///< of the line that is taken apart, from 1
 
   std::vector<std::string> headings;
-  const TimeUnit* unit = kTimeUnits;
+  const tables::TimeUnit* unit = tables::findTimeUnit("s");
   double lastTime = -std::numeric_limits<double>::infinity();
 };
 
@@ -223,7 +203,7 @@ void SampleReader::State::readHeadings() {
   const std::size_t bracket = time.rfind('[');
   if (bracket != std::string::npos && time.ends_with(']')) {
     const std::string name = time.substr(bracket + 1, time.size() - bracket - 2);
-    unit = findTimeUnit(name);
+    unit = tables::findTimeUnit(name);
     if (unit == nullptr) raise("samples:part:UnknownTimeUnit", path, part.text(), name);
   }
   for (const Column& column : order) {
@@ -243,6 +223,9 @@ void SampleReader::State::makeRoom(SampleBlock& block) {
   for (auto& texts : block.texts) texts.resize(room);
 }
 
+/// Reads the cells that were asked for from left to right and puts each where it was asked for. `rest` is
+/// what is left of the line; nothing once its last cell was taken, which an empty last cell leaves it
+/// different from.
 void SampleReader::State::takeRow(std::string_view text, SampleBlock& block) {
   const bool isPlain = std::memchr(text.data(), '"', text.size()) == nullptr;
   std::optional<std::string_view> rest = text;
@@ -272,6 +255,7 @@ void SampleReader::State::takeRow(std::string_view text, SampleBlock& block) {
     rest->remove_prefix(static_cast<std::size_t>(static_cast<const char*>(comma) - rest->data()) + 1);
   };
 
+  // A message, and whoever asked for texts, gets the time as it stands there.
   const std::string_view whole = *rest;
   const double time = unit->toSeconds(takeNumber());
   if (!std::isfinite(time)) {
@@ -280,6 +264,7 @@ void SampleReader::State::takeRow(std::string_view text, SampleBlock& block) {
   }
   if (time < lastTime) raise("samples:part:TimeDecreases", path, part.text(), line);
   lastTime = time;
+  // Times do not decrease: what comes behind the range needs no reading at all.
   if (time < wanted.from) return;
   if (time > wanted.to) {
     isDone = true;
@@ -334,7 +319,7 @@ SampleReader::SampleReader(SampleReader&&) noexcept = default;
 SampleReader& SampleReader::operator=(SampleReader&&) noexcept = default;
 
 const std::vector<std::string>& SampleReader::headings() const { return state_->headings; }
-const TimeUnit& SampleReader::timeUnit() const { return *state_->unit; }
+const tables::TimeUnit& SampleReader::timeUnit() const { return *state_->unit; }
 
 bool SampleReader::next(SampleBlock& block) {
   State& state = *state_;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/opc/package.h"
+#include "platform/tables/headings.h"
 
 namespace tavlox::samples {
 
@@ -35,18 +36,6 @@ struct SampleBlock {
   std::vector<std::vector<std::string_view>> texts;  ///< instead of the values: by column, then row
 };
 
-/// A unit of time. Parts of a second are divided by a whole number, so that 7 ms are exactly what 0.007 reads
-/// as, which a multiplication by 0.001 does not always give.
-struct TimeUnit {
-  std::string_view name;
-  double multiplier = 1, divisor = 1;
-
-  double toSeconds(double time) const { return time * multiplier / divisor; }
-};
-/// Null for a unit that is not known. Known are s, sec, ms, us (also with either sign for micro), ns, ps, fs,
-/// min and h.
-const TimeUnit* findTimeUnit(std::string_view name);
-
 /// Reads recorded samples block by block, in memory that does not grow with them: CSV (RFC 4180, UTF-8,
 /// commas) with one heading line and the time in the first column. Cells that were not asked for are passed
 /// over unread, and so is everything behind the end of the time range.
@@ -63,7 +52,7 @@ class SampleReader {
   /// Of every column, the time's first, as they stand there but for quotes and blanks around them.
   const std::vector<std::string>& headings() const;
   /// In which the time column is written: seconds, or what its heading names in brackets at the end.
-  const TimeUnit& timeUnit() const;
+  const tables::TimeUnit& timeUnit() const;
 
   /// Replaces the block's content by the next rows, some thousand; false at the end. Raises samples:part:…
   /// errors, which name the line too, for a row that is too short, a cell that is read and is no number, a

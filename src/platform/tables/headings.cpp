@@ -1,6 +1,8 @@
 #include "platform/tables/headings.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <iterator>
 #include <vector>
 
@@ -11,9 +13,9 @@ namespace {
 
 using fl::i18n::to_ustring;
 
-constexpr TimeUnit kSeconds{}, kMinutes{"min", 60}, kHours{"h", 3600}, kMilliseconds{"ms", 1, 1e3},
-    kMicroseconds{"us", 1, 1e6}, kNanoseconds{"ns", 1, 1e9}, kPicoseconds{"ps", 1, 1e12},
-    kFemtoseconds{"fs", 1, 1e15};
+constexpr TimeUnit kSeconds{}, kMinutes{"min", 60}, kHours{"h", 3600}, kMilliseconds{"ms", 1, 3},
+    kMicroseconds{"us", 1, 6}, kNanoseconds{"ns", 1, 9}, kPicoseconds{"ps", 1, 12},
+    kFemtoseconds{"fs", 1, 15};
 
 struct NamedTimeUnit {
   std::string_view written;
@@ -97,7 +99,9 @@ Cut cutBehind(std::string_view heading, std::size_t mark) {
   return cutAt(heading, mark, std::string_view::npos);
 }
 
-/// Every way to cut the heading, the surest first.
+/// Every way to cut the heading, the surest first. Times may be cut in any of them, since a name that is
+/// taken for a unit is then no unit of time; names of signals are full of brackets, slashes and underscores,
+/// so that theirs have to be looked at more closely.
 std::vector<Cut> cutsOf(std::string_view heading) {
   std::vector<Cut> cuts{cutBrackets(heading, '[', ']'), cutBrackets(heading, '(', ')'),
                         cutBehind(heading, heading.find('/')), cutBehind(heading, heading.rfind('_'))};
@@ -130,7 +134,30 @@ bool isSignalUnit(const Cut& cut) {
   }
 }
 
+/// The number that its shortest text gives with the decimal point moved to the left.
+double withPointMoved(double number, int places) {
+  char text[48];
+  char* const end = std::to_chars(text, std::end(text), number, std::chars_format::scientific).ptr;
+  char* const exponent = std::find(text, end, 'e') + 1;
+  // A plus sign is written there, but not read.
+  int power = 0;
+  std::from_chars(exponent + (*exponent == '+' ? 1 : 0), end, power);
+  const char* const newEnd = std::to_chars(exponent, std::end(text), power - places).ptr;
+  // A number too small for a double stays as it is, which is 0.
+  double moved = 0;
+  std::from_chars(text, newEnd, moved);
+  return moved;
+}
+
 }  // namespace
+
+double TimeUnit::toSeconds(double value) const {
+  static constexpr double kPowers[] = {1, 1e3, 1e6, 1e9, 1e12, 1e15};
+  // Of whole numbers, which most times in small units are, the quotient is already the nearest double.
+  const bool isWhole = value == std::trunc(value) || !std::isfinite(value);
+  if (decimals == 0 || isWhole) return value * multiplier / kPowers[decimals / 3];
+  return withPointMoved(value, decimals);
+}
 
 const TimeUnit* findTimeUnit(std::string_view name) {
   const auto* const found = std::ranges::find(kTimeUnits, name, &NamedTimeUnit::written);

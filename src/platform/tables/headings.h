@@ -7,12 +7,15 @@
 /// What the headings of tables say: names, units, and in which unit the times are.
 namespace tavlox::tables {
 
-/// A unit of time: seconds are value · multiplier / divisor, so that 1 ms is 0.001 exactly.
+/// A unit of time.
 struct TimeUnit {
   std::string_view name = "s";
-  double multiplier = 1, divisor = 1;
+  double multiplier = 1;  ///< seconds in one, of units longer than a second
+  int decimals = 0;       ///< by how many the point moves in times of shorter ones: 3 for ms
 
-  double toSeconds(double value) const { return value * multiplier / divisor; }
+  /// As if it had been written in seconds: 0.1 µs are what "1e-07" reads as, which a division of what "0.1"
+  /// reads as does not always give.
+  double toSeconds(double value) const;
 };
 
 /// Null for what is no unit of time. Takes what people write ("msec", "µs", "hours") and gives the unit under

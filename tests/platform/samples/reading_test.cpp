@@ -47,6 +47,8 @@ TEST(Reading, GivesNumbersWhateverTheFormOfTheTable) {
       {"time,a,b\n0,1,2\n1,3,4", {3, 2, 3, 1}, "0: 2 1 2 0; 1: 4 3 4 1"},
       {"t [ms],a\r\n7,1e3\r\n9,-inf\r\n", {2}, "0.007: 1000; 0.009: -inf"},
       {"time[min],a\n1,2\n", {2}, "60: 2"},
+      // As if it had been written in seconds, to the last bit.
+      {"t [us],a\n0.1,1\n0.7,2\n1e3,3\n", {2}, "1e-07: 1; 7e-07: 2; 0.001: 3"},
       {"\xEF\xBB\xBF\n \nt,\"a, \"\"b\"\"\nc\",d\n\n0 , \"+1\" , 2\n  \n\t1,nan,\n",
        {2, 3},
        "0: 1 2; 1: nan nan"},

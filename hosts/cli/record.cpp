@@ -152,8 +152,9 @@ class Inputs {
   /// Says what was assumed of the table, unless that was said before.
   void tellAssumptions(const std::u16string& path, const tables::TableDescription& table) {
     if (!told_.insert(path).second) return;
-    if (!table.assumed.empty())
-      warn(request_.format, "tavlox:record:Assumed", path, fmt::format("{}", fmt::join(table.assumed, ", ")));
+    const std::string assumed = fmt::format("{}", fmt::join(table.assumed, ", "));
+    if (!assumed.empty() && table.isText) warn(request_.format, "tavlox:record:Assumed", path, assumed);
+    if (!assumed.empty() && !table.isText) warn(request_.format, "tavlox:record:Chosen", path, assumed);
     if (table.isTimeUnitAssumed) inSeconds_.push_back(path);
   }
   /// Once for all tables.

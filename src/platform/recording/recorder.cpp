@@ -115,6 +115,7 @@ RecordedRun Recorder::add(tables::Table& table, RunRecord run) {
   run.id = writer_.highestRunID() + 1;
   // Runs are numbered in the order in which they were recorded.
   run.runNumber = static_cast<std::uint32_t>(writer_.runCount() + 1);
+  // Before its samples, whose part is named after it; what only the rows tell is put in afterwards.
   writer_.addRun(run);
   const tables::TableDescription& description = table.description();
   Times times;
@@ -125,6 +126,7 @@ RecordedRun Recorder::add(tables::Table& table, RunRecord run) {
       // Equal times are refused too: a sample would have two values at one time.
       if (!times.add(row.time)) table.refuseTime();
     }
+    // Empty lines behind the last row, so that the table stays byte for byte.
     keep(row.plain);
   });
   // Times and date are known only now.

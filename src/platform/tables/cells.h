@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,13 +34,17 @@ class CellReader {
     double value;
     unsigned char kind = Number;
   };
-  /// Nothing if the cell is no number, neither empty, NA, true nor false.
+  /// Nothing if the cell is neither a number nor empty, true, false or one of kMissing.
   std::optional<PlainNumber> read(std::string_view cell);
 
+  /// What programs write, in any case of the letters, where they have no value.
+  static constexpr std::string_view kMissing[] = {"NA", "N/A", "#N/A", "null", "-"};
+
   // How many cells were taken for what they do not say themselves.
-  std::uint64_t missing = 0;    ///< empty and NA, taken for nan
-  std::uint64_t logical = 0;    ///< true and false, taken for 1 and 0
-  std::uint64_t exponents = 0;  ///< with the letter D, taken for e
+  std::uint64_t empty = 0;                          ///< taken for nan
+  std::uint64_t missing[std::size(kMissing)] = {};  ///< by word, taken for nan
+  std::uint64_t logical = 0;                        ///< true and false, taken for 1 and 0
+  std::uint64_t exponents = 0;                      ///< with the letter D, taken for e
 
  private:
   std::optional<PlainNumber> readWord(std::string_view cell);
@@ -49,15 +54,30 @@ class CellReader {
   std::string rewritten_;
 };
 
-/// A moment as ISO 8601 writes it, to the nanosecond: "2026-03-01T12:00:00.5Z".
+/// A moment, to the nanosecond.
 struct Moment {
-  std::int64_t seconds = 0;  ///< since 1970, in UTC; a time without a zone counts as UTC
+  /// How it was written. The times of one table are all written in one way.
+  enum class Style {
+    YearFirst,  ///< ISO 8601, "2026-03-01T12:00:00.5Z", or with slashes in the date
+    DayFirst,   ///< "01.03.2026 12:00:00": with points the day always comes first
+    Clock       ///< "12:00:00.5", hours without a date, as many as there are
+  };
+  Style style = Style::YearFirst;
+  std::int64_t seconds =
+      0;  ///< since 1970, in UTC, where a time without a zone counts as UTC; Clock: since 0
   std::int32_t nanoseconds = 0;
 };
 
-/// Date and time with a "T" or a blank between, seconds with up to nine decimals if at all, "Z" or an offset
-/// behind them or neither.
+/// Between date and time stands a "T" or a blank; the time may be missing, or have no seconds, which may have
+/// up to nine decimals; behind it stands "Z", an offset or neither. A clock has its seconds always.
 std::optional<Moment> parseMoment(std::string_view cell);
+
+/// Whether the cell is no moment because it could be two: "01/02/2026", where day and month may stand in
+/// either order, a year of two digits, "12:30", which may be hours or minutes.
+bool isUnclearMoment(std::string_view cell);
+
+/// Date and time as ISO 8601 writes them, in UTC: "2026-03-01T12:00:00.5Z".
+std::string isoText(const Moment& moment);
 
 /// The seconds from one moment to another, exactly: "0.1".
 std::string secondsBetween(const Moment& from, const Moment& to);

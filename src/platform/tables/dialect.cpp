@@ -1,3 +1,7 @@
+// The first lines are read once for each way in which they could be written, and the way that gives the most
+// even rows and the most numbers is taken. Only four delimiters are tried: with others, letters and signs of
+// numbers among them, some reading nearly always fits by chance. What stays unclear is an error, since a
+// table that is read wrongly looks like one that is right.
 #include "platform/tables/dialect.h"
 
 #include <algorithm>
@@ -92,7 +96,7 @@ std::optional<double> shareOfNumbers(const Rows& rows, std::size_t firstRow, con
       const bool needsPoint =
           style.decimal == ',' && style.thousands != '.' && cell.find('.') != std::string::npos;
       if (needsPoint && !isCertain && parseNumber(cell)) return std::nullopt;
-      if (reader.read(cell) || parseMoment(cell)) ++numbers;
+      if (reader.read(cell) || parseMoment(cell) || isUnclearMoment(cell)) ++numbers;
     }
   }
   if (style.decimal == ',' && !hasComma && !isCertain) return std::nullopt;
@@ -106,11 +110,13 @@ void addCandidates(const std::vector<std::string_view>& lines, Dialect dialect, 
   const std::size_t width = usualWidth(rows);
   // A single column is a table without signals, or one with another delimiter.
   if (width < 2) return;
+  // Title lines above the table, which --skip is for, make rows uneven without deciding anything.
   const auto usual = std::ranges::count(rows, width, [](const auto& row) { return row.size(); });
   const double evenness = static_cast<double>(usual) / static_cast<double>(rows.size());
   std::size_t firstRow = dialect.hasHeadings ? 1 : 0;
   if (!dialect.hasUnitsRow && firstRow < rows.size()) dialect.hasUnitsRow = isUnitsRow(rows[firstRow]);
   if (dialect.hasUnitsRow) ++firstRow;
+  // The point first: where both fit equally well no cell has a comma, and sorting keeps the order.
   for (const char decimal : {'.', ','}) {
     if (decimal == dialect.delimiter || (options.decimal && *options.decimal != decimal)) continue;
     dialect.numbers = {decimal, options.thousands.value_or('\0')};

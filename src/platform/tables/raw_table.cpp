@@ -1,3 +1,7 @@
+// A raw file is a header of lines "Key: value", a line for each variable, and then the numbers of all
+// variables, point by point: after "Values:" as words, each point with its index in front, after "Binary:" as
+// doubles. Several such plots may follow each other. Nothing says how long a plot is but the numbers in its
+// header, so what is to be left out has to be read over number by number.
 #include "platform/tables/raw_table.h"
 
 #include <algorithm>

@@ -28,6 +28,7 @@ struct TableDescription {
   std::u16string name;               ///< of the run, if the table gives it one
   std::u16string source;             ///< the file that signals are said to come from; may be empty
   std::u16string date;               ///< when the results were made, "2026-11-15T12:44:29Z"; may be empty
+  bool isText = false;               ///< delimited text, which options can say more of
   std::vector<std::string> assumed;  ///< what a reader of plain tables would not have known, in English
 };
 

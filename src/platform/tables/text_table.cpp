@@ -1,3 +1,7 @@
+// A line goes three ways: lines.cpp decodes it, csv_rows.cpp takes it apart, and here its cells are checked
+// and written down again in plain form. A line that is plain already is passed on as it is, which keeps a
+// plain table byte for byte; so the lines without a row between two rows are kept too and go with the next
+// one.
 #include "platform/tables/text_table.h"
 
 #include <algorithm>
@@ -40,18 +44,31 @@ TextTable::TextTable(TableFile file, const TableOptions& options)
       cells_(dialect_.numbers) {
   description_.source = fl::filesystem::extract_filename(path());
   description_.date = lines_.file().date();
+  description_.isText = true;
   for (std::size_t skipped = 0; skipped < dialect_.skip; ++skipped) lines_.next();
   readHeadings();
   // The first row shows whether times are dates.
   if (!hasRow_) hasRow_ = readRow();
   if (!hasRow_) raise("tavlox:record:NoRows", path(), lineNumber_, 1);
-  if (!CellReader(dialect_.numbers).read(csv_.cell(0))) firstMoment_ = parseMoment(csv_.cell(0));
+  findMoments();
   if (options.timeUnit) description_.headings.front().unit = to_ustring(*options.timeUnit);
   if (firstMoment_) description_.headings.front().unit = u"s";
   checkHeadings(path(), headingLineNumber_);
   description_.headingLine = headingLine();
   describeDialect(options);
   met_.resize(description_.headings.size());
+}
+
+/// Looks whether the times are dates, by the first row.
+void TextTable::findMoments() {
+  const std::string_view cell = csv_.cell(0);
+  if (CellReader(dialect_.numbers).read(cell)) return;
+  // Guessed wrong it would be a month off, or by a factor of 60.
+  if (isUnclearMoment(cell)) raise("tavlox:record:UnclearTime", path(), lineNumber_, 1, shown(cell));
+  firstMoment_ = parseMoment(cell);
+  if (!firstMoment_) return;
+  // A clock may show the time of day or the time since the start; counted from 0 it is both.
+  origin_ = firstMoment_->style == Moment::Style::Clock ? Moment{} : *firstMoment_;
 }
 
 /// Goes to the next row of cells. At the end false, and the number is that of the line which is not there.
@@ -104,7 +121,7 @@ void TextTable::readHeadings() {
   headingRow_ = line_;
   blankLines_.clear();
   // A row of units leaves the line without those.
-  hasPlainHeadings_ = dialect_.isPlain() && !dialect_.hasUnitsRow;
+  hasPlainHeadings_ = dialect_.isPlain() && !dialect_.hasUnitsRow && !endsInDelimiter_;
   if (dialect_.hasUnitsRow && readRow()) takeUnits();
 }
 
@@ -120,13 +137,17 @@ void TextTable::makeHeadings() {
 
 void TextTable::takeHeadings() {
   bool areNumbers = true;
-  for (std::size_t column = 0; column < csv_.size(); ++column) {
+  // Some programs write a delimiter behind every cell, also the last. A column is there only if it has a
+  // name.
+  endsInDelimiter_ = csv_.size() > 2 && csv_.cell(csv_.size() - 1).empty();
+  for (std::size_t column = 0; column < csv_.size() - (endsInDelimiter_ ? 1 : 0); ++column) {
     const std::string_view cell = csv_.cell(column);
     if (cell.empty()) raise("tavlox:record:EmptyHeading", path(), lineNumber_, column + 1);
     if (!fl::i18n::is_well_formed(cell))
       raise("tavlox:record:HeadingNotUtf8", path(), lineNumber_, column + 1);
     // A date is no heading either.
-    areNumbers = areNumbers && (cells_.read(cell) || (column == 0 && parseMoment(cell)));
+    const bool isMoment = column == 0 && (parseMoment(cell) || isUnclearMoment(cell));
+    areNumbers = areNumbers && (isMoment || cells_.read(cell));
     description_.headings.push_back(column == 0 ? timeHeading(cell) : signalHeading(cell));
   }
   if (areNumbers) raise("tavlox:record:HeadingsMissing", path(), lineNumber_, 1);
@@ -134,10 +155,9 @@ void TextTable::takeHeadings() {
 
 /// Takes the row below the headings for their units.
 void TextTable::takeUnits() {
-  if (csv_.size() > description_.headings.size())
-    raise("tavlox:record:UnevenRow", path(), lineNumber_, description_.headings.size() + 1,
-          description_.headings.size());
-  for (std::size_t column = 0; column < csv_.size(); ++column) {
+  const std::size_t columns = description_.headings.size();
+  if (cellCount() > columns) raise("tavlox:record:UnevenRow", path(), lineNumber_, columns + 1, columns);
+  for (std::size_t column = 0; column < cellCount(); ++column) {
     const std::string_view unit = unitIn(csv_.cell(column));
     if (!unit.empty()) description_.headings[column].unit = to_ustring_lossy(unit);
   }
@@ -165,15 +185,26 @@ void TextTable::describeDialect(const TableOptions& options) {
     assumed.push_back(fmt::format("{} between cells", nameOf(dialect_.delimiter)));
   if (!options.decimal && dialect_.numbers.decimal != '.') assumed.push_back("decimal commas");
   if (!options.hasUnitsRow && dialect_.hasUnitsRow) assumed.push_back("a row of units");
-  if (firstMoment_) assumed.push_back("dates for times, as seconds from the first");
-  if (firstMoment_) description_.date = to_ustring(cellAt(0));
+  if (endsInDelimiter_) assumed.push_back("a delimiter at the end of the lines");
+  if (!firstMoment_) return;
+  if (firstMoment_->style == Moment::Style::Clock) {
+    assumed.push_back("hours, minutes and seconds for times, as seconds from 0:00:00");
+    return;
+  }
+  const bool isDayFirst = firstMoment_->style == Moment::Style::DayFirst;
+  assumed.push_back(fmt::format("dates{} for times, as seconds from the first",
+                                isDayFirst ? " of day, month and year" : ""));
+  description_.date = to_ustring(isoText(*firstMoment_));
 }
 
 /// What was met in the cells.
 void TextTable::describeCells() {
   std::vector<std::string>& assumed = description_.assumed;
   if (hasComments_) assumed.push_back(fmt::format("lines with \"{}\" as comments", dialect_.comment));
-  if (cells_.missing > 0) assumed.push_back(counted(cells_.missing, "empty cell") + " as nan");
+  if (cells_.empty > 0) assumed.push_back(counted(cells_.empty, "empty cell") + " as nan");
+  for (std::size_t word = 0; word < std::size(cells_.missing); ++word) {
+    if (cells_.missing[word] > 0) assumed.push_back(fmt::format("\"{}\" as nan", CellReader::kMissing[word]));
+  }
   if (cells_.logical > 0) assumed.push_back(counted(cells_.logical, "true or false cell") + " as 1 or 0");
   if (cells_.exponents > 0) assumed.push_back("exponents written with D");
 }
@@ -182,6 +213,7 @@ bool TextTable::next(Row& row) {
   if (!hasRow_ && !readRow()) {
     lines_.file().requireUnchanged();
     describeCells();
+    // Empty cells aside; a column that also holds numbers is one of numbers.
     for (std::size_t column = 1; column < met_.size(); ++column)
       if (met_[column] == CellReader::Logical) description_.headings[column].dataType = u"boolean";
     plain_ = std::exchange(blankLines_, {});
@@ -193,13 +225,21 @@ bool TextTable::next(Row& row) {
   return true;
 }
 
+/// Of the row, less an empty one behind the last delimiter where lines end in one.
+std::size_t TextTable::cellCount() const {
+  const std::size_t count = csv_.size();
+  const bool isOneMore = endsInDelimiter_ && count == description_.headings.size() + 1;
+  return isOneMore && csv_.cell(count - 1).empty() ? count - 1 : count;
+}
+
 /// The time of the row, in the unit of the table.
 double TextTable::takeTime(bool& isChanged) {
   const std::string_view cell = csv_.cell(0);
   if (firstMoment_) {
     const std::optional<Moment> moment = parseMoment(cell);
-    if (!moment) raise("tavlox:record:TimeNotANumber", path(), lineNumber_, 1, shown(cell));
-    seconds_ = secondsBetween(*firstMoment_, *moment);
+    if (!moment || moment->style != firstMoment_->style)
+      raise("tavlox:record:TimeNotANumber", path(), lineNumber_, 1, shown(cell));
+    seconds_ = secondsBetween(origin_, *moment);
     isChanged = true;
     plain_ = seconds_;
     return parseNumber(seconds_).value();
@@ -207,6 +247,7 @@ double TextTable::takeTime(bool& isChanged) {
   const auto time = cells_.read(cell);
   if (!time || !std::isfinite(time->value))
     raise("tavlox:record:TimeNotANumber", path(), lineNumber_, 1, shown(cell));
+  // The reader gives the cell itself back where it was plain: comparing places is enough.
   isChanged = isChanged || time->text.data() != cell.data();
   plain_ = time->text;
   return time->value;
@@ -217,19 +258,26 @@ std::string_view TextTable::takeRow(Row& row) {
   const std::size_t columns = description_.headings.size();
   bool isChanged = !dialect_.isPlain();
   row.time = takeTime(isChanged);
-  for (std::size_t column = 1; column < std::min(csv_.size(), columns); ++column) {
+  const std::size_t count = cellCount();
+  isChanged = isChanged || count != csv_.size();
+  for (std::size_t column = 1; column < std::min(count, columns); ++column) {
     const std::string_view cell = csv_.cell(column);
     const auto number = cells_.read(cell);
     if (!number) raise("tavlox:record:SampleNotANumber", path(), lineNumber_, column + 1, shown(cell));
-    isChanged = isChanged || number->text.data() != cell.data();
     met_[column] |= number->kind;
-    plain_ += ',';
-    plain_ += number->text;
+    if (!isChanged && number->text.data() != cell.data()) {
+      // The first cell that is not plain: those before it were not written down, as most rows need none of
+      // it.
+      isChanged = true;
+      for (std::size_t before = 1; before < column; ++before) (plain_ += ',') += csv_.cell(before);
+    }
+    if (isChanged) (plain_ += ',') += number->text;
   }
-  if (csv_.size() != columns)
-    raise("tavlox:record:UnevenRow", path(), lineNumber_, std::min(csv_.size(), columns) + 1, columns);
-  plain_ += '\n';
+  if (count != columns)
+    raise("tavlox:record:UnevenRow", path(), lineNumber_, std::min(count, columns) + 1, columns);
+  if (isChanged) plain_ += '\n';
   if (blankLines_.empty()) return isChanged ? std::string_view(plain_) : line_;
+  // In other dialects the rows are rewritten anyway, and empty lines between them say nothing.
   if (!isChanged) plain_ = line_;
   if (dialect_.isPlain()) plain_.insert(0, blankLines_);
   blankLines_.clear();

@@ -31,14 +31,15 @@ class TextTable : public Table {
   void makeHeadings();
   void takeHeadings();
   void takeUnits();
+  void findMoments();
   std::string headingLine() const;
   void describeDialect(const TableOptions& options);
   void describeCells();
   double takeTime(bool& isChanged);
   std::string_view takeRow(Row& row);
+  std::size_t cellCount() const;
 
   const std::u16string& path() const { return lines_.file().name(); }
-  std::string cellAt(std::size_t column) const { return std::string(csv_.cell(column)); }
 
   Lines lines_;
   Dialect dialect_;
@@ -52,8 +53,10 @@ class TextTable : public Table {
   bool hasPlainHeadings_ = false;  ///< its line can stay as it is
   bool hasRow_ = false;            ///< was read ahead
   bool hasComments_ = false;
+  bool endsInDelimiter_ = false;       ///< its headings do, and so a row may
   std::vector<unsigned char> met_;     ///< by column, which kinds of cells
-  std::optional<Moment> firstMoment_;  ///< of a table with dates for times
+  std::optional<Moment> firstMoment_;  ///< of a table with dates or clock times
+  Moment origin_;                      ///< which times count from
   std::string seconds_;                ///< since then
 };
 

@@ -1,5 +1,6 @@
-// Taking rows apart with libcsv, which calls back for each cell and each end of a row. It calls back through
-// C, where nothing may be thrown: cells are only put aside there, in buffers that grow beforehand.
+// Rows are taken apart by libcsv, which calls back for each cell and each end of a row. It calls back through
+// C, where nothing may be thrown: cells are only put aside there. Lines without a quote, which nearly all
+// are, are cut at the delimiters where they stand, which takes a fraction of the time.
 #include "platform/tables/csv_rows.h"
 
 #include <exception>
@@ -61,22 +62,46 @@ struct CsvRows::Parser {
   std::exception_ptr failure;
 };
 
-CsvRows::CsvRows(char delimiter) : parser_(std::make_unique<Parser>()), collapsesBlanks_(delimiter == ' ') {
+CsvRows::CsvRows(char delimiter)
+    : parser_(std::make_unique<Parser>()), delimiter_(delimiter), collapsesBlanks_(delimiter == ' ') {
   csv_set_delim(&parser_->handle, static_cast<unsigned char>(delimiter));
 }
 
 CsvRows::~CsvRows() = default;
 
+/// What libcsv makes of a line without quotes.
+CsvRows::Outcome CsvRows::takeSimple(std::string_view line) {
+  while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
+  const auto withoutBlanks = [this](std::string_view cell) {
+    const auto isBlank = [this](char character) {
+      return (character == ' ' || character == '\t') && character != delimiter_;
+    };
+    while (!cell.empty() && isBlank(cell.front())) cell.remove_prefix(1);
+    while (!cell.empty() && isBlank(cell.back())) cell.remove_suffix(1);
+    return cell;
+  };
+  if (withoutBlanks(line).empty()) return Outcome::None;
+  isRowComplete_ = isSimple_ = true;
+  for (;;) {
+    const std::size_t end = line.find(delimiter_);
+    cells_.push_back(withoutBlanks(line.substr(0, end)));
+    if (end == std::string_view::npos) return Outcome::Row;
+    line.remove_prefix(end + 1);
+  }
+}
+
 CsvRows::Outcome CsvRows::take(std::string_view line) {
   if (isRowComplete_) {
     text_.clear();
     ends_.clear();
-    isRowComplete_ = false;
+    cells_.clear();
+    isRowComplete_ = isSimple_ = false;
   }
   if (collapsesBlanks_) {
     collapseBlanks(line, collapsed_);
     line = collapsed_;
   }
+  if (!isInRow() && line.find('"') == std::string_view::npos) return takeSimple(line);
   const std::size_t parsed =
       csv_parse(&parser_->handle, line.data(), line.size(), Parser::onCell, Parser::onEndOfRow, this);
   return outcome(parsed == line.size());

@@ -36,7 +36,7 @@ class Hdf5(ProgramTest):
         error = self.error_of("record", "again.tavlox", "out.h5")
         self.assertEqual((error["identifier"], error["arguments"][1]), ("tavlox:record:SeveralHdf5Tables", '"/hot", "/long"'))
         self.output_of("record", "again.tavlox", "out.h5", "--group", "/hot")
-        self.output_of("record", "--append", "again.tavlox", "out.h5", "--group", "long")
+        self.output_of("record", "--append", "again.tavlox", "-", "--group", "long", input=(self.folder / "out.h5").read_bytes())
         self.output_of("compare", "s.tavlox", "again.tavlox")
         self.output_of("export", "s.tavlox", "--step", "0.1", "--to", "0.2", "-o", "steps", "--format", "hdf5")
         with h5py.File(self.folder / "steps") as file:
@@ -70,10 +70,13 @@ class Hdf5(ProgramTest):
                 error = self.error_of("record", "--force", "s.tavlox", "t.h5")
                 self.assertEqual((error["identifier"], *error["arguments"]), ("tavlox:record:" + table[0], *table[1:]))
                 continue
-            self.run_program("record", "--force", "s.tavlox", "t.h5")
+            _, told = self.run_program("record", "--force", "s.tavlox", "t.h5")
+            self.assertEqual("[tavlox:record:Chosen]" in told, bool({"log", "a/b/x", "m"} & set(content)), told)
+            self.assertNotIn("--delimiter", told)
             self.assertEqual(self.output_of("export", "s.tavlox"), table)
             labels = {signal["Name"]: signal["DataType"] for signal in self.json_of("signals", "s.tavlox")}
-            self.assertEqual(labels.get("on", "boolean"), "boolean")
+            self.assertEqual({name: label for name, label in labels.items() if label != "double"},
+                             {"on": "boolean"} if "log" in content else {"w": "uint64", "y": "int64"} if "a/b/x" in content else {})
         self.write("t.h5", (self.folder / "t.h5").read_bytes()[:900])
         self.assertEqual(self.error_of("record", "--force", "s.tavlox", "t.h5")["identifier"], "tavlox:record:DamagedHdf5")
 

@@ -9,9 +9,13 @@
 #include <cmath>
 #include <iterator>
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/errors/exceptions.h"
+#include "platform/files/filesystem.h"
 #include "platform/files/paths.h"
 #include "platform/progress/progress.h"
 #include "platform/text/conversion.h"
@@ -79,6 +83,23 @@ bool isLine(const std::vector<hsize_t>& dimensions) {
          std::ranges::count_if(dimensions, [](hsize_t size) { return size != 1; }) <= 1;
 }
 
+/// Opens the file once more, for reading. The library looks up the name of what it opens; standard input,
+/// which is kept in a file without one, gets a name for as long as that takes.
+Handle openFile(int descriptor) {
+  const std::string path = pathOf(descriptor);
+  struct stat status {};
+  const bool isNameless = fstat(descriptor, &status) == 0 && status.st_nlink == 0;
+  const std::string folder = fl::i18n::to_string(fl::filesystem::temp_directory_path());
+  const std::string name = fmt::format("{}/tavlox-{}.h5", folder, getpid());
+  // Fails where the name is taken, so that nobody can lead it to another file; the library then tells the
+  // rest.
+  const bool isNamed =
+      isNameless && linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  Handle opened(H5Fopen((isNamed ? name : path).c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  if (isNamed) unlink(name.c_str());
+  return opened;
+}
+
 Handle typeOf(hid_t dataset) { return Handle(H5Dget_type(dataset)); }
 
 Handle openDataset(hid_t place, const char* name, std::size_t chunkBytes) {
@@ -95,10 +116,7 @@ Hdf5Table::Hdf5Table(tables::TableFile file, const tables::TableOptions& options
   if (!file_.compression().empty())
     raise("tavlox:record:DamagedHdf5", file_.name(),
           fmt::format("it is packed with {}", file_.compression()));
-  // The library looks for the name of what it opens, and standard input is kept in a file without one.
-  if (file_.name() == u"-")
-    raise("tavlox:record:DamagedHdf5", file_.name(), "standard input cannot be; give the file by its name");
-  opened_ = Handle(H5Fopen(pathOf(file_.descriptor()).c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  opened_ = openFile(file_.descriptor());
   if (!opened_) refuse("");
   std::string top = options.group.value_or("/");
   if (!top.starts_with('/')) top.insert(0, "/");
@@ -135,6 +153,20 @@ std::optional<Hdf5Table::Kind> Hdf5Table::kindOf(hid_t type) {
                          H5Tenum_valueof(type, "FALSE", &ignored) >= 0 &&
                          H5Tenum_valueof(type, "TRUE", &ignored) >= 0;
   return isLogical ? Kind::Logical : kindOf(Handle(H5Tget_super(type)).get());
+}
+
+/// Of the type that is read, which holds every number of the file's.
+std::u16string Hdf5Table::typeNameOf(Kind kind) {
+  switch (kind) {
+    case Kind::Signed:
+      return u"int64";
+    case Kind::Unsigned:
+      return u"uint64";
+    case Kind::Logical:
+      return u"boolean";
+    default:
+      return u"double";
+  }
 }
 
 hid_t Hdf5Table::memoryTypeOf(Kind kind) {
@@ -283,7 +315,7 @@ void Hdf5Table::describe(const tables::TableOptions& options) {
       if (&column != columns_.data()) heading.name = heading.written;
       heading.unit = column.unit->empty() ? std::nullopt : std::optional(to_ustring_lossy(*column.unit));
     }
-    if (column.kind == Kind::Logical) heading.dataType = u"boolean";
+    heading.dataType = typeNameOf(column.kind);
     description_.headings.push_back(std::move(heading));
   }
   if (!columns_.empty()) {

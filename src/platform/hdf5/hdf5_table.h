@@ -72,6 +72,7 @@ class Hdf5Table : public tables::Table {
 
   static std::optional<Kind> kindOf(hid_t type);
   static hid_t memoryTypeOf(Kind kind);
+  static std::u16string typeNameOf(Kind kind);
   Source sourceOf(hid_t dataset, const std::string& path) const;
   std::u16string placeOf(std::string_view path) const;
   [[noreturn]] void refuse(std::string_view path) const;

@@ -119,7 +119,7 @@ TableFile::TableFile(const std::u16string& path)
 }
 
 TableFile::TableFile(std::u16string name, std::shared_ptr<const fs::Descriptor> file)
-    : name_(std::move(name)), file_(std::move(file)) {
+    : name_(std::move(name)), file_(std::move(file)), isOwn_(true) {
   start();
 }
 
@@ -174,6 +174,7 @@ std::size_t TableFile::read(char* into, std::size_t count) {
 }
 
 std::string_view TableFile::peek(std::size_t count) {
+  // What was peeked at before is read again first, so that a longer look starts at the same byte.
   std::string all = std::move(peeked_);
   peeked_.clear();
   while (all.size() < count) {
@@ -189,7 +190,7 @@ std::string_view TableFile::peek(std::size_t count) {
 
 void TableFile::requireUnchanged() const {
   // The size alone would miss a table that is written anew with the same number of rows.
-  if (fs::identityOf(file_->get()) != opened_) raise("tavlox:record:TableChanged", name_);
+  if (!isOwn_ && fs::identityOf(file_->get()) != opened_) raise("tavlox:record:TableChanged", name_);
 }
 
 std::string_view TableFile::compression() const { return unpacker_ ? unpacker_->name() : std::string_view(); }

@@ -19,7 +19,8 @@ class Unpacker;
 class TableFile {
  public:
   explicit TableFile(const std::u16string& path);
-  /// A file that was opened before, under the name that messages have it by. It is read from its beginning.
+  /// A file that only this process has, under the name that messages have it by. It is read from its
+  /// beginning.
   TableFile(std::u16string name, std::shared_ptr<const fl::filesystem::Descriptor> file);
   ~TableFile();
   TableFile(TableFile&&) noexcept;
@@ -48,6 +49,7 @@ class TableFile {
   std::shared_ptr<const fl::filesystem::Descriptor> file_;
   fl::filesystem::FileIdentity opened_;
   std::uint64_t offset_ = 0;  ///< in the file
+  bool isOwn_ = false;        ///< nobody else can write to it
   std::unique_ptr<Unpacker> unpacker_;
   std::string peeked_;  ///< was read and is to be given again
 };

@@ -14,6 +14,7 @@
 #include "platform/errors/package_errors.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
+#include "platform/samples/recorded_session.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
 #include "platform/text/suggestion.h"
@@ -157,24 +158,34 @@ bool names(const except_with_causes& error, const std::u16string& path) {
          std::ranges::any_of(error.causes(), [&](const auto& cause) { return names(cause, path); });
 }
 
-/// What is told with an error besides: the file at hand where the error names none, and a hint. Either may be
-/// empty.
+/// The part of the session that is at fault, of which the error says only the kind. The module reads the
+/// parts as one, so they are read once more, each by itself.
+std::u16string partOf(const except_with_causes& error, const std::u16string& path) try {
+  const bool isOfPart = error.GetID() == "simulation_data_repository:sdr:InvalidSessionData";
+  return isOfPart && !path.empty() ? samples::invalidSessionPart(path) : std::u16string();
+} catch (const opc::Exception&) {
+  return {};
+}
+
+/// What is told with an error besides: the file at hand where the error names none, the part where it says
+/// only of which kind, and a hint. Each may be empty.
 struct Remarks {
-  std::u16string file, hint;
+  std::u16string file, part, hint;
 };
 
 /// The lines for people, the last one ended. `kind` is "error" or "warning".
 std::string asText(std::string_view kind, const except_with_causes& error, const Remarks& remarks) {
-  const auto& [file, hint] = remarks;
+  const auto& [file, part, hint] = remarks;
   std::string text = fmt::format("tavlox: {}: {}", kind, shown(error));
   appendCauses(text, error);
   if (!file.empty()) text += fmt::format("  file: {}\n", singleLine(file, Backslashes::Kept));
+  if (!part.empty()) text += fmt::format("  part: {}\n", singleLine(part, Backslashes::Kept));
   if (!hint.empty()) text += fmt::format("  hint: {}\n", singleLine(hint, Backslashes::Kept));
   return text;
 }
 
-/// The members "identifier", "arguments", "message", and "causes", "file" and "hint" where there are any.
-/// Causes are objects of the same form, to any depth.
+/// The members "identifier", "arguments", "message", and "causes", "file", "part" and "hint" where there are
+/// any. Causes are objects of the same form, to any depth.
 void writeError(JsonWriter& json, const except_with_causes& error, const Remarks& remarks) {
   json.beginObject().member("identifier").value(error.GetID());
   json.member("arguments").beginArray();
@@ -186,6 +197,7 @@ void writeError(JsonWriter& json, const except_with_causes& error, const Remarks
     json.endArray();
   }
   if (!remarks.file.empty()) json.member("file").value(remarks.file);
+  if (!remarks.part.empty()) json.member("part").value(remarks.part);
   if (!remarks.hint.empty()) json.member("hint").value(remarks.hint);
   json.endObject();
 }
@@ -220,7 +232,7 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
     except_with_causes error = describe(path);
     addCauses(error);
     const std::u16string file = path.empty() || names(error, path) ? std::u16string() : path;
-    tell(format, "error", error, {file, hint.empty() ? hintFor(error, path) : hint});
+    tell(format, "error", error, {file, partOf(error, path), hint.empty() ? hintFor(error, path) : hint});
   } catch (const std::exception&) {
     // A second failure while the first is told: there is hardly any memory left.
     printError(format == OutputFormat::Json ? kOutOfMemoryJson : kOutOfMemory);
@@ -228,11 +240,11 @@ void report(OutputFormat format, const std::u16string& path, const std::u16strin
 }
 
 void tellError(OutputFormat format, const except_with_causes& error) {
-  tell(format, "error", error, {{}, hintFor(error, {})});
+  tell(format, "error", error, {{}, {}, hintFor(error, {})});
 }
 
 void tellWarning(OutputFormat format, const except_with_causes& warning, const std::u16string& hint) {
-  tell(format, "warning", warning, {{}, hint});
+  tell(format, "warning", warning, {{}, {}, hint});
 }
 
 std::u16string namesInMessage(const std::vector<std::u16string>& names) {

@@ -222,8 +222,13 @@ ExitCode runCommand(const CommandLine& line) {
 
 int main(int argumentCount, char** arguments) {
   using namespace tavlox::cli;
-  // A reader that has seen enough ends the program quietly, also where the caller had switched that off.
+  // A reader that has seen enough ends the program quietly, also where the caller had switched that off. A
+  // library that is linked blocks the signal before this function begins.
   std::signal(SIGPIPE, SIG_DFL);
+  sigset_t pipes;
+  sigemptyset(&pipes);
+  sigaddset(&pipes, SIGPIPE);
+  sigprocmask(SIG_UNBLOCK, &pipes, nullptr);
   // Until the command line is understood, whatever fails is its fault.
   ExitCode failure = ExitCode::WrongCommandLine;
   std::u16string file;

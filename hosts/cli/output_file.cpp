@@ -13,8 +13,11 @@ using foundation::core::except::raise;
 OutputFile::OutputFile(const Request& request) {
   const std::u16string& output = request.one("--output");
   // Not even with --force: the recording would be gone.
-  const bool isFile = fs::weakly_canonical(output) == fs::weakly_canonical(request.one("FILE"));
-  if (isFile) raise("tavlox:cli:OutputIsFile", output);
+  for (const std::string_view read : {"FILE", "A", "B"}) {
+    for (const std::u16string& input : request.all(read))
+      if (fs::weakly_canonical(output) == fs::weakly_canonical(input))
+        raise("tavlox:cli:OutputIsFile", output);
+  }
   const bool isThere = fs::exists(output);
   if (isThere && !request.has("--force")) raise("tavlox:cli:OutputFileExists", output);
   path_ = fl::i18n::to_string(output);
@@ -22,6 +25,7 @@ OutputFile::OutputFile(const Request& request) {
     file_ = std::make_unique<fs::DurableFile>(path_);
     return;
   }
+  if (fs::status(output).type != fs::FileType::Regular) raise("tavlox:cli:OutputNotAFile", output);
   const fs::FileIdentity replaced = fs::InputFile(path_).identity();
   file_ = std::make_unique<fs::DurableFile>(path_, replaced, fs::DurableFile::Start::Empty);
 }

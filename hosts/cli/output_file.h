@@ -25,8 +25,8 @@ class OutputFile {
   /// What takes the next bytes of a result, wherever it goes.
   using Sink = std::function<void(std::string_view)>;
 
-  /// Raises tavlox:cli:OutputFileExists, and tavlox:cli:OutputIsFile if it is the command's FILE. What the
-  /// disk refuses raises opc::Exception, here and below.
+  /// Raises tavlox:cli:OutputFileExists, and tavlox:cli:OutputIsFile if it is one that the command reads.
+  /// What the disk refuses raises opc::Exception, here and below.
   explicit OutputFile(const Request& request);
   ~OutputFile();
 

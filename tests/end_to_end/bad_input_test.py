@@ -96,6 +96,7 @@ class DamagedSessions(ProgramTest):
             self.assertEqual(error["identifier"], identifier)
             self.assertIn(reason, error["message"])
             self.assertNotIn("..", error["message"])
+            self.assertEqual(error.get("part"), "/" + part if "sdr" in identifier else None)
 
 
 class WrongCommandLines(ProgramTest):

@@ -172,6 +172,28 @@ SampleReader RecordedSession::read(const RecordedRun& run, Wanted wanted) const 
   return {file_.getPackageImpl(), *run.samples, std::move(wanted)};
 }
 
+std::u16string invalidSessionPart(const std::u16string& path) {
+  DataExportFile file(false);
+  file.modifyReadPackage(path);
+  const auto isValid = [](const Part& part, const auto& readAll) {
+    PartBuffer buffer(part);
+    std::istream stream(&buffer);
+    try {
+      readAll(stream);
+      return true;
+    } catch (const foundation::core::except::except_with_causes&) {
+      return false;
+    }
+  };
+  const auto readRunList = [](std::istream& stream) { orra::forEachRun(stream, [](const auto&) {}); };
+  const auto readSignalsPart = [](std::istream& stream) { orra::forEachSignal(stream, [](const auto&) {}); };
+  for (const Part& part : file.getPartsByRelationshipType(relationship_types::kRunData))
+    if (!isValid(part, readRunList)) return part.getName().text();
+  for (const Part& part : file.getPartsByRelationshipType(relationship_types::kSignalsData))
+    if (!isValid(part, readSignalsPart)) return part.getName().text();
+  return {};
+}
+
 SessionPlaces::SessionPlaces(const std::u16string& path, Of of, const std::u16string* onlyName) {
   DataExportFile file(false);
   file.modifyReadPackage(path);

@@ -77,6 +77,10 @@ class RecordedSession {
   std::vector<RecordedRun> runs_;
 };
 
+/// The name of the run list or signals part that is not valid, for messages that must say which of several it
+/// is; empty if each is by itself. Raises what opening the package raises.
+std::u16string invalidSessionPart(const std::u16string& path);
+
 /// What a run's place in its session is: less than the run, since there may be hundreds of thousands.
 struct RunPlace {
   std::int32_t id = 0, orderIndex = 0;                  ///< as RecordedRun has them

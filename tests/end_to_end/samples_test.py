@@ -5,6 +5,7 @@ import json
 import os
 import pty
 import random
+import signal
 import struct
 import subprocess
 import termios
@@ -54,6 +55,9 @@ class Samples(ProgramTest):
         self.write("limits", "v(out) abs=-1\n")
         self.assertEqual(self.error_of("compare", "s.tavlox", "lost.tavlox", "--tolerances", "limits")["arguments"][1:],
                          ["1", "abs=-1"])
+        self.assertTrue(self.output_of("report", "s.tavlox", "-o", "s.html").endswith("/s.html\n"))
+        self.run_program("delete", "s.tavlox", "/session/data", "--force")
+        self.assertEqual(self.error_of("plot", "s.tavlox")["identifier"], "tavlox:samples:NoneRecorded")
 
     def test_runs_are_joined_only_as_one_says(self):
         self.record()
@@ -74,10 +78,16 @@ class Samples(ProgramTest):
                 (["--run", "9"], "tavlox:samples:NoSuchRun", 1), (["--signal", "x*"], "tavlox:samples:NoSuchSignal", 1),
                 (["--from", "soon"], "tavlox:cli:NotANumber", 2), (["--grid", "step"], "tavlox:export:StepMissing", 2),
                 (["-o", "s.tavlox", "--force"], "tavlox:cli:OutputIsFile", 1),
+                (["-o", "/dev/null", "--run", "1", "--force"], "tavlox:cli:OutputNotAFile", 1),
                 (["-o", "limits", "--run", "1"], "tavlox:cli:OutputFileExists", 1)]:
             self.write("limits", "kept")
             error = self.error_of("export", "s.tavlox", *words, exit_code=exit_code)
             self.assertEqual((error["identifier"], (self.folder / "limits").read_text()), (identifier, "kept"))
+        reader, writer = os.pipe()
+        os.close(reader)
+        done = subprocess.run([PROGRAM, "export", "s.tavlox", "--run", "1"], cwd=self.folder, stdout=writer, stderr=subprocess.PIPE, timeout=60)
+        os.close(writer)
+        self.assertEqual((done.returncode, done.stderr), (-signal.SIGPIPE, b""))
         self.output_of("export", "s.tavlox", "--run", "1", "-o", "limits", "--force")
         self.assertEqual((self.folder / "limits").read_text(), HOT)
 
@@ -110,6 +120,24 @@ class Samples(ProgramTest):
         self.output_of("compare", "a.tavlox", "b.tavlox", "--run", "2")
         output, _ = self.run_program("compare", "a.tavlox", "b.tavlox", "--run", "1:2", "--signal", "v*", exit_code=3)
         self.assertEqual(output.splitlines()[-1].split("\t")[2], "other span")
+
+    def test_curves_of_one_plot_are_told_apart(self):
+        self.record(up="t [s],v [V],i [A]\n0,0,5\n1,1,5\n2,2,5\n", down="t [s],v [V]\n1,2\n3,0\n", copy="t [s],v [V]\n1,2\n3,0\n")
+        plots = self.output_of("plot", "s.tavlox", environment=UTF8).split("\n\n")
+        self.assertEqual([len(plots), plots[1].startswith("up: i [A]  min 5 at 0 s")], [2, True])
+        title, *legend = plots[0].splitlines()[:4]
+        self.assertEqual([title, *(line.split("  min")[0] for line in legend)], ["v [V]", "  * up", "  + down", "  o copy"])
+        shown = [line.split("|")[1] for line in plots[0].splitlines() if "|" in line]
+        # One axis of times: what goes up ends at two thirds, what goes down begins at one third; two that are equal take turns.
+        self.assertEqual([shown[0].rindex("*"), shown[-1].index("*"), "*" in shown[0][48:]], [45, 0, False])
+        self.assertEqual({min(line.find(mark) for line in shown if mark in line) for mark in "+o"}, {22, 23})
+        by = lambda how: [plot.splitlines()[0] for plot in self.output_of("plot", "s.tavlox", "--by", how, environment=UTF8).split("\n\n")]
+        self.assertEqual(by("unit"), ["V", by("curve")[1]])
+        self.assertEqual([line.split("  min")[0] for line in by("curve")], ["up: v [V]", "up: i [A]", "down: v [V]", "copy: v [V]"])
+        coloured = self.output_of("plot", "s.tavlox", "--color", "always", environment=UTF8)
+        self.assertIn("\x1b[31m\u2501\u2501\x1b[0m down", coloured)
+        self.assertRegex(coloured, "\u2502.*\x1b\\[3[12]m[\u2801-\u28ff]")
+        self.assertEqual(self.error_of("plot", "s.tavlox", "--by", "colour", exit_code=2)["identifier"], "tavlox:plot:UnknownGrouping")
 
     def test_a_plot_fits_the_terminal_and_what_it_can_show(self):
         self.record()

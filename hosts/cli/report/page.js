@@ -39,11 +39,10 @@ function choices(title, keys, set, describe) {
 function showPicker() {
   groups.slice(0, 4).forEach((group) => view.groups.add(group));
   series.slice(0, kColours).forEach((name) => view.series.add(name));
-  const firstOf = new Map();
-  for (const curve of curves) if (!firstOf.has(curve.group)) firstOf.set(curve.group, curve);
+  const curveOf = new Map(curves.map((curve) => [curve.group, curve]));
   byId("picker").append(
     choices(data.seriesTitle, series, view.series, (name) => [name]),
-    choices("Signals", groups, view.groups, (group) => [firstOf.get(group).title ?? firstOf.get(group).name, firstOf.get(group).unit]));
+    choices("Signals", groups, view.groups, (group) => [curveOf.get(group).name, curveOf.get(group).unit]));
 }
 
 // ---- the toolbar ----

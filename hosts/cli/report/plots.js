@@ -11,6 +11,7 @@ const view = {
   by: "signal",            // "signal", "unit" or "units": what each plot shows
   runs: "overlaid",        // "overlaid" or "beside"
   groups: new Set(), series: new Set(),
+  logarithmic: new Set(),  // titles of plots
 };
 [view.from, view.to] = view.span;
 
@@ -97,7 +98,6 @@ function buildPanels() {
 class Panel {
   constructor(plan) {
     Object.assign(this, plan);
-    this.isLog = false;
     this.valueRanges = null;  // of each axis, where the reader zoomed into values
     const name = this.title + (this.unit ? ` [${this.unit}]` : "");
     this.canvas = el("div", { class: "canvas" });
@@ -111,12 +111,13 @@ class Panel {
     this.readings = el("table", { class: "readout", "aria-label": "Values of " + name });
     const button = (text, press, label) => el("button", { type: "button", "aria-label": `${label} of ${name}`, onclick: press }, text);
     const log = button("log", () => {
-      [this.isLog, this.valueRanges] = [!this.isLog, null];
+      this.isLog ? view.logarithmic.delete(this.title) : view.logarithmic.add(this.title);
+      this.valueRanges = null;
       log.setAttribute("aria-pressed", String(this.isLog));
       this.destroy();
       drawSoon();
     }, "Logarithmic values");
-    log.setAttribute("aria-pressed", "false");
+    log.setAttribute("aria-pressed", String(this.isLog));
     log.title = "Logarithmic values; those that are not above 0 are left out";
     this.element = el("figure", { class: "panel", "aria-label": name },
       el("figcaption", {}, el("h3", {}, this.title, this.unit ? el("span", { class: "unit" }, ` [${this.unit}]`) : []), this.reducedNote(),
@@ -132,6 +133,10 @@ class Panel {
     const kept = reduced[0].times.length.toLocaleString("en"), count = reduced[0].count.toLocaleString("en");
     return el("span", { class: "reduced", title: "Of each short stretch of time the first, smallest, largest and last sample are kept" },
               `reduced: ${kept} of ${count} samples, every minimum and maximum among them`);
+  }
+
+  get isLog() {
+    return view.logarithmic.has(this.title);
   }
 
   colour(i) {

@@ -24,7 +24,7 @@ class Curve {
     return this.ownValues ??= doubles(this.value);
   }
   get label() {
-    return this.group + " · " + this.series;
+    return this.name + " · " + this.series;
   }
 }
 const curves = data.curves.map((record) => new Curve(record));

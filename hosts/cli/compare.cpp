@@ -9,11 +9,12 @@
 #include <fmt/format.h>
 
 #include "hosts/cli/command.h"
+#include "hosts/cli/comparison_page.h"
 #include "hosts/cli/output.h"
+#include "hosts/cli/output_file.h"
 #include "hosts/cli/selection.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
-#include "platform/samples/comparison.h"
 #include "platform/text/conversion.h"
 
 namespace tavlox::cli {
@@ -25,10 +26,10 @@ using foundation::core::except::raise;
 using samples::RecordedRun;
 using samples::RecordedSession;
 using samples::RecordedSignal;
+using samples::RunComparer;
 using samples::RunComparison;
 using samples::SignalComparison;
 using samples::Tolerance;
-using samples::Verdict;
 
 // ---- tolerances ----
 
@@ -118,12 +119,6 @@ class Tolerances {
 
 // ---- runs ----
 
-/// What is compared, and what has no partner.
-struct Pairing {
-  std::vector<std::pair<const RecordedRun*, const RecordedRun*>> pairs;
-  std::vector<const RecordedRun*> onlyInA, onlyInB;
-};
-
 const RecordedRun& findRun(const RecordedSession& session, const std::u16string& word) {
   const auto run = std::ranges::find(session.runs(), toRunID(word), &RecordedRun::id);
   if (run == session.runs().end()) raise("tavlox:samples:NoSuchRun", session.path(), word);
@@ -173,55 +168,17 @@ Pairing pairRuns(const Request& request, const RecordedSession& a, const Recorde
 
 // ---- the outcome ----
 
-struct Outcome {
-  Pairing runs;
-  std::vector<RunComparison> compared;
-
-  bool isEqual() const {
-    return runs.onlyInA.empty() && runs.onlyInB.empty() &&
-           std::ranges::all_of(compared, &RunComparison::isEqual);
-  }
-};
-
-/// What is told of a pair of signals in a word or two.
-const char* verdictOf(const SignalComparison& signal) {
-  switch (signal.verdict) {
-    case Verdict::Different:
-      return "different";
-    case Verdict::OtherSpan:
-      return "other span";
-    case Verdict::NothingToCompare:
-      return "nothing to compare";
-    default:
-      return signal.isEqual() ? "equal" : "other units";
-  }
-}
-
 std::u16string number(double value) { return to_ustring(fmt::format("{}", value)); }
-
-/// "2", or "2:5" if the two have different ones.
-std::u16string idsOf(const RunComparison& runs) {
-  const std::string a = std::to_string(runs.a->id()), b = std::to_string(runs.b->id());
-  return to_ustring(a == b ? a : a + ":" + b);
-}
 
 void printTable(const Outcome& outcome) {
   std::vector<std::vector<std::u16string>> rows;
-  const auto addMissing = [&](std::u16string run, const std::u16string& signal, const char16_t* verdict) {
-    rows.push_back({std::move(run), signal, verdict, u"", u"", u"", u"", u""});
-  };
-  const auto idOf = [](const RecordedRun* run) { return to_ustring(std::to_string(run->id())); };
-  for (const RecordedRun* run : outcome.runs.onlyInA) addMissing(idOf(run), u"", u"run only in A");
-  for (const RecordedRun* run : outcome.runs.onlyInB) addMissing(idOf(run), u"", u"run only in B");
+  for (const auto& [runs, signal, verdict, isDifference] : outcome.notCompared())
+    rows.push_back({runs, signal, to_ustring(verdict), u"", u"", u"", u"", u""});
   for (const RunComparison& runs : outcome.compared) {
-    for (const std::string& field : runs.metadata)
-      addMissing(idsOf(runs), to_ustring(field), u"other metadata");
-    for (const RecordedSignal& signal : runs.onlyInA) addMissing(idsOf(runs), signal.name, u"only in A");
-    for (const RecordedSignal& signal : runs.onlyInB) addMissing(idsOf(runs), signal.name, u"only in B");
     for (const SignalComparison& signal : runs.signals) {
-      rows.push_back({idsOf(runs), signal.a.name, to_ustring(verdictOf(signal)), number(signal.largest),
-                      number(signal.largestTime), number(signal.valueA), number(signal.valueB),
-                      number(signal.needed)});
+      rows.push_back({idsOf(*runs.a, *runs.b), signal.a.name, to_ustring(verdictOf(signal)),
+                      number(signal.largest), number(signal.largestTime), number(signal.valueA),
+                      number(signal.valueB), number(signal.needed)});
     }
   }
   print(Table{{"run", "signal", "verdict", "largest", "at", "A", "B", "needed"},
@@ -258,6 +215,7 @@ void printJson(const Request& request, const Outcome& outcome) {
   json.member("FilenameA").value(fl::filesystem::absolute(request.one("A")));
   json.member("FilenameB").value(fl::filesystem::absolute(request.one("B")));
   json.member("Equal").value(outcome.isEqual());
+  if (request.has("--output")) json.member("Page").value(fl::filesystem::absolute(request.one("--output")));
   const auto writeIds = [&](std::string_view member, const std::vector<const RecordedRun*>& runs) {
     json.member(member).beginArray();
     for (const RecordedRun* run : runs) json.value(run->id());
@@ -299,14 +257,8 @@ void requireSignals(const Request& request, const RecordedSession& a, const Reco
   }
 }
 
-ExitCode runCompare(const Request& request) {
-  const Tolerances tolerances(request);
-  const RecordedSession a(request.one("A")), b(request.one("B"));
-  requireSignals(request, a, b);
-  Outcome outcome{pairRuns(request, a, b), {}};
-  // Nothing against nothing would be equal.
-  if (a.runs().empty() && b.runs().empty()) raise("tavlox:samples:NoneRecorded", a.path());
-  samples::RunComparer comparer;
+RunComparer comparerFor(const Request& request, const Tolerances& tolerances) {
+  RunComparer comparer;
   const std::vector<std::u16string>& globs = request.all("--signal");
   if (!globs.empty()) {
     comparer.isWanted = [&](const std::u16string& name) {
@@ -315,8 +267,34 @@ ExitCode runCompare(const Request& request) {
   }
   comparer.toleranceOf = [&](const std::u16string& name) { return tolerances.of(name); };
   if (request.has("--overlap")) comparer.extent = samples::Extent::Overlap;
+  return comparer;
+}
+
+void compareOnto(const Request& request, const RunComparer& comparer, const RecordedSession& a,
+                 const RecordedSession& b, Outcome& outcome) {
+  OutputFile output(request);
+  const auto detail = request.has("--full") ? Detail::Full : Detail::Reduced;
+  ComparisonPage page([&](std::string_view bytes) { output.write(bytes); }, a, b, outcome.runs, detail);
   for (const auto& [runA, runB] : outcome.runs.pairs)
-    outcome.compared.push_back(comparer.compare(a, *runA, b, *runB));
+    outcome.compared.push_back(page.add(comparer, *runA, *runB));
+  page.finish(outcome);
+  output.finish();
+}
+
+ExitCode runCompare(const Request& request) {
+  const Tolerances tolerances(request);
+  const RecordedSession a(request.one("A")), b(request.one("B"));
+  requireSignals(request, a, b);
+  Outcome outcome{pairRuns(request, a, b), {}};
+  // Nothing against nothing would be equal.
+  if (a.runs().empty() && b.runs().empty()) raise("tavlox:samples:NoneRecorded", a.path());
+  const RunComparer comparer = comparerFor(request, tolerances);
+  if (request.has("--output")) {
+    compareOnto(request, comparer, a, b, outcome);
+  } else {
+    for (const auto& [runA, runB] : outcome.runs.pairs)
+      outcome.compared.push_back(comparer.compare(a, *runA, b, *runB));
+  }
   request.format == OutputFormat::Json ? printJson(request, outcome) : printTable(outcome);
   return outcome.isEqual() ? ExitCode::Done : ExitCode::Found;
 }
@@ -328,6 +306,7 @@ extern const Command kCompare = {
     .summary = "Compare recorded samples with a reference",
     .examples = R"help(  tavlox compare reference.tavlox new.tavlox --rel 1e-6
   tavlox compare reference.tavlox new.tavlox --run 1:3 --signal "v*" --abs 1e-3
+  tavlox compare reference.tavlox new.tavlox -o differences.html
   tavlox compare a.tavlox b.tavlox --tolerances limits.txt --json | jq .Equal
 )help",
     .details =
@@ -353,6 +332,9 @@ describes a signal counts, and lines that begin with # say nothing:
   v(*)   abs=1e-3
   i(r1)  rel=0.01 time=1e-6
 
+With -o there is also a page that any browser opens, with the curves of A and B
+and below them their difference, the signals that differ first.
+
 Prints a line for each signal: run, name, verdict, the largest difference at
 one time, that time, the two values there, and the smallest --abs that would
 pass.
@@ -368,7 +350,10 @@ Exit code: 0 equal within the tolerances, 3 different, 1 an error.
                    {"--range", Takes::Value, "The same as a share of the reference's range", "Z"},
                    {"--time-tol", Takes::Value, "How far times may be apart, in seconds", "T"},
                    {"--tolerances", Takes::Value, "Tolerances of single signals", "PATH"},
-                   {"--overlap", Takes::Flag, "Compare the time that both have"}},
+                   {"--overlap", Takes::Flag, "Compare the time that both have"},
+                   {"--output", Takes::Value, "The page to make", "PAGE", "-o"},
+                   {"--full", Takes::Flag, "Every sample in the page, also of long runs"},
+                   {"--force", Takes::Flag, "Replace PAGE if it exists"}},
     .run = runCompare,
     .check = checkCompare,
 };

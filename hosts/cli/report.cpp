@@ -87,16 +87,15 @@ class Report {
 
   /// Whether all samples could be read. What could not is reported, and the page says so.
   bool make() {
-    const std::vector<PlottedRun> runs = measureRuns();
-    std::vector<std::pair<std::string, std::u16string>> facts = readFacts();
-    if (!unreadable_.empty()) facts.emplace_back("Samples that cannot be read", unreadable_);
-    Page page(write_, head_, facts);
-    addCurves(page, runs);
+    Page::Facts facts = readFacts();
+    Page page(write_, head_);
+    addCurves(page);
     addStatistics(page);
     addRuns(page);
     addSignals(page);
     addUserFiles(page);
-    page.finish();
+    if (!unreadable_.empty()) facts.emplace_back("Samples that cannot be read", unreadable_);
+    page.finish(facts);
     return unreadable_.empty();
   }
 
@@ -108,6 +107,19 @@ class Report {
     double minimum, maximum, mean, last;
   };
 
+  /// Whether the work on the run's samples could be done. If not it is reported, and the other runs are still
+  /// shown.
+  bool isReadable(const PlottedRun& run, const std::function<void()>& work) {
+    try {
+      work();
+      return true;
+    } catch (const std::exception&) {
+      report(request_.format, path_);
+      unreadable_ += (unreadable_.empty() ? u"" : u", ") + run.label;
+      return false;
+    }
+  }
+
   /// The runs that have samples, with their lengths.
   std::vector<PlottedRun> measureRuns() {
     std::vector<PlottedRun> runs;
@@ -116,24 +128,14 @@ class Report {
       std::ranges::copy_if(run.signals, std::back_inserter(plotted.signals),
                            [](const auto& signal) { return signal.column != 0; });
       if (!run.samples || plotted.signals.empty()) continue;
-      try {
-        // Every cell is read, not only the times: what is said of the run stands at the head of the page.
-        samples::Wanted wanted;
-        for (const samples::RecordedSignal& signal : plotted.signals) wanted.columns.push_back(signal.column);
-        plotted.span = spanOf(session_.read(run, wanted));
-      } catch (const std::exception&) {
-        // The other runs are still shown.
-        report(request_.format, path_);
-        unreadable_ += (unreadable_.empty() ? u"" : u", ") + plotted.label;
-        continue;
-      }
+      if (!isReadable(plotted, [&] { plotted.span = spanOf(session_.read(run, {})); })) continue;
       runs.push_back(std::move(plotted));
     }
     return runs;
   }
 
-  std::vector<std::pair<std::string, std::u16string>> readFacts() {
-    std::vector<std::pair<std::string, std::u16string>> facts;
+  Page::Facts readFacts() {
+    Page::Facts facts;
     for (const zobs::COSProperty& property : fileClass(request_).properties()) {
       const std::string& name = property.name.text();
       const std::u16string value = cellText(zobs::getProperty(file_, name));
@@ -143,7 +145,8 @@ class Report {
     return facts;
   }
 
-  void addCurves(Page& page, const std::vector<PlottedRun>& runs) {
+  void addCurves(Page& page) {
+    const std::vector<PlottedRun> runs = measureRuns();
     std::uint64_t values = 0, curves = 0;
     for (const PlottedRun& run : runs) {
       curves += run.signals.size();
@@ -155,7 +158,8 @@ class Report {
   }
 
   void addCurvesOf(Page& page, const PlottedRun& plotted, const SampleBudget& budget) {
-    const std::vector<CurveSamples> read = readCurves(session_, plotted, budget);
+    std::vector<CurveSamples> read;
+    if (!isReadable(plotted, [&] { read = readCurves(session_, plotted, budget); })) return;
     std::map<std::pair<std::u16string, std::u16string>, int> namesakes;
     for (std::size_t i = 0; i < read.size(); ++i) {
       const samples::RecordedSignal& signal = plotted.signals[i];
@@ -269,8 +273,8 @@ extern const Command kReport = {
 the signals and the user files in tables, and plots of the recorded samples to zoom, compare and read off.
 
 Long runs are reduced: each short stretch of time keeps its first, smallest, largest and last sample, so that no
-spike is lost and the page stays below 5 MB for sessions of up to some thousand signals. The page says so where it
-is reduced. With --full it carries every sample.
+spike is lost and the page stays below 5 MB, whatever the number of samples, for up to 150 signals, those of all
+runs counted. The page says so where it is reduced. With --full it carries every sample.
 
 Prints the page's path. A run whose samples cannot be read is reported, the page shows the others, and the exit
 code is 1.

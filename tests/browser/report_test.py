@@ -1,5 +1,6 @@
 """The pages of `tavlox report` in a real browser: what is drawn is what was recorded, what is typed filters, what is dragged
 zooms, hostile names are text, and the console is silent. With TAVLOX_PICTURES=FOLDER the pictures of the README are made."""
+import base64
 import csv
 import json
 import math
@@ -169,6 +170,8 @@ class ReportTest(ProgramTest):
         self.browser.settle()
         self.assert_drawn(0, [[spike / 1000, 5], [(spike + 1) / 1000, -5]])
         self.assertEqual(self.rows("Recorded samples")[0][3:6], ["1000000", "−5", "5"])
+        self.output_of("report", "long.tavlox", "-o", "full.html", "--full")
+        self.assertGreater((self.folder / "full.html").stat().st_size, 3 * 8 * 4 / 3 * count)
 
     def test_what_a_package_says_is_text(self):
         names = ["<script>alert(1)</script>", "</script><img src=x onerror=alert(2)>", "a\u2028b\u2029c", "@SCRIPT@ & <!--", "日本語"]
@@ -192,6 +195,105 @@ class ReportTest(ProgramTest):
         for text in ("<b>run", "</title><script>document.title"):
             self.assertIn(text, shown)
         self.assertEqual(self.run_in_page("panels[0].curves.map((curve) => [...curve.times, curve.values.length])"), [[0, 1, 2, 3]])
+
+    def test_plots_are_arranged_as_one_chooses(self):
+        self.record(hot="t [s],v [V],i [A],w [V]\n0,-1,1,5\n1,10,20,5\n2,100,3,5\n", cold="t [s],v [V]\n0,2\n2,4\n")
+        self.report("s")
+        press = lambda text: self.run_in_page(f"[...document.querySelectorAll('button')].find((button) => button.textContent === '{text}').click()")
+        titles = lambda: self.run_in_page("panels.map((panel) => panel.element.querySelector('h3').textContent)")
+        for text, expected in [("by signal", ["v [V]", "i [A]", "w [V]"]), ("side by side", ["v · hot [V]", "i · hot [A]", "w · hot [V]", "v · cold [V]"]),
+                               ("overlaid", ["v [V]", "i [A]", "w [V]"]), ("by unit", ["V", "A"]), ("two units each", ["V and A"])]:
+            press(text)
+            self.browser.settle()
+            self.assertEqual(titles(), expected)
+        # One time axis, and an axis of values for each unit.
+        ranges = self.run_in_page("panels[0].graph.yAxisRanges()")
+        self.assertEqual([low < least and most < high for (low, high), (least, most) in zip(ranges, [(-1, 100), (1, 20)])], [True, True])
+        self.assertTrue(ranges[1][1] < 40, ranges)
+        press("by signal")
+        self.browser.settle()
+        press("log")
+        self.browser.settle()
+        self.assertEqual(self.run_in_page("[panels[0].isLog, panels[0].graph.yAxisRange()[0] > 0, panels[0].rows()[0].slice(1).map(String)]"),
+                         [True, True, ["NaN", "2"]])
+        middle = self.run_in_page("panels[0].graph.toDomCoords(1, 10)[1] - panels[0].graph.toDomCoords(1, 100)[1]")
+        self.assertAlmostEqual(middle, self.run_in_page("panels[0].graph.toDomCoords(1, 1)[1] - panels[0].graph.toDomCoords(1, 10)[1]"), places=3)
+        colours = []
+        # Whatever else is chosen, values stay logarithmic where they are.
+        for _ in range(3):
+            colours.append(self.run_in_page("[getComputedStyle(document.body).backgroundColor, panels[0].colour(0)].join()"))
+            self.assert_drawn(1, [[1, 20]])
+            self.click("#theme")
+        self.assertEqual([len(set(colours)), self.run_in_page("panels[0].isLog")], [2, True])
+        # Printed, everything is light and no wider than the paper; afterwards it is as it was.
+        self.click("#theme")
+        self.click("#theme")
+        self.assertEqual(self.run_in_page("document.documentElement.dataset.theme"), "dark")
+        self.run_in_page("addEventListener('beforeprint', () => { window.printed = [document.documentElement.dataset.theme, panels[0].plot.clientWidth <= 660]; })")
+        self.assertTrue(base64.b64decode(self.browser.call("Page.printToPDF")["data"]).startswith(b"%PDF"))
+        self.assertEqual(self.run_in_page("[...window.printed, document.documentElement.dataset.theme, panels[0].plot.clientWidth > 660]"),
+                         ["light", True, "dark", True])
+
+    def test_a_run_that_cannot_be_read_is_named_and_the_others_are_shown(self):
+        self.record()
+        self.write_package("s.tavlox", {**self.parts(), "session/data/1.csv": b"time [s],v(out) [V],i(r1) [A]\n0,0,0\n0.1,x,1\n"})
+        _, errors = self.run_program("report", "s.tavlox", "-o", "s.html", exit_code=1)
+        self.assertEqual(errors.count("[samples:part:NotANumber]"), 1)
+        self.browser.open(self.folder / "s.html")
+        self.assertEqual(self.run_in_page("panels.map((panel) => panel.labels.join())"), ["cold"])
+        self.assertIn("Samples that cannot be readhot", self.run_in_page("byId('facts').textContent"))
+
+    def test_the_page_is_used_without_mouse_and_sight(self):
+        self.record(hot="t [s],v [V]\n0,0\n1,10\n2,-5\n3,1\n")
+        self.report("s")
+        self.run_in_page("panels[0].plot.focus()")
+        for key, cursor in [("ArrowRight", 0), ("ArrowRight", 1), ("a", 1), ("ArrowRight", 2), ("b", 2), ("ArrowLeft", 1)]:
+            self.browser.key(key)
+            self.assertEqual(self.run_in_page("view.cursor"), cursor, key)
+        self.assertEqual(self.run_in_page("byId('live').textContent"), "1 s: hot 10 V")
+        self.assertEqual(self.run_in_page("[...panels[0].readings.rows[1].cells].map((cell) => cell.textContent)"),
+                         ["hot", "10", "10", "−5", "−15"])
+        for key, window in [("+", [0.5, 2]), ("-", [0, 3]), ("+", [0.5, 2]), ("0", [0, 3])]:
+            self.browser.key(key)
+            self.assertEqual(self.run_in_page("[view.from, view.to]"), window, key)
+        self.browser.key("Escape")
+        self.assertEqual(self.run_in_page("[view.cursor, view.a, view.b]"), [None, None, None])
+        # Whatever takes the focus has a name in the tree that screen readers get.
+        tree = self.browser.call("Accessibility.getFullAXTree")["nodes"]
+        focusable = [node for node in tree if any(p["name"] == "focusable" and p["value"]["value"] for p in node.get("properties", []))]
+        self.assertGreater(len(focusable), 20)
+        self.assertEqual([node["role"] for node in focusable if not node["name"].get("value") and node["role"]["value"] != "RootWebArea"], [])
+        # What is saved: a picture of the plot, and the table of what is seen.
+        self.run_in_page("saveAs = (name, blob) => { window.saved = blob.arrayBuffer().then((bytes) => [name, blob.type, [...new Uint8Array(bytes)]]); }")
+        self.run_in_page("setWindow(1, 2)")
+        for text, name, kind, begin in [("CSV", "s.tavlox-v.csv", "text/csv", "time [s],v · hot [V]\r\n1,10\r\n2,-5\r\n".encode()),
+                                        ("PNG", "s.tavlox-v.png", "image/png", b"\x89PNG")]:
+            self.run_in_page(f"window.saved = null, [...document.querySelectorAll('.panel button')].find((button) => button.textContent === '{text}').click()")
+            self.browser.wait_for("window.saved !== null")
+            saved = self.run_in_page("window.saved")
+            self.assertEqual([*saved[:2], bytes(saved[2][:len(begin)])], [name, kind, begin])
+
+    def test_a_comparison_shows_where_two_recordings_differ(self):
+        rows = [(i / 100, math.sin(i / 50)) for i in range(500)]
+        table = lambda spike: "t [s],a [V],same,v [V]\n" + "".join(f"{t},{t},1,{v + (spike if t == 2.5 else 0):.6f}\n" for t, v in rows)
+        self.record("a.tavlox", hot=table(0))
+        self.record("b.tavlox", hot=table(3).replace(",a [V],", ",b [V],"))
+        page = self.folder / "difference.html"
+        output, errors = self.run_program("compare", "a.tavlox", "b.tavlox", "--abs", "0.1", "-o", page.name, exit_code=3)
+        self.assertEqual((output.count("\n"), errors), (4, ""))
+        self.browser.open(page)
+        self.assertEqual(self.browser.asked_for, [page.as_uri()])
+        self.assertEqual(self.run_in_page("panels.map((panel) => [panel.title, panel.labels.join()])"),
+                         [["v", "A,B"], ["Difference of v", "B − A"], ["same", "A,B"], ["Difference of same", "B − A"]])
+        self.assert_drawn(0, [[2.5, math.sin(5) + 3]])
+        self.assert_drawn(1, [[0, 0], [2.5, 3], [4.99, 0]])
+        self.assertRegex(self.run_in_page("panels[1].overlay.textContent"), r"^largest difference: (3$|3\.0{6}|2\.9{6})")
+        self.assertEqual([row[1:5] for row in self.rows("Signals")],
+                         [["a", "1", "no", "only in A"], ["b", "1", "no", "only in B"], ["same", "1", "yes", "equal"], ["v", "1", "no", "different"]])
+        self.assertEqual(self.run_in_page("[...document.querySelectorAll('td.bad')].length"), 3)
+        self.assertIn("different", self.run_in_page("byId('facts').textContent"))
+        for words, identifier in [(["-o", page.name], "tavlox:cli:OutputFileExists"), (["-o", "b.tavlox", "--force"], "tavlox:cli:OutputIsFile")]:
+            self.assertEqual(self.error_of("compare", "a.tavlox", "b.tavlox", *words)["identifier"], identifier)
 
 
 if __name__ == "__main__":

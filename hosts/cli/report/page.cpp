@@ -1,6 +1,6 @@
 #include "hosts/cli/report/page.h"
 
-#include <array>
+#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cmath>
@@ -92,17 +92,14 @@ std::string asScriptText(std::string json) {
   return json;
 }
 
-Page::Page(Sink write, const Head& head, std::span<const std::pair<std::string, std::u16string>> facts)
-    : write_(std::move(write)) {
+Page::Page(Sink write, const Head& head) : write_(std::move(write)) {
   write_(kPageBeforeData);
   json_.beginObject().member("kind").value(head.kind);
   json_.member("title").value(head.title).member("subtitle").value(head.subtitle);
   json_.member("seriesTitle").value(head.seriesTitle);
   const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   json_.member("made").value(fmt::format("Made by tavlox on {:%Y-%m-%d at %H:%M} UTC.", fmt::gmtime(now)));
-  json_.member("facts").beginArray();
-  for (const auto& [name, value] : facts) json_.beginArray().value(name).value(value).endArray();
-  json_.endArray().member("curves").beginArray();
+  json_.member("curves").beginArray();
 }
 
 void Page::flush() { write_(asScriptText(json_.take())); }
@@ -123,12 +120,15 @@ void Page::addCurve(const CurveLabel& label, const CurveSamples& samples) {
     json_.member("text").value(label.markText).endObject();
   }
   // The index of the curve that has them stands for times that are there already.
-  if (curveCount_ > 0 && times == sharedTimes_) {
-    json_.member("time").value(static_cast<std::uint64_t>(sharedIndex_));
+  const auto same = std::ranges::find(recentTimes_, times, &decltype(recentTimes_)::value_type::second);
+  if (same != recentTimes_.end()) {
+    json_.member("time").value(static_cast<std::uint64_t>(same->first));
   } else {
+    // In a comparison three take turns: those of A, of B and of both.
+    constexpr std::size_t kKept = 3;
     json_.member("time").value(base64Of(times));
-    sharedTimes_ = std::move(times);
-    sharedIndex_ = curveCount_;
+    recentTimes_.emplace_back(curveCount_, std::move(times));
+    if (recentTimes_.size() > kKept) recentTimes_.erase(recentTimes_.begin());
   }
   json_.member("value").value(base64Of(values)).endObject();
   ++curveCount_;
@@ -160,9 +160,11 @@ void Page::endRow() {
   if (json_.text().size() >= kPieceSize) flush();
 }
 
-void Page::finish() {
+void Page::finish(const Facts& facts) {
   if (!hasTables_) json_.endArray().member("tables").beginArray();
   endTable();
+  json_.endArray().member("facts").beginArray();
+  for (const auto& [name, value] : facts) json_.beginArray().value(name).value(value).endArray();
   json_.endArray().endObject();
   flush();
   write_(kPageBehindData);

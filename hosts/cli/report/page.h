@@ -63,8 +63,9 @@ struct CurveLabel {
   std::u16string markText;
 };
 
-/// Writes a page front to back: head, facts, then curves, then tables. Nothing of what it is given is taken
-/// for markup or script. Texts longer than a piece are not held.
+/// Writes a page front to back: head, then curves, then tables, then the facts, which the page shows first
+/// but which are mostly known last. Nothing of what it is given is taken for markup or script. Texts longer
+/// than a piece are not held.
 class Page {
  public:
   using Sink = std::function<void(std::string_view)>;
@@ -74,9 +75,9 @@ class Page {
     std::string_view seriesTitle;  ///< what the series are: "Runs"
   };
 
-  Page(Sink write, const Head& head, std::span<const std::pair<std::string, std::u16string>> facts);
+  Page(Sink write, const Head& head);
 
-  /// Curves that follow each other and have the same times carry these once.
+  /// Curves that follow each other closely and have the same times carry these once.
   void addCurve(const CurveLabel& label, const CurveSamples& samples);
 
   /// Begins the tables, after which there are no more curves, and ends the table before. `columns` are those
@@ -87,7 +88,9 @@ class Page {
   fl::i18n::JsonWriter& beginRow();
   void endRow();
 
-  void finish();
+  /// Names and values that say what the page is about.
+  using Facts = std::vector<std::pair<std::string, std::u16string>>;
+  void finish(const Facts& facts);
 
  private:
   void flush();
@@ -95,8 +98,8 @@ class Page {
 
   Sink write_;
   fl::i18n::JsonWriter json_;
-  std::vector<double> sharedTimes_;  // of the curve `sharedIndex_`
-  std::size_t sharedIndex_ = 0, curveCount_ = 0;
+  std::vector<std::pair<std::size_t, std::vector<double>>> recentTimes_;  ///< by the index of their curve
+  std::size_t curveCount_ = 0;
   bool hasTables_ = false;
 };
 

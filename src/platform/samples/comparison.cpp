@@ -154,7 +154,9 @@ struct Pair {
   Between kind;
   double range = 0;  ///< of A, largest less smallest value; 0 if nobody asks
 
-  void compareAt(double time, const Window& a, const Window& b);
+  /// `tell` gets what the two are at the time: both values, or at a repeated one several.
+  template <class Tell>
+  void compareAt(double time, const Window& a, const Window& b, const Tell& tell);
 
  private:
   template <class Allowed>
@@ -179,7 +181,8 @@ void Pair::look(double value, double time, const std::vector<double>& there, con
   result->needed = std::max(result->needed, nearest.distance);
 }
 
-void Pair::compareAt(double time, const Window& a, const Window& b) {
+template <class Tell>
+void Pair::compareAt(double time, const Window& a, const Window& b, const Tell& tell) {
   const Tolerance& tolerance = result->tolerance;
   const double least = std::max(tolerance.absolute, tolerance.range * range);
   const auto allowedAt = [&](double reference) {
@@ -197,6 +200,7 @@ void Pair::compareAt(double time, const Window& a, const Window& b) {
     if (valuesA_.empty() || valuesB_.empty()) return;
     const double valueA = valuesA_[std::min(i, valuesA_.size() - 1)];
     const double valueB = valuesB_[std::min(i, valuesB_.size() - 1)];
+    tell(valueA, valueB);
     const double apart = distance(valueA, valueB);
     if (apart <= result->largest) continue;
     result->largest = apart;
@@ -333,7 +337,11 @@ RunComparison RunComparer::compare(const RecordedSession& sessionA, const Record
       // Outside of what both have, values are looked for only where the ends are as near as they must be.
       const bool isCommon = time >= first && time <= last;
       if (isCommon || pair.result->verdict == Verdict::Equal) {
-        if (isCommon || extent == Extent::Whole) pair.compareAt(time, windowA, windowB);
+        const auto tell = [&](double valueA, double valueB) {
+          const auto signal = static_cast<std::size_t>(pair.result - comparison.signals.data());
+          if (onValues) onValues(signal, time, valueA, valueB);
+        };
+        if (isCommon || extent == Extent::Whole) pair.compareAt(time, windowA, windowB, tell);
       }
     }
   }

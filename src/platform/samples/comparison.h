@@ -64,6 +64,9 @@ class RunComparer {
   std::function<bool(const std::u16string& name)> isWanted;
   std::function<Tolerance(const std::u16string& name)> toleranceOf;
   Extent extent = Extent::Whole;
+  /// Is told every two values that are compared at one time, in the order of the times; `signal` is the index
+  /// in RunComparison::signals. May be empty.
+  std::function<void(std::size_t signal, double time, double a, double b)> onValues;
 
   RunComparison compare(const RecordedSession& sessionA, const RecordedRun& a,
                         const RecordedSession& sessionB, const RecordedRun& b) const;

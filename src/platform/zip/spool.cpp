@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -24,6 +26,14 @@ using opc::raise;
 // Most new parts are small: with this budget they never touch the disk.
 constexpr std::size_t kMemory = std::size_t{8} << 20;
 
+// Data up to this size is gathered and deflated in one call, which is faster and knows whether it was worth
+// it.
+constexpr std::size_t kSmall = std::size_t{64} << 10;
+
+// So little is deflated by the format's own code. To find one that suits it better takes twenty times as
+// long, and the code would have to be written down too.
+constexpr std::size_t kTiny = 64;
+
 /// A file that has no name, so that nothing is left whatever becomes of the process. O_EXCL also keeps it
 /// from being given one later.
 Descriptor openUnlinked(const std::string& folder) {
@@ -39,7 +49,7 @@ Descriptor openUnlinked(const std::string& folder) {
 
 }  // namespace
 
-/// Deflates one raw stream, piece by piece, in constant memory.
+/// Makes raw streams, one after the other, in constant memory.
 class Deflater {
  public:
   /// Takes deflated bytes as they come out; may raise.
@@ -47,7 +57,26 @@ class Deflater {
 
   Deflater() { isal_deflate_init(&stream_); }
 
-  /// Makes it ready for a stream.
+  /// Deflates data that is whole and not more than `kSmall`. Nothing if it would not become smaller; else
+  /// valid until the next call.
+  std::optional<std::string_view> deflateSmall(const void* data, std::size_t count) {
+    if (count == 0) return std::nullopt;
+    start();
+    if (count <= kTiny) {
+      stream_.level = 0;
+      isal_deflate_set_hufftables(&stream_, nullptr, IGZIP_HUFFTABLE_STATIC);
+    }
+    stream_.end_of_stream = 1;
+    stream_.next_in = static_cast<std::uint8_t*>(const_cast<void*>(data));
+    stream_.avail_in = static_cast<std::uint32_t>(count);
+    stream_.next_out = output_.get();
+    stream_.avail_out = static_cast<std::uint32_t>(count - 1);
+    const bool isSmaller = isal_deflate(&stream_) == COMP_OK && stream_.internal_state.state == ZSTATE_END;
+    if (!isSmaller) return std::nullopt;
+    return std::string_view(reinterpret_cast<const char*>(output_.get()), stream_.total_out);
+  }
+
+  /// Makes it ready for a stream that comes piece by piece.
   void start() {
     isal_deflate_reset(&stream_);
     stream_.level = kLevel;
@@ -82,7 +111,7 @@ class Deflater {
   // Of the library's levels this one comes closest to zlib's usual size on text; the one above it is slower
   // and on text that repeats itself even larger.
   static constexpr std::size_t kLevel = 2, kLevelBuffer = ISAL_DEF_LVL2_DEFAULT;
-  static constexpr std::size_t kOutputBuffer = std::size_t{64} << 10;
+  static constexpr std::size_t kOutputBuffer = kSmall;
   static constexpr std::size_t kLargestInput = std::size_t{1} << 30;  // the library counts in 32 bits
 
   /// One call into the library; whatever came out goes to the sink.
@@ -109,9 +138,7 @@ SpoolStorage::SpoolStorage(std::string folder) : folder_(folder.empty() ? "." : 
 SpoolStorage::~SpoolStorage() = default;
 
 std::unique_ptr<Deflater> SpoolStorage::takeDeflater() {
-  std::unique_ptr<Deflater> deflater = idle_ ? std::move(idle_) : std::make_unique<Deflater>();
-  deflater->start();
-  return deflater;
+  return idle_ ? std::move(idle_) : std::make_unique<Deflater>();
 }
 
 void SpoolStorage::giveBack(std::unique_ptr<Deflater> deflater) { idle_ = std::move(deflater); }
@@ -132,8 +159,7 @@ std::uint64_t SpoolStorage::append(const char* data, std::size_t count) {
   return end_ - count;
 }
 
-Spool::Spool(std::shared_ptr<SpoolStorage> storage)
-    : storage_(std::move(storage)), deflater_(storage_->takeDeflater()) {}
+Spool::Spool(std::shared_ptr<SpoolStorage> storage) : storage_(std::move(storage)) {}
 Spool::Spool(std::string folder) : Spool(std::make_shared<SpoolStorage>(std::move(folder))) {}
 Spool::~Spool() {
   if (storage_) storage_->giveMemoryBack(memory_.size());  // not if it was moved away
@@ -141,30 +167,59 @@ Spool::~Spool() {
 Spool::Spool(Spool&&) noexcept = default;
 
 void Spool::write(const void* data, std::size_t count) {
-  const bool mayGoOn = !isBroken_ && !isFinished();
+  const bool mayGoOn = !isBroken_ && !isFinished_;
   // Until all of it is kept: what is half written must never be taken for a whole entry.
   isBroken_ = true;
   if (!mayGoOn) raise("opc:spool:Ended", storage_->folder());
-  deflater_->deflate(data, count, [&](const char* out, std::size_t size) { keep(out, size); });
+  if (!deflater_ && count <= kSmall - waiting_.size()) {
+    const char* const bytes = static_cast<const char*>(data);
+    waiting_.insert(waiting_.end(), bytes, bytes + count);
+  } else {
+    deflate(data, count);
+  }
   checksum_ = crc32_gzip_refl(checksum_, static_cast<const unsigned char*>(data), count);
   size_ += count;
   isBroken_ = false;
 }
 
+void Spool::deflate(const void* data, std::size_t count) {
+  const auto sink = [&](const char* out, std::size_t size) { keep(out, size); };
+  if (!deflater_) {
+    deflater_ = storage_->takeDeflater();
+    deflater_->start();
+    const std::vector<char> first = std::exchange(waiting_, {});
+    deflater_->deflate(first.data(), first.size(), sink);
+  }
+  deflater_->deflate(data, count, sink);
+}
+
 void Spool::finish() {
   if (isBroken_) raise("opc:spool:Ended", storage_->folder());
-  if (isFinished()) return;
+  if (isFinished_) return;
   isBroken_ = true;
-  deflater_->finish([&](const char* out, std::size_t size) { keep(out, size); });
+  if (deflater_) {
+    deflater_->finish([&](const char* out, std::size_t size) { keep(out, size); });
+    // A growing vector sets aside more than the budget knows of.
+    memory_.shrink_to_fit();
+  } else {
+    deflater_ = storage_->takeDeflater();
+    packSmall();
+  }
   isBroken_ = false;
+  isFinished_ = true;
   storage_->giveBack(std::move(deflater_));
-  // A growing vector sets aside more than the budget knows of.
-  memory_.shrink_to_fit();
+}
+
+void Spool::packSmall() {
+  const std::vector<char> data = std::exchange(waiting_, {});
+  const auto deflated = deflater_->deflateSmall(data.data(), data.size());
+  if (!deflated) method_ = Method::Stored;
+  deflated ? keep(deflated->data(), deflated->size()) : keep(data.data(), data.size());
 }
 
 void Spool::keep(const char* data, std::size_t count) {
   if (!keepInMemory(data, count)) store(data, count);
-  compressedSize_ += count;
+  packedSize_ += count;
 }
 
 bool Spool::keepInMemory(const char* data, std::size_t count) {
@@ -192,9 +247,9 @@ void Spool::store(const char* data, std::size_t count) {
   }
 }
 
-void Spool::readCompressed(std::uint64_t offset, void* into, std::size_t count) const {
+void Spool::readPacked(std::uint64_t offset, void* into, std::size_t count) const {
   if (count == 0) return;
-  const bool isInside = offset <= compressedSize_ && count <= compressedSize_ - offset;
+  const bool isInside = offset <= packedSize_ && count <= packedSize_ - offset;
   if (!isFinished() || !isInside) raise("opc:spool:Damaged", storage_->folder());
   if (extents_.empty()) {
     std::memcpy(into, memory_.data() + offset, count);
@@ -223,12 +278,12 @@ Spool::Reader::Reader(const Spool& spool)
     : spool_(&spool),
       data_(
           [&spool, offset = std::uint64_t{0}](void* into, std::size_t count) mutable {
-            const std::size_t piece = std::min<std::uint64_t>(count, spool.compressedSize() - offset);
-            spool.readCompressed(offset, into, piece);
+            const std::size_t piece = std::min<std::uint64_t>(count, spool.packedSize() - offset);
+            spool.readPacked(offset, into, piece);
             offset += piece;
             return piece;
           },
-          Method::Deflate, spool.size(), spool.checksum()) {
+          spool.method(), spool.size(), spool.checksum()) {
   if (!spool.isFinished()) raise("opc:spool:NotFinished", spool.storage_->folder());
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/files/descriptor.h"
@@ -48,9 +49,10 @@ class SpoolStorage {
   std::uint64_t end_ = 0;
 };
 
-/// Takes the data of a new entry while it is written, deflates it at once and keeps the result in a storage
-/// that it may share with others: in memory while the storage has some left, past that in its file, so that
-/// memory does not grow with the data.
+/// Takes the data of a new entry while it is written, packs it at once and keeps the result in a storage that
+/// it may share with others: in memory while the storage has some left, past that in its file, so that memory
+/// does not grow with the data. Small data is packed once it is whole: it is kept as it came if deflating
+/// does not make it smaller.
 class Spool {
  public:
   explicit Spool(std::shared_ptr<SpoolStorage> storage);
@@ -63,7 +65,7 @@ class Spool {
   void write(const void* data, std::size_t count);
   /// Ends the data. Nothing may be written after it; a second call does nothing.
   void finish();
-  bool isFinished() const { return deflater_ == nullptr; }
+  bool isFinished() const { return isFinished_; }
 
   /// For a writer that cannot give all of the data. As after a write that failed, nothing more can be
   /// written then and `finish` raises opc::Exception.
@@ -71,20 +73,25 @@ class Spool {
   /// Some of the data could not be kept, so what is here must not be taken for a whole entry.
   bool isBroken() const { return isBroken_; }
 
-  std::uint64_t size() const { return size_; }                      ///< uncompressed bytes written so far
-  std::uint64_t compressedSize() const { return compressedSize_; }  ///< valid once finished
-  std::uint32_t checksum() const { return checksum_; }              ///< CRC-32 of the uncompressed bytes
+  std::uint64_t size() const { return size_; }          ///< uncompressed bytes written so far
+  std::uint32_t checksum() const { return checksum_; }  ///< CRC-32 of the uncompressed bytes
 
-  /// Reads exactly `count` deflated bytes at an offset, once finished. Raises opc::Exception if they are not
+  /// How the data is packed, and how long it then is. Valid once finished.
+  Method method() const { return method_; }
+  std::uint64_t packedSize() const { return packedSize_; }
+
+  /// Reads exactly `count` packed bytes at an offset, once finished. Raises opc::Exception if they are not
   /// all there, or cannot be read.
-  void readCompressed(std::uint64_t offset, void* into, std::size_t count) const;
-  /// A run of deflated bytes in the storage's file.
+  void readPacked(std::uint64_t offset, void* into, std::size_t count) const;
+  /// A run of packed bytes in the storage's file.
   struct Extent {
     std::uint64_t begin, end;
   };
-  /// The file the deflated bytes lie in, or -1 if they are in memory; and where in it, in their order.
+  /// The file the packed bytes lie in, or -1 if they are in memory; and where in it, in their order.
   int descriptor() const { return extents_.empty() ? -1 : storage_->descriptor(); }
   const std::vector<Extent>& extents() const { return extents_; }
+  /// The packed bytes if they are in memory, else nothing.
+  std::string_view memory() const { return {memory_.data(), memory_.size()}; }
 
   /// Reads the data back, uncompressed, front to back; checked as an entry's. The spool must outlive it and
   /// be finished. Raises opc::Exception if the temporary file no longer gives what was written.
@@ -101,17 +108,21 @@ class Spool {
   };
 
  private:
+  void deflate(const void* data, std::size_t count);
+  void packSmall();
   void keep(const char* data, std::size_t count);
   bool keepInMemory(const char* data, std::size_t count);
   void store(const char* data, std::size_t count);
 
   std::shared_ptr<SpoolStorage> storage_;
-  std::unique_ptr<Deflater> deflater_;  // null once finished
-  std::vector<char> memory_;            // all of the data, or nothing once there are extents
+  std::vector<char> waiting_;           // all of the data, until it is more than small
+  std::unique_ptr<Deflater> deflater_;  // from then on, until it is finished
+  std::vector<char> memory_;            // all of the packed data, or nothing once there are extents
   std::vector<Extent> extents_;
-  std::uint64_t size_ = 0, compressedSize_ = 0;
+  Method method_ = Method::Deflate;
+  std::uint64_t size_ = 0, packedSize_ = 0;
   std::uint32_t checksum_ = 0;
-  bool isBroken_ = false;
+  bool isFinished_ = false, isBroken_ = false;
 };
 
 }  // namespace zip

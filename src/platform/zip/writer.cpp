@@ -278,17 +278,18 @@ void Writer::add(std::string_view name, const Spool& content) {
   if (name.size() > kLongestText) raise("opc:save:NameTooLong", path_, name.substr(0, 80));
   if (!content.isFinished()) raise("opc:save:ContentNotFinished", path_, name);
   copyPending();
-  const bool isSmaller = content.compressedSize() < content.size();
+  // What deflating has made longer is stored after all.
+  const bool isPacked = content.method() == Method::Stored || content.packedSize() < content.size();
   const NewEntry entry{.name = name,
-                       .method = isSmaller ? Method::Deflate : Method::Stored,
+                       .method = isPacked ? content.method() : Method::Stored,
                        .modified = now_,
                        .checksum = content.checksum(),
                        .size = content.size(),
-                       .compressedSize = isSmaller ? content.compressedSize() : content.size(),
+                       .compressedSize = isPacked ? content.packedSize() : content.size(),
                        .headerOffset = offset_};
   write(localHeader(entry));
-  if (isSmaller) {
-    writeDeflated(content);
+  if (isPacked) {
+    writePacked(content);
   } else {
     writeInflated(content);
   }
@@ -356,14 +357,9 @@ void Writer::copyThroughMemory(Range range) {
   }
 }
 
-void Writer::writeDeflated(const Spool& content) {
-  if (content.descriptor() >= 0) {
-    for (const auto& [begin, end] : content.extents()) copyRange({content.descriptor(), begin, end});
-    return;
-  }
-  std::vector<char> bytes(content.compressedSize());  // small: what is large lies in a file
-  content.readCompressed(0, bytes.data(), bytes.size());
-  write({bytes.data(), bytes.size()});
+void Writer::writePacked(const Spool& content) {
+  if (content.descriptor() < 0) return write(content.memory());
+  for (const auto& [begin, end] : content.extents()) copyRange({content.descriptor(), begin, end});
 }
 
 void Writer::writeInflated(const Spool& content) {

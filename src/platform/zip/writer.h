@@ -49,7 +49,7 @@ class Writer {
   void copyRange(Range range);
   std::uint64_t copyInKernel(const Range& range);
   void copyThroughMemory(Range range);
-  void writeDeflated(const Spool& content);
+  void writePacked(const Spool& content);
   void writeInflated(const Spool& content);
   void write(std::string_view bytes);
   /// Writes what was only gathered so far.

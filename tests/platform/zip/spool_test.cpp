@@ -44,10 +44,18 @@ TEST_F(SpoolTest, GivesBackWhatWasWritten) {
     std::string data;
     std::size_t writePiece, readPiece;
     bool liesInFile;
+    Method method;
   } kCases[] = {
-      {samples::rows(100'000), 1, 1, false},
-      {samples::noise(12 * kMiB), 12 * kMiB, kMiB, true},
-      {samples::noise(9 * kMiB), 10'007, 70'001, true},
+      {"", 1, 1, false, Method::Stored},
+      {"time,value\n", 4, 3, false, Method::Stored},
+      {std::string(64, 'a'), 64, 64, false, Method::Deflate},
+      {std::string(65, 'a'), 65, 65, false, Method::Deflate},
+      {samples::noise(64 << 10), 1000, 1000, false, Method::Stored},
+      {samples::rows(64 << 10), 1000, 1000, false, Method::Deflate},
+      {samples::rows((64 << 10) + 1), 1000, 1000, false, Method::Deflate},
+      {samples::rows(100'000), 1, 1, false, Method::Deflate},
+      {samples::noise(12 * kMiB), 12 * kMiB, kMiB, true, Method::Deflate},
+      {samples::noise(9 * kMiB), 10'007, 70'001, true, Method::Deflate},
   };
   for (const auto& test : kCases) {
     Spool fresh(folder.path().string());
@@ -55,6 +63,9 @@ TEST_F(SpoolTest, GivesBackWhatWasWritten) {
     fresh.finish();
     fresh.finish();
     EXPECT_EQ(fresh.size(), test.data.size());
+    EXPECT_EQ(fresh.method(), test.method);
+    const bool isSmaller = fresh.packedSize() < fresh.size();
+    EXPECT_EQ(isSmaller, test.method == Method::Deflate && !test.liesInFile);
     EXPECT_EQ(fresh.descriptor() >= 0, test.liesInFile);
     EXPECT_TRUE(readBack(fresh, test.readPiece) == test.data);
     EXPECT_EQ(folder.entryCount(), 0U) << "the file has no name";
@@ -113,7 +124,7 @@ TEST_F(SpoolTest, ManySpoolsShareOneFileAndOneBudget) {
 TEST_F(SpoolTest, DamageOnDiskIsFound) {
   writeInPieces(spool, samples::noise(10 * kMiB), kMiB);
   spool.finish();
-  const auto middle = static_cast<off_t>(spool.compressedSize() / 2);
+  const auto middle = static_cast<off_t>(spool.packedSize() / 2);
   ASSERT_EQ(pwrite(spool.descriptor(), "\x5a\xa5", 2, middle), 2);
   Spool::Reader reader(spool);
   std::string buffer(kMiB, '\0');

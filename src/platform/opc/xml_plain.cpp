@@ -1,6 +1,7 @@
 #include "platform/opc/xml_plain.h"
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -47,8 +48,15 @@ bool is(char byte, std::uint8_t kind) { return (kClasses[static_cast<unsigned ch
 /// such, and several where it has not.
 using Block = unsigned char __attribute__((vector_size(16)));
 
-/// Over blocks of which every byte belongs to a value; most bytes of a list are such.
-const char* skipValueBlocks(const char* at, const char* end, char quote) {
+/// Which of eight bytes is the first that is not zero; one is.
+std::size_t firstByte(std::uint64_t bytes) {
+  const int zeros =
+      std::endian::native == std::endian::little ? std::countr_zero(bytes) : std::countl_zero(bytes);
+  return static_cast<std::size_t>(zeros) / 8;
+}
+
+/// The first byte that does not belong to a value in these quotes. Most bytes of a list are passed over here.
+const char* endOfValue(const char* at, const char* end, char quote) {
   const auto last = static_cast<unsigned char>(quote);
   for (; end - at >= static_cast<std::ptrdiff_t>(sizeof(Block)); at += sizeof(Block)) {
     Block bytes;
@@ -57,8 +65,10 @@ const char* skipValueBlocks(const char* at, const char* end, char quote) {
     const auto ends = (bytes == last) | (bytes == '<') | (bytes == '&') | ((bytes - ' ') > '~' - ' ');
     std::uint64_t halves[2];
     std::memcpy(halves, &ends, sizeof halves);
-    if ((halves[0] | halves[1]) != 0) break;
+    if (halves[0] != 0) return at + firstByte(halves[0]);
+    if (halves[1] != 0) return at + sizeof halves[0] + firstByte(halves[1]);
   }
+  while (at != end && *at != quote && is(*at, kValue)) ++at;
   return at;
 }
 
@@ -92,10 +102,12 @@ class Cursor {
   /// A text in quotes of either kind.
   std::optional<std::string_view> takeQuoted() {
     if (at_ == end_ || (*at_ != '"' && *at_ != '\'')) return std::nullopt;
-    const char quote = *at_;
-    const char* const begin = at_ + 1;
-    const char* past = skipValueBlocks(begin, end_, quote);
-    while (past != end_ && *past != quote && is(*past, kValue)) ++past;
+    return takeUpTo(*at_++);
+  }
+  /// The rest of it, behind its first quote.
+  std::optional<std::string_view> takeUpTo(char quote) {
+    const char* const begin = at_;
+    const char* const past = endOfValue(begin, end_, quote);
     if (past == end_ || *past != quote) return std::nullopt;
     at_ = past + 1;
     return std::string_view(begin, static_cast<std::size_t>(past - begin));
@@ -152,7 +164,7 @@ bool Window::grow() {
 bool PlainList::read() {
   if (!readOpening()) return false;
   for (;;) {
-    if (readItem()) continue;
+    if (readAlike() || readItem()) continue;
     if (readEnd()) return true;
     // The item may go on behind the window.
     if (!window_.grow()) return false;
@@ -195,15 +207,48 @@ bool PlainList::readItem() {
   const auto count = takeAttributes(cursor, attributes);
   if (!count) return false;
 
-  const char* const end = cursor.at();
-  lines_ += cursor.lines();
-  const std::size_t offset = window_.offset() + static_cast<std::size_t>(begin - rest.data());
-  const std::size_t past = offset + static_cast<std::size_t>(end - begin);
-  handler_.start({space_, name, {}}, Attributes({attributes.data(), *count}), {offset, past});
+  shape_ =
+      Shape({rest.data(), cursor.at()}, begin, name, std::span(attributes).first(*count), cursor.lines());
+  report({attributes.data(), *count}, cursor.at());
+  return true;
+}
+
+bool PlainList::readAlike() {
+  const std::string_view rest = window_.rest();
+  Cursor cursor(rest);
+  std::array<Attribute, kMostAttributes> attributes;
+  std::size_t count = 0;
+  for (const auto& [before, local, quote] : shape_.attributes) {
+    if (!cursor.take(before)) return false;
+    const auto value = cursor.takeUpTo(quote);
+    if (!value) return false;
+    attributes[count++] = {{}, local, *value};
+  }
+  if (count == 0 || !cursor.take(shape_.end)) return false;
+  report({attributes.data(), count}, cursor.at());
+  return true;
+}
+
+void PlainList::report(std::span<const Attribute> attributes, const char* end) {
+  const auto size = static_cast<std::size_t>(end - window_.rest().data());
+  const std::size_t past = window_.offset() + size;
+  lines_ += shape_.lines;
+  handler_.start({space_, shape_.name, {}}, Attributes(attributes), {window_.offset() + shape_.indent, past});
   handler_.end({past, past});
   // Last: the texts lie in the window.
-  window_.take(static_cast<std::size_t>(end - rest.data()));
-  return true;
+  window_.take(size);
+}
+
+PlainList::Shape::Shape(std::string_view item, const char* begin, std::string_view itsName,
+                        std::span<const Attribute> itsAttributes, std::size_t lineEnds)
+    : name(itsName), indent(static_cast<std::size_t>(begin - item.data())), lines(lineEnds) {
+  const char* at = item.data();
+  for (const auto& [space, local, value] : itsAttributes) {
+    // The quotes belong to what stands between the values.
+    attributes.push_back({{at, value.data()}, std::string(local), value.data()[-1]});
+    at = value.data() + value.size() + 1;
+  }
+  end.assign(at, item.data() + item.size());
 }
 
 bool PlainList::readEnd() {

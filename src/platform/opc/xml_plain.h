@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -57,11 +58,32 @@ class PlainList {
  private:
   bool readOpening();
   bool readItem();
+  /// An item that differs from the one before in nothing but its values, as most do.
+  bool readAlike();
   bool readEnd();
+  /// Hands on an item that has the shape; `end` is where it ends in the window.
+  void report(std::span<const Attribute> attributes, const char* end);
+
+  /// How the last item was written, from behind the one before it to its end.
+  struct Shape {
+    Shape() = default;
+    Shape(std::string_view item, const char* begin, std::string_view itsName,
+          std::span<const Attribute> itsAttributes, std::size_t lineEnds);
+
+    struct Place {
+      std::string before;  ///< the value, up to its first quote
+      std::string local;
+      char quote;
+    };
+    std::vector<Place> attributes;
+    std::string end, name;
+    std::size_t indent = 0, lines = 0;
+  };
 
   Window& window_;
   Handler& handler_;
   std::string opening_, space_, root_;
+  Shape shape_;
   std::size_t lines_ = 0;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <new>
+#include <typeinfo>
 
 #include <Poco/Exception.h>
 #include <fmt/format.h>
@@ -28,6 +29,15 @@ using foundation::core::except::Arguments;
 using foundation::core::except::except_with_causes;
 using foundation::core::except::IUserException;
 
+/// Modules may let through exceptions of POCO, whose what() gives no more than their kind. Naming their class
+/// in a handler would have every run of the program load that library, which takes longer than all else that
+/// is done before a command starts; what is asked for here comes along with the exception.
+std::string reasonOf(const std::exception& error) {
+  if (!std::string_view(typeid(error).name()).starts_with("N4Poco")) return error.what();
+  const auto& its = static_cast<const Poco::Exception&>(error);
+  return its.message().empty() ? its.name() : fmt::format("{}: {}", its.name(), its.message());
+}
+
 /// The exception being handled, of any kind, as a message-ID error. Memory may be out, so that case is left
 /// to the caller.
 except_with_causes describe(const std::u16string& path) {
@@ -48,11 +58,8 @@ except_with_causes describe(const std::u16string& path) {
     return except_with_causes("tavlox:cli:IllFormedText", {fl::i18n::to_ustring_lossy(error.what())});
   } catch (const std::bad_alloc&) {
     throw;
-  } catch (const Poco::Exception& error) {
-    // Modules may let these through, and what() gives no more than their kind.
-    return unexpected(error.displayText());
   } catch (const std::exception& error) {
-    return unexpected(error.what());
+    return unexpected(reasonOf(error));
   }
 }
 

@@ -83,9 +83,10 @@ void refuseUnknownOption(const Command& command, std::string_view word) {
   raise("tavlox:cli:UnknownOption", name, command.name);
 }
 
-/// The first word that is not an option is looked at here, and then the options behind it, so that what is
-/// mistyped is called by its name. Raises tavlox:cli:NoCommand, UnknownCommand and UnknownOption.
-void refuseUnknownWords(int argumentCount, const char* const* arguments) {
+/// The command that is asked for: the first word that is not an option. Looked for here, and then the options
+/// behind it, so that what is mistyped is called by its name. Null if there are options alone. Raises
+/// tavlox:cli:NoCommand, UnknownCommand and UnknownOption.
+const Command* commandOf(int argumentCount, const char* const* arguments) {
   // Help is asked for with --help; an empty command line in a script is a mistake.
   if (argumentCount < 2) raise("tavlox:cli:NoCommand");
   for (int i = 1; i < argumentCount; ++i) {
@@ -97,8 +98,9 @@ void refuseUnknownWords(int argumentCount, const char* const* arguments) {
     if (command == nullptr) raise("tavlox:cli:UnknownCommand", word);
     while (++i < argumentCount && std::string_view(arguments[i]) != "--")
       refuseUnknownOption(*command, arguments[i]);
-    return;
+    return command;
   }
+  return nullptr;
 }
 
 /// The words as the parser wants them: the last one first, the program left out. A "--" is taken care of
@@ -179,19 +181,20 @@ std::string versionText(OutputFormat format) {
 /// Raises tavlox:cli:… errors, or fl::i18n::ConversionError for arguments that are not UTF-8.
 CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   if (argumentCount >= 2 && std::string_view(arguments[1]) == "help") return helpOn(argumentCount, arguments);
+  // Looked for before the parser does, whose message would list what it expected instead.
+  const Command* const command = commandOf(argumentCount, arguments);
   CLI::App app;
   app.name("tavlox");
   app.set_version_flag("--version");
   addParameters(app, commonParameters());
-  for (const Command* command : allCommands()) {
-    // The common options are known to every command as well, so that they may stand behind it.
+  // The parser is told of no other command: to set it up for all takes longer than some commands do.
+  if (command != nullptr) {
+    // The common options are known to the command as well, so that they may stand behind it.
     CLI::App* part = app.add_subcommand(std::string(command->name));
     addParameters(*part, command->parameters);
     addParameters(*part, commonParameters());
   }
   app.require_subcommand(1);
-  // Looked at before the parser, whose message for it would list what it expected instead.
-  refuseUnknownWords(argumentCount, arguments);
   CommandLine textOnly;
   try {
     app.parse(parserWords(argumentCount, arguments));

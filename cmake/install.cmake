@@ -9,7 +9,7 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 # ---- what people use ----
 
-install(TARGETS tavlox tavlox_io RUNTIME LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tavlox)
+install(TARGETS tavlox tavlox_io tavlox_io_json RUNTIME LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tavlox)
 if(TARGET tavlox_hdf5)
   install(TARGETS tavlox_hdf5 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tavlox)
 endif()

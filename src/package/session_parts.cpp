@@ -1,9 +1,6 @@
 #include "package/session_parts.h"
 
-#include <Poco/JSON/Object.h>
-#include <Poco/JSON/ParseHandler.h>
-#include <Poco/JSON/Parser.h>
-
+#include "package/compression_record.h"
 #include "platform/errors/exceptions.h"
 #include "platform/repository/records.h"
 #include "platform/text/conversion.h"
@@ -44,9 +41,7 @@ std::u16string readCompressionType(const file::ScopedRef& ref) {
   json.resize(static_cast<std::size_t>(stream.read(json.data(), kMost + 1).gcount()));
   if (json.size() > kMost)
     raise("simulation_data_repository:sdr:RecordTooLarge", "compression record", "1 MiB");
-  Poco::JSON::Parser parser(new Poco::JSON::ParseHandler);  // the parser counts and frees its handler
-  const auto record = parser.parse(json).extract<Poco::JSON::Object::Ptr>();
-  return fl::i18n::to_ustring(record->get("CompressionType").convert<std::string>());
+  return fl::i18n::to_ustring(compressionTypeOf(json));
 }
 
 }  // namespace orra::tavloxio

@@ -3,9 +3,11 @@ import fcntl
 import json
 import os
 import pty
+import shutil
 import subprocess
 import threading
 import xml.etree.ElementTree as ElementTree
+from pathlib import Path
 
 from program import COLD, CONTENT_TYPES, HOT, PROGRAM, SOURCES, ProgramTest
 
@@ -16,6 +18,18 @@ DESCRIPTIONS = ["RC filter, three corners", "", " spaces kept ", "<&>\"'", "two\
 
 
 class Life(ProgramTest):
+    def test_the_library_that_reads_the_record_is_asked_for_only_then(self):
+        libraries = Path(PROGRAM).parent.parent / "lib"
+        shutil.copy(libraries / "libcorvan_platform.so.1", self.folder)
+        (self.folder / "tavlox").mkdir()
+        shutil.copy(libraries / "tavlox/tavlox_io.so", self.folder / "tavlox")
+        self.record()
+        elsewhere = {"LD_LIBRARY_PATH": str(self.folder)}
+        self.run_program("list", "s.tavlox", environment=elsewhere)
+        error = self.error_of("compression", "s.tavlox", environment=elsewhere)
+        self.assertEqual(error["identifier"], "Corvan:ObjectSystem:CannotLoadModule")
+        self.assertEqual(error["arguments"][0], str(self.folder / "tavlox/tavlox_io_json.so"))
+
     def lines_of(self, *words):
         return [line.split("\t") for line in self.output_of(*words).splitlines()]
 

@@ -12,4 +12,15 @@ std::filesystem::path libraryFolder() {
   return std::filesystem::weakly_canonical(self.dli_fname, ignored).parent_path();
 }
 
+Found findInInstallation(std::string_view library, const char* function) {
+  Found found{nullptr, (libraryFolder() / "tavlox" / std::string(library).append(".so")).string(), {}};
+  void* const loaded = dlopen(found.path.c_str(), RTLD_LAZY | RTLD_LOCAL);
+  if (loaded != nullptr) found.address = dlsym(loaded, function);
+  if (found.address != nullptr) return found;
+  // Once only: asking for the text also clears it.
+  const char* const reason = dlerror();
+  found.reason = reason != nullptr ? reason : "the loader gives no reason";
+  return found;
+}
+
 }  // namespace fl::i18n

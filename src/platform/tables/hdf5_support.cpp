@@ -1,7 +1,5 @@
 #include "platform/tables/hdf5_support.h"
 
-#include <dlfcn.h>
-
 #include "platform/errors/exceptions.h"
 #include "platform/errors/installation.h"
 
@@ -22,15 +20,9 @@ bool beginsAsHdf5(std::string_view bytes) {
 const Hdf5Support& hdf5Support(const std::u16string& file) {
   static const Hdf5Support* support = nullptr;
   if (support != nullptr) return *support;
-  const std::string path = (fl::i18n::libraryFolder() / "tavlox" / "tavlox_hdf5.so").string();
-  // Stays loaded: tables and errors that it made may live to the end of the process.
-  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  void* const entry = library == nullptr ? nullptr : dlsym(library, kHdf5EntryPoint);
-  if (entry == nullptr) {
-    const char* const reason = dlerror();
-    raise("tavlox:record:Hdf5NotSupported", file, reason != nullptr ? reason : "");
-  }
-  support = reinterpret_cast<const Hdf5Support* (*)()>(entry)();
+  const auto found = fl::i18n::findInInstallation("tavlox_hdf5", kHdf5EntryPoint);
+  if (found.address == nullptr) raise("tavlox:record:Hdf5NotSupported", file, found.reason);
+  support = reinterpret_cast<const Hdf5Support* (*)()>(found.address)();
   return *support;
 }
 

@@ -172,15 +172,17 @@ const model::ContentType* ContentTypesDocument::contentTypeOf(std::string_view e
 }
 
 void ContentTypesDocument::setOverride(std::string_view encodedName, const model::ContentType& type) {
+  const std::string key = overrideKey(encodedName);
   // Cut out and added anew, so that the text of all other items stays as it was.
-  removeOverride(encodedName);
+  cut(key);
   const xml::Span written = text_.append(xml::writeElement(
       text_.prefixed("Override"), {{"PartName", encodedName}, {"ContentType", type.encoded()}}));
-  append(Kind::Override, overrideKey(encodedName), type, written);
+  append(Kind::Override, key, type, written);
 }
 
-void ContentTypesDocument::removeOverride(std::string_view encodedName) {
-  const std::string key = overrideKey(encodedName);
+void ContentTypesDocument::removeOverride(std::string_view encodedName) { cut(overrideKey(encodedName)); }
+
+void ContentTypesDocument::cut(std::string_view key) {
   const Item* item = find(Kind::Override, key);
   if (item == nullptr) return;
   text_.cut(item->written);

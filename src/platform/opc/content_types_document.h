@@ -106,6 +106,8 @@ class ContentTypesDocument {
   /// Whether the key was not there yet; otherwise nothing changes.
   bool append(Kind kind, std::string_view key, const model::ContentType& type, xml::Span written);
   const Item* find(Kind kind, std::string_view key) const;
+  /// Takes out the override of a key, if there is one.
+  void cut(std::string_view key);
   /// For the indexes, which hold positions and ask here for the key at one.
   auto keyAt() const {
     return [this](std::size_t index) { return texts_.at(items_[index].key); };

@@ -82,7 +82,7 @@ void OpenPackage::checkMayChange() const {
 
 // Looking.
 
-std::optional<PartView> OpenPackage::find(const std::string& key) const {
+std::optional<PartView> OpenPackage::find(std::string_view key) const {
   checkIsOpen();
   const auto found = changes_.find(key);
   if (found == changes_.end()) {
@@ -102,7 +102,13 @@ std::optional<PartView> OpenPackage::find(const std::string& key) const {
   return view;
 }
 
-bool OpenPackage::has(const PartName& name) const { return find(name.key()).has_value(); }
+bool OpenPackage::hasKey(std::string_view key) const {
+  checkIsOpen();
+  const auto found = changes_.find(key);
+  return found == changes_.end() ? index_->find(key) != nullptr : !found->second.isDeleted;
+}
+
+bool OpenPackage::has(const PartName& name) const { return hasKey(name.key()); }
 
 bool OpenPackage::isFree(const PartName& name) const {
   return !has(name) && !index_->isNameOfItem(name.key());
@@ -180,11 +186,13 @@ void OpenPackage::prepareChange() {
 
 void OpenPackage::checkCanCreate(const PartName& name) {
   checkMayChange();
+  if (freeKey_ == name.key()) return;
   // The most telling reason first: a name that is taken by a part is not free either.
   if (has(name)) raise("opc:part:Exists", path_, name.text());
   if (!isFree(name)) raise("opc:part:NameOfItem", path_, name.text());
   checkIsNotDerived(name);
   checkEntryCount();
+  freeKey_ = name.key();
 }
 
 void OpenPackage::create(const PartName& name, const model::ContentType& type,
@@ -206,6 +214,7 @@ void OpenPackage::recreate(const PartName& name, const model::ContentType& type,
 
 void OpenPackage::putNew(const PartName& name, const model::ContentType& type,
                          std::shared_ptr<zip::Spool> data) {
+  freeKey_.clear();
   const auto [created, isNew] = changes_.insert_or_assign(
       name.key(),
       PartChange{name, type, index_->find(name.key()), false, ++creations_, std::move(data), std::nullopt});
@@ -234,8 +243,8 @@ void OpenPackage::checkIsNotDerived(const PartName& name) {
   };
   const std::string& key = name.key();
   for (std::size_t slash = key.rfind('/'); slash > 0; slash = key.rfind('/', slash - 1)) {
-    const std::string folder = key.substr(0, slash);
-    if (find(folder)) raiseBeside(folder);
+    const std::string_view folder = std::string_view(key).substr(0, slash);
+    if (hasKey(folder)) raiseBeside(folder);
   }
   const std::string folder = std::string(withoutSlash(key)) + '/';
   // If any name starts with the folder, the first that does not come before it does.
@@ -271,6 +280,7 @@ void OpenPackage::remove(const PartName& name) {
   prepareChange();
   const auto view = find(name.key());
   if (!view) return;
+  freeKey_.clear();
   // The part's relationships go with it.
   if (view->relationships) relationshipCount_ -= view->relationships->size();
   --entryCount_;
@@ -346,12 +356,13 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   }
   // The first relationship of a part makes its relationship part.
   ++entryCount_;
+  freeKey_.clear();
   return part.relationships.emplace(part.name.encoded());
 }
 
 Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,
                                           const model::URI& target, std::string_view id,
-                                          model::TargetMode mode) {
+                                          model::TargetMode mode, const PartName* name) {
   prepareChange();
   // Also raises if the source is gone.
   const bool hasDocument = relationships(source) != nullptr;
@@ -359,7 +370,7 @@ Relationship OpenPackage::addRelationship(const PartName* source, std::u16string
   if (relationshipCount_ >= limit) raise("opc:package:TooManyRelationships", path_, limit);
   // A first relationship adds an entry as well.
   if (!hasDocument) checkEntryCount();
-  Relationship added = editRelationships(source).add(type, target, id, path_, mode);
+  Relationship added = editRelationships(source).add(type, target, id, path_, mode, name);
   ++relationshipCount_;
   isChanged_ = true;  // only now: a refused relationship is no change
   if (!source && idsByTarget_) idsByTarget_->emplace(added.getTarget().text(), added.getID());

@@ -94,7 +94,8 @@ class OpenPackage {
   std::shared_ptr<zip::Spool> replaceData(const model::PartName& name);
   /// Adds to the relationships of a part, or of the package for null; see RelationshipsDocument::add.
   model::Relationship addRelationship(const model::PartName* source, std::u16string_view type,
-                                      const model::URI& target, std::string_view id, model::TargetMode mode);
+                                      const model::URI& target, std::string_view id, model::TargetMode mode,
+                                      const model::PartName* name = nullptr);
   /// Removing what is not there does nothing.
   void removeRelationship(const model::PartName* source, std::string_view id);
 
@@ -119,7 +120,8 @@ class OpenPackage {
   /// before the first of them, or half of the change would be saved.
   void prepareChange();
   /// The part of this key as it is now.
-  std::optional<PartView> find(const std::string& key) const;
+  std::optional<PartView> find(std::string_view key) const;
+  bool hasKey(std::string_view key) const;
   /// What was done to a part that is there; a record of nothing if this is the first change.
   PartChange& change(const model::PartName& name);
   void putNew(const model::PartName& name, const model::ContentType& type, std::shared_ptr<zip::Spool> data);
@@ -166,6 +168,9 @@ class OpenPackage {
   // Of the parts there are, without the leading "/", for finding derived names; sorted only once a part is
   // created.
   std::optional<std::set<std::string_view>> sortedKeys_;
+  // Of the name that was found free last, if nothing has changed since: who creates a part asks for it before
+  // and after the data is read.
+  std::string freeKey_;
   // For all new data of this opening.
   std::shared_ptr<zip::SpoolStorage> spoolStorage_;
 };

@@ -21,6 +21,12 @@ Relationship RelationshipSource::createInternalRelationship(std::u16string_view 
   return opened().addRelationship(part(), type, target, id, TargetMode::Internal);
 }
 
+Relationship RelationshipSource::createInternalRelationship(std::u16string_view type, const PartName& target,
+                                                            std::string_view id) {
+  return opened().addRelationship(part(), type, URI::asWritten(target.text()), id, TargetMode::Internal,
+                                  &target);
+}
+
 Relationship RelationshipSource::createExternalRelationship(std::u16string_view type,
                                                             std::u16string_view target, std::string_view id) {
   return opened().addRelationship(part(), type, URI::asWritten(std::u16string(target)), id,

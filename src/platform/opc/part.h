@@ -24,6 +24,8 @@ class RelationshipSource {
   /// "rIdN". Raises opc::Exception if the ID is taken, is not an XML name, the target is no part name, the
   /// package has as many relationships as can be opened, or the source cannot be changed.
   Relationship createInternalRelationship(std::u16string_view type, const URI& target, std::string_view id);
+  Relationship createInternalRelationship(std::u16string_view type, const PartName& target,
+                                          std::string_view id);
   /// The same for a link to something else than a part of this package. The target is kept as it is given.
   Relationship createExternalRelationship(std::u16string_view type, std::u16string_view target,
                                           std::string_view id);

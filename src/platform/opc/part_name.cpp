@@ -155,9 +155,10 @@ std::u16string textOf(std::string_view canonical) {
 
 }  // namespace
 
-PartName::PartName(std::u16string_view decoded) : text_(decoded) {
-  raiseIfBroken(encode(decoded, encoded_), decoded);
-  key_ = percent::toLower(encoded_);
+PartName::PartName(std::u16string_view decoded) {
+  std::string encoded;
+  raiseIfBroken(encode(decoded, encoded), decoded);
+  *this = PartName(std::u16string(decoded), std::move(encoded));
 }
 
 std::optional<PartName> PartName::tryFromText(std::u16string_view decoded) {
@@ -166,8 +167,10 @@ std::optional<PartName> PartName::tryFromText(std::u16string_view decoded) {
   return PartName(std::u16string(decoded), std::move(encoded));
 }
 
-PartName::PartName(std::u16string text, std::string encoded)
-    : text_(std::move(text)), encoded_(std::move(encoded)), key_(percent::toLower(encoded_)) {}
+PartName::PartName(std::u16string text, std::string encoded) {
+  std::string key = percent::toLower(encoded);
+  texts_ = std::make_shared<const Texts>(Texts{std::move(text), std::move(encoded), std::move(key)});
+}
 
 std::optional<PartName> PartName::tryFromEncoded(std::string_view encoded) {
   std::optional<std::string> form = canonical(encoded);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,7 +10,7 @@ namespace opc::model {
 /// The absolute name of a part. Callers see decoded text ("/user/my run (1).csv"); the package stores ASCII,
 /// percent-encoded with upper-case hex ("/user/my%20run%20(1).csv"). What a path segment can carry (RFC 3986,
 /// pchar) stands as it is. Two names are equal when their encoded forms are equal ignoring ASCII case.
-/// Nothing is Unicode-normalised.
+/// Nothing is Unicode-normalised. Copies share the texts.
 class PartName {
  public:
   /// From decoded text. Raises opc::Exception, naming the text, for what no part may be called: no leading
@@ -32,20 +33,22 @@ class PartName {
   static bool isKey(std::string_view encoded);
 
   /// Decoded, for callers and messages.
-  const std::u16string& text() const { return text_; }
+  const std::u16string& text() const { return texts_->text; }
   /// In canonical form, for documents and new entries. The entry of a part may spell it otherwise.
-  const std::string& encoded() const { return encoded_; }
+  const std::string& encoded() const { return texts_->encoded; }
 
   /// The encoded form in lower case: what names are compared, sorted and looked up by.
-  const std::string& key() const { return key_; }
-  bool operator==(const PartName& other) const { return key_ == other.key_; }
+  const std::string& key() const { return texts_->key; }
+  bool operator==(const PartName& other) const { return key() == other.key(); }
 
  private:
+  struct Texts {
+    std::u16string text;
+    std::string encoded, key;
+  };
   PartName(std::u16string text, std::string encoded);
 
-  std::u16string text_;
-  std::string encoded_;
-  std::string key_;
+  std::shared_ptr<const Texts> texts_;
 };
 
 /// The name of the relationship part of a part given by its encoded name ("/a/_rels/b.txt.rels" for

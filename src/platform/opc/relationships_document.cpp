@@ -272,10 +272,12 @@ std::optional<Relationship> RelationshipsDocument::find(std::string_view id) con
 }
 
 Relationship RelationshipsDocument::add(std::u16string_view type, const URI& target, std::string_view id,
-                                        std::string_view packagePath, TargetMode mode) {
+                                        std::string_view packagePath, TargetMode mode,
+                                        const model::PartName* name) {
   const bool isExternal = mode == TargetMode::External;
   const std::string itsTarget = isExternal ? xml::toXmlText(target.text(), packagePath)
-                                           : std::string(model::PartName(target.text()).encoded());
+                                : name     ? name->encoded()
+                                           : model::PartName(target.text()).encoded();
   // Checked now, not when the document is written: by then it is too late to tell who asked.
   const std::string narrowType = xml::toXmlText(type, packagePath);
   if (!id.empty() && !isNcName(id)) raise("opc:relationships:IdIsNoName", packagePath, id);
@@ -290,7 +292,8 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   if (isExternal) attributes.push_back({"TargetMode", "External"});
   written_.push_back(text_.append(xml::writeElement(text_.prefixed("Relationship"), attributes)));
   append(itsId, types_.size() - 1, itsTarget, mode);
-  return linkOf(items_.back());
+  // A target that was checked resolves to itself.
+  return {itsId, types_.back(), target, mode};
 }
 
 bool RelationshipsDocument::remove(std::string_view id) {

@@ -51,9 +51,10 @@ class RelationshipsDocument {
   /// Adds a relationship at the end; an internal target is written absolute, an external one as it is. An
   /// empty ID asks for the lowest free "rIdN". Raises opc::Exception, naming the package, if the ID is taken
   /// or is not an XML name, or the type or an external target cannot be written; and as PartName does if an
-  /// internal target is no part name.
+  /// internal target is no part name. Whoever has the name of such a target gives it along.
   model::Relationship add(std::u16string_view type, const model::URI& target, std::string_view id,
-                          std::string_view packagePath, model::TargetMode mode = model::TargetMode::Internal);
+                          std::string_view packagePath, model::TargetMode mode = model::TargetMode::Internal,
+                          const model::PartName* name = nullptr);
   /// Whether there was one of that ID.
   bool remove(std::string_view id);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 
 #include "platform/errors/package_errors.h"
 #include "platform/text/conversion.h"
@@ -12,26 +11,43 @@ namespace {
 
 enum class Inside { Text, Attribute };
 
-// What a reader would not get back as it was: markup, line ends, which XML normalises (XML 1.0, 2.11), and
-// white space in attributes (3.3.3).
-constexpr struct {
-  char character;
-  std::string_view reference;
-  bool isForText;  // or only for attributes
-} kReferences[] = {
-    {'&', "&amp;", true},  {'<', "&lt;", true},    {'>', "&gt;", true},  // "]]>" may not stand in text
-    {'\r', "&#13;", true}, {'"', "&quot;", false}, {'\t', "&#9;", false}, {'\n', "&#10;", false},
-};
+// Of the documents with very many elements; more only costs a further allocation.
+constexpr std::size_t kUsualElement = 200;
+
+/// How a byte is written that a reader would not get back as it was: markup, line ends, which XML normalises
+/// (XML 1.0, 2.11), and white space in attributes (3.3.3). Empty for all others.
+std::string_view referenceTo(char byte, Inside inside) {
+  const bool isInAttribute = inside == Inside::Attribute;
+  switch (byte) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";  // "]]>" may not stand in text
+    case '\r':
+      return "&#13;";
+    case '"':
+      return isInAttribute ? "&quot;" : "";
+    case '\t':
+      return isInAttribute ? "&#9;" : "";
+    case '\n':
+      return isInAttribute ? "&#10;" : "";
+    default:
+      return {};
+  }
+}
 
 void append(std::string& document, std::string_view text, Inside inside) {
   // Byte by byte: what is written otherwise is ASCII, which is no part of a longer UTF-8 character.
-  for (const char character : text) {
-    const auto found =
-        std::ranges::find(kReferences, character, [](const auto& row) { return row.character; });
-    const bool isWrittenSo =
-        found != std::end(kReferences) && (found->isForText || inside == Inside::Attribute);
-    isWrittenSo ? document.append(found->reference) : document.append(1, character);
+  std::size_t written = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const std::string_view reference = referenceTo(text[at], inside);
+    if (reference.empty()) continue;
+    document.append(text, written, at - written).append(reference);
+    written = at + 1;
   }
+  document.append(text, written);
 }
 
 /// What XML 1.0 has no way to write, not even as a reference (production 2). Surrogates have been checked
@@ -52,8 +68,9 @@ std::string codeOf(char16_t unit) {
 
 std::string writeElement(std::string_view name, std::span<const WrittenAttribute> attributes,
                          std::string_view text) {
-  std::string element("<");
-  element.append(name);
+  std::string element;
+  element.reserve(kUsualElement);
+  element.append("<").append(name);
   for (const auto& [attribute, value] : attributes) {
     element.append(" ").append(attribute).append("=\"");
     append(element, value, Inside::Attribute);

@@ -6,7 +6,6 @@
 // stored by one call of addFile. A file whose reading fails on the way is known only then: it is taken out,
 // and another call stores what the first did not come to.
 #include <filesystem>
-#include <fstream>
 
 #include <fmt/format.h>
 
@@ -59,8 +58,14 @@ void addFilesIn(const std::u16string& folder, Addition& addition) {
     try {
       const auto entry = entries.next();
       if (!entry) break;
-      if (entry->type == fs::FileType::Regular || entry->type == fs::FileType::SymbolicLink)
+      if (entry->type != fs::FileType::Regular && entry->type != fs::FileType::SymbolicLink) continue;
+      // Of very many files the rights must do. One that cannot be opened in spite of them is passed over
+      // later, as one that cannot be read to its end.
+      if (entry->type == fs::FileType::Regular && entries.mayRead()) {
+        addition.files.push_back(entry->path);
+      } else {
         addIfReadable(entry->path, addition);
+      }
     } catch (const fs::Error& failure) {
       // The iterator goes on behind a name that is not UTF-8. No other failure can be passed over: there
       // would be no end to it.
@@ -145,13 +150,15 @@ bool hasEntry(const opc::model::Package& package, const std::u16string& entry) {
   return name && package.hasPart(*name);
 }
 
-/// Takes out of `files` the one whose reading broke off, and what the module stored before it came there. The
-/// error joins the addition's failures and is told. False if it is another error, or about no such file.
+/// Takes out of `files` the one that could not be opened or whose reading broke off, and what the module
+/// stored before it came there. The error joins the addition's failures and is told. False if it is another
+/// error, or about no such file.
 bool passOver(const except_with_causes& failure, const Request& request, const opc::model::Package& before,
               Addition& addition, Texts& files) {
-  if (failure.GetID() != "opc:stream:CannotRead") return false;
+  const bool isUnopened = failure.GetID() == "fl:filesystem:OpenFailed";
+  if (!isUnopened && failure.GetID() != "opc:stream:CannotRead") return false;
   // Found by the name alone: in a folder of links it has another path.
-  const std::u16string name = fs::extract_filename(failure.GetArguments().at(1));
+  const std::u16string name = fs::extract_filename(failure.GetArguments().at(isUnopened ? 0 : 1));
   const auto isUnread = [&](const std::u16string& file) { return fs::extract_filename(file) == name; };
   if (std::erase_if(files, isUnread) == 0) return false;
   std::erase_if(addition.files, isUnread);

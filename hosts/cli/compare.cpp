@@ -71,7 +71,9 @@ class Tolerances {
   /// are taken off its end. Lines that begin with # say nothing.
   void read(const std::u16string& path) {
     if (!fl::filesystem::exists(path)) raise("tavlox:general:FileNotFound", path);
-    std::ifstream file = fl::filesystem::open_for_reading(path);
+    // Raises if it is no file that may be read.
+    static_cast<void>(fl::filesystem::open_for_reading(path));
+    std::ifstream file(fl::i18n::to_string(path), std::ios::binary);
     std::string text;
     for (std::uint64_t number = 1; std::getline(file, text); ++number) {
       if (text.starts_with('#')) continue;

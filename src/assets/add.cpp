@@ -1,6 +1,5 @@
 #include "assets/add.h"
 
-#include <fstream>
 #include <optional>
 
 #include "assets/user_files.h"
@@ -22,17 +21,12 @@ namespace {
 
 /// The relationship of the entry that a new one of this name replaces: of those that lead to a part of
 /// exactly this name the first. Nothing if there is none, and then creating the new part will fail.
-std::optional<Relationship> findReplaced(const opc::model::Package& package, const std::u16string& name) {
-  if (!package.hasPart(PartName(name))) return std::nullopt;
-  for (const Relationship& link : package.getRelationshipsByTarget(opc::model::URI(name))) {
+std::optional<Relationship> findReplaced(const opc::model::Package& package, const PartName& name) {
+  if (!package.hasPart(name)) return std::nullopt;
+  for (const Relationship& link : package.getRelationshipsByTarget(opc::model::URI(name.text()))) {
     if (link.getTargetMode() == TargetMode::Internal) return link;
   }
   return std::nullopt;
-}
-
-ContentType contentTypeFor(const std::u16string& diskPath) {
-  std::u16string type(tavlox::DataExportFile::contentType);
-  return ContentType(type + u"+" + fs::extract_extension(diskPath));
 }
 
 /// Makes of what the package library refuses the error of this module.
@@ -46,48 +40,74 @@ void orCannotAdd(const file::ScopedRef& ref, const std::u16string& name, const S
   }
 }
 
+/// Adds disk files to a package, under the options of one call.
+class Adder {
+ public:
+  Adder(const file::ScopedRef& ref, const AddOptions& options)
+      : ref_(ref),
+        replaces_(options.Replace),
+        folder_(fs::make_native_form(options.Path.empty() ? kUserFolder : options.Path)) {}
+
+  /// Stores one under a user-assets relationship, or the type of the one it replaces. `diskPath` gives it its
+  /// name and is what messages call it.
+  void add(const std::u16string& diskPath, const fs::OpenFile& file) {
+    // The folders above the file on disk are not kept.
+    const std::u16string path =
+        fs::make_generic_form(fs::concatenate(folder_, fs::extract_filename(diskPath)));
+    opc::model::Package& package = ref_.package();
+    std::optional<PartName> name;
+    // Where an old entry is looked for, the package library's own error is the one that counts.
+    if (replaces_) name.emplace(path);
+    if (!replaces_) orCannotAdd(ref_, path, [&] { name.emplace(path); });
+    const auto replaced = replaces_ ? findReplaced(package, *name) : std::nullopt;
+    const ContentType& type = typeOf(diskPath);
+    // A name that will be refused is refused before gigabytes are read for it.
+    if (!replaced) orCannotAdd(ref_, path, [&] { package.checkCanCreate(*name); });
+    // All of the file is taken in before the package changes: if that fails, the old entry is still there.
+    const opc::model::PartData data = package.startData();
+    opc::copyFile(file, diskPath, *data);
+    orCannotAdd(ref_, path, [&] {
+      if (replaced) package.replacePart(*name, type, data);
+      if (replaced) package.deleteRelationship(replaced->getID());
+      if (!replaced) package.createPart(*name, type, {.size = file.size}, data);
+      package.createInternalRelationship(replaced ? replaced->getType() : kUserAssetsRelationshipType, *name,
+                                         "");
+    });
+  }
+
+ private:
+  /// Most files of a folder have one extension, whose type they share.
+  const ContentType& typeOf(const std::u16string& diskPath) {
+    std::u16string extension = fs::extract_extension(diskPath);
+    if (type_ && extension == extension_) return *type_;
+    const std::u16string type(tavlox::DataExportFile::contentType);
+    type_.emplace(type + u"+" + extension);
+    extension_ = std::move(extension);
+    return *type_;
+  }
+
+  const file::ScopedRef& ref_;
+  const bool replaces_;
+  const std::u16string folder_;
+  std::u16string extension_;
+  std::optional<ContentType> type_;
+};
+
 }  // namespace
 
-std::vector<std::u16string> addPathToPackage(const file::ScopedRef& ref, const std::u16string& diskPath,
-                                             const AddOptions& options) {
-  if (!fs::exists(diskPath)) return {};
-  if (fs::status(diskPath).type == fs::FileType::Regular) return {addToPackage(ref, diskPath, options)};
+void addPathToPackage(const file::ScopedRef& ref, const std::u16string& diskPath, const AddOptions& options) {
+  if (!fs::exists(diskPath)) return;
+  Adder adder(ref, options);
+  const std::u16string native = fs::make_native_form(diskPath);
+  if (fs::status(native).type == fs::FileType::Regular)
+    return adder.add(native, fs::open_for_reading(native));
 
-  std::vector<std::u16string> added;
-  const std::u16string folder = fs::make_native_form(diskPath);
-  if (folder.empty()) return added;
-  fs::DirectoryIterator files(folder);
+  if (native.empty()) return;
+  fs::DirectoryIterator files(native);
   while (const auto entry = files.next()) {
     if (entry->type != fs::FileType::Regular && entry->type != fs::FileType::SymbolicLink) continue;
-    added.push_back(addToPackage(ref, entry->path, options));
+    adder.add(entry->path, files.open(*entry));
   }
-  return added;
-}
-
-std::u16string addToPackage(const file::ScopedRef& ref, const std::u16string& diskPath,
-                            const AddOptions& options) {
-  const std::u16string native = fs::make_native_form(diskPath);
-  const std::u16string folder = fs::make_native_form(options.Path.empty() ? kUserFolder : options.Path);
-  // The folders above the file on disk are not kept.
-  std::u16string name = fs::make_generic_form(fs::concatenate(folder, fs::extract_filename(native)));
-  std::ifstream file = fs::open_for_reading(native);
-  const std::uint64_t size = fs::status(native).size;
-  opc::model::Package& package = ref.package();
-  const auto replaced = options.Replace ? findReplaced(package, name) : std::nullopt;
-  const ContentType type = contentTypeFor(native);
-  // A name that will be refused is refused before gigabytes are read for it.
-  if (!replaced) orCannotAdd(ref, name, [&] { package.checkCanCreate(PartName(name)); });
-  // All of the file is taken in before the package changes: if that fails, the old entry is still there.
-  const opc::model::PartData data = package.startData();
-  opc::copyStream(file, native, *data, size);
-  orCannotAdd(ref, name, [&] {
-    if (replaced) package.replacePart(PartName(name), type, data);
-    if (replaced) package.deleteRelationship(replaced->getID());
-    if (!replaced) package.createPart(PartName(name), type, {.size = size}, data);
-    package.createInternalRelationship(replaced ? replaced->getType() : kUserAssetsRelationshipType,
-                                       opc::model::URI(name), "");
-  });
-  return name;
 }
 
 }  // namespace orra::tavloxio::part

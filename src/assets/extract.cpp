@@ -1,13 +1,15 @@
 #include "assets/extract.h"
 
 #include <cerrno>
-#include <fstream>
 #include <map>
+#include <memory>
+#include <optional>
 
 #include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
 #include "platform/files/descriptor.h"
 #include "platform/files/filesystem.h"
+#include "platform/files/folder.h"
 #include "platform/opc/streams.h"
 #include "platform/text/conversion.h"
 
@@ -44,10 +46,51 @@ std::u16string lessTheUserFolder(const std::u16string& target) {
 
 /// A package that is written over while it is read is lost.
 void refusePackageItself(const std::u16string& filePath, const opc::model::Package& package) {
-  if (!fs::exists(filePath)) return;
   if (fs::weakly_canonical(filePath) != fs::weakly_canonical(package.path())) return;
   raiseNotReplaced(filePath, u"it is the package that is read");
 }
+
+/// Writes parts to files, of which many lie in one folder: that is made, found and kept open once.
+class FileWriter {
+ public:
+  /// Gives the file's canonical path.
+  std::u16string write(const std::u16string& filePath, const opc::model::Package& package,
+                       const opc::model::Part& part) {
+    enter(fs::extract_parent_path(filePath));
+    const std::u16string name = fs::extract_filename(filePath);
+    if (auto file = folder_->createFile(name)) {
+      writePart(filePath, file, part);
+      return fs::concatenate(canonical_, name);
+    }
+    // Written over if it is there, and where it leads if it is a link.
+    if (fs::exists(filePath)) refusePackageItself(filePath, package);
+    fs::Descriptor file = fs::createOrEmptyFile(filePath);
+    if (!file) raiseSystemsReason(filePath);
+    writePart(filePath, file, part);
+    return fs::weakly_canonical(filePath);
+  }
+
+ private:
+  void enter(const std::u16string& folder) {
+    if (folder_ && folder == path_) return;
+    prepareOutputDirectory(folder);
+    folder_.emplace(folder);
+    path_ = folder;
+    canonical_ = fs::weakly_canonical(folder);
+  }
+
+  static void writePart(const std::u16string& filePath, fs::Descriptor& file, const opc::model::Part& part) {
+    try {
+      opc::copyStream(*part.getInputStream(), file.get(), part.getSize());
+    } catch (const except_with_causes& failure) {
+      raiseInvalid(filePath, failure);
+    }
+    if (file.close() != 0) raiseSystemsReason(filePath);
+  }
+
+  std::u16string path_, canonical_;
+  std::optional<fs::Folder> folder_;
+};
 
 /// Why a relationship reaches no part.
 void addMissing(collection& errors, const opc::model::Package& package,
@@ -70,6 +113,7 @@ RelationshipVisitor writerTo(const std::u16string& folder, RelativePath relative
   // The file of each target so far, empty for a missing one. Any number of relationships may lead to one
   // part, and a small package can hold many thousands; writing it for each would take minutes. An ordered
   // map, because the targets come from the file and could be made to collide in a hash table.
+  const auto writer = std::make_shared<FileWriter>();
   return [=, &written, &errors, files = std::map<Target, std::u16string>()](
              opc::model::Package& package, const opc::model::Relationship& link) mutable {
     const std::u16string& target = link.getTarget().text();
@@ -81,10 +125,7 @@ RelationshipVisitor writerTo(const std::u16string& folder, RelativePath relative
       // name cannot climb out of the folder.
       const auto part = package.findPart(link);
       if (!part) return addMissing(errors, package, link);
-      const std::u16string filePath = fs::concatenate(folder, relative);
-      refusePackageItself(filePath, package);
-      writePartToFile(filePath, *part);
-      file->second = fs::expand(fs::weakly_canonical(filePath));
+      file->second = writer->write(fs::concatenate(folder, relative), package, *part);
     }
     if (!file->second.empty()) written.push_back(file->second);
   };
@@ -120,19 +161,6 @@ std::u16string prepareOutputDirectory(const std::u16string& folder) {
   } catch (const fs::Error& failure) {
     raiseInvalid(folder, failure);
   }
-}
-
-void writePartToFile(const std::u16string& filePath, const opc::model::Part& part) {
-  prepareOutputDirectory(fs::extract_parent_path(filePath));
-  std::ofstream file(fl::i18n::to_string(filePath), std::ios::binary | std::ios::trunc);
-  if (!file) raiseSystemsReason(filePath);
-  try {
-    opc::copyStream(*part.getInputStream(), file, part.getSize());
-  } catch (const except_with_causes& failure) {
-    raiseInvalid(filePath, failure);
-  }
-  file.close();
-  if (file.fail()) raiseSystemsReason(filePath);
 }
 
 }  // namespace orra::tavloxio::part

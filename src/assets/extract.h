@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "package/scoped_ref.h"
-#include "platform/opc/part.h"
 
 namespace orra::tavloxio::part {
 
@@ -26,9 +25,5 @@ std::vector<std::u16string> copyFilesToDisk(const file::ScopedRef& ref, const st
 /// The folder made absolute. Creates it, for its owner only, with its missing parents. Raises
 /// tavlox_io:general:InvalidOutputPath with the folder as given.
 std::u16string prepareOutputDirectory(const std::u16string& folder);
-
-/// Writes the part's data to the file, whatever was there before. Raises tavlox_io:general:InvalidOutputPath
-/// with the file's path and the failure as its cause.
-void writePartToFile(const std::u16string& filePath, const opc::model::Part& part);
 
 }  // namespace orra::tavloxio::part

@@ -41,9 +41,12 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
   return *this;
 }
 
-void Descriptor::reset() noexcept {
-  if (value_ >= 0) ::close(value_);
-  value_ = -1;
+void Descriptor::reset() noexcept { close(); }
+
+int Descriptor::close() noexcept {
+  const int closing = std::exchange(value_, -1);
+  // Not tried again after an interruption: the system has given the number up by then.
+  return closing < 0 || ::close(closing) == 0 || errno == EINTR ? 0 : errno;
 }
 
 std::string systemReason(int error) { return std::generic_category().message(error); }
@@ -67,14 +70,21 @@ ReadResult readAt(int descriptor, std::uint64_t offset, void* into, std::size_t 
   char* to = static_cast<char*>(into);
   std::size_t done = 0;
   while (done < count) {
-    const ssize_t got = ::pread(descriptor, to + done, count - done, static_cast<off_t>(offset + done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return {done, errno};
+    const auto [got, error] = readSomeAt(descriptor, offset + done, to + done, count - done);
+    if (error != 0) return {done, error};
     // The end of the file, which is no error here; the count says so.
     if (got == 0) break;
-    done += static_cast<std::size_t>(got);
+    done += got;
   }
   return {done, 0};
+}
+
+ReadResult readSomeAt(int descriptor, std::uint64_t offset, void* into, std::size_t count) noexcept {
+  for (;;) {
+    const ssize_t got = ::pread(descriptor, into, count, static_cast<off_t>(offset));
+    if (got >= 0) return {static_cast<std::size_t>(got), 0};
+    if (errno != EINTR) return {0, errno};
+  }
 }
 
 FileIdentity identityOf(int descriptor) {

@@ -23,6 +23,8 @@ class Descriptor {
   /// Closes the descriptor if there is one. What closing reports is ignored: whoever must know that the data
   /// reached the disk syncs before.
   void reset() noexcept;
+  /// The same for who wants to know: gives 0, or the error number of a write that failed only now.
+  int close() noexcept;
 
  private:
   int value_;
@@ -42,6 +44,8 @@ struct ReadResult {
 };
 /// Reads at `offset` in the same way.
 ReadResult readAt(int descriptor, std::uint64_t offset, void* into, std::size_t count) noexcept;
+/// Reads what the system gives at once, 0 bytes only at the end of the file.
+ReadResult readSomeAt(int descriptor, std::uint64_t offset, void* into, std::size_t count) noexcept;
 
 /// What tells one state of a file from another: two equal identities mean that nobody changed it in between,
 /// unless a change of the same size came within one tick of the kernel's clock. The time of the last change

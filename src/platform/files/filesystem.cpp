@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/errors/free_with.h"
 #include "platform/files/descriptor.h"
@@ -41,6 +41,15 @@ posix_time::ptime timeOf(const timespec& stamp) {
 /// in a circle, and names longer than any file has, lead to no file either.
 bool saysMissing(int code) {
   return code == ENOENT || code == ENOTDIR || code == ELOOP || code == ENAMETOOLONG;
+}
+
+/// Opens what was a regular file a moment ago; `path` is what messages call it.
+OpenFile openFile(int folder, const char* name, const std::u16string& path) {
+  Descriptor file(openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  struct stat found;
+  if (!file || fstat(file.get(), &found) != 0) raise("fl:filesystem:OpenFailed", path, systemReason(errno));
+  if (!S_ISREG(found.st_mode)) raise("fl:filesystem:NotAFile", path);
+  return {std::move(file), static_cast<std::uint64_t>(found.st_size)};
 }
 
 /// NotFound if the file was removed since the folder was read.
@@ -92,12 +101,10 @@ bool remove(const std::u16string& path) {
   return removed;
 }
 
-std::ifstream open_for_reading(const std::u16string& path) {
-  // Looked at first: opening a pipe would wait for somebody to write into it.
+OpenFile open_for_reading(const std::u16string& path) {
+  // Looked at first: opening a device may set off whatever it drives.
   if (status(path).type != FileType::Regular) raise("fl:filesystem:NotAFile", path);
-  std::ifstream file(toNativeName(path), std::ios::binary);
-  if (!file) raise("fl:filesystem:OpenFailed", path, systemReason(errno));
-  return file;
+  return openFile(AT_FDCWD, toNativeName(path).c_str(), path);
 }
 
 std::u16string absolute(const std::u16string& path, const std::u16string& base) {
@@ -133,10 +140,11 @@ std::u16string temp_directory_path() {
 struct DirectoryIterator::State {
   std::u16string path;
   std::unique_ptr<DIR, foundation::core::except::FreeWith<closedir>> folder;
+  const dirent* listed = nullptr;  // what was read last
 };
 
 DirectoryIterator::DirectoryIterator(const std::u16string& folder)
-    : state_(new State{folder, decltype(State::folder)(opendir(toNativeName(folder).c_str()))}) {}
+    : state_(new State{folder, decltype(State::folder)(opendir(toNativeName(folder).c_str())), nullptr}) {}
 
 DirectoryIterator::~DirectoryIterator() = default;
 
@@ -146,7 +154,7 @@ std::optional<DirectoryIterator::Entry> DirectoryIterator::next() {
   if (!isOpen()) return std::nullopt;
   for (;;) {
     errno = 0;  // the end of the folder and a failed read differ only in this
-    const dirent* listed = readdir(state_->folder.get());
+    const dirent* const listed = state_->listed = readdir(state_->folder.get());
     if (listed == nullptr && errno == 0) return std::nullopt;
     if (listed == nullptr) raise("fl:filesystem:ListFailed", state_->path, systemReason(errno));
     const std::string_view name = listed->d_name;
@@ -157,6 +165,15 @@ std::optional<DirectoryIterator::Entry> DirectoryIterator::next() {
     // Removed while the folder was read: as if it had never been listed.
     if (type != FileType::NotFound) return Entry{concatenate(state_->path, i18n::to_ustring(name)), type};
   }
+}
+
+OpenFile DirectoryIterator::open(const Entry& last) const {
+  if (last.type != FileType::Regular) return open_for_reading(last.path);
+  return openFile(dirfd(state_->folder.get()), state_->listed->d_name, last.path);
+}
+
+bool DirectoryIterator::mayRead() const {
+  return faccessat(dirfd(state_->folder.get()), state_->listed->d_name, R_OK, AT_EACCESS) == 0;
 }
 
 }  // namespace fl::filesystem

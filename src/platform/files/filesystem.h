@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include "platform/files/descriptor.h"
 #include "platform/files/paths.h"
 
 /// Files and folders under UTF-16 names. Every failure raises Error, whose arguments are the path and the
@@ -43,8 +43,13 @@ bool create_directories(const std::u16string& path);
 /// Removes a file, a link or an empty folder. False if there was nothing to remove. The link goes, not what
 /// it leads to; a folder that is not empty raises.
 bool remove(const std::u16string& path);
-/// Opens a file for reading its bytes. Raises unless it is a regular file that may be read.
-std::ifstream open_for_reading(const std::u16string& path);
+/// A regular file that is open for reading.
+struct OpenFile {
+  Descriptor descriptor;
+  std::uint64_t size;  ///< bytes, when it was opened
+};
+/// Raises unless the path leads to a regular file that may be read.
+OpenFile open_for_reading(const std::u16string& path);
 
 /// The path seen from `base`, or from the current folder if `base` is empty. "." and ".." stay as they are.
 std::u16string absolute(const std::u16string& path, const std::u16string& base = {});
@@ -70,6 +75,11 @@ class DirectoryIterator {
   /// Nothing at the end. Raises Error if the folder cannot be read on, or if a name is not UTF-8 (the
   /// arguments are then the folder and the name; the next call goes on behind it).
   std::optional<Entry> next();
+
+  /// Opens what `next` gave last. A link is looked at before it is followed. Raises as the function below.
+  OpenFile open(const Entry& last) const;
+  /// Whether the access rights of what `next` gave last let it be read. That may still fail.
+  bool mayRead() const;
 
  private:
   struct State;

@@ -86,7 +86,9 @@ std::u16string concatenate(const std::u16string& folder, const std::u16string& n
   if (name.empty()) return folder;
   const std::size_t folderEnd = folder.find_last_not_of(kSeparator) + 1;  // 0 for a folder of separators only
   const std::size_t nameStart = std::min(name.find_first_not_of(kSeparator), name.size());
-  return folder.substr(0, folderEnd) + kSeparator + name.substr(nameStart);
+  std::u16string joined;
+  joined.reserve(folderEnd + 1 + name.size() - nameStart);
+  return joined.append(folder, 0, folderEnd).append(1, kSeparator).append(name, nameStart);
 }
 
 }  // namespace fl::filesystem

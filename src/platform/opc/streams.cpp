@@ -1,8 +1,6 @@
 #include "platform/opc/streams.h"
 
 #include <array>
-#include <istream>
-#include <ostream>
 
 #include "platform/errors/package_errors.h"
 #include "platform/opc/open_package.h"
@@ -79,24 +77,20 @@ std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
   return got == 0 ? -1 : static_cast<std::streamsize>(got);
 }
 
-std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t expected) {
+void copyStream(InputStream& from, int file, std::uint64_t expected) {
   Block block;
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
-    to.write(block.data(), static_cast<std::streamsize>(count));
-    if (!to) raise("opc:stream:CannotWrite", copied);
+    if (fl::filesystem::writeAt(file, copied, block.data(), count) != 0)
+      raise("opc:stream:CannotWrite", copied);
     copied += count;
     report(u"Extracting", copied, expected);
   }
-  // What the stream still buffers must meet a full disk here, not in a destructor that cannot say so.
-  if (!to.flush()) raise("opc:stream:CannotWrite", copied);
-  return copied;
 }
 
 const std::string& OutputStream::packagePath() const { return package_->path(); }
 
-std::uint64_t copyStream(std::istream& from, std::u16string_view file, OutputStream& to,
-                         std::uint64_t expected) {
+void copyFile(const fl::filesystem::OpenFile& from, std::u16string_view name, OutputStream& to) {
   // Whatever ends the copy early, what was copied so far must not pass for the whole.
   struct Abandon {
     OutputStream* unfinished;
@@ -104,21 +98,20 @@ std::uint64_t copyStream(std::istream& from, std::u16string_view file, OutputStr
       if (unfinished) unfinished->abandon();
     }
   } abandon{&to};
-  // A file that did not open fails without being at its end, and must not pass for an empty one.
-  if (from.fail() && !from.eof()) raise("opc:stream:CannotRead", to.packagePath(), file, 0);
   Block block;
   std::uint64_t copied = 0;
-  while (from) {
-    from.read(block.data(), block.size());
-    if (from.bad()) raise("opc:stream:CannotRead", to.packagePath(), file, copied);
-    const auto count = static_cast<std::size_t>(from.gcount());
-    if (count == 0) break;
+  for (;;) {
+    const auto [count, error] =
+        fl::filesystem::readSomeAt(from.descriptor.get(), copied, block.data(), block.size());
+    if (error != 0) raise("opc:stream:CannotRead", to.packagePath(), name, copied);
     to.write(block.data(), count);
     copied += count;
-    report(u"Storing", copied, expected);
+    report(u"Storing", copied, from.size);
+    // The end shows in a read of nothing. That one is spared where less came than was asked for and the size
+    // agrees; what the system makes up while it is read has a size of 0.
+    if (count == 0 || (count < block.size() && copied == from.size)) break;
   }
   abandon.unfinished = nullptr;
-  return copied;
 }
 
 }  // namespace opc

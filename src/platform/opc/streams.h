@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <ios>
-#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include <boost/iostreams/categories.hpp>
 
+#include "platform/files/filesystem.h"
 #include "platform/opc/part_name.h"
 #include "platform/zip/entry_reader.h"
 #include "platform/zip/spool.h"
@@ -83,12 +83,12 @@ class InputStreamSource {
   std::shared_ptr<InputStream> input_;
 };
 
-/// Copies everything that is left, in constant memory, and gives the number of bytes. Reports its progress;
-/// `expected` is how many bytes there will be, 0 if that is not known. Raises opc::Exception when the stream
-/// goes bad while it is read from or written to. Data for the package is then abandoned, and the error names
-/// the package and `file`, which was being read.
-std::uint64_t copyStream(InputStream& from, std::ostream& to, std::uint64_t expected = 0);
-std::uint64_t copyStream(std::istream& from, std::u16string_view file, OutputStream& to,
-                         std::uint64_t expected = 0);
+/// Writes everything that is left to a file, from its start, in constant memory. Reports its progress;
+/// `expected` is how many bytes there will be, 0 if that is not known. Raises opc::Exception if the stream
+/// cannot be read or the file (a descriptor) not be written.
+void copyStream(InputStream& from, int file, std::uint64_t expected = 0);
+/// Takes in all of a file from its start, reporting progress too. If it cannot be read to its end the data is
+/// abandoned, and raises opc::Exception with the package and `name`, the file's.
+void copyFile(const fl::filesystem::OpenFile& from, std::u16string_view name, OutputStream& to);
 
 }  // namespace opc

@@ -86,13 +86,17 @@ class OutputFolder {
     std::u16string path;
     struct stat status;
   };
-  std::optional<Found> find(const std::u16string& relative) const {
+  std::optional<Found> find(const std::u16string& relative) {
+    // Nothing lies below a folder that is not there, and most entries of a package lie in few folders.
+    if (!missing_.empty() && relative.starts_with(missing_)) return std::nullopt;
     struct stat status {};
     // Each folder on the way is looked at by itself: fstatat would follow links before the last name.
     for (std::size_t end = relative.find(u'/');; end = relative.find(u'/', end + 1)) {
       const std::u16string step = relative.substr(0, end);
-      if (fstatat(folder_.get(), to_string(step).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      if (fstatat(folder_.get(), to_string(step).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (end != relative.npos) missing_ = step + u'/';
         return std::nullopt;
+      }
       if (end == relative.npos || S_ISLNK(status.st_mode)) return Found{pathOf(step), status};
     }
   }
@@ -128,6 +132,7 @@ class OutputFolder {
     constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     const std::u16string name = fs::extract_parent_path(relative);
     if (parent_ && name == parentName_) return;
+    missing_.clear();  // from here on folders are made
     parent_ = fs::Descriptor(openat(folder_.get(), ".", kFlags));
     for (std::size_t start = 0; start < name.size();) {
       const std::size_t end = std::min(name.find(u'/', start), name.size());
@@ -144,6 +149,7 @@ class OutputFolder {
   std::u16string path_;
   Texts created_;  // the innermost first
   fs::Descriptor folder_;
+  std::u16string missing_;     // the folder that was found missing last, with its "/"
   std::u16string parentName_;  // relative to the folder
                                // Kept open: most entries of a package lie in few folders.
   fs::Descriptor parent_;
@@ -242,7 +248,7 @@ class Extraction {
   }
 
   /// Before anything is extracted, which may take long.
-  void refuseTargets() const {
+  void refuseTargets() {
     struct stat package {};
     // By device and inode, since one file has many paths.
     stat(to_string(request_.one("FILE")).c_str(), &package);

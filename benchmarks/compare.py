@@ -5,7 +5,6 @@ docs/benchmarks.svg. A new row is one entry of ROWS or GROWTH.
 """
 import argparse
 import fcntl
-import functools
 import os
 import re
 import shlex
@@ -23,6 +22,7 @@ from inputs import Inputs, output_of
 SOURCES = Path(__file__).resolve().parents[1]
 BEGIN, END = "<!-- measured: begin -->\n", "<!-- measured: end -->\n"
 ROUNDS, MOST_ROUNDS, SHORT = 5, 25, 3  # a row goes on for SHORT seconds, until it has had MOST_ROUNDS
+TURNS, CALLS = 3, 3  # of growing work: processes of each size, and calls in each
 LINEAR = 1.2
 
 
@@ -121,17 +121,25 @@ class Bench:
             sys.exit(f"bench: ended with {code}: {shlex.join(words)}")
         return Figures(float(cpu), float(elapsed), float(memory))
 
-    @functools.cache
-    def each(self, operation, n):
-        """The calls of one process, divided by the number of items."""
-        lines = self.inputs.run(*self.inputs.words(f"calls {ROUNDS} {operation}", n)).splitlines()
-        return Figures.median([Figures(*(float(word) / n for word in line.split())) for line in lines])
+    def calls(self, operation, n, count):
+        """Each call of one process, divided by the number of items."""
+        lines = self.inputs.run(*self.inputs.words(f"calls {count} {operation}", n)).splitlines()
+        return [Figures(*(float(word) / n for word in line.split())) for line in lines]
+
+    def growing(self, growth):
+        """Figures of each size. The sizes take turns, so that whatever else the machine does meets all of them."""
+        sizes = [*map(self.scaled, growth.sizes)]
+        rounds = {n: [] for n in sizes}
+        for _ in range(TURNS):
+            for n in sizes:
+                rounds[n] += self.calls(growth.operation, n, CALLS)
+        return [(n, Figures.median(rounds[n])) for n in sizes]
 
     def row(self, row):
         """Figures of ours and of the peer, or of ours and None."""
         n = self.scaled(row.n)
         if row.ours.startswith("each "):
-            return self.each(row.ours.removeprefix("each "), n), None
+            return Figures.median(self.calls(row.ours.removeprefix("each "), n, ROUNDS)), None
         commands = [row.ours, row.peer] if row.peer else [row.ours]
         for command in commands:
             self.inputs.words(command, n)  # The time that it takes to make them is not the row's.
@@ -219,7 +227,7 @@ def measure_all(bench, rows, growth):
     grown = []
     for one in growth:
         print(f"{one.work}, growing …", file=sys.stderr)
-        grown.append((one, [(n, bench.each(one.operation, n)) for n in map(bench.scaled, one.sizes)]))
+        grown.append((one, bench.growing(one)))
     return results, grown
 
 

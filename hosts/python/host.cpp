@@ -1,9 +1,6 @@
 // The extension `tavlox._host`: what the Python side needs of the object system. It knows no class and no
 // function by name. It tells what is registered (`namespaces`), and makes objects, reads properties and calls
 // members by their names; the package's modules make Python classes of that.
-#include <filesystem>
-
-#include <dlfcn.h>
 #include <pybind11/pybind11.h>
 
 #include "hosts/python/calls.h"
@@ -180,18 +177,6 @@ void load(const py::str& path) {
   });
 }
 
-/// The file of the platform library that this extension is linked to.
-std::filesystem::path platformLibrary() {
-  Dl_info found{};
-  if (dladdr(reinterpret_cast<const void*>(&zobs::loadModule), &found) == 0) return {};
-  return std::filesystem::absolute(found.dli_fname);
-}
-
-/// As Python writes paths, also one that is not UTF-8.
-py::str pathOf(const std::filesystem::path& path) {
-  return py::reinterpret_steal<py::str>(PyUnicode_DecodeFSDefault(path.c_str()));
-}
-
 }  // namespace
 }  // namespace tavlox::python
 
@@ -200,8 +185,8 @@ PYBIND11_MODULE(_host, host) {
   prepareForForks();
 
   py::class_<Object>(host, "Object").def_property_readonly("is_foreign", &Object::isForeign);
-  py::enum_<Scalars>(host, "Scalars").value("PLAIN", Scalars::Plain).value("AS_ARRAYS", Scalars::AsArrays);
   py::class_<Structure>(host, "Structure")
+      .def("with_lists", &Structure::withLists)
       .def_property_readonly("names", &Structure::names)
       .def("__len__", &Structure::size)
       .def("value", &Structure::value)
@@ -213,8 +198,8 @@ PYBIND11_MODULE(_host, host) {
   host.def("call", &call);
   host.def("call_function", &callFunction);
   host.def("get_property", &getProperty);
-  host.def("platform_library", [] { return pathOf(platformLibrary()); });
-  host.def("catalog_folder", [] { return pathOf(fl::i18n::catalogFolder()); });
+  host.def("installed_module", [](const std::string& name) { return toPython(zobs::installedModule(name)); });
+  host.def("catalog_folder", [] { return py::str(fl::i18n::catalogFolder().native()); });
   addSamples(host);
   addRecording(host);
 }

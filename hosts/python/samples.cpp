@@ -7,6 +7,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <pybind11/numpy.h>
@@ -35,18 +36,6 @@ struct Request {
   double step = 0;  ///< seconds; 0 for the shortest mean step of the runs
 };
 
-/// One run's part of what was asked for. The signals belong to the session that was read.
-struct Selection {
-  const RecordedRun* run;
-  std::vector<const RecordedSignal*> signals;
-
-  samples::Wanted wanted(const Request& request) const {
-    samples::Wanted wanted{.columns = {}, .from = request.from, .to = request.to};
-    for (const RecordedSignal* signal : signals) wanted.columns.push_back(signal->column);
-    return wanted;
-  }
-};
-
 /// Columns of numbers over one column of times.
 struct Table {
   std::vector<double> times;
@@ -71,30 +60,32 @@ const RecordedRun& runOf(const RecordedSession& session, const Request& request,
   return *found;
 }
 
-Selection select(const RecordedSession& session, const Request& request, const std::u16string& name) {
-  Selection selection{&runOf(session, request, name), {}};
-  const std::vector<RecordedSignal>& signals = selection.run->signals;
-  if (!request.signals) {
-    for (const RecordedSignal& signal : signals) {
-      if (signal.column != 0) selection.signals.push_back(&signal);
-    }
-    return selection;
-  }
+/// The run, with those of its signals that were asked for, in the order in which they were.
+RecordedRun select(const RecordedSession& session, const Request& request, const std::u16string& name) {
+  RecordedRun run = runOf(session, request, name);
+  std::erase_if(run.signals, [](const RecordedSignal& signal) { return signal.column == 0; });
+  if (!request.signals) return run;
+  const std::vector<RecordedSignal> recorded = std::exchange(run.signals, {});
   for (const std::u16string& wanted : *request.signals) {
-    const std::size_t before = selection.signals.size();
-    for (const RecordedSignal& signal : signals) {
-      if (signal.name == wanted && signal.column != 0) selection.signals.push_back(&signal);
-    }
-    if (selection.signals.size() == before) {
-      raise("tavlox:python:NoSuchSignal", request.path, selection.run->name(), wanted);
-    }
+    const std::size_t before = run.signals.size();
+    std::ranges::copy_if(recorded, std::back_inserter(run.signals),
+                         [&](const RecordedSignal& signal) { return signal.name == wanted; });
+    if (run.signals.size() == before) raise("tavlox:python:NoSuchSignal", request.path, run.name(), wanted);
   }
-  return selection;
+  return run;
 }
 
-Table readRun(const RecordedSession& session, const Selection& selection, const Request& request) {
-  samples::SampleReader reader = session.read(*selection.run, selection.wanted(request));
-  Table table{{}, std::vector<std::vector<double>>(selection.signals.size())};
+/// Of the signals that the run has.
+samples::SampleReader readerOf(const RecordedSession& session, const RecordedRun& run,
+                               const Request& request) {
+  samples::Wanted wanted{.columns = {}, .from = request.from, .to = request.to};
+  for (const RecordedSignal& signal : run.signals) wanted.columns.push_back(signal.column);
+  return session.read(run, std::move(wanted));
+}
+
+Table readRun(const RecordedSession& session, const RecordedRun& run, const Request& request) {
+  samples::SampleReader reader = readerOf(session, run, request);
+  Table table{{}, std::vector<std::vector<double>>(run.signals.size())};
   samples::SampleBlock block;
   while (reader.next(block)) {
     table.times.insert(table.times.end(), block.times.begin(), block.times.end());
@@ -105,46 +96,59 @@ Table readRun(const RecordedSession& session, const Selection& selection, const 
   return table;
 }
 
-/// Runs that were sampled at the same times side by side; nothing if they were not.
-std::optional<Table> readAlike(const RecordedSession& session, const std::vector<Selection>& selections,
-                               const Request& request) {
-  Table all = readRun(session, selections.front(), request);
-  for (std::size_t i = 1; i < selections.size(); ++i) {
-    Table next = readRun(session, selections[i], request);
-    if (next.times != all.times) return std::nullopt;
+/// Runs of the same times side by side. Raises tavlox:python:MixedTimes.
+Table readAlike(const RecordedSession& session, const std::vector<RecordedRun>& runs,
+                const Request& request) {
+  Table all = readRun(session, runs.front(), request);
+  for (std::size_t i = 1; i < runs.size(); ++i) {
+    Table next = readRun(session, runs[i], request);
+    if (next.times != all.times) raise("tavlox:python:MixedTimes", request.path);
     std::ranges::move(next.columns, std::back_inserter(all.columns));
   }
   return all;
 }
 
-Table readOnGrid(const RecordedSession& session, const std::vector<Selection>& selections,
-                 const Request& request) {
-  std::vector<samples::RunOnGrid> runs;
+/// The equal steps of a grid: those asked for, or the shortest mean step of a run.
+struct Steps {
   double first = std::numeric_limits<double>::infinity(), last = -first, step = first;
-  std::size_t columns = 0;
-  for (const Selection& selection : selections) {
-    std::vector<samples::Between> between;
-    for (const RecordedSignal* signal : selection.signals) {
-      between.push_back(samples::betweenSamplesOf(signal->dataTypeLabel));
-    }
-    columns += between.size();
-    runs.emplace_back(session.read(*selection.run, selection.wanted(request)), std::move(between));
-    if (request.grid != u"step") continue;
+};
+
+Steps stepsOf(const RecordedSession& session, const std::vector<RecordedRun>& runs, const Request& request) {
+  Steps steps;
+  for (const RecordedRun& run : runs) {
     const samples::Wanted times{.columns = {}, .from = request.from, .to = request.to};
-    const samples::Span span = samples::spanOf(session.read(*selection.run, times));
-    if (span.rows == 0) continue;
-    first = std::min(first, span.first);
-    last = std::max(last, span.last);
-    if (span.rows > 1) step = std::min(step, (span.last - span.first) / static_cast<double>(span.rows - 1));
+    const auto [first, last, rows] = samples::spanOf(session.read(run, times));
+    if (rows == 0) continue;
+    steps.first = std::min(steps.first, first);
+    steps.last = std::max(steps.last, last);
+    if (rows > 1) steps.step = std::min(steps.step, (last - first) / static_cast<double>(rows - 1));
   }
-  if (request.step > 0) step = request.step;
-  Table table{{}, std::vector<std::vector<double>>(columns)};
-  if (request.grid == u"step" && !(first <= last)) return table;
-  samples::Grid grid = request.grid == u"step" ? samples::Grid(std::move(runs), first, last, step)
-                                               : samples::Grid(std::move(runs));
-  while (grid.next()) {
-    table.times.push_back(grid.time());
-    for (std::size_t i = 0; i < columns; ++i) table.columns[i].push_back(grid.values()[i]);
+  if (request.step > 0) steps.step = request.step;
+  return steps;
+}
+
+Table readOnGrid(const RecordedSession& session, const std::vector<RecordedRun>& runs,
+                 const Request& request) {
+  std::vector<samples::RunOnGrid> onGrid;
+  Table table;
+  for (const RecordedRun& run : runs) {
+    std::vector<samples::Between> between;
+    for (const RecordedSignal& signal : run.signals)
+      between.push_back(samples::betweenSamplesOf(signal.dataTypeLabel));
+    table.columns.resize(table.columns.size() + between.size());
+    onGrid.emplace_back(readerOf(session, run, request), std::move(between));
+  }
+  std::optional<samples::Grid> grid;
+  if (request.grid == u"step") {
+    const Steps steps = stepsOf(session, runs, request);
+    if (!(steps.first <= steps.last)) return table;
+    grid.emplace(std::move(onGrid), steps.first, steps.last, steps.step);
+  } else {
+    grid.emplace(std::move(onGrid));
+  }
+  while (grid->next()) {
+    table.times.push_back(grid->time());
+    for (std::size_t i = 0; i < table.columns.size(); ++i) table.columns[i].push_back(grid->values()[i]);
   }
   return table;
 }
@@ -164,46 +168,32 @@ std::vector<std::u16string> toTexts(const py::list& items) {
   return texts;
 }
 
-/// What a column is of.
-struct Label {
-  std::u16string run, signal, units, dataType;
-};
-
 /// (times, [(run, signal, units, data type, values)], name of the time).
 py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentifiers,
                       const py::object& signals, double from, double to, const py::str& grid, double step) {
   Request request{toText(path), toTexts(runs), areIdentifiers, {}, from, to, toText(grid), step};
   if (!signals.is_none()) request.signals = toTexts(signals.cast<py::list>());
   struct Answer {
+    std::vector<RecordedRun> runs;
     Table table;
-    std::vector<Label> labels;
     std::string timeHeading;
   };
   Answer answer = inTurn([&] {
     const RecordedSession session(request.path);
-    std::vector<Selection> selections;
-    for (const std::u16string& run : request.runs) selections.push_back(select(session, request, run));
     Answer made;
-    made.timeHeading = session.read(*selections.front().run, {.columns = {}}).headings().front();
-    for (const Selection& selection : selections) {
-      for (const RecordedSignal* signal : selection.signals) {
-        made.labels.push_back({selection.run->name(), signal->name, signal->units, signal->dataTypeLabel});
-      }
-    }
-    if (!request.grid.empty()) {
-      made.table = readOnGrid(session, selections, request);
-    } else if (auto table = readAlike(session, selections, request)) {
-      made.table = std::move(*table);
-    } else {
-      raise("tavlox:python:MixedTimes", request.path);
-    }
+    for (const std::u16string& run : request.runs) made.runs.push_back(select(session, request, run));
+    made.timeHeading = session.read(made.runs.front(), {.columns = {}}).headings().front();
+    made.table = request.grid.empty() ? readAlike(session, made.runs, request)
+                                      : readOnGrid(session, made.runs, request);
     return made;
   });
   py::list columns;
-  for (std::size_t i = 0; i < answer.labels.size(); ++i) {
-    const Label& label = answer.labels[i];
-    columns.append(py::make_tuple(toPython(label.run), toPython(label.signal), toPython(label.units),
-                                  toPython(label.dataType), toArray(std::move(answer.table.columns[i]))));
+  for (const RecordedRun& run : answer.runs) {
+    for (const RecordedSignal& signal : run.signals) {
+      columns.append(py::make_tuple(toPython(run.name()), toPython(signal.name), toPython(signal.units),
+                                    toPython(signal.dataTypeLabel),
+                                    toArray(std::move(answer.table.columns[columns.size()]))));
+    }
   }
   return py::make_tuple(toArray(std::move(answer.table.times)), columns, py::str(answer.timeHeading));
 }
@@ -247,9 +237,7 @@ std::vector<RunTable> readWantedRuns(const Request& request, bool isEveryRun) {
     tables.push_back({run, {}});
     RunTable& read = tables.back();
     std::erase_if(read.run.signals, isUnwanted);
-    Selection selection{&read.run, {}};
-    for (const RecordedSignal& signal : read.run.signals) selection.signals.push_back(&signal);
-    if (!selection.signals.empty()) read.table = readRun(session, selection, request);
+    if (!read.run.signals.empty()) read.table = readRun(session, read.run, request);
   }
   return tables;
 }

@@ -29,9 +29,10 @@ py::object owned(PyObject* made) {
   return py::reinterpret_steal<py::object>(made);
 }
 
-/// Gives `use` the elements of a numeric array as what they are.
+/// Gives `use` the elements of a numeric or logical array as what they are.
 template <class Use, std::size_t I = 0>
 auto withNumbers(const HostArray& array, const Use& use) {
+  if (array.kind() == ArrayKind::Logical) return use(array.values<bool>());
   if constexpr (I + 1 < std::tuple_size_v<NumericTypes>) {
     if (array.numericClass() != NumericClass{I}) return withNumbers<Use, I + 1>(array, use);
   }
@@ -235,9 +236,8 @@ std::u16string toText(py::handle text) {
 py::object toPython(const SharedArray& array, Scalars scalars) {
   switch (array->kind()) {
     case ArrayKind::Numeric:
-      return withNumbers(*array, [&](auto values) { return numbersToPython(*array, values, scalars); });
     case ArrayKind::Logical:
-      return numbersToPython(*array, array->values<bool>(), scalars);
+      return withNumbers(*array, [&](auto values) { return numbersToPython(*array, values, scalars); });
     case ArrayKind::Char:
       return charsToPython(*array);
     case ArrayKind::Cell:
@@ -271,6 +271,9 @@ SharedValue toShared(py::handle value) {
   }
   const auto array = py::array::ensure(value);
   if (!array) throw py::error_already_set();
+  // Which size NumPy's integer has depends on how it was computed, not on what it is meant for.
+  const bool isInteger = array.ndim() == 0 && (array.dtype().kind() == 'i' || array.dtype().kind() == 'u');
+  if (SharedValue one = isInteger ? sharedInteger(py::int_(array)) : SharedValue()) return one;
   return sharedArray(array, std::make_index_sequence<std::tuple_size_v<NumericTypes>>());
 }
 
@@ -280,20 +283,28 @@ py::tuple Structure::names() const {
   return py::tuple(names);
 }
 
-py::object Structure::value(std::size_t index, std::size_t field, Scalars scalars) const {
-  return toPython(partOf(array_, array_->fieldAt(index, field)), scalars);
+Structure Structure::withLists(const py::object& names) const {
+  Structure made = *this;
+  const std::vector<std::u16string>& fields = array_->fieldNames();
+  for (std::size_t field = 0; field < fields.size(); ++field) {
+    if (names.contains(toPython(fields[field]))) made.lists_.insert(field);
+  }
+  return made;
 }
 
-py::object Structure::column(std::size_t field, Scalars scalars) const {
+py::object Structure::value(std::size_t index, std::size_t field) const {
+  return toPython(partOf(array_, array_->fieldAt(index, field)), scalarsOf(field));
+}
+
+py::object Structure::column(std::size_t field) const {
   const std::span<const HostArray> cells = std::as_const(*array_).fieldValues(field);
+  const Scalars scalars = scalarsOf(field);
   py::object column = py::none();
-  if (!cells.empty() && cells.front().isScalar() && scalars == Scalars::Plain) {
-    if (cells.front().kind() == ArrayKind::Logical) column = numericColumn<bool>(cells);
-    if (cells.front().isNumeric()) {
-      column = withNumbers(cells.front(), [&](auto values) {
-        return numericColumn<typename decltype(values)::value_type>(cells);
-      });
-    }
+  if (!cells.empty() && cells.front().kind() <= ArrayKind::Logical && cells.front().isScalar() &&
+      scalars == Scalars::Plain) {
+    column = withNumbers(cells.front(), [&](auto values) {
+      return numericColumn<typename decltype(values)::value_type>(cells);
+    });
   }
   if (!column.is_none()) return column;
   py::array objects(py::dtype("O"), static_cast<py::ssize_t>(cells.size()));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -34,7 +35,7 @@ py::object toPython(const SharedValue& value);
 
 /// Takes None, bool, int, float, str, os.PathLike, NumPy scalars and arrays of up to two dimensions (one
 /// dimension is a column), and objects of registered classes. Null for anything else, also for an integer
-/// beyond 64 bits.
+/// beyond 64 bits. What stands for one integer becomes an int32 where that reaches, whatever its own size.
 SharedValue toShared(py::handle value);
 
 /// An object that a module made.
@@ -51,15 +52,23 @@ class Structure {
  public:
   explicit Structure(SharedArray array) : array_(std::move(array)) {}
 
+  /// The same structures, in whose fields of these names a number by itself is an array, too.
+  Structure withLists(const py::object& names) const;
+
   py::tuple names() const;
   std::size_t size() const { return array_->elementCount(); }
-  py::object value(std::size_t index, std::size_t field, Scalars scalars) const;
+  py::object value(std::size_t index, std::size_t field) const;
   /// A NumPy array of the numbers' class, made without a Python object per element, where each element is one
   /// number of one class; else one of objects, in which equal texts, and equal arrays, are one object.
-  py::object column(std::size_t field, Scalars scalars) const;
+  py::object column(std::size_t field) const;
 
  private:
+  Scalars scalarsOf(std::size_t field) const {
+    return lists_.contains(field) ? Scalars::AsArrays : Scalars::Plain;
+  }
+
   SharedArray array_;
+  std::set<std::size_t> lists_;  ///< fields
 };
 
 }  // namespace tavlox::python

@@ -30,7 +30,7 @@ def test_life_of_a_session(session, tmp_path):
         assert (file.NumRuns, file.ContainsView, type(file.NumRuns)) == (2, False, int)
         assert file.getAllRunIDs().tolist() == [1, 2] and file.getAllRunIDs().dtype == np.int32
         assert [file.getRunInfo(run).Model for run in file.getAllRunIDs()] == ["car <1>"] * 2
-        assert file.getRunInfo(2).Tag == "s" and file.getRunInfo(1)["StopTime"] == 2.0
+        assert file.getRunInfo(np.int64(2)).Tag == "s" and file.getRunInfo(1)["StopTime"] == 2.0
         assert_frame_equal(file.samples("fast"), frame(), check_frame_type=False)
         file.setFileDescription("<i>")
         file.addFile(tmp_path / "notes.txt", Path="/user/plots", Replace="enable")
@@ -207,5 +207,5 @@ def test_missing_module_and_texts(tmp_path):
     output, errors = imported(PYTHONPATH=moved)
     assert output and f"looked in {tmp_path}/share/tavlox/catalog" in errors
     (tmp_path / "lib/tavlox/tavlox_io.so").unlink()
-    assert f"{moved}/tavlox/tavlox_io.so and {tmp_path}/lib/tavlox/tavlox_io.so" in imported(PYTHONPATH=moved)[1]
-    assert "looked for /no/such.so" in imported(TAVLOX_MODULE="/no/such.so")[1]
+    assert re.search(f"ImportError: .*{tmp_path}/lib/tavlox/tavlox_io.so", imported(PYTHONPATH=moved)[1])
+    assert 'ImportError: The module "/no/such.so" cannot be loaded' in imported(TAVLOX_MODULE="/no/such.so")[1]

@@ -1,7 +1,8 @@
 """Recorded simulation sessions in Python.
 
 `tavlox.io.File(path)` opens a session; its class, like everything in `tavlox.io`, is what the module `tavlox_io.so`
-registers with the object system. `tavlox.record` makes a session, and every failure is a `tavlox.Error`.
+registers with the object system. `tavlox.record` makes a session, and every failure is a `tavlox.Error`. The variable
+TAVLOX_MODULE may name another file of the module than the installed one.
 """
 
 from __future__ import annotations
@@ -53,21 +54,7 @@ def sessions(paths: str | os.PathLike[str] | Iterable[str | os.PathLike[str]], *
     return _sessions.Sessions(paths, errors, batch)
 
 
-def _find_module() -> str:
-    """The module that the environment names, else the one in this package or in the folder "tavlox" beside the platform library, where
-    the program `tavlox` finds it as well."""
-    name = "tavlox_io.so"
-    folders = (os.path.dirname(__file__), os.path.join(os.path.dirname(_host.platform_library()), "tavlox"))
-    places = [os.environ.get("TAVLOX_MODULE") or ""]
-    if not places[0]:
-        places = [os.path.normpath(os.path.join(folder, name)) for folder in folders]
-    for place in places:
-        if os.path.exists(place):
-            return place
-    raise ImportError(f"the module {name} is missing; looked for {' and '.join(places)}. "
-                      "The variable TAVLOX_MODULE may name its file.")
-
-
 if not os.path.isdir(_host.catalog_folder()):
     warnings.warn(f"the texts of messages are missing; looked in {_host.catalog_folder()}", RuntimeWarning, 2)
-load(_find_module())
+# Beside the platform's library, unless somebody has another one.
+load(os.environ.get("TAVLOX_MODULE") or _host.installed_module("tavlox_io"))

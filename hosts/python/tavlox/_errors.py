@@ -10,6 +10,7 @@ _DENIED = (errno.EACCES, errno.EPERM, errno.EROFS)
 
 # What an error is by its identifier. Those of files are told apart further by the system's reason.
 _KINDS: dict[str, type[Exception]] = {
+    "Corvan:ObjectSystem:CannotLoadModule": ImportError,
     "Corvan:ObjectSystem:WrongInputCount": TypeError,
     "Corvan:ObjectSystem:WrongInputType": TypeError,
     "Corvan:InputParser:UnmatchedParameter": TypeError,

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterator, Mapping, Sequence
 from html import escape
-from typing import TYPE_CHECKING, Any, Container, Union, overload
+from typing import TYPE_CHECKING, Any, Union, overload
 
 from tavlox import _host
 
@@ -24,17 +24,17 @@ def from_host(structure: _host.Structure) -> Union[Record, Records]:
 class Record(Mapping[str, Any]):
     """One structure: fields by attribute (`run.Name`) and by key (`run["Name"]`), in their order."""
 
-    __slots__ = ("_structure", "_index", "_arrays")
+    __slots__ = ("_structure", "_index")
 
-    def __init__(self, structure: _host.Structure, index: int, arrays: Container[str] = ()) -> None:
-        self._structure, self._index, self._arrays = structure, index, arrays
+    def __init__(self, structure: _Structure, index: int) -> None:
+        self._structure, self._index = structure, index
 
     def __getitem__(self, name: str) -> Any:
         try:
             field = self._structure.names.index(name)
         except ValueError:
             raise KeyError(name) from None
-        return self._structure.value(self._index, field, _scalars(name, self._arrays))
+        return self._structure.value(self._index, field)
 
     def __getattr__(self, name: str) -> Any:
         # Names with underscores are asked for by Python itself, also before there are fields (when copying).
@@ -61,7 +61,7 @@ class Record(Mapping[str, Any]):
         return html_table(["Field", "Value"], list(self.items()))
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return _Columns.record, ({name: [value] for name, value in self.items()},)
+        return Record, (_Columns({name: [value] for name, value in self.items()}, 1), 0)
 
 
 class Records(Sequence[Record]):
@@ -71,8 +71,8 @@ class Records(Sequence[Record]):
     asked for, and can be read only.
     """
 
-    def __init__(self, structure: _host.Structure, arrays: Container[str] = ()) -> None:
-        self._structure, self._arrays = structure, arrays
+    def __init__(self, structure: _Structure) -> None:
+        self._structure = structure
         self._made: dict[str, npt.NDArray[Any]] = {}
 
     @property
@@ -94,8 +94,8 @@ class Records(Sequence[Record]):
             return self._column(which)
         indices = range(len(self))[which]
         if isinstance(indices, int):
-            return Record(self._structure, indices, self._arrays)
-        return [Record(self._structure, index, self._arrays) for index in indices]
+            return Record(self._structure, indices)
+        return [Record(self._structure, index) for index in indices]
 
     def __getattr__(self, name: str) -> npt.NDArray[Any]:
         if name.startswith("_") or name not in self.columns:
@@ -115,7 +115,7 @@ class Records(Sequence[Record]):
         return self._made[name]
 
     def _new_column(self, name: str) -> npt.NDArray[Any]:
-        return self._structure.column(self.columns.index(name), _scalars(name, self._arrays))
+        return self._structure.column(self.columns.index(name))
 
     def to_pandas(self) -> pd.DataFrame:
         """A data frame of its own with all columns, also when there are no records."""
@@ -132,7 +132,7 @@ class Records(Sequence[Record]):
         return html_table(self.columns, rows, len(self))
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return _Columns.records, ({name: self[name] for name in self.columns}, len(self))
+        return Records, (_Columns({name: self[name] for name in self.columns}, len(self)),)
 
 
 class _Columns:
@@ -144,24 +144,15 @@ class _Columns:
     def __len__(self) -> int:
         return self._size
 
-    def value(self, index: int, field: int, _: _host.Scalars) -> Any:
+    def value(self, index: int, field: int) -> Any:
         value = self._columns[self.names[field]][index]
         return value.item() if hasattr(value, "item") and getattr(value, "ndim", 0) == 0 else value
 
-    def column(self, field: int, _: _host.Scalars) -> Any:
+    def column(self, field: int) -> Any:
         return self._columns[self.names[field]].copy()
 
-    @staticmethod
-    def record(columns: dict[str, Any]) -> Record:
-        return Record(_Columns(columns, 1), 0)  # type: ignore[arg-type]
 
-    @staticmethod
-    def records(columns: dict[str, Any], size: int) -> Records:
-        return Records(_Columns(columns, size))  # type: ignore[arg-type]
-
-
-def _scalars(name: str, arrays: Container[str]) -> _host.Scalars:
-    return _host.Scalars.AS_ARRAYS if name in arrays else _host.Scalars.PLAIN
+_Structure = Union[_host.Structure, _Columns]
 
 
 def html_table(headings: Sequence[str], rows: Sequence[Sequence[Any]], count: Union[int, None] = None) -> str:

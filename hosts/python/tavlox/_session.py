@@ -35,7 +35,7 @@ class Session(Registered):
     def __init__(self, *inputs: Any) -> None:
         super().__init__(*inputs)
         # The module knows the file by this name from now on, whatever folder the process changes to.
-        self._path = os.path.abspath(os.fspath(inputs[0]))
+        self._path = os.path.abspath(os.fsdecode(inputs[0]))
 
     def close(self) -> None:
         """Gives up what was read of the file. It cannot be used afterwards; closing it again does nothing."""
@@ -123,7 +123,7 @@ def _column(answer: Any) -> npt.NDArray[np.int32]:
 
 
 def _several(answer: Any) -> Records:
-    return Records(answer._structure, _LISTS)
+    return Records(answer._structure.with_lists(_LISTS))
 
 
 def _one(answer: Any) -> Record:

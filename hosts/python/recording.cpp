@@ -12,14 +12,17 @@
 #include "hosts/python/calls.h"
 #include "hosts/python/samples.h"
 #include "hosts/python/values.h"
+#include "platform/errors/exceptions.h"
 #include "platform/recording/recorder.h"
 #include "platform/recording/run_settings.h"
 #include "platform/tables/columns_table.h"
 #include "platform/tables/open_table.h"
+#include "platform/text/conversion.h"
 
 namespace tavlox::python {
 namespace {
 
+using foundation::core::except::raise;
 using tables::ColumnsTable;
 
 /// A run that is to be recorded: of a file, or of columns if it has no path.
@@ -61,8 +64,20 @@ void tellAssumptions(const NewRun& run, const tables::TableDescription& table, s
   if (table.isTimeUnitAssumed) all.emplace_back(run.path, "times in seconds");
 }
 
+/// Lone surrogates, which Python's texts may have.
+void refuseIllFormed(const std::u16string& path, const std::vector<NewRun>& runs) {
+  if (!fl::i18n::is_well_formed(path)) raise("fl:filesystem:ImpossibleName", path);
+  for (const NewRun& run : runs) {
+    for (const ColumnsTable::Column& column : run.columns) {
+      if (!fl::i18n::is_well_formed(column.name)) raise("export_file:session:IllFormedText", path, "name");
+      if (!fl::i18n::is_well_formed(column.unit)) raise("export_file:session:IllFormedText", path, "units");
+    }
+  }
+}
+
 std::vector<Assumed> write(const std::u16string& path, const std::vector<NewRun>& runs,
                            const std::u16string& description, bool mayReplace) {
+  refuseIllFormed(path, runs);
   using Existing = SessionWriter::Existing;
   SessionWriter writer(path, mayReplace ? Existing::Replace : Existing::Refuse);
   writer.setCompressionType(u"normal");

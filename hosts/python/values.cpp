@@ -220,16 +220,10 @@ py::str toPython(std::u16string_view text) {
 
 std::u16string toText(py::handle text) {
   if (!PyUnicode_Check(text.ptr())) throw py::type_error("a str is needed");
-  const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.ptr()));
-  const void* const data = PyUnicode_DATA(text.ptr());
-  const auto* const narrow = static_cast<const Py_UCS1*>(data);
-  if (PyUnicode_KIND(text.ptr()) == PyUnicode_1BYTE_KIND) return {narrow, narrow + size};
-  if (PyUnicode_KIND(text.ptr()) == PyUnicode_2BYTE_KIND) return {static_cast<const char16_t*>(data), size};
-  std::u16string units;
-  for (const Py_UCS4 character : std::span(static_cast<const Py_UCS4*>(data), size)) {
-    if (character > 0xFFFF) units += static_cast<char16_t>(0xD7C0 + (character >> 10));
-    units += static_cast<char16_t>(character > 0xFFFF ? 0xDC00 + (character & 0x3FF) : character);
-  }
+  const char* const encoding = std::endian::native == std::endian::little ? "utf-16-le" : "utf-16-be";
+  const py::object bytes = owned(PyUnicode_AsEncodedString(text.ptr(), encoding, "surrogatepass"));
+  std::u16string units(static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())) / sizeof(char16_t), u'\0');
+  std::memcpy(units.data(), PyBytes_AS_STRING(bytes.ptr()), units.size() * sizeof(char16_t));
   return units;
 }
 

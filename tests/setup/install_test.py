@@ -66,8 +66,12 @@ class Installation(unittest.TestCase):
             self.assertEqual(run(self.folder / host, cwd=self.folder), "two-stage low-pass\n")
 
     def test_an_installed_tree_can_be_moved_used_and_taken_out_again(self):
-        self.dev("install", "/usr", DESTDIR=f"{self.folder}/root")
-        files = [path for path in (self.folder / "root").rglob("*") if not path.is_symlink()]
+        # As on a new system: a folder that is empty, and was there before.
+        (self.folder / "root/usr/share/man").mkdir(parents=True)
+        before = set((self.folder / "root").rglob("*"))
+        for _ in range(2):
+            self.dev("install", "/usr", DESTDIR=f"{self.folder}/root")
+        files = [path for path in (self.folder / "root").rglob("*") if path not in before and not path.is_symlink()]
         for path in files:
             wanted = 0o555 if path.is_dir() else 0o444
             self.assertEqual(path.stat().st_mode & wanted, wanted, path)
@@ -78,9 +82,14 @@ class Installation(unittest.TestCase):
         (self.folder / "root/usr").rename(moved)
         self.use(moved / "bin/tavlox")
         self.check_host(moved)
+        package = next((moved / "lib").glob("python3*/dist-packages"))
+        run("/usr/bin/python3", "-c", "import tavlox.io; print(tavlox.io.File('session.tavlox').NumRuns)", cwd=self.folder,
+            env={"PYTHONPATH": f"{package}"})
+        self.assertTrue((package / "tavlox/__pycache__").is_dir())  # not of the installation, but made by it
         moved.rename(self.folder / "root/usr")
         self.dev("uninstall", "/usr", DESTDIR=f"{self.folder}/root")
-        self.assertEqual([path for path in (self.folder / "root").rglob("*") if not path.is_dir()], [])
+        left = [path.relative_to(self.folder / "root") for path in (self.folder / "root").rglob("*")]
+        self.assertEqual(sorted(map(str, left)), ["usr", "usr/share", "usr/share/man"])
 
     def test_packages_are_clean_and_hold_all_that_is_used(self):
         self.dev("package", "packages", DEBEMAIL="packager@example.org", DEBFULLNAME="A packager")

@@ -21,7 +21,7 @@ target_link_libraries(host PRIVATE tavlox::platform)
 
 
 def run(*words, **options):
-    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=280, text=True, **options)
+    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=600, text=True, **options)
     if done.returncode != 0:
         raise AssertionError(f"{words} ended with {done.returncode}:\n{done.stdout}")
     return done.stdout

@@ -19,11 +19,10 @@ class Browser:
         self.profile = tempfile.mkdtemp(prefix="tavlox-browser-")
         commands, self.to_browser = os.pipe()
         self.from_browser, answers = os.pipe()
-        words = [program, "--headless=new", "--remote-debugging-pipe", f"--user-data-dir={self.profile}", "--no-first-run",
-                 "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars", "--disable-background-networking",
+        # Without a sandbox: it is refused to root and in containers, and all pages are our own.
+        words = [program, "--headless=new", "--no-sandbox", "--remote-debugging-pipe", f"--user-data-dir={self.profile}",
+                 "--no-first-run", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars", "--disable-background-networking",
                  f"--window-size={width},{height}", "about:blank"]
-        if os.geteuid() == 0:
-            words.insert(1, "--no-sandbox")  # Chromium refuses to run as root otherwise
 
         def wire():
             # Both are moved out of the way first: either may be where the other has to go.

@@ -39,9 +39,8 @@ std::u16string lessTheUserFolder(const std::u16string& target) {
   raiseInvalid(path, fs::Error(fl::i18n::MessageId<2>("fl:filesystem:ReplaceFailed"), {path, reason}));
 }
 
-/// With the system's words; asked before another call can change errno.
-[[noreturn]] void raiseSystemsReason(const std::u16string& path) {
-  raiseNotReplaced(path, fl::i18n::to_ustring(fs::systemReason(errno)));
+[[noreturn]] void raiseSystemsReason(const std::u16string& path, int error) {
+  raiseNotReplaced(path, fl::i18n::to_ustring(fs::systemReason(error)));
 }
 
 /// A package that is written over while it is read is lost.
@@ -65,7 +64,7 @@ class FileWriter {
     // Written over if it is there, and where it leads if it is a link.
     if (fs::exists(filePath)) refusePackageItself(filePath, package);
     fs::Descriptor file = fs::createOrEmptyFile(filePath);
-    if (!file) raiseSystemsReason(filePath);
+    if (!file) raiseSystemsReason(filePath, errno);
     writePart(filePath, file, part);
     return fs::weakly_canonical(filePath);
   }
@@ -85,7 +84,7 @@ class FileWriter {
     } catch (const except_with_causes& failure) {
       raiseInvalid(filePath, failure);
     }
-    if (file.close() != 0) raiseSystemsReason(filePath);
+    if (const int error = file.close(); error != 0) raiseSystemsReason(filePath, error);
   }
 
   std::u16string path_, canonical_;

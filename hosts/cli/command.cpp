@@ -134,6 +134,13 @@ const std::string_view kExitCodes =
     "0 done, 1 the operation failed, 2 the command line is wrong, 3 done, and damage or a difference was "
     "found.";
 
+std::string detailsOf(const Command& command) {
+  std::string details(command.details);
+  for (const Parameter& parameter : command.parameters)
+    if (!parameter.details.empty()) details += fmt::format("\n{}", parameter.details);
+  return details;
+}
+
 std::string placeholder(const Parameter& parameter) {
   switch (parameter.takes) {
     case Takes::OneOrMore:
@@ -193,7 +200,8 @@ std::string commandHelp(const Command& command) {
                                  command.summary, command.examples, wrappedUsage(command));
   appendParameters(help, command.parameters);
   appendParameters(help, kCommon);
-  if (!command.details.empty()) help += "\n" + filled(command.details);
+  const std::string details = detailsOf(command);
+  if (!details.empty()) help += "\n" + filled(details);
   return help;
 }
 

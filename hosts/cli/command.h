@@ -36,6 +36,7 @@ struct Parameter {
   std::string_view help;
   std::string_view value = "TEXT";  ///< what the help calls an option's value
   std::string_view shortName = {};  ///< "-o", if there is one
+  std::string_view details = {};    ///< whole lines, which stand behind the command's own
 };
 
 /// What was asked for: a command, and the values given for its parameters.
@@ -76,6 +77,8 @@ const Command* findCommand(std::string_view name);
 /// The options that every command takes.
 std::span<const Parameter> commonParameters();
 
+/// Everything that help says at length: of the command, and of its parameters.
+std::string detailsOf(const Command& command);
 /// The parameter as a usage line shows it: "FILE", "CSV...", "-o FOLDER".
 std::string placeholder(const Parameter& parameter);
 /// What stands behind "Usage: ", what may be left out in square brackets.

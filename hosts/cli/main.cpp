@@ -41,7 +41,7 @@ struct CommandLine {
 
 /// Tells the parser of a command's words and options. Their order is the order in which words are taken.
 void addParameters(CLI::App& app, std::span<const Parameter> parameters) {
-  for (const auto& [longName, takes, help, value, shortName] : parameters) {
+  for (const auto& [longName, takes, help, value, shortName, details] : parameters) {
     std::string name(longName);
     if (!shortName.empty()) name += fmt::format(",{}", shortName);
     CLI::Option* option = takes == Takes::Flag ? app.add_flag(name) : app.add_option(name);

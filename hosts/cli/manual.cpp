@@ -69,10 +69,11 @@ std::string terms(std::span<const Parameter> parameters) {
 }
 
 std::string commandPage(const Command& command, std::string_view version) {
+  const std::string details = detailsOf(command);
   return heading(fmt::format("tavlox-{}", command.name), command.summary, version) +
          fmt::format(".SH SYNOPSIS\n{}\n", roff(usage(command))) +
-         (command.details.empty() ? "" : ".SH DESCRIPTION\n" + paragraphs(command.details)) +
-         ".SH OPTIONS\n" + terms(command.parameters) + terms(commonParameters()) + ".SH EXAMPLES\n" +
+         (details.empty() ? "" : ".SH DESCRIPTION\n" + paragraphs(details)) + ".SH OPTIONS\n" +
+         terms(command.parameters) + terms(commonParameters()) + ".SH EXAMPLES\n" +
          paragraphs(command.examples) +
          fmt::format(".SH EXIT STATUS\n{}\n.SH SEE ALSO\n.BR tavlox (1)\n", roff(kExitCodes));
 }

@@ -1,7 +1,7 @@
 #include "hosts/cli/many_files.h"
 
 #include <algorithm>
-#include <memory>
+#include <charconv>
 
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 #include "hosts/cli/terminal.h"
 #include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
+#include "platform/processes/shared_work.h"
 #include "platform/session_index/package_search.h"
 #include "platform/text/conversion.h"
 
@@ -24,6 +25,7 @@ using session_index::Depth;
 
 // Enough that starting a process costs little, few enough that all cores have work to the end.
 constexpr std::size_t kMostInPiece = 16;
+constexpr std::size_t kMostJobs = 1024;
 
 bool isFolder(const std::u16string& path) {
   try {
@@ -127,6 +129,26 @@ HostArray withFilename(const HostArray& records, const std::u16string& package) 
   return named;
 }
 
+/// The answer of a process, which has nobody else to report to.
+ExitCode answerOrReport(const Request& request, const std::function<ExitCode()>& answer) {
+  try {
+    const ExitCode answered = answer();
+    flushOutput();
+    return answered;
+  } catch (const std::exception&) {
+    report(request.format);
+    return ExitCode::Failed;
+  }
+}
+
+void repeatMessages(std::FILE* messages) {
+  char piece[4096];
+  for (std::size_t count; (count = std::fread(piece, 1, sizeof piece, messages)) > 0;) {
+    eraseProgress();
+    printError(std::string_view(piece, count));
+  }
+}
+
 filter::Value valueOf(const HostArray& value, filter::Kind kind) {
   if (value.kind() == corvan::ArrayKind::Char) return std::u16string(value.text());
   if (kind == filter::Kind::Number)
@@ -137,6 +159,16 @@ filter::Value valueOf(const HostArray& value, filter::Kind kind) {
 }
 
 }  // namespace
+
+std::size_t jobsOf(const Request& request) {
+  if (!request.has("--jobs")) return corvan::coreCount();
+  const std::string word = fl::i18n::to_string(request.one("--jobs"));
+  std::size_t jobs = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), jobs);
+  if (error != std::errc() || end != word.data() + word.size() || jobs == 0 || jobs > kMostJobs)
+    foundation::core::except::raise("tavlox:cli:NotAJobCount", request.one("--jobs"));
+  return jobs;
+}
 
 Packages packagesOf(const Request& request, std::span<const std::u16string> words) {
   Packages packages;
@@ -172,19 +204,22 @@ ExitCode answerAll(const Request& request, const Packages& packages, std::span<c
   const std::vector<Column> shown = columnsFor(packages, columns);
   Joiner joiner(request.format, shown, joined);
   ExitCode result = packages.exitCode;
-  const auto work = [&](std::size_t index, std::FILE* output) {
-    ::dup2(fileno(output), STDOUT_FILENO);
-    const ExitCode answered = answer(pieceOf(index));
-    flushOutput();
-    return answered;
-  };
-  shareWork(request, (all.size() + inPiece - 1) / inPiece, jobs, work, [&](const PieceOfWork& piece) {
-    result = std::max(result, piece.exitCode);
-    if (piece.isDone) return joiner.add(piece.output);
-    const auto lost = pieceOf(piece.index);
+  corvan::SharedWork work(
+      (all.size() + inPiece - 1) / inPiece, jobs, [&](std::size_t index, std::FILE* output) {
+        ::dup2(fileno(output), STDOUT_FILENO);
+        return static_cast<int>(answerOrReport(request, [&] { return answer(pieceOf(index)); }));
+      });
+  while (const corvan::PieceOfWork* piece = work.next()) {
+    repeatMessages(piece->messages);
+    result = std::max(result, piece->isDone ? ExitCode{piece->result} : ExitCode::Failed);
+    if (piece->isDone) {
+      joiner.add(piece->output);
+      continue;
+    }
+    const auto lost = pieceOf(piece->index);
     tellError(request.format,
               except_with_causes("tavlox:cli:ProcessEnded", {namesInMessage({lost.begin(), lost.end()})}));
-  });
+  }
   joiner.finish();
   return result;
 }

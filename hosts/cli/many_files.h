@@ -8,7 +8,6 @@
 
 #include "hosts/cli/command.h"
 #include "hosts/cli/output.h"
-#include "hosts/cli/processes.h"
 #include "platform/filter/filter.h"
 
 /// Commands that answer the same question about any number of packages.
@@ -16,12 +15,20 @@ namespace tavlox::cli {
 
 inline constexpr Parameter kBelowOption{
     "--recursive", Takes::Flag, "Of folders take all packages below, not only those in them", {}, "-r"};
-inline constexpr Parameter kWhereOption{"--where", Takes::Value, "Only records that meet the condition",
-                                        "CONDITION"};
-/// What the help of commands with --where says of conditions.
-#define TAVLOX_CONDITION_HELP                                                                                       \
-  "A condition names fields as --json shows them: SolverName = 'ode4' and StopTime > 10. It knows = != < <= > >=, " \
-  "like with * and ?, in (...), is empty, and, or, not and parentheses. Texts stand in quotes; numbers compare as numbers.\n"
+inline constexpr Parameter kWhereOption{
+    "--where",
+    Takes::Value,
+    "Only records that meet the condition",
+    "CONDITION",
+    {},
+    R"(A condition names fields as --json shows them: SolverName = 'ode4' and StopTime > 10. It knows
+= != < <= > >=, like with * and ?, in (...), is empty, and, or, not and parentheses. Texts stand in
+quotes; numbers compare as numbers.
+)"};
+inline constexpr Parameter kJobsOption{
+    "--jobs", Takes::Value, "How many processes share the work; by default as many as there are cores", "N"};
+/// The value of --jobs. Raises tavlox:cli:NotAJobCount, a mistake in the command line.
+std::size_t jobsOf(const Request& request);
 
 /// The packages that a command is asked about.
 struct Packages {

@@ -123,8 +123,7 @@ code is 1.
 
 Several packages and folders may be named; each record then begins with the path of its package, Filename. A whole
 number behind the first of them is the id of a run, unless there is a file of that name.
-
-)" TAVLOX_CONDITION_HELP,
+)",
     .parameters = {{"FILE", Takes::OneOrMore,
                     "The packages, or folders of such, and behind them ids of runs"},
                    {"--id", Takes::Values, "Only the run of this id; may be repeated", "ID"},

@@ -85,8 +85,7 @@ If there is no signal of the name, that is said on standard error, and with --js
 the list is empty.
 
 Several packages and folders may be named; each record then begins with the path of its package, Filename.
-
-)" TAVLOX_CONDITION_HELP,
+)",
     .parameters = {{"FILE", Takes::OneOrMore, "The packages, or folders of such"},
                    {"--name", Takes::Value, "Only the signals of exactly this name, in all runs", "NAME"},
                    kWhereOption,

@@ -15,6 +15,7 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/zobs": BASE | {"platform/arrays"},
     "platform/zip": BASE | {"platform/files"},
     "platform/opc": PACKAGE,
+    "platform/processes": BASE | {"platform/files"},
     "platform/sql": BASE | {"platform/files"},
     "platform/repository": BASE | {"platform/files", "platform/zip", "platform/sql"},
     "platform/export_file": PACKAGE | {"platform/repository"},
@@ -25,7 +26,7 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/recovery": PACKAGE | {"platform/repository", "platform/export_file"},
     "platform/filter": BASE,
     "platform/session_index": PACKAGE | {"platform/repository", "platform/export_file", "platform/samples", "platform/sql",
-                                         "platform/filter"},
+                                         "platform/filter", "platform/arrays", "platform/processes"},
 }
 PLATFORM = set(ALLOWED)
 ALLOWED["package"] = PLATFORM

@@ -1,5 +1,6 @@
 import json
 import os
+import resource
 import signal
 import sqlite3
 import subprocess
@@ -82,7 +83,7 @@ class ManyFiles(ProgramTest):
         self.assertEqual(self.error_of("index", "nightly", "-o", "nightly/notes.txt")["identifier"], "tavlox:index:NotAnIndex")
         self.assertEqual((self.folder / "nightly/notes.txt").read_text(), "no package")
         (self.folder / "empty").mkdir()
-        self.assertEqual(self.error_of("index", "empty", "-o", "new.sqlite")["identifier"], "tavlox:cli:NoPackages")
+        self.assertEqual(self.error_of("index", "empty", "-o", "new.sqlite")["identifier"], "tavlox:index:NoPackages")
         self.assertFalse((self.folder / "new.sqlite").exists())
 
     def test_two_indexers_and_one_that_is_killed(self):
@@ -96,3 +97,40 @@ class ManyFiles(ProgramTest):
         both = [start(), start()]
         self.assertEqual([indexer.wait() for indexer in both], [3, 3])
         self.assertEqual(len(self.json_of("search", "i.sqlite", "--in", "runs")), 4)
+
+    def test_damaged_packages_among_many(self):
+        (self.folder / "nightly").mkdir()
+        self.record("sound.tavlox", hot=HOT)
+        self.write("damaged", (self.folder / "sound.tavlox").read_bytes()[:1000])
+        names = [f"{number:03}.tavlox" for number in range(1000)]
+        for number, name in enumerate(names):
+            os.link(self.folder / ("damaged" if number % 10 == 0 else "sound.tavlox"), self.folder / "nightly" / name)
+        output, errors = self.run_program("runs", "nightly", exit_code=1)
+        sound = [str(self.folder / "nightly" / name) for number, name in enumerate(names) if number % 10]
+        self.assertEqual([line.partition("\t")[0] for line in output.splitlines()], sound)
+        self.assertEqual(errors.count("tavlox: error: "), 100)
+        self.assertEqual(self.index(), [1000, 0, 0, 0, 100])
+        self.assertEqual(len(self.json_of("search", "i.sqlite", "--in", "runs")), 900)
+
+    def test_a_disk_that_fills_up(self):
+        self.folder_of_sessions()
+        for number in range(40):
+            os.link(self.folder / "nightly/b.tavlox", self.folder / f"nightly/more {number}.tavlox")
+        def fill_up(limit):
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+        reached = set()
+        for kibibytes in (1, 40, 150, 250):
+            said = self.run_program("--json", "index", "nightly", "-o", "i.sqlite", exit_code=1,
+                                    preexec_fn=lambda: fill_up(kibibytes << 10))[1]
+            for line in said.splitlines():
+                self.assertIn(json.loads(line)["error"]["identifier"], ("sqldb:shared:Failed", "tavlox:index:ProcessEnded"))
+            with sqlite3.connect(self.folder / "i.sqlite") as database:
+                self.assertEqual(database.execute("PRAGMA integrity_check").fetchall(), [("ok",)])
+                if not database.execute("SELECT count(*) FROM sqlite_schema").fetchone()[0]:
+                    continue
+                halves = "SELECT count(*) FROM files WHERE NumSignals != (SELECT count(*) FROM signals WHERE file = files.row)"
+                self.assertEqual(database.execute(halves).fetchone(), (0,))
+                reached.add(database.execute("SELECT count(*) FROM files").fetchone()[0])
+        self.assertTrue(any(0 < count < 44 for count in reached), reached)
+        self.assertEqual(sum(self.index()[:3]), 44)

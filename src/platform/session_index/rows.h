@@ -29,6 +29,7 @@ enum class RowKind : char {
 struct Row {
   RowKind kind = RowKind::End;
   std::vector<Cell> cells;
+  std::string bytes;  ///< as it came
 };
 
 /// Writes rows into a stream, whose failures show in std::ferror.
@@ -47,8 +48,9 @@ class RowWriter {
   void end();
 
  private:
-  void put(const void* bytes, std::size_t count) { static_cast<void>(std::fwrite(bytes, 1, count, stream_)); }
+  void put(char type, const void* value, std::size_t size);
   std::FILE* stream_;
+  std::string row_;  ///< so far: a cell is small, and writing it costs more than keeping it
 };
 
 /// The next row, whose cells are used again; false if the stream ends before it does.

@@ -193,7 +193,9 @@ struct SessionIndex::State {
     if (version != kVersion) raise("tavlox:index:OtherVersion", path, version, kVersion);
     if (access == Access::Read) return;
     // Readers see the last transaction while the next one is written, and none waits for the disk.
-    database.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
+    // What they write is synced every 64 MiB: a package is much less, and waiting costs more than writing it.
+    database.execute(
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 16384");
     update.emplace(database);
   }
 
@@ -249,9 +251,10 @@ SessionIndex::State::Update::Update(Database& database)
       insertFile(database,
                  "INSERT INTO files (text, \"Filename\", inode, \"Size\", modified, changed, indexed, "
                  "\"LastModified\") VALUES (0, ?, ?, ?, ?, ?, ?, ?)"),
-      finishFile(database,
-                 "UPDATE files SET text = ?2, \"Description\" = ?3, \"Version\" = ?4, \"Error\" = ?5, "
-                 "\"ErrorMessage\" = ?6, \"NumRuns\" = ?7, \"NumSignals\" = ?8 WHERE row = ?1"),
+      finishFile(
+          database,
+          "UPDATE files SET text = ?2, \"Description\" = ?3, \"Version\" = ?4, \"Error\" = ?5, "
+          "\"ErrorMessage\" = ?6, \"NumRuns\" = ?7, \"NumSignals\" = ?8, \"SampleCount\" = ?9 WHERE row = ?1"),
       insertRun(database, insertion("runs", ownFields(Subject::Runs))),
       insertSignal(database, insertion("signals", signalFieldsWithoutStatistics().subspan(1))),
       addStatistics(database,
@@ -307,7 +310,7 @@ SessionIndex::Package SessionIndex::take(std::FILE* rows) {
     update.insertFile.execute();
   }
   const std::int64_t file = state_->database.lastRow();
-  std::int64_t runs = 0, signals = 0, firstSignal = 0;
+  std::int64_t runs = 0, signals = 0, samples = 0, firstSignal = 0;
   std::string description, version, error, message;
   while (true) {
     if (!readRow(rows, row)) return {Taken::CutOff, false};
@@ -327,6 +330,7 @@ SessionIndex::Package SessionIndex::take(std::FILE* rows) {
         for (std::size_t i = 0; i < row.cells.size(); ++i)
           bindCell(update.addStatistics, static_cast<int>(i) + 1, row.cells[i]);
         update.addStatistics.execute();
+        samples += integerOf(row.cells[5]);
         break;
       case RowKind::Properties:
         description = textOf(row.cells[0]);
@@ -338,13 +342,18 @@ SessionIndex::Package SessionIndex::take(std::FILE* rows) {
         if (integerOf(row.cells[2]) == 0) break;
         update.dropSignals.bind(1, file).execute();
         update.dropRuns.bind(1, file).execute();
-        runs = signals = 0;
+        runs = signals = samples = 0;
     }
   }
   if (isThere) {
     const std::string text = path + "\n" + description + "\n" + message;
     update.finishFile.bind(1, file).bind(2, state_->textRow(text)).bind(3, description).bind(4, version);
-    update.finishFile.bind(5, error).bind(6, message).bind(7, runs).bind(8, signals).execute();
+    update.finishFile.bind(5, error)
+        .bind(6, message)
+        .bind(7, runs)
+        .bind(8, signals)
+        .bind(9, samples)
+        .execute();
   }
   transaction.commit();
   if (!isThere) return {Taken::Gone, false};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/errors/exceptions.h"
 #include "platform/repository/signal_domain.h"
 #include "platform/text/conversion.h"
 #include "platform/text/json_writer.h"
@@ -155,10 +156,11 @@ constexpr SignalField kSignalFields[] = {
 constexpr Field kStatistics[] = {
     {u"Minimum", Kind::Number}, {u"Maximum", Kind::Number}, {u"SampleCount", Kind::Number}};
 
-constexpr Field kFileFields[] = {
-    {u"Filename", Kind::Text},  {u"Size", Kind::Number},       {u"LastModified", Kind::Text},
-    {u"NumRuns", Kind::Number}, {u"NumSignals", Kind::Number}, {u"Description", Kind::Text},
-    {u"Version", Kind::Text},   {u"Error", Kind::Text},        {u"ErrorMessage", Kind::Text}};
+constexpr Field kFileFields[] = {{u"Filename", Kind::Text},     {u"Size", Kind::Number},
+                                 {u"LastModified", Kind::Text}, {u"NumRuns", Kind::Number},
+                                 {u"NumSignals", Kind::Number}, {u"SampleCount", Kind::Number},
+                                 {u"Description", Kind::Text},  {u"Version", Kind::Text},
+                                 {u"Error", Kind::Text},        {u"ErrorMessage", Kind::Text}};
 
 /// With the path in front.
 template <class Shown>
@@ -186,6 +188,13 @@ void writeText(std::initializer_list<std::u16string_view> texts, RowWriter& row)
 }
 
 }  // namespace
+
+Subject subjectOf(const std::u16string& name) {
+  static constexpr std::u16string_view kNames[] = {u"files", u"runs", u"signals"};
+  const auto found = std::ranges::find(kNames, name);
+  if (found == std::end(kNames)) foundation::core::except::raise("tavlox:index:NoSuchSubject", name);
+  return static_cast<Subject>(found - std::begin(kNames));
+}
 
 std::span<const Field> fieldsOf(Subject subject) {
   static const std::vector<Field> runs = named(std::span<const RunField>(kRunFields));

@@ -13,6 +13,8 @@
 namespace tavlox::session_index {
 
 enum class Subject { Files, Runs, Signals };
+/// By its name: "files", "runs" or "signals". Raises tavlox:index:NoSuchSubject.
+Subject subjectOf(const std::u16string& name);
 std::span<const filter::Field> fieldsOf(Subject subject);
 /// Those of a signal that are known without its samples: all but minimum, maximum and count.
 std::span<const filter::Field> signalFieldsWithoutStatistics();

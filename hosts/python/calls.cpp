@@ -21,6 +21,8 @@ using foundation::core::except::IUserException;
 
 std::mutex turnLock;
 std::atomic<int> generation = 0;
+// Whether it is this thread's turn: work that it shares among processes forks in the middle of it.
+thread_local bool hasTurn = false;
 
 /// A value that nobody refers to any more, in a list of such. The list is a stack that every thread may push
 /// onto without a lock: Python frees objects where waiting for a long call would stop all of its threads.
@@ -116,17 +118,28 @@ py::tuple toTuple(const Failure& failure) {
 
 }  // namespace
 
-Turn::Turn() { turnLock.lock(); }
-Turn::~Turn() { endTurn(); }
+Turn::Turn() {
+  turnLock.lock();
+  hasTurn = true;
+}
+Turn::~Turn() {
+  hasTurn = false;
+  endTurn();
+}
 
 int processGeneration() { return generation; }
 
 void prepareForForks() {
-  pthread_atfork([] { turnLock.lock(); }, [] { turnLock.unlock(); },
-                 [] {
-                   ++generation;
-                   turnLock.unlock();
-                 });
+  static constexpr auto take = [] {
+    if (!hasTurn) turnLock.lock();
+  };
+  static constexpr auto giveBack = [] {
+    if (!hasTurn) turnLock.unlock();
+  };
+  pthread_atfork(take, giveBack, [] {
+    ++generation;
+    giveBack();
+  });
 }
 
 SharedValue share(zobs::Value value) {

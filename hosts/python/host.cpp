@@ -4,6 +4,7 @@
 #include <pybind11/pybind11.h>
 
 #include "hosts/python/calls.h"
+#include "hosts/python/index.h"
 #include "hosts/python/samples.h"
 #include "hosts/python/values.h"
 #include "platform/errors/catalog.h"
@@ -202,4 +203,5 @@ PYBIND11_MODULE(_host, host) {
   host.def("catalog_folder", [] { return py::str(fl::i18n::catalogFolder().native()); });
   addSamples(host);
   addRecording(host);
+  addIndex(host);
 }

@@ -162,11 +162,6 @@ py::array toArray(std::vector<double> numbers) {
   return py::array_t<double>(static_cast<py::ssize_t>(kept.size()), kept.data(), capsule);
 }
 
-std::vector<std::u16string> toTexts(const py::list& items) {
-  std::vector<std::u16string> texts;
-  for (const py::handle item : items) texts.push_back(toText(item));
-  return texts;
-}
 
 /// (times, [(run, signal, units, data type, values)], name of the time).
 py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentifiers,

@@ -227,6 +227,12 @@ std::u16string toText(py::handle text) {
   return units;
 }
 
+std::vector<std::u16string> toTexts(const py::list& texts) {
+  std::vector<std::u16string> all;
+  for (const py::handle text : texts) all.push_back(toText(text));
+  return all;
+}
+
 py::object toPython(const SharedArray& array, Scalars scalars) {
   switch (array->kind()) {
     case ArrayKind::Numeric:

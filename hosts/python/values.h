@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <pybind11/pybind11.h>
 
@@ -17,6 +18,7 @@ namespace tavlox::python {
 py::str toPython(std::u16string_view text);
 /// Of a `str`; anything else raises TypeError.
 std::u16string toText(py::handle text);
+std::vector<std::u16string> toTexts(const py::list& texts);
 
 /// An array that lives as long as the value it came in. Its parts are shared the same way, since copying one
 /// would change a count that a module may change at the same time.

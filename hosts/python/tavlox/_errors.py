@@ -27,6 +27,7 @@ _KINDS: dict[str, type[Exception]] = {
     "export_file:session:IllFormedText": ValueError,
     "export_file:session:TextTooLong": ValueError,
     "simulation_data_repository:sdr:NoSuchRun": LookupError,
+    "tavlox:index:NotFound": FileNotFoundError,
     "tavlox:python:MixedTimes": ValueError,
     "tavlox:python:NoSuchRun": LookupError,
     "tavlox:python:NoSuchSignal": LookupError,
@@ -81,8 +82,8 @@ def _kind(identifier: str, arguments: Sequence[str], causes: Sequence[Error]) ->
         for special in (FileNotFoundError, PermissionError, OSError, LookupError, ValueError):
             if any(isinstance(cause, special) for cause in causes):
                 return special
-    # What a table must not hold.
-    if kind is None and identifier.startswith("tavlox:record:"):
+    # What a table or a condition must not hold.
+    if kind is None and identifier.startswith(("tavlox:record:", "filter:where:")):
         return ValueError
     return kind or (OSError if identifier.startswith(_OF_FILES) else Exception)
 

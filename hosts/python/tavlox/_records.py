@@ -12,6 +12,8 @@ if TYPE_CHECKING:
     import numpy.typing as npt
     import pandas as pd  # type: ignore[import]
 
+LISTS = frozenset({"Dimensions", "Channel"})
+"""Fields of signals that are lists of numbers, also where there is one number."""
 MOST_ROWS = 50
 """What a notebook shows of a table."""
 

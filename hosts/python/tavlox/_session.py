@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any, TypeVar
 
 from tavlox._classes import Registered, additions
 from tavlox._errors import Error
-from tavlox._records import MOST_ROWS, Record, Records, html_table, shown
+from tavlox._records import LISTS, MOST_ROWS, Record, Records, html_table, shown
 
 if TYPE_CHECKING:
     from types import TracebackType
@@ -22,8 +22,6 @@ if TYPE_CHECKING:
 
 Self = TypeVar("Self", bound="Session")
 
-# Fields of signals that are lists of numbers, also where there is one number.
-_LISTS = frozenset({"Dimensions", "Channel"})
 # What a notebook shows of runs and signals.
 _RUN_FIELDS = ("id", "Name", "Model", "StartTime", "StopTime", "Status")
 _SIGNAL_FIELDS = ("Name", "RunOrderIndex", "StoredUnits", "DataType", "SampleTime", "FullBlockPath")
@@ -123,7 +121,7 @@ def _column(answer: Any) -> npt.NDArray[np.int32]:
 
 
 def _several(answer: Any) -> Records:
-    return Records(answer._structure.with_lists(_LISTS))
+    return Records(answer._structure.with_lists(LISTS))
 
 
 def _one(answer: Any) -> Record:

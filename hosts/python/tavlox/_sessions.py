@@ -17,6 +17,7 @@ import pandas as pd  # type: ignore[import]
 
 from tavlox import _host
 from tavlox._errors import Error
+from tavlox._index import search
 from tavlox.io import File
 
 if TYPE_CHECKING:
@@ -53,10 +54,15 @@ _SIGNALS = {**_KEYS, **dict.fromkeys((
 _SAMPLES = {**_KEYS, "Run": "object", "Signal": "object", "Units": "object", "Time": "float64", "Value": "float64"}
 _ERRORS = {"Filename": "object", "Identifier": "object", "Message": "object"}
 
-# A partition is to be of about 100 MB, and of a file nothing is known before it is read but its size. Rows take at most
-# about this many times the size of the package that they come from: its texts are compressed and its numbers digits.
+# A partition is to be of about 100 MB. Without an index nothing is known of a file before it is read but its size. Rows
+# take at most about this many times the size of the package that they come from: its texts are compressed and its
+# numbers digits.
 _PARTITION = 100_000_000  # bytes
 _GROWTH = 25
+# With an index the number of rows is known. These are the bytes of one, texts included, which many rows share.
+_ROW = {"files": 700, "runs": 2000, "signals": 1000, "samples": 60}
+# How many packages a partition has at most, if nothing is said: so few that there is work for many.
+_MOST, _MOST_INDEXED = 50, 1000
 
 # How often a file is read anew that others save meanwhile.
 _TRIES = 20
@@ -71,6 +77,16 @@ class Package(NamedTuple):
     """Bytes; 0 where there is no such file."""
     state: str
     """Is another once the file was changed."""
+    rows: dict[str, int] | None = None
+    """How many it gives to each frame, if that is known."""
+
+    def bytes_in(self, frame: str) -> int:
+        """About what its rows take there."""
+        if self.rows is None:
+            return self.size * _GROWTH
+        # Failures are few, but found by reading everything else.
+        frames = [frame] if frame in _ROW else ["runs", "signals"]
+        return sum(self.rows[name] * _ROW[name] for name in frames)
 
 
 # ---- Which packages ----
@@ -106,6 +122,8 @@ def _is_hidden(name: str, pattern: str) -> bool:
 
 def _local(path: str) -> list[Package]:
     path = os.path.abspath(os.path.expanduser(path.removeprefix("file://")))
+    if _is_index(path):
+        return _indexed(path)
     names = [path]
     if os.path.isdir(path):
         names = [os.path.join(path, name) for name in os.listdir(path) if name.endswith(".tavlox")]
@@ -114,6 +132,23 @@ def _local(path: str) -> list[Package]:
     names = [name for name in names if name == path or not _is_hidden(name, path) and not os.path.isdir(name)]
     states = [(name, _state(name)) for name in sorted(names)]
     return [Package(name, state[2] if state else 0, str(state)) for name, state in states]
+
+
+def _is_index(path: str) -> bool:
+    try:
+        with open(path, "rb") as file:
+            return file.read(16) == b"SQLite format 3\0"
+    except (OSError, ValueError):
+        return False
+
+
+def _indexed(path: str) -> list[Package]:
+    """What an index knows; none of the packages is looked at."""
+    files = search(path, "", "files", "")
+    counts = zip(files["NumRuns"].tolist(), files["NumSignals"].tolist(), files["SampleCount"].tolist())
+    return [Package(name, int(size), f"{size} {modified}", {"files": 1, "runs": runs, "signals": signals, "samples": int(samples)})
+            for name, size, modified, (runs, signals, samples)
+            in zip(files["Filename"], files["Size"], files["LastModified"], counts)]
 
 
 def _remote(address: str) -> list[Package]:
@@ -323,8 +358,8 @@ class Sessions:
     rows but those of `errors()`, unless they are to be raised.
     """
 
-    def __init__(self, paths: Paths, errors: str, batch: int) -> None:
-        if errors not in ("rows", "raise") or batch < 1:
+    def __init__(self, paths: Paths, errors: str, batch: int | None) -> None:
+        if errors not in ("rows", "raise") or batch is not None and batch < 1:
             raise ValueError('errors is "rows" or "raise", and batch at least 1')
         self._packages, self._raises, self._most = _listed(paths), errors == "raise", batch
 
@@ -376,16 +411,18 @@ class Sessions:
             return _dask.from_pandas(meta, npartitions=1)
         # Changed files make another frame, not one that a cluster still holds.
         token = _tokenize(label, self._packages, self._most, self._raises, question)
-        return _dask.from_map(reader(types, read, question, self._raises, list(types)), list(self._batches()), meta=meta,
+        return _dask.from_map(reader(types, read, question, self._raises, list(types)), list(self._batches(label)), meta=meta,
                               label=label, token=token, enforce_metadata=False)
 
-    def _batches(self) -> Iterator[_Batch]:
+    def _batches(self, frame: str) -> Iterator[_Batch]:
         paths: list[str] = []
         size = 0
         for package in self._packages:
-            if paths and (len(paths) == self._most or (size + package.size) * _GROWTH > _PARTITION):
+            most = self._most or (_MOST if package.rows is None else _MOST_INDEXED)
+            more = package.bytes_in(frame)
+            if paths and (len(paths) >= most or size + more > _PARTITION):
                 yield _Batch(tuple(paths))
                 paths, size = [], 0
             paths.append(package.path)
-            size += package.size
+            size += more
         yield _Batch(tuple(paths))

@@ -81,6 +81,15 @@ ROWS = [
         "inflate {packed} user/table.csv {out}/table.csv", "the fastest inflater alone (ISA-L)"),
     Row("append", "`add` of 1 MiB to {n} MiB, synced", 1024, "tavlox add {large} {mebibyte}",
         """sh -c 'cp "$0" "$1" && sync "$1"' {large} {out}/copy""", "`cp` and `sync`"),
+    Row("index", "`index` of {n} packages of 10 runs and 100 signals", 2000, "tavlox index {nights} -o {out}/index",
+        "python3 {peers}/index_sessions.py {nights} {out}/tables", "Python's zipfile, json and sqlite3, the same texts in FTS5"),
+    Row("index-apart", "`index` of {n} such packages", 2000, "tavlox index {nights} -o {out}/index",
+        """sh -c 'for night in "$1"/*; do "$0" index "$night" -o "$2-${night##* }" --jobs 1 & done; wait' {tavlox} {nights} {out}/index""",
+        "as many processes as there are folders, each with an index of its own"),
+    Row("index-again", "`index` of {n} such packages again", 2000, "tavlox index {nights} -o {indexed}",
+        "tavlox index {nights} -o {out}/index", "the first time"),
+    Row("sessions", "`sessions(…).runs().compute()` of {n} such packages", 2000, "python3 {peers}/runs_by_dask.py {nights}",
+        "python3 {peers}/runs_by_hand.py {nights}", "the same by `multiprocessing`"),
 ]
 GROWTH = [
     Growth("grow-open", "opening", "part", "properties {thirds}", (10_000, 100_000, 262_142)),

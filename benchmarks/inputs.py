@@ -8,6 +8,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 PEERS = Path(__file__).resolve().parent / "peers"
@@ -33,7 +34,8 @@ class Inputs:
 
     def __init__(self, folder, builds):
         self.folder, self.builds, self.made, self.count = folder, builds, {}, itertools.count()
-        self.environment = {**os.environ, "TMPDIR": str(folder), "LC_ALL": "C.UTF-8", "TZ": "UTC"}
+        self.environment = {**os.environ, "TMPDIR": str(folder), "LC_ALL": "C.UTF-8", "TZ": "UTC",
+                            "PYTHONPATH": str(next(builds.glob("lib/python3*/dist-packages"), ""))}
 
     def __enter__(self):
         shutil.rmtree(self.folder, ignore_errors=True)  # what a killed run left
@@ -56,7 +58,7 @@ class Inputs:
         out = self.folder / "out"
         shutil.rmtree(out, ignore_errors=True)
         out.mkdir()
-        made = {"peers": lambda: PEERS, "out": lambda: out,
+        made = {"peers": lambda: PEERS, "out": lambda: out, "tavlox": lambda: self.program("tavlox"),
                 "base": lambda: shutil.copy(self.file("tiny", 0), out / "base.tavlox"),
                 # Another one each time, so that it can be added to the same package.
                 "mebibyte": lambda: self.noise(out / f"added-{next(self.count)}.bin", 1)}
@@ -85,6 +87,16 @@ class Inputs:
 
     def make_tiny(self, folder, _):
         return self.make_session(folder, 100)
+
+    def make_nights(self, folder, n):
+        self.run("make_packages", "nights", folder, n)
+        time.sleep(2.1)  # An index reads files again that were as new as its clock is coarse.
+        return folder
+
+    def make_indexed(self, folder, n):
+        """An index of the nights that is up to date."""
+        self.run("tavlox", "index", self.file("nights", n), "-o", folder / "nights.sqlite")
+        return folder / "nights.sqlite"
 
     def make_small(self, folder, n):
         for i in range(n):

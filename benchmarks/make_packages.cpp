@@ -2,6 +2,8 @@
 // usage: make_packages parts FILE COUNT EVERY    small text parts, each EVERYth reached by a relationship
 //        make_packages session FILE SIGNALS      a session of a hundred runs with what a recorder notes of
 //        each signal
+//        make_packages nights FOLDER COUNT       sessions of ten runs and a hundred signals each, in a folder
+//        for each of 1,000
 
 #include <cstdio>
 #include <exception>
@@ -52,17 +54,28 @@ tavlox::SignalRecord signal(int index, int runs) {
           .channel = std::vector<std::uint64_t>{1}};
 }
 
-void makeSession(const std::u16string& path, int signals) {
-  constexpr int kRuns = 100;
+void makeSession(const std::u16string& path, int signals, int runs) {
   tavlox::SessionWriter writer(path);
   writer.setDescription(u"benchmark");
   writer.setCompressionType(u"normal");
-  for (int run = 1; run <= kRuns; ++run) {
-    writer.addRun(
-        {.id = run, .name = wide("Run " + std::to_string(run)), .model = u"drive_line", .stopTime = 10});
+  for (int run = 1; run <= runs; ++run) {
+    writer.addRun({.id = run,
+                   .name = wide("Run " + std::to_string(run)),
+                   .model = u"drive_line",
+                   .stopTime = 10,
+                   .metadata = {{"SolverName", run % 2 == 0 ? u"ode4" : u"ode15s"}}});
   }
-  for (int i = 0; i < signals; ++i) writer.addSignal(signal(i, kRuns));
+  for (int i = 0; i < signals; ++i) writer.addSignal(signal(i, runs));
   writer.close();
+}
+
+void makeNights(const std::filesystem::path& folder, int count) {
+  constexpr int kInFolder = 1000, kSignals = 100, kRuns = 10;
+  for (int i = 0; i < count; ++i) {
+    const std::filesystem::path night = folder / ("night " + std::to_string(i / kInFolder));
+    std::filesystem::create_directories(night);
+    makeSession((night / (std::to_string(i) + ".tavlox")).u16string(), kSignals, kRuns);
+  }
 }
 
 }  // namespace
@@ -72,7 +85,10 @@ int main(int count, char** words) try {
   if (kind == "parts" && count == 5) {
     makeParts(std::filesystem::path(words[2]).u16string(), std::stoi(words[3]), std::stoi(words[4]));
   } else if (kind == "session" && count == 4) {
-    makeSession(std::filesystem::path(words[2]).u16string(), std::stoi(words[3]));
+    constexpr int kRuns = 100;
+    makeSession(std::filesystem::path(words[2]).u16string(), std::stoi(words[3]), kRuns);
+  } else if (kind == "nights" && count == 4) {
+    makeNights(words[2], std::stoi(words[3]));
   } else {
     return 2;
   }

@@ -162,7 +162,6 @@ py::array toArray(std::vector<double> numbers) {
   return py::array_t<double>(static_cast<py::ssize_t>(kept.size()), kept.data(), capsule);
 }
 
-
 /// (times, [(run, signal, units, data type, values)], name of the time).
 py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentifiers,
                       const py::object& signals, double from, double to, const py::str& grid, double step) {

@@ -46,8 +46,8 @@ class Installation(unittest.TestCase):
         run(program, "record", session, TABLE, "--force", env=environment)
         self.assertIn("NumRuns\t1\n", run(program, "info", session, env=environment))
         # The texts of messages come along, too.
-        refused = subprocess.run([program, "info", self.folder], stderr=subprocess.PIPE, text=True, env=environment)
-        self.assertIn(f'The file "{self.folder}" cannot be read.', refused.stderr)
+        refused = subprocess.run([program, "info", TABLE], stderr=subprocess.PIPE, text=True, env=environment)
+        self.assertIn(f'The file "{TABLE}" cannot be read.', refused.stderr)
 
     def check_host(self, tree):
         """The README's host, built by CMake and by pkg-config against an installed tree."""

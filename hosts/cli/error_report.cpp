@@ -63,24 +63,15 @@ except_with_causes describe(const std::u16string& path) {
   }
 }
 
-/// Adds the rule of the package format that the file breaks, if it breaks one.
-void addBrokenRule(except_with_causes& error, const std::u16string& path) {
-  try {
-    // Opening applies the same rules again. If the file was replaced by a sound one meanwhile, there is no
-    // cause.
-    opc::model::Package package(path);
-    package.open(opc::interfaces::OpenMode::Read);
-  } catch (const opc::Exception& broken) {
-    error.addCause(broken);
-  }
-}
-
 /// The module's errors name the file alone, so the package library is asked for the reason.
 void addCauses(except_with_causes& error) {
   // The first argument of either error is the path. The module leaves it empty where it is not
   // the file's fault, as for an unknown run.
   if (error.GetArguments().empty() || error.GetArguments().front().empty()) return;
-  if (error.GetID() == "tavlox:general:UnableToReadFile") addBrokenRule(error, error.GetArguments().front());
+  if (error.GetID() == "tavlox:general:UnableToReadFile") {
+    // None if the file was replaced by a sound one meanwhile.
+    if (const auto rule = opc::model::brokenRule(error.GetArguments().front())) error.addCause(*rule);
+  }
   // The module's host interface has no causes for a failed save, but the package library remembers its own.
   const auto& failedSave = opc::model::lastFailedSave();
   if (error.GetID() == "tavlox_io:general:UnableToClosePackage" && failedSave) error.addCause(*failedSave);

@@ -55,24 +55,12 @@ void discard(zobs::Value* value) {
   if (turnLock.try_lock()) endTurn();
 }
 
-/// The rule of the package format that a file breaks, which the module's error does not say: opening the
-/// package applies the same rules again. Nothing if the file is sound by now.
-std::optional<except_with_causes> brokenRule(const std::u16string& path) {
-  try {
-    opc::model::Package package(path);
-    package.open(opc::interfaces::OpenMode::Read);
-  } catch (const opc::Exception& broken) {
-    return broken;
-  }
-  return std::nullopt;
-}
-
 /// Why a file cannot be read. The module leaves its path empty where not the file is at fault but a run that
 /// was asked for and is not there.
 std::optional<except_with_causes> reasonOfUnreadable(const std::u16string& path) {
   if (path.empty()) return except_with_causes("simulation_data_repository:sdr:NoSuchRun");
   if (!fl::i18n::is_well_formed(path)) return except_with_causes("fl:filesystem:ImpossibleName", {path});
-  return brokenRule(path);
+  return opc::model::brokenRule(path);
 }
 
 /// Adds the reasons that the module keeps to itself.

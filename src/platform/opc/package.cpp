@@ -91,6 +91,15 @@ void Package::close() {
 
 const std::optional<Exception>& lastFailedSave() { return failedSave(); }
 
+std::optional<Exception> brokenRule(const std::u16string& path) {
+  try {
+    Package(path).open(interfaces::OpenMode::Read);
+  } catch (const Exception& broken) {
+    return broken;
+  }
+  return std::nullopt;
+}
+
 OpenPackage& Package::opened() const {
   if (!open_) raise("opc:package:Closed", path_);
   return *open_;

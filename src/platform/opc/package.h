@@ -117,4 +117,8 @@ class Package final : public RelationshipSource {
 /// that a package could not be saved; here a host learns whether it is worth trying again.
 const std::optional<Exception>& lastFailedSave();
 
+/// The rule that the file breaks, nothing if it is a sound package. For hosts as well: a module's error names
+/// the file alone.
+std::optional<Exception> brokenRule(const std::u16string& path);
+
 }  // namespace opc::model

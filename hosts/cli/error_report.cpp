@@ -8,11 +8,11 @@
 #include <new>
 #include <typeinfo>
 
-#include <Poco/Exception.h>
 #include <fmt/format.h>
 
 #include "hosts/cli/terminal.h"
 #include "platform/errors/package_errors.h"
+#include "platform/export_file/data_export_file.h"
 #include "platform/files/filesystem.h"
 #include "platform/opc/package.h"
 #include "platform/samples/recorded_session.h"
@@ -29,13 +29,23 @@ using foundation::core::except::Arguments;
 using foundation::core::except::except_with_causes;
 using foundation::core::except::IUserException;
 
-/// Modules may let through exceptions of POCO, whose what() gives no more than their kind. Naming their class
-/// in a handler would have every run of the program load that library, which takes longer than all else that
-/// is done before a command starts; what is asked for here comes along with the exception.
-std::string reasonOf(const std::exception& error) {
-  if (!std::string_view(typeid(error).name()).starts_with("N4Poco")) return error.what();
-  const auto& its = static_cast<const Poco::Exception&>(error);
-  return its.message().empty() ? its.name() : fmt::format("{}: {}", its.name(), its.message());
+/// The module reads the record of a session's compression with POCO and lets its exceptions through. Naming
+/// their class in a handler would have every run of the program load that library, which takes longer than
+/// all else that is done before a command starts.
+bool isOfCompressionRecord(const std::exception& error) {
+  return std::string_view(typeid(error).name()).starts_with("N4Poco");
+}
+
+/// What is wrong with the record, of which POCO tells the position or the type of its own object.
+std::vector<except_with_causes> causesInRecord(const std::u16string& path) try {
+  DataExportFile file(false);
+  file.initReadPackage(path);
+  file.modifyReadPackage(path);
+  const auto parts = file.getPartsByRelationshipType(relationship_types::kCompression);
+  if (parts.empty()) return {};
+  return {except_with_causes("recovery:check:CompressionRecord", {parts.front().getName().text()})};
+} catch (const opc::Exception&) {
+  return {};
 }
 
 /// The exception being handled, of any kind, as a message-ID error. Memory may be out, so that case is left
@@ -59,7 +69,10 @@ except_with_causes describe(const std::u16string& path) {
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {
-    return unexpected(reasonOf(error));
+    if (!isOfCompressionRecord(error)) return unexpected(error.what());
+    except_with_causes failure = unexpected("the record of the session's compression is not valid");
+    for (except_with_causes& cause : causesInRecord(path)) failure.addCause(std::move(cause));
+    return failure;
   }
 }
 
@@ -159,6 +172,8 @@ bool names(const except_with_causes& error, const std::u16string& path) {
 /// The part of the session that is at fault, of which the error says only the kind. The module reads the
 /// parts as one, so they are read once more, each by itself.
 std::u16string partOf(const except_with_causes& error, const std::u16string& path) try {
+  for (const except_with_causes& cause : error.causes())
+    if (cause.GetID() == "recovery:check:CompressionRecord") return cause.GetArguments().front();
   const bool isOfPart = error.GetID() == "simulation_data_repository:sdr:InvalidSessionData";
   return isOfPart && !path.empty() ? samples::invalidSessionPart(path) : std::u16string();
 } catch (const opc::Exception&) {

@@ -34,14 +34,14 @@ constexpr Parameter kCommon[] = {
 
 // Shown first: most people look for a line to copy.
 constexpr std::string_view kGeneralExamples = R"help(Examples:
-  tavlox record filter.tavlox nominal.csv hot.csv   make a session of two result tables
-  tavlox info filter.tavlox                         show what is in it
-  tavlox runs filter.tavlox                         show its runs
-  tavlox signals filter.tavlox --name "v(out)"      show the signals of that name
-  tavlox describe filter.tavlox "RC filter"         say what it is
-  tavlox add filter.tavlox notes.txt                keep a file of your own in it
-  tavlox get filter.tavlox notes.txt -o copies      and take it out again
-  tavlox info --json *.tavlox                       the same as info, for other programs
+  tavlox record rc.tavlox nominal.csv hot.csv   make a session of two tables
+  tavlox info rc.tavlox                         show what is in it
+  tavlox runs rc.tavlox                         show its runs
+  tavlox signals rc.tavlox --name "v(out)"      show the signals of that name
+  tavlox describe rc.tavlox "RC filter"         say what it is
+  tavlox add rc.tavlox notes.txt                keep a file of your own in it
+  tavlox get rc.tavlox notes.txt -o copies      and take it out again
+  tavlox info --json *.tavlox                   the same for other programs
 )help";
 
 // Columns of a line of help, on the narrowest terminal that is usual.

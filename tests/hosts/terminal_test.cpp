@@ -34,12 +34,13 @@ TEST(Terminal, CountsTheColumnsThatCharactersTake) {
   EXPECT_EQ(tavlox::cli::displayWidth("\xFF\xFE"), 2u) << "bytes that are no text";
 }
 
-TEST(Help, OfEveryCommandFits80Columns) {
-  for (const tavlox::cli::Command* command : tavlox::cli::allCommands()) {
-    std::istringstream lines(tavlox::cli::commandHelp(*command));
-    for (std::string line; std::getline(lines, line);)
-      EXPECT_LE(tavlox::cli::displayWidth(line), 80u) << line;
-  }
+TEST(Help, Fits80Columns) {
+  std::string all = tavlox::cli::generalHelp();
+  for (const tavlox::cli::Command* command : tavlox::cli::allCommands())
+    all += tavlox::cli::commandHelp(*command);
+  std::istringstream lines(all);
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_LE(tavlox::cli::displayWidth(line), 80u) << line;
 }
 
 TEST(Progress, FitsTheTerminalWhateverIsReported) {

@@ -25,6 +25,7 @@ struct KeyRange {
 
 // The tables of the repository. Only the classes of this folder know them: what others see are runs and
 // signals, which read their fields from here.
+
 /// The records of one kind in a database. Those of neighbouring keys lie together in batches, each a row of
 /// the database: many records then cost it as little as one.
 template <class Record>

@@ -97,6 +97,13 @@ class ManyFiles(ProgramTest):
         both = [start(), start()]
         self.assertEqual([indexer.wait() for indexer in both], [3, 3])
         self.assertEqual(len(self.json_of("search", "i.sqlite", "--in", "runs")), 4)
+        # Whoever is about to write at the very start of an update is waited for.
+        with sqlite3.connect(self.folder / "i.sqlite") as other:
+            other.execute("BEGIN IMMEDIATE")
+            waiting = start()
+            time.sleep(0.3)
+            self.assertIsNone(waiting.poll())
+        self.assertEqual(waiting.wait(), 3)
 
     def test_damaged_packages_among_many(self):
         (self.folder / "nightly").mkdir()

@@ -194,8 +194,8 @@ struct SessionIndex::State {
     if (access == Access::Read) return;
     // Readers see the last transaction while the next one is written, and none waits for the disk.
     // What they write is synced every 64 MiB: a package is much less, and waiting costs more than writing it.
-    database.execute(
-        "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 16384");
+    database.executeInTurn("PRAGMA journal_mode = WAL");
+    database.execute("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 16384");
     update.emplace(database);
   }
 

@@ -1,5 +1,8 @@
 #include "platform/sql/database.h"
 
+#include <chrono>
+#include <thread>
+
 #include <sqlite3.h>
 
 #include "platform/errors/catalog.h"
@@ -28,6 +31,9 @@ std::u16string inUse(std::string_view reason) {
   constexpr fl::i18n::MessageId<1> kInUse = "sqldb:ssdb:InUse";
   return fl::i18n::catalogText(kInUse, {foundation::core::except::toArgument(reason)});
 }
+
+// Extended codes hold the primary one in their low byte.
+int primary(int code) { return code & 0xFF; }
 
 // A null pointer would bind NULL.
 const char* dataOf(std::string_view bytes) { return bytes.data() == nullptr ? "" : bytes.data(); }
@@ -71,6 +77,17 @@ void Database::execute(const std::string& sql) {
   if (code != SQLITE_OK) fail(code);
 }
 
+void Database::executeInTurn(const std::string& sql) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kPause(5);
+  const auto deadline = Clock::now() + std::chrono::milliseconds(kSharedBusyMilliseconds);
+  int code = 0;
+  while (primary(code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr)) == SQLITE_BUSY &&
+         Clock::now() < deadline)
+    std::this_thread::sleep_for(kPause);
+  if (code != SQLITE_OK) fail(code);
+}
+
 void Database::execute(Step step) {
   // A savepoint that is not inside a transaction is one.
   constexpr const char* kSteps[] = {"SAVEPOINT work", "RELEASE work"};
@@ -96,12 +113,10 @@ void Database::resetStatements() noexcept {
 }
 
 void Database::fail(int code) const {
-  // Extended codes hold the primary one in their low byte.
-  const int primaryCode = code & 0xFF;
-  if (primaryCode == SQLITE_NOMEM || handle_ == nullptr) throw foundation::core::except::bad_alloc();
+  if (primary(code) == SQLITE_NOMEM || handle_ == nullptr) throw foundation::core::except::bad_alloc();
   // The text belongs to the last call on this handle, and is copied before anything else is asked of it.
   std::string text = sqlite3_errmsg(handle());
-  switch (primaryCode) {
+  switch (primary(code)) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
       if (use_ == Use::Shared) raise("sqldb:shared:Locked", path_);

@@ -38,6 +38,9 @@ class Database {
 
   /// Runs SQL that gives no rows.
   void execute(const std::string& sql);
+  /// The same for SQL that makes SQLite give up at once where somebody else has the file for a moment, as a
+  /// change of the journal does: tries again for as long as anything else waits.
+  void executeInTurn(const std::string& sql);
   bool isInTransaction() const noexcept { return entered_ > 0; }
 
   /// The stretch of work that nothing begins or ends a transaction in; another number for each. What was read

@@ -66,5 +66,6 @@ def test_objects_and_descriptions():
     counter = values.Counter()
     assert type(counter.itself()) is values.Counter and values.Counter.__doc__ == "Counter()\n\nCounts nothing."
     assert str(values.Counter.itself.__signature__) == "(self, /) -> 'Any'" and values.echo.__doc__ == "echo(any)"
-    with pytest.raises(tavlox.Error, match="UnexpectedFailure"):
+    with pytest.raises(tavlox.Error, match="UnexpectedFailure") as failure:
         values.fail()
+    assert failure.value.__notes__ == ["in fail()"]

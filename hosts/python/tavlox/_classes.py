@@ -13,6 +13,7 @@ from collections.abc import Callable
 from typing import Any, ClassVar
 
 from tavlox import _host
+from tavlox._errors import Error
 
 Description = dict[str, Any]
 Answer = Callable[[Any], Any]
@@ -89,6 +90,16 @@ def signature_of(member: Description, is_method: bool, answer: Answer | None = N
     return inspect.Signature(parameters, return_annotation=output)
 
 
+def _call(name: str, call: Callable[..., Any], *inputs: Any) -> Any:
+    """What the call gives. A failure that the module has no message for names no file: the inputs do."""
+    try:
+        return call(*inputs)
+    except Error as error:
+        if error.identifier == "tavlox:python:UnexpectedFailure":
+            error.add_note(f"in {name}({', '.join(map(repr, inputs))})")
+        raise
+
+
 def _callable(member: Description, signature: inspect.Signature, module: str, call: Callable[..., Any],
               document: str | None = None) -> Callable[..., Any]:
     """A function that takes inputs by place, and options also as keywords, which are names and values then."""
@@ -98,7 +109,7 @@ def _callable(member: Description, signature: inspect.Signature, module: str, ca
             raise TypeError(f"{member['signature']} takes no keyword {next(iter(options))!r}")
         for name, value in options.items():
             inputs += (name, value)
-        return call(*inputs)
+        return _call(member["name"], call, *inputs)
 
     function.__name__ = function.__qualname__ = member["name"]
     function.__module__ = module
@@ -128,7 +139,7 @@ def _property(member: Description) -> property:
     def read(self: Registered) -> Any:
         return _host.get_property(self._object, member["name"])
 
-    return property(read, doc=member["description"])
+    return property(lambda self: _call(member["name"], read, self), doc=member["description"])
 
 
 def _class(described: Description, module: str) -> type[Registered]:

@@ -217,10 +217,10 @@ std::optional<std::string> commonTimeHeading(const RecordedSession& session, con
 }
 
 /// The time's heading, and one for each signal; among several runs with the run's label.
-std::vector<std::string> headingsOf(const Selected& runs, std::string time) {
+std::vector<std::string> headingsOf(const RecordedSession& session, const Selected& runs, std::string time) {
   std::vector<std::string> headings{std::move(time)};
   for (const SelectedRun& run : runs) {
-    const std::u16string label = runs.size() == 1 ? u"" : labelOf(*run.run, runs) + u": ";
+    const std::u16string label = runs.size() == 1 ? u"" : session.labelOf(*run.run) + u": ";
     for (const auto& signal : run.signals) headings.push_back(to_string_lossy(label + headingOf(signal)));
   }
   return headings;
@@ -234,7 +234,7 @@ void writeRecorded(const Request& request, const RecordedSession& session, const
   requireSameTimes(request, session, runs);
   const auto timeHeading = commonTimeHeading(session, runs);
   std::vector<Cursor> cursors = cursorsOver(request, session, runs, Wanted::Cells::Texts);
-  table.begin(headingsOf(runs, timeHeading.value_or(kSeconds)));
+  table.begin(headingsOf(session, runs, timeHeading.value_or(kSeconds)));
   NumberText seconds;
   Row row;
   while (std::ranges::all_of(cursors, [](Cursor& cursor) { return cursor.next(); })) {
@@ -315,7 +315,7 @@ void writeOnGrid(const Request& request, const RecordedSession& session, const S
       if (grid.time() >= range.from && grid.time() <= range.to) ++times;
     if (times > kManyTimes) warn(request.format, "tavlox:export:ManyTimes", times);
   }
-  table.begin(headingsOf(runs, kSeconds));
+  table.begin(headingsOf(session, runs, kSeconds));
   Grid grid = gridOf(request, session, runs, Columns::All);
   std::vector<NumberText> texts(grid.values().size() + 1);
   Row row(texts.size());
@@ -368,7 +368,7 @@ void writeHdf5(const Request& request, const RecordedSession& session, const Sel
   for (std::size_t run = 0; run < runs.size(); ++run) {
     std::vector<tables::Hdf5Writer::Column> columns{{u"time", u"s"}};
     for (const auto& signal : runs[run].signals) columns.push_back({signal.name, signal.units});
-    writer->beginRun(labelOf(*runs[run].run, runs), runs[run].run->id(), columns);
+    writer->beginRun(session.labelOf(*runs[run].run), runs[run].run->id(), columns);
     if (request.has("--grid") || request.has("--step"))
       writeOnGrid(request, session, runs, run, *writer);
     else

@@ -309,7 +309,7 @@ std::pair<std::vector<Curve>, std::vector<Plot>> readPlots(const Request& reques
   for (const SelectedRun& run : runs) {
     for (const RecordedSignal& signal : run.signals)
       curves.push_back(
-          {.signal = &signal, .run = &run, .label = labelOf(*run.run, runs), .plot = 0, .whole = {}});
+          {.signal = &signal, .run = &run, .label = session.labelOf(*run.run), .plot = 0, .whole = {}});
   }
   std::vector<Plot> plots = plan(curves, byOf(request));
   const Wanted wanted = rangeOf(request);

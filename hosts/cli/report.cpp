@@ -66,15 +66,6 @@ std::vector<CurveSamples> readCurves(const samples::RecordedSession& session, co
 
 namespace {
 
-/// A name for every run that no other has.
-std::u16string labelOf(const samples::RecordedRun& run, const std::vector<samples::RecordedRun>& all) {
-  const auto alike =
-      std::ranges::count_if(all, [&](const auto& other) { return other.name() == run.name(); });
-  const std::u16string number = to_ustring(fmt::format("run {}", run.id()));
-  if (run.name().empty()) return number;
-  return alike == 1 ? run.name() : run.name() + u" (" + number + u")";
-}
-
 /// The page of one session while it is made.
 class Report {
  public:
@@ -124,7 +115,7 @@ class Report {
   std::vector<PlottedRun> measureRuns() {
     std::vector<PlottedRun> runs;
     for (const samples::RecordedRun& run : session_.runs()) {
-      PlottedRun plotted{&run, {}, labelOf(run, session_.runs()), {}};
+      PlottedRun plotted{&run, {}, session_.labelOf(run), {}};
       std::ranges::copy_if(run.signals, std::back_inserter(plotted.signals),
                            [](const auto& signal) { return signal.column != 0; });
       if (!run.samples || plotted.signals.empty()) continue;

@@ -4,8 +4,6 @@
 #include <charconv>
 #include <cmath>
 
-#include <fmt/format.h>
-
 #include "platform/errors/exceptions.h"
 #include "platform/text/conversion.h"
 
@@ -13,7 +11,6 @@ namespace tavlox::cli {
 namespace {
 
 using fl::i18n::to_string;
-using fl::i18n::to_ustring;
 using foundation::core::except::raise;
 using samples::RecordedRun;
 using samples::RecordedSignal;
@@ -101,12 +98,6 @@ std::vector<SelectedRun> selectSamples(const Request& request, const samples::Re
 
 std::u16string headingOf(const RecordedSignal& signal) {
   return signal.units.empty() ? signal.name : signal.name + u" [" + signal.units + u"]";
-}
-
-std::u16string labelOf(const RecordedRun& run, const std::vector<SelectedRun>& others) {
-  const auto hasItsName = [&](const SelectedRun& other) { return other.run->name() == run.name(); };
-  if (!run.name().empty() && std::ranges::count_if(others, hasItsName) == 1) return run.name();
-  return to_ustring(fmt::format("run {}", run.id()));
 }
 
 }  // namespace tavlox::cli

@@ -50,7 +50,4 @@ std::vector<SelectedRun> selectSamples(const Request& request, const samples::Re
 /// "v(out) [V]"; the name alone for a signal without a unit.
 std::u16string headingOf(const samples::RecordedSignal& signal);
 
-/// The run's name, or "run 3" if it has none or `others` have the same.
-std::u16string labelOf(const samples::RecordedRun& run, const std::vector<SelectedRun>& others);
-
 }  // namespace tavlox::cli

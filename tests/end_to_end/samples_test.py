@@ -90,6 +90,9 @@ class Samples(ProgramTest):
         self.assertEqual((done.returncode, done.stderr), (-signal.SIGPIPE, b""))
         self.output_of("export", "s.tavlox", "--run", "1", "-o", "limits", "--force")
         self.assertEqual((self.folder / "limits").read_text(), HOT)
+        self.output_of("record", "s.tavlox", "-", "--append", "--name", "hot", input=HOT.encode())
+        self.assertEqual(self.rows("--run", "1", "--run", "3", "--signal", "v*")[0],
+                         ["time [s]", "hot (run 1): v(out) [V]", "hot (run 3): v(out) [V]"])
 
     def test_runs_signals_and_samples_can_be_joined(self):
         self.record()

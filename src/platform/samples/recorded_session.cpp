@@ -8,8 +8,11 @@
 #include <streambuf>
 #include <unordered_map>
 
+#include <fmt/format.h>
+
 #include "platform/errors/exceptions.h"
 #include "platform/repository/session_records.h"
+#include "platform/text/conversion.h"
 
 namespace tavlox::samples {
 namespace {
@@ -165,6 +168,13 @@ RecordedSession::RecordedSession(const std::u16string& path, const SignalVisitor
   });
   shareSamples(file_, runs_);
   findColumns(runs_);
+}
+
+std::u16string RecordedSession::labelOf(const RecordedRun& run) const {
+  const std::u16string number = fl::i18n::to_ustring(fmt::format("run {}", run.id()));
+  if (run.name().empty()) return number;
+  const auto hasItsName = [&](const RecordedRun& other) { return other.name() == run.name(); };
+  return std::ranges::count_if(runs_, hasItsName) == 1 ? run.name() : run.name() + u" (" + number + u")";
 }
 
 SampleReader RecordedSession::read(const RecordedRun& run, Wanted wanted) const {

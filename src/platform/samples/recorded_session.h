@@ -67,6 +67,10 @@ class RecordedSession {
   /// In the order of the run list.
   const std::vector<RecordedRun>& runs() const { return runs_; }
 
+  /// The run's name, with its identifier where another has the same name: "hot (run 3)", or "run 3" if it has
+  /// none.
+  std::u16string labelOf(const RecordedRun& run) const;
+
   /// The run's samples; see SampleReader. The session must outlive the reader. Raises
   /// samples:session:NoSamples, naming file and run, for a run without.
   SampleReader read(const RecordedRun& run, Wanted wanted) const;

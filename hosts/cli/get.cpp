@@ -2,9 +2,10 @@
 // leaves what it has written so far. This command promises more: a file appears complete or not at all,
 // nothing is replaced unless asked for, nothing is written outside the output folder, and one bad entry does
 // not keep the others from people. The steps: list what the search finds, refuse what is in the way, let the
-// module write into a temporary folder, and move what is complete to its path. The temporary folder lies in
-// the output folder, so that moving is a rename within one file system. Between the two the data is synced:
-// after a power failure a name must not lead to an empty file, least where it led to an older one before.
+// module write into a temporary folder, and move what is complete to its path: a folder that is not there yet
+// as a whole, any other file by file. The temporary folder lies in the output folder, so that moving is a
+// rename within one file system. Between the two the data is synced: after a power failure a name must not
+// lead to an empty file, least where it led to an older one before.
 //
 // The output folder may be shared with other users. Below it every path is therefore walked by descriptors,
 // folder by folder without following links: a path that was looked at may lead elsewhere a moment later.
@@ -51,6 +52,18 @@ using Texts = std::vector<std::u16string>;
                                   fl::i18n::MessageId<2> failure = "fl:filesystem:ReplaceFailed") {
   raiseNotWritten(path, fl::i18n::to_ustring(fs::systemReason(error)), failure);
 }
+
+/// A finished file, by its paths below the temporary folder and below the output folder. They differ for an
+/// entry that was extracted by itself: then its own path was asked for, not the bare name.
+struct Finished {
+  std::u16string source, relative;
+};
+
+/// Where finished files come from. Its folders can be moved whole if nothing else is in them.
+struct FinishedTree {
+  int folder;
+  bool canMoveFolders;
+};
 
 /// The folder that the files go below. A link given as the folder is followed; below it none is. Folders that
 /// are missing are made with the rights that the user gives new ones.
@@ -103,22 +116,24 @@ class OutputFolder {
 
   /// What becomes of a file that is already at the path.
   enum class Existing { Keep, Replace };
-  /// Moves a finished file to its path below the folder in one step.
-  void take(int fromFolder, const std::string& name, const std::u16string& relative, Existing existing) {
-    const std::string target = to_string(fs::extract_filename(relative));
-    openParent(relative);
+  /// Moves a finished file to its path below the folder in one step, alone or with the folder that it is in.
+  void take(const FinishedTree& from, const Finished& file, Existing existing) {
+    const std::u16string& relative = file.relative;
+    // A file may have been found more than once.
+    if (!enterParent(from, relative) || !taken_.insert(relative).second) return;
+    const std::string name = to_string(file.source), target = to_string(fs::extract_filename(relative));
     struct stat old {};
     const bool replaces = existing == Existing::Replace &&
                           fstatat(parent_.get(), target.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0 &&
                           S_ISREG(old.st_mode);
     // Who may read a file is its owner's choice, whatever is in it.
-    if (replaces) fchmodat(fromFolder, name.c_str(), old.st_mode & 07777, 0);
+    if (replaces) fchmodat(from.folder, name.c_str(), old.st_mode & 07777, 0);
     // Looking and renaming in one step: a file that appears between the two would be lost.
     const unsigned flags = existing == Existing::Keep ? RENAME_NOREPLACE : 0;
-    int done = renameat2(fromFolder, name.c_str(), parent_.get(), target.c_str(), flags);
+    int done = renameat2(from.folder, name.c_str(), parent_.get(), target.c_str(), flags);
     // Not every file system can look and rename in one step.
     if (done != 0 && flags != 0 && errno == EINVAL && !find(relative))
-      done = renameat(fromFolder, name.c_str(), parent_.get(), target.c_str());
+      done = renameat(from.folder, name.c_str(), parent_.get(), target.c_str());
     if (done == 0) return;
     // Somebody else made it after the look at the beginning.
     if (errno == EEXIST) raise("tavlox:cli:OutputExists", pathOf(relative));
@@ -126,33 +141,55 @@ class OutputFolder {
   }
 
  private:
-  /// Opens the folder that a file goes into, unless the one before went there too. Step by step: between a
-  /// look at a path and its use somebody could put a link there.
+  /// Opens the folder that a file goes into, unless the one before went there too. False if it came here as a
+  /// whole, and the file with it.
+  bool enterParent(const FinishedTree& from, const std::u16string& relative) {
+    std::u16string name = fs::extract_parent_path(relative);
+    if (parentName_ == name) return static_cast<bool>(parent_);
+    missing_.clear();  // from here on folders are made
+    parentName_ = std::move(name);
+    parent_.reset();
+    if (comesWhole(from, to_string(parentName_->substr(0, parentName_->find(u'/'))))) return false;
+    openParent(relative);
+    return true;
+  }
+
+  /// Moves a folder that lies directly below the output folder, unless something of its name is there or the
+  /// system cannot look and rename in one step: then the files in it go singly. So do those of folders
+  /// further below: each of these takes its rights from the one that it is made in.
+  bool comesWhole(const FinishedTree& from, const std::string& name) {
+    if (moved_.contains(name)) return true;
+    const bool isMoved =
+        from.canMoveFolders && !name.empty() &&
+        renameat2(from.folder, name.c_str(), folder_.get(), name.c_str(), RENAME_NOREPLACE) == 0;
+    if (isMoved) moved_.insert(name);
+    return isMoved;
+  }
+
+  /// Step by step: between a look at a path and its use somebody could put a link there.
   void openParent(const std::u16string& relative) {
     constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    const std::u16string name = fs::extract_parent_path(relative);
-    if (parent_ && name == parentName_) return;
-    missing_.clear();  // from here on folders are made
     parent_ = fs::Descriptor(openat(folder_.get(), ".", kFlags));
-    for (std::size_t start = 0; start < name.size();) {
-      const std::size_t end = std::min(name.find(u'/', start), name.size());
-      const std::string step = to_string(name.substr(start, end - start));
+    for (std::size_t start = 0; start < parentName_->size();) {
+      const std::size_t end = std::min(parentName_->find(u'/', start), parentName_->size());
+      const std::string step = to_string(parentName_->substr(start, end - start));
       // Made or found, it must be a folder when it is opened: O_NOFOLLOW refuses a link that came between.
       const bool exists = mkdirat(parent_.get(), step.c_str(), 0777) == 0 || errno == EEXIST;
       if (exists) parent_ = fs::Descriptor(openat(parent_.get(), step.c_str(), kFlags));
       if (!exists || !parent_) raiseNotWritten(pathOf(relative), errno);
       start = end + 1;
     }
-    parentName_ = name;
   }
 
   std::u16string path_;
   Texts created_;  // the innermost first
   fs::Descriptor folder_;
-  std::u16string missing_;     // the folder that was found missing last, with its "/"
-  std::u16string parentName_;  // relative to the folder
-                               // Kept open: most entries of a package lie in few folders.
+  std::u16string missing_;  // the folder that was found missing last, with its "/"
+  // Kept open, since most entries of a package lie in few folders; none if it came whole.
   fs::Descriptor parent_;
+  std::optional<std::u16string> parentName_;  // relative to the folder
+  std::set<std::string> moved_;               // folders
+  std::set<std::u16string> taken_;            // files
 };
 
 /// An entry that the search finds, and where it goes below the output folder: asked for by a path, an entry
@@ -176,12 +213,6 @@ Texts entriesMeant(const zobs::COSInterfacePointer& file, const std::u16string& 
 bool hasPlace(const std::u16string& entry) {
   return entry.starts_with(u'/') && (entry + u'/').find(u"/../") == entry.npos;
 }
-
-/// A finished file, by its paths below the temporary folder and below the output folder. They differ for an
-/// entry that was extracted by itself: then its own path was asked for, not the bare name.
-struct Finished {
-  std::u16string source, relative;
-};
 
 /// All that an error and its causes name. There may be a cause for each of very many entries, so it is a set.
 void addNamed(const except_with_causes& error, std::set<std::u16string>& named) {
@@ -208,6 +239,7 @@ class Extraction {
         folder_(request.has("--output") ? fs::absolute(request.one("--output")) : fs::current_path()) {
     refuseTargets();
     temporary_.emplace(folder_.path());
+    folderMode_ = modeOfNewFolders();
   }
 
   /// Extracts everything at once if it can: each call of the module opens the package again and walks over
@@ -289,6 +321,8 @@ class Extraction {
                                         const std::vector<Wanted>& wanted) {
     opc::model::Package package(request_.one("FILE"));
     package.open(opc::interfaces::OpenMode::Read);
+    // What is not finished lies among the files.
+    folderMode_.reset();
     std::vector<Finished> finished;
     // A file that is named in the failure may have been written in part, whatever its size.
     std::set<std::u16string> tried, failed;
@@ -328,14 +362,14 @@ class Extraction {
     const Existing existing = request_.has("--force") ? Existing::Replace : Existing::Keep;
     const std::u16string folder = fs::weakly_canonical(folder_.path());
     Texts written;
-    std::set<std::u16string> placed;
+    const FinishedTree tree{temporary_->descriptor(), folderMode_.has_value()};
+    if (folderMode_) giveMode(*folderMode_, finished);
     if (!finished.empty() && !sync()) raiseNotWritten(folder_.path(), errno, "fl:filesystem:SyncFailed");
-    for (const auto& [source, relative] : finished) {
+    for (const Finished& file : finished) {
       // Between two files: those already in their place stay, and they are whole.
       endIfInterrupted();
-      if (placed.insert(relative).second)
-        folder_.take(temporary_->descriptor(), to_string(source), relative, existing);
-      written.push_back(fs::concatenate(folder, relative));
+      folder_.take(tree, file, existing);
+      written.push_back(fs::concatenate(folder, file.relative));
     }
     // The files are in their places now, and are told of in any case.
     if (!finished.empty() && !sync()) {
@@ -344,6 +378,32 @@ class Extraction {
       result_ = ExitCode::Failed;
     }
     return written;
+  }
+
+  /// The mode of a new folder in the output folder: what the user's mask and the rights that the output
+  /// folder hands down make of it shows best in one. Nothing if none can be made.
+  std::optional<mode_t> modeOfNewFolders() const {
+    constexpr char kName[] = "new";
+    struct stat status {};
+    const int folder = temporary_->descriptor();
+    if (mkdirat(folder, kName, 0777) != 0) return std::nullopt;
+    const bool isKnown = fstatat(folder, kName, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    unlinkat(folder, kName, AT_REMOVEDIR);
+    return isKnown ? std::optional(status.st_mode & 07777) : std::nullopt;
+  }
+
+  /// The module keeps what folders it makes to this user. Gives those of the finished files that mode.
+  void giveMode(mode_t mode, const std::vector<Finished>& finished) const {
+    std::set<std::u16string> given;
+    std::u16string last;
+    for (const Finished& file : finished) {
+      std::u16string folder = fs::extract_parent_path(file.relative);
+      // Most files lie in the folder of the one before.
+      if (folder == last) continue;
+      last = folder;
+      for (; !folder.empty() && given.insert(folder).second; folder = fs::extract_parent_path(folder))
+        fchmodat(temporary_->descriptor(), to_string(folder).c_str(), mode, 0);
+    }
   }
 
   /// Has all that was written reach the disk, data and names: one call for any number of files, since syncing
@@ -356,6 +416,7 @@ class Extraction {
   const std::vector<Wanted> wanted_;
   OutputFolder folder_;
   std::optional<TemporaryFolder> temporary_;  // goes before the folder it lies in
+  std::optional<mode_t> folderMode_;          // while whole folders can be moved to their paths
   ExitCode result_ = ExitCode::Done;
 };
 

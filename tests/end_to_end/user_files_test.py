@@ -196,6 +196,18 @@ class Get(UserFiles):
                          {"a.txt": "from the package", "sub/a.txt": "from the package", "bad.txt": "old"})
         modes = [(self.folder / "out/user" / name).stat().st_mode & 0o777 for name in ("a.txt", "sub", "sub/a.txt")]
         self.assertEqual(modes, [0o640, 0o755, 0o644])
+        self.run_program("get", "s.tavlox", "/user", "-o", "new", exit_code=1)
+        self.assertEqual(sorted(path.name for path in (self.folder / "new/user").iterdir()), ["a.txt", "sub"])
+
+    def test_a_folder_is_made_as_any_new_folder_whether_it_comes_whole_or_is_there(self):
+        self.write("out/session/notes.txt", "mine")
+        (self.folder / "out").chmod(0o2755)  # What is made in it belongs to its group.
+        output, _ = self.run_program("get", "s.tavlox", "/user/sub", "/", "-o", "out", umask=0o027)
+        found = {path: path.stat().st_mode for path in (self.folder / "out").rglob("*")}
+        self.assertEqual(set(output.splitlines()), {str(path) for path in found if path.is_file()} - {str(self.folder / "out/session/notes.txt")})
+        self.assertEqual(output.splitlines().count(str(self.folder / "out/user/sub/a.txt")), 2)
+        modes = [oct(found[self.folder / "out" / name]) for name in ("user", "user/sub", "user/sub/a.txt", "session/runs.json")]
+        self.assertEqual(modes, ["0o42750", "0o42750", "0o100640", "0o100640"])
 
     def test_entries_without_a_part_are_named_and_the_others_extracted(self):
         entries = self.parts()

@@ -122,10 +122,22 @@ PartView OpenPackage::part(const PartName& name) const {
 
 // That of the change, if there is one: a part that was created anew may be spelled otherwise than the old
 // one.
-PartName OpenPackage::storedName(const PartName& name) const {
-  part(name);
+std::optional<PartName> OpenPackage::findName(const PartName& name) const {
+  checkIsOpen();
   const auto found = changes_.find(name.key());
-  return found == changes_.end() ? index_->nameOf(*index_->find(name.key())) : found->second.name;
+  if (found != changes_.end())
+    return found->second.isDeleted ? std::nullopt : std::optional(found->second.name);
+  const IndexedPart* part = index_->find(name.key());
+  if (!part) return std::nullopt;
+  // Most are asked for as they are spelled, and a name shares its texts with its copies.
+  const std::string_view spelled = index_->entries()[part->entry].name;
+  return spelled == withoutSlash(name.encoded()) ? name : index_->nameOf(*part);
+}
+
+PartName OpenPackage::storedName(const PartName& name) const {
+  auto found = findName(name);
+  if (!found) raise("opc:part:NotFound", path_, name.text());
+  return *std::move(found);
 }
 
 const RelationshipsDocument* OpenPackage::relationships(const PartName* source) const {

@@ -66,6 +66,8 @@ class OpenPackage {
   PartView part(const model::PartName& name) const;
   /// The same name as the file spells it.
   model::PartName storedName(const model::PartName& name) const;
+  /// The same, or nothing if there is no such part.
+  std::optional<model::PartName> findName(const model::PartName& name) const;
   /// Of a part, or of the package for null. Null if there are none; raises if there is no such part.
   const RelationshipsDocument* relationships(const model::PartName* source) const;
   /// Of the package, those whose target is exactly this text, in their order.

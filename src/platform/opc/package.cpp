@@ -111,9 +111,9 @@ Part Package::getPart(const PartName& name) const { return Part(open_, opened().
 
 std::optional<Part> Package::findPart(const Relationship& link) const {
   // A relationship without a part is no fault of the package, so nothing is raised.
-  const auto name = targetOf(link);
-  if (!name || !hasPart(*name)) return std::nullopt;
-  return getPart(*name);
+  auto name = targetOf(link);
+  if (name) name = opened().findName(*name);
+  return name ? std::optional(Part(open_, *std::move(name))) : std::nullopt;
 }
 
 Part Package::createPart(const PartName& name, const ContentType& type, const StandardPartInfo&,

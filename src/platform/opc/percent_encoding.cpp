@@ -22,15 +22,15 @@ std::string encode(std::string_view bytes, const Literals& literals) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(bytes.size());
-  for (const char character : bytes) {
-    if (literals.contains(character)) {
-      encoded += character;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(character);
-    encoded += '%';
-    encoded += kDigits[byte >> 4];
-    encoded += kDigits[byte & 15];
+  for (std::size_t at = 0; at < bytes.size(); ++at) {
+    // Most of a name stays as it is, and is copied at once.
+    const std::size_t start = at;
+    while (at < bytes.size() && literals.contains(bytes[at])) ++at;
+    encoded.append(bytes, start, at - start);
+    if (at == bytes.size()) break;
+    const auto byte = static_cast<unsigned char>(bytes[at]);
+    const char escape[] = {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    encoded.append(escape, sizeof escape);
   }
   return encoded;
 }
@@ -53,10 +53,10 @@ std::optional<std::string> decode(std::string_view encoded) {
   std::string bytes;
   bytes.reserve(encoded.size());
   for (std::size_t at = 0; at < encoded.size(); ++at) {
-    if (encoded[at] != '%') {
-      bytes += encoded[at];
-      continue;
-    }
+    const std::size_t start = at;
+    at = std::min(encoded.find('%', at), encoded.size());
+    bytes.append(encoded, start, at - start);
+    if (at == encoded.size()) break;
     if (encoded.size() - at < 3) return std::nullopt;
     const int high = hexValue(encoded[at + 1]), low = hexValue(encoded[at + 2]);
     if (high < 0 || low < 0) return std::nullopt;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <optional>
 #include <utility>
 
 #include <isa-l.h>
@@ -84,7 +83,7 @@ Method methodOfData(const Entry& entry) {
 struct DataReader::State {
   State(Source from, Method method, std::uint64_t size, std::uint32_t checksum)
       : source(std::move(from)), left(size), declaredChecksum(checksum) {
-    if (method == Method::Deflate) inflater.emplace(source);
+    if (method == Method::Deflate) inflater = std::make_unique<Inflater>(source);
   }
 
   std::size_t read(void* into, std::size_t count) {
@@ -115,7 +114,7 @@ struct DataReader::State {
   std::uint64_t left;  ///< bytes that were not handed out yet
   std::uint32_t declaredChecksum, actualChecksum = 0;
   bool isAtSoundEnd = false;
-  std::optional<Inflater> inflater;
+  std::unique_ptr<Inflater> inflater;  // only where it is needed: it is larger than most parts
   std::exception_ptr failure;
 };
 

@@ -1,9 +1,10 @@
 #include "assets/extract.h"
 
 #include <cerrno>
-#include <map>
 #include <memory>
 #include <optional>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "assets/user_files.h"
 #include "platform/errors/package_errors.h"
@@ -12,6 +13,7 @@
 #include "platform/files/folder.h"
 #include "platform/opc/streams.h"
 #include "platform/text/conversion.h"
+#include "platform/text/text_hash.h"
 
 namespace orra::tavloxio::part {
 
@@ -104,16 +106,23 @@ void addMissing(collection& errors, const opc::model::Package& package,
 /// An external target is another thing than the part of the same name.
 using Target = std::pair<opc::model::TargetMode, std::u16string>;
 
+struct TargetHash {
+  using is_avalanching = void;
+  std::size_t operator()(const Target& target) const noexcept {
+    const std::u16string& text = target.second;
+    return fl::i18n::TextHash()({reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});
+  }
+};
+
 /// The visitor that extracts. A relationship that reaches no part is added to `errors` and the walk goes on:
 /// one such entry must not keep the others from being extracted, and the host is to hear of every one that is
 /// missing. A file that cannot be written ends the walk, since the next one would fail as well.
 RelationshipVisitor writerTo(const std::u16string& folder, RelativePath relativePath,
                              std::vector<std::u16string>& written, collection& errors) {
   // The file of each target so far, empty for a missing one. Any number of relationships may lead to one
-  // part, and a small package can hold many thousands; writing it for each would take minutes. An ordered
-  // map, because the targets come from the file and could be made to collide in a hash table.
+  // part, and a small package can hold many thousands; writing it for each would take minutes.
   const auto writer = std::make_shared<FileWriter>();
-  return [=, &written, &errors, files = std::map<Target, std::u16string>()](
+  return [=, &written, &errors, files = boost::unordered_flat_map<Target, std::u16string, TargetHash>()](
              opc::model::Package& package, const opc::model::Relationship& link) mutable {
     const std::u16string& target = link.getTarget().text();
     const std::u16string relative = relativePath(target);

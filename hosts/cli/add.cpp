@@ -3,9 +3,11 @@
 // link, and stops at the first file that it cannot read. People expect otherwise: what is wrong with any path
 // is to be known before anything is stored, and one bad file must not keep the others out. So each path is
 // first turned into an Addition, the list of files that will be stored and of those that cannot be, and then
-// stored by one call of addFile. A file whose reading fails on the way is known only then: it is taken out,
-// and another call stores what the first did not come to.
+// stored by one call of addFile. A folder may hold very many files, of which nearly always all can be read:
+// which cannot is found out only when the module fails on one. They are taken out then, and another call
+// stores what the first did not come to.
 #include <filesystem>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -59,9 +61,9 @@ void addFilesIn(const std::u16string& folder, Addition& addition) {
       const auto entry = entries.next();
       if (!entry) break;
       if (entry->type != fs::FileType::Regular && entry->type != fs::FileType::SymbolicLink) continue;
-      // Of very many files the rights must do. One that cannot be opened in spite of them is passed over
-      // later, as one that cannot be read to its end.
-      if (entry->type == fs::FileType::Regular && entries.mayRead()) {
+      // Not opened here as well: there may be very many. One that cannot be opened is passed over later, as
+      // one that cannot be read to its end.
+      if (entry->type == fs::FileType::Regular) {
         addition.files.push_back(entry->path);
       } else {
         addIfReadable(entry->path, addition);
@@ -150,20 +152,38 @@ bool hasEntry(const opc::model::Package& package, const std::u16string& entry) {
   return name && package.hasPart(*name);
 }
 
-/// Takes out of `files` the one that could not be opened or whose reading broke off, and what the module
-/// stored before it came there. The error joins the addition's failures and is told. False if it is another
-/// error, or about no such file.
+/// Why files cannot be opened, of those that cannot.
+std::vector<except_with_causes> failuresToOpen(const Texts& files) {
+  Addition tried{.diskPath = {}, .files = {}, .failures = {}};
+  for (const std::u16string& file : files) addIfReadable(file, tried);
+  return tried.failures;
+}
+
+/// Takes out of `files` those that could not be opened or whose reading broke off, and what the module stored
+/// before it came there. The errors join the addition's failures and are told. False if it is another error,
+/// or about no such file.
 bool passOver(const except_with_causes& failure, const Request& request, const opc::model::Package& before,
               Addition& addition, Texts& files) {
+  constexpr std::string_view kBrokeOff = "opc:stream:CannotRead";
   const bool isUnopened = failure.GetID() == "fl:filesystem:OpenFailed";
-  if (!isUnopened && failure.GetID() != "opc:stream:CannotRead") return false;
-  // Found by the name alone: in a folder of links it has another path.
-  const std::u16string name = fs::extract_filename(failure.GetArguments().at(isUnopened ? 0 : 1));
-  const auto isUnread = [&](const std::u16string& file) { return fs::extract_filename(file) == name; };
+  if (!isUnopened && failure.GetID() != kBrokeOff) return false;
+  std::vector<except_with_causes> failures;
+  // Where one cannot be opened, others may not either. The module would tell of one after each save.
+  if (isUnopened) failures = failuresToOpen(files);
+  if (failures.empty()) failures.push_back(failure);
+  // Found by the name alone: in a folder of links a file has another path.
+  std::set<std::u16string> names;
+  for (const except_with_causes& one : failures)
+    names.insert(fs::extract_filename(one.GetArguments().at(one.GetID() == kBrokeOff ? 1 : 0)));
+  const auto isUnread = [&](const std::u16string& file) {
+    return names.contains(fs::extract_filename(file));
+  };
   if (std::erase_if(files, isUnread) == 0) return false;
   std::erase_if(addition.files, isUnread);
-  addition.failures.push_back(failure);
-  tellError(request.format, failure);
+  for (const except_with_causes& one : failures) {
+    addition.failures.push_back(one);
+    tellError(request.format, one);
+  }
   // Nothing shows which entries were replaced already; replacing one by the same data again changes nothing.
   if (request.has("--replace")) return true;
   opc::model::Package after(request.one("FILE"));

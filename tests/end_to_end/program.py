@@ -27,10 +27,10 @@ class ProgramTest(unittest.TestCase):
         """What the program says, after a check of its exit code: (standard output, standard error)."""
         environment = {**os.environ, "TZ": "UTC", **options.pop("environment", {})}
         options.setdefault("stdout", subprocess.PIPE)
-        # The superuser may write everywhere, unless that capability is taken away. Another user might not even reach
+        # The superuser may read and write everywhere, unless these capabilities are taken away. Another user might not even reach
         # the program, in the superuser's home.
         is_super = options.pop("is_bound_by_modes", False) and os.geteuid() == 0
-        before = ["setpriv", "--bounding-set=-dac_override"] if is_super else []
+        before = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if is_super else []
         if "input" not in options:
             options["stdin"] = subprocess.DEVNULL
         done = subprocess.run([*before, PROGRAM, *words], stderr=subprocess.PIPE, cwd=self.folder,

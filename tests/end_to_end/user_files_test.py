@@ -115,11 +115,15 @@ class Add(UserFiles):
         for link, target in [("plots/nowhere", "nothing"), ("plots/folder", "."), ("dangling", "nothing")]:
             (self.folder / link).symlink_to(target)
         Path(os.fsdecode(os.fsencode(self.folder) + b"/plots/not utf-8 \xff")).touch()
+        for secret in ("plots/a secret", "plots/another"):
+            self.write(secret, "x").chmod(0)
         for options in ([], ["--replace"]):
-            output, errors = self.run_program("add", "--json", "s.tavlox", "plots", "dangling", "c", *options, exit_code=1)
+            output, errors = self.run_program("add", "--json", "s.tavlox", "plots", "dangling", "c", *options, exit_code=1,
+                                              is_bound_by_modes=True)
             self.assertEqual(sorted(json.loads(output)["Added"]), ["/user/a.png", "/user/b", "/user/c"])
             named = [json.loads(line)["error"]["arguments"][0] for line in errors.splitlines()]
-            self.assertEqual(sorted(named), ["dangling", "plots", "plots/folder", "plots/nowhere"])
+            self.assertEqual(sorted(Path(name).name for name in named),
+                             ["a secret", "another", "dangling", "folder", "nowhere", "plots"])
         self.assertEqual(self.entry_data("/user/a.png"), b"a")
         error = self.run_program("add", "s.tavlox", "plots", exit_code=1)[1]
         self.assertRegex(error, r'"(a\.png|b)" cannot be stored .* \[tavlox_io:general:CannotAddEntry\]')

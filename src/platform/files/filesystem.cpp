@@ -172,8 +172,4 @@ OpenFile DirectoryIterator::open(const Entry& last) const {
   return openFile(dirfd(state_->folder.get()), state_->listed->d_name, last.path);
 }
 
-bool DirectoryIterator::mayRead() const {
-  return faccessat(dirfd(state_->folder.get()), state_->listed->d_name, R_OK, AT_EACCESS) == 0;
-}
-
 }  // namespace fl::filesystem

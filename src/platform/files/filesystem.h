@@ -78,8 +78,6 @@ class DirectoryIterator {
 
   /// Opens what `next` gave last. A link is looked at before it is followed. Raises as the function below.
   OpenFile open(const Entry& last) const;
-  /// Whether the access rights of what `next` gave last let it be read. That may still fail.
-  bool mayRead() const;
 
  private:
   struct State;

@@ -29,8 +29,12 @@ const RelationshipsDocument* relationshipsOf(const IndexedPart& part) {
   return part.relationships ? &part.relationships->document : nullptr;
 }
 
-/// A key as it is sorted.
 std::string_view withoutSlash(std::string_view key) { return key.substr(1); }
+
+/// With the slash behind it; empty for what lies in the root.
+std::string_view folderOf(std::string_view keyWithoutSlash) {
+  return keyWithoutSlash.substr(0, keyWithoutSlash.rfind('/') + 1);
+}
 
 }  // namespace
 
@@ -61,7 +65,7 @@ void OpenPackage::close() {
 }
 
 void OpenPackage::closeWithoutSaving() noexcept {
-  sortedKeys_.reset();  // points into what goes below
+  folders_.reset();  // points into what goes below
   changes_.clear();
   contentTypes_.reset();
   relationships_.reset();
@@ -98,7 +102,7 @@ std::optional<PartView> OpenPackage::find(std::string_view key) const {
     if (!change.data) view.entry = &index_->entries()[change.original->entry];
     view.relationships = relationshipsOf(*change.original);
   }
-  if (change.relationships) view.relationships = &*change.relationships;
+  if (change.relationships) view.relationships = change.relationships.get();
   return view;
 }
 
@@ -229,9 +233,9 @@ void OpenPackage::putNew(const PartName& name, const model::ContentType& type,
   freeKey_.clear();
   const auto [created, isNew] = changes_.insert_or_assign(
       name.key(),
-      PartChange{name, type, index_->find(name.key()), false, ++creations_, std::move(data), std::nullopt});
+      PartChange{name, type, index_->find(name.key()), false, ++creations_, std::move(data), nullptr});
   ++entryCount_;
-  sortedKeys().insert(withoutSlash(created->first));
+  if (folders_) ++(*folders_)[folderOf(withoutSlash(created->first))];
   editContentTypes().setOverride(name.encoded(), type);
   // A new part starts without relationships, also where some were left behind.
   const auto orphan = index_->orphanedRelationships(name.key());
@@ -247,7 +251,7 @@ void OpenPackage::checkEntryCount() const {
 }
 
 // Neither "/a" when there is "/a/b", nor "/a/b" when there is "/a". The folders above a name are few, and
-// are looked up one by one; the names below it follow it in the sorted keys.
+// are looked up one by one; the names below it lie in folders whose names begin with it.
 void OpenPackage::checkIsNotDerived(const PartName& name) {
   const auto raiseBeside = [&](std::string_view key) {
     const PartName other = storedName(PartName::tryFromEncoded(key).value());
@@ -259,24 +263,32 @@ void OpenPackage::checkIsNotDerived(const PartName& name) {
     if (hasKey(folder)) raiseBeside(folder);
   }
   const std::string folder = std::string(withoutSlash(key)) + '/';
-  // If any name starts with the folder, the first that does not come before it does.
-  const auto next = sortedKeys().lower_bound(folder);
-  if (next != sortedKeys().end() && next->starts_with(folder)) raiseBeside(std::string("/").append(*next));
+  // If any folder's name starts with it, the first that does not come before it does.
+  const auto next = folders().lower_bound(folder);
+  if (next == folders().end() || !next->first.starts_with(folder)) return;
+  std::string_view first;
+  forEachKey([&](std::string_view other) {
+    if (other.starts_with(folder) && (first.empty() || other < first)) first = other;
+  });
+  raiseBeside(std::string("/").append(first));
 }
 
-std::set<std::string_view>& OpenPackage::sortedKeys() {
-  // Built from both layers when the first part is created, and kept up to date from then on.
-  if (sortedKeys_) return *sortedKeys_;
-  sortedKeys_.emplace();
+void OpenPackage::forEachKey(const auto& visit) const {
   std::string key;
   for (const IndexedPart& part : index_->parts()) {
     key.assign("/").append(index_->keyOf(part));
-    if (!changes_.contains(key)) sortedKeys_->insert(index_->keyOf(part));
+    if (!changes_.contains(key)) visit(index_->keyOf(part));
   }
   for (const auto& [changed, change] : changes_) {
-    if (!change.isDeleted) sortedKeys_->insert(withoutSlash(changed));
+    if (!change.isDeleted) visit(withoutSlash(changed));
   }
-  return *sortedKeys_;
+}
+
+std::map<std::string_view, std::size_t>& OpenPackage::folders() {
+  if (folders_) return *folders_;
+  folders_.emplace();
+  forEachKey([this](std::string_view key) { ++(*folders_)[folderOf(key)]; });
+  return *folders_;
 }
 
 OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
@@ -284,7 +296,7 @@ OpenPackage::PartChange& OpenPackage::change(const PartName& name) {
   if (found != changes_.end()) return found->second;
   const IndexedPart* part = index_->find(name.key());
   // Callers have found the part, so without a change it is one of the file.
-  PartChange unchanged{index_->nameOf(*part), *part->type, part, false, 0, nullptr, std::nullopt};
+  PartChange unchanged{index_->nameOf(*part), *part->type, part, false, 0, nullptr, nullptr};
   return changes_.emplace(name.key(), std::move(unchanged)).first->second;
 }
 
@@ -296,7 +308,10 @@ void OpenPackage::remove(const PartName& name) {
   // The part's relationships go with it.
   if (view->relationships) relationshipCount_ -= view->relationships->size();
   --entryCount_;
-  if (sortedKeys_) sortedKeys_->erase(withoutSlash(name.key()));
+  if (folders_) {
+    const auto folder = folders_->find(folderOf(withoutSlash(name.key())));
+    if (--folder->second == 0) folders_->erase(folder);
+  }
   PartChange& part = change(name);
   editContentTypes().removeOverride(name.key());
   // Some writers name relationship parts there too; one left behind would be about nothing.
@@ -363,13 +378,15 @@ RelationshipsDocument& OpenPackage::editRelationships(const PartName* source) {
   PartChange& part = change(*source);
   if (part.relationships) return *part.relationships;
   if (before) {
-    return part.relationships.emplace(
+    part.relationships = std::make_unique<RelationshipsDocument>(
         index_->editableRelationships(file_, part.original->relationships->entry, part.name.encoded()));
+    return *part.relationships;
   }
   // The first relationship of a part makes its relationship part.
   ++entryCount_;
   freeKey_.clear();
-  return part.relationships.emplace(part.name.encoded());
+  part.relationships = std::make_unique<RelationshipsDocument>(part.name.encoded());
+  return *part.relationships;
 }
 
 Relationship OpenPackage::addRelationship(const PartName* source, std::u16string_view type,

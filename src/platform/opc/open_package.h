@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -114,7 +113,7 @@ class OpenPackage {
     /// Created anew, with nothing of the original; the number orders the new parts, from 1.
     std::uint64_t creation = 0;
     std::shared_ptr<zip::Spool> data;
-    std::optional<RelationshipsDocument> relationships;
+    std::unique_ptr<RelationshipsDocument> relationships;  // few parts have any, and it is large
   };
 
   /// Before every change: raises unless the package may be changed, and reads the documents that changes
@@ -136,8 +135,11 @@ class OpenPackage {
   /// Raises if there is "/a" and this is "/a/b", or the other way round (ECMA-376 part 2, part naming).
   void checkIsNotDerived(const model::PartName& name);
   void checkEntryCount() const;
-  /// The keys of all parts there are, without the leading "/".
-  std::set<std::string_view>& sortedKeys();
+  /// Calls `visit` with the keys of all parts there are, without the leading "/".
+  void forEachKey(const auto& visit) const;
+  /// How many parts lie directly in each folder that has any. A folder's key is that of a part up to its last
+  /// "/", without the leading one.
+  std::map<std::string_view, std::size_t>& folders();
   /// Writes everything to the path, see SavePlan.
   void save();
 
@@ -167,9 +169,9 @@ class OpenPackage {
   // Of the package's relationships, in their order where targets are equal; only once somebody asks by
   // target, as replacing many files in one go does.
   mutable std::optional<std::multimap<std::u16string, std::string>> idsByTarget_;
-  // Of the parts there are, without the leading "/", for finding derived names; sorted only once a part is
-  // created.
-  std::optional<std::set<std::string_view>> sortedKeys_;
+  // For finding derived names: counted only once a part is created, and kept up to date from then on. Most
+  // packages have few folders, whatever the number of their parts.
+  std::optional<std::map<std::string_view, std::size_t>> folders_;
   // Of the name that was found free last, if nothing has changed since: who creates a part asks for it before
   // and after the data is read.
   std::string freeKey_;

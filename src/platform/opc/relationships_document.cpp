@@ -288,9 +288,11 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   if (types_.empty() || *types_.back() != type) {
     types_.push_back(std::make_shared<const std::u16string>(type));
   }
-  std::vector<xml::WrittenAttribute> attributes{{"Id", itsId}, {"Type", narrowType}, {"Target", itsTarget}};
-  if (isExternal) attributes.push_back({"TargetMode", "External"});
-  written_.push_back(text_.append(xml::writeElement(text_.prefixed("Relationship"), attributes)));
+  const xml::WrittenAttribute attributes[] = {
+      {"Id", itsId}, {"Type", narrowType}, {"Target", itsTarget}, {"TargetMode", "External"}};
+  const std::string written =
+      xml::writeElement(text_.prefixed("Relationship"), std::span(attributes, isExternal ? 4 : 3));
+  written_.push_back(text_.append(written));
   append(itsId, types_.size() - 1, itsTarget, mode);
   // A target that was checked resolves to itself.
   return {itsId, types_.back(), target, mode};

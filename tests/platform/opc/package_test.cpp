@@ -221,6 +221,8 @@ TEST_F(Parts, AreCreatedUnderNamesOfTheirOwn) {
   package_.deletePart(PartName(u"/user/a.txt/old.txt"));
   EXPECT_EQ(create(u"/user/a.txt/b"), "");
   EXPECT_EQ(create(u"/USER/a.txt"), "opc:part:DerivedName");
+  package_.deletePart(PartName(u"/user/a.txt/b"));
+  EXPECT_EQ(create(u"/USER/a.txt"), "");
 }
 
 TEST_F(Parts, AreFoundByTargetWhileRelationshipsChange) {

@@ -52,15 +52,15 @@ class Adder {
   /// name and is what messages call it.
   void add(const std::u16string& diskPath, const fs::OpenFile& file) {
     // The folders above the file on disk are not kept.
-    const std::u16string path =
-        fs::make_generic_form(fs::concatenate(folder_, fs::extract_filename(diskPath)));
+    const std::u16string fileName = fs::extract_filename(diskPath);
+    const std::u16string path = fs::make_generic_form(fs::concatenate(folder_, fileName));
     opc::model::Package& package = ref_.package();
     std::optional<PartName> name;
     // Where an old entry is looked for, the package library's own error is the one that counts.
     if (replaces_) name.emplace(path);
     if (!replaces_) orCannotAdd(ref_, path, [&] { name.emplace(path); });
     const auto replaced = replaces_ ? findReplaced(package, *name) : std::nullopt;
-    const ContentType& type = typeOf(diskPath);
+    const ContentType& type = typeOf(fileName);
     // A name that will be refused is refused before gigabytes are read for it.
     if (!replaced) orCannotAdd(ref_, path, [&] { package.checkCanCreate(*name); });
     // All of the file is taken in before the package changes: if that fails, the old entry is still there.
@@ -77,8 +77,8 @@ class Adder {
 
  private:
   /// Most files of a folder have one extension, whose type they share.
-  const ContentType& typeOf(const std::u16string& diskPath) {
-    std::u16string extension = fs::extract_extension(diskPath);
+  const ContentType& typeOf(const std::u16string& fileName) {
+    std::u16string extension = fs::extract_extension(fileName);
     if (type_ && extension == extension_) return *type_;
     const std::u16string type(tavlox::DataExportFile::contentType);
     type_.emplace(type + u"+" + extension);

@@ -7,12 +7,14 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -30,6 +32,7 @@ using std::filesystem::path;
 struct Subject {
   path file;
   path argument;
+  path output;
   zobs::COSClient client{"calls"};
   zobs::COSInterfacePointer object;
 
@@ -40,7 +43,6 @@ struct Subject {
     zobs::callMethod(client, object, method, std::move(inputs));
   }
   path copy() const { return path(file) += ".copy"; }
-  path output() const { return path(file) += ".out"; }
 };
 
 void nothing(Subject& /*subject*/) {}
@@ -57,7 +59,13 @@ void copyFile(Subject& subject) {
   subject.construct(subject.copy());
 }
 
-void removeOutput(Subject& subject) { std::filesystem::remove_all(subject.output()); }
+/// A folder for each call, which stays: behind many deleted files some file systems take several times as
+/// long to make new ones, and that is not the call's time.
+void makeOutput(Subject& subject) {
+  std::string name = subject.file.string() + ".out-XXXXXX";
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error(name + " cannot be made");
+  subject.output = name;
+}
 
 void readProperties(Subject& subject) {
   for (const char* name : {"Filename", "Description", "LastModified", "Version", "Compression", "NumRuns",
@@ -91,10 +99,10 @@ const std::map<std::string_view, Operation> kOperations{
      {copyFile,
       [](Subject& subject) { subject.call("setFileDescription", {std::u16string(u"another one")}); }}},
     {"get",
-     {removeOutput,
+     {makeOutput,
       [](Subject& subject) {
         subject.call("getFile",
-                     {std::u16string(u"/user"), std::u16string(u"OutputPath"), subject.output().u16string()});
+                     {std::u16string(u"/user"), std::u16string(u"OutputPath"), subject.output.u16string()});
       }}},
     {"nothing", {nothing, nothing}},
 };
@@ -142,7 +150,6 @@ int main(int count, char** words) try {
   subject.construct(subject.file);
   for (int round = std::stoi(words[1]); round > 0; --round) measure(subject, operation->second);
   std::filesystem::remove(subject.copy());
-  std::filesystem::remove_all(subject.output());
 } catch (const std::exception& error) {
   std::fprintf(stderr, "calls: %s\n", error.what());
   return 1;

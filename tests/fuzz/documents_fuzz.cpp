@@ -138,6 +138,8 @@ void coreProperties(std::string_view bytes) {
 }
 
 void partNames(std::string_view bytes) {
+  const std::string absolute = std::string("/").append(bytes);
+  require(PartName::isKeyOfEntry(bytes) == (PartName::tryKey(absolute) == absolute));
   if (const auto name = PartName::tryFromEncoded(bytes)) {
     require(opc::model::nameKey(bytes) == name->key());
     checkName(*name);

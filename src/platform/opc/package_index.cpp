@@ -59,13 +59,13 @@ bool isPiece(std::string_view segment) {
 }
 
 ItemKind kindOf(std::string_view name) {
+  // Most names end in a letter that none of the others does.
+  if (std::string_view("/lLeEsS").find(name.back()) == std::string_view::npos) return ItemKind::Other;
   if (name.ends_with('/')) return ItemKind::Folder;
   if (percent::equalsIgnoringCase(name, "[Content_Types].xml")) return ItemKind::ContentTypes;
   const std::string_view segment = lastSegment(name);
   if (isPiece(segment)) return ItemKind::InterleavedPiece;
-  // The last letter is asked for first: few names end in "rels", and then the folder need not be looked for.
-  const bool isRelationships = (segment.back() == 's' || segment.back() == 'S') &&
-                               model::isRelationshipPart(lastSegment(folderOf(name)), segment);
+  const bool isRelationships = model::isRelationshipPart(lastSegment(folderOf(name)), segment);
   return isRelationships ? ItemKind::Relationships : ItemKind::Other;
 }
 
@@ -101,7 +101,6 @@ class PackageIndex::Reader {
     index_.directory_ = zip::Directory::read(*file_, remaining_);
     // Nearly all of them will be parts.
     index_.parts_.reserve(index_.entries().size());
-    index_.partsByKey_.reserve(index_.entries().size());
     for (EntryIndex entry = 0; entry < index_.entries().size(); ++entry) {
       zip::holds(tell_, &at(entry), [&] { sortItem(entry); });
     }
@@ -149,21 +148,23 @@ class PackageIndex::Reader {
   /// What may be a part; its type is not known yet.
   void addItem(EntryIndex entry) {
     std::uint32_t key = 0;
-    if (!model::PartName::isKey(slashed(at(entry).name))) {
-      const auto other = model::PartName::tryKey(slashed_);
+    if (!model::PartName::isKeyOfEntry(at(entry).name)) {
+      const auto other = keyOfItem(at(entry).name);
       if (!other) return;
-      index_.keyTexts_.push_back(index_.keys_.add(std::string_view(*other).substr(1)));
-      key = static_cast<std::uint32_t>(index_.keyTexts_.size());
+      if (index_.find(*other) != nullptr) refuseEquivalent(entry);
+      key = addOtherKey(entry, std::string_view(*other).substr(1));
+    } else if (!index_.otherKeys_.empty() && index_.find(slashed(at(entry).name)) != nullptr) {
+      // Among items that are called by their keys the directory has found the equal ones.
+      refuseEquivalent(entry);
     }
     index_.parts_.push_back({static_cast<std::uint32_t>(entry), key, nullptr, nullptr});
-    if (addToIndex(index_.parts_.size() - 1)) return;
-    index_.parts_.pop_back();
-    refuseEquivalent(entry);
   }
 
-  bool addToIndex(std::size_t position) {
-    return index_.partsByKey_.add(position,
-                                  [this](std::size_t part) { return index_.keyOf(index_.parts_[part]); });
+  std::uint32_t addOtherKey(EntryIndex entry, std::string_view key) {
+    index_.otherKeys_.push_back({index_.keys_.add(key), entry});
+    const std::size_t count = index_.otherKeys_.size();
+    index_.byOtherKey_.add(count - 1, [this](std::size_t index) { return index_.keyAt(index); });
+    return static_cast<std::uint32_t>(count);
   }
 
   void readContentTypes();
@@ -176,8 +177,6 @@ class PackageIndex::Reader {
       if (hasNoType(part)) index_.otherItems_.emplace(slashed(index_.keyOf(part)));
     }
     std::erase_if(index_.parts_, hasNoType);
-    index_.partsByKey_ = {};
-    for (std::size_t position = 0; position < index_.parts_.size(); ++position) addToIndex(position);
   }
 
   void addRelationships(EntryIndex entry) {
@@ -302,9 +301,11 @@ class PackageIndex::TypeReader : public ContentTypesReader {
   /// The type as the index has it. Copies share their text, by which it is known.
   const model::ContentType* kept(const model::ContentType& type) {
     const std::string* const text = &type.encoded();
+    // Most often that of the item before.
+    if (last_ != nullptr && &last_->encoded() == text) return last_;
     auto [known, isNew] = kept_.emplace(text, nullptr);
     if (isNew) known->second = &index_.types_.emplace_back(type);
-    return known->second;
+    return last_ = known->second;
   }
 
   PackageIndex& index_;
@@ -312,6 +313,7 @@ class PackageIndex::TypeReader : public ContentTypesReader {
   boost::unordered_flat_map<std::string, const model::ContentType*, fl::i18n::TextHash, std::equal_to<>>
       defaults_;
   boost::unordered_flat_map<const std::string*, const model::ContentType*> kept_;
+  const model::ContentType* last_ = nullptr;  // of those
   boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> ofNoPart_;
 };
 
@@ -356,11 +358,6 @@ bool PackageIndex::describes(const fl::filesystem::FileIdentity& current, const 
   return identity_ == current && limits_ == limits && !mayHaveChangedUnseen_;
 }
 
-const std::vector<zip::Entry>& PackageIndex::entries() const {
-  static const std::vector<zip::Entry> kNone;
-  return directory_ ? directory_->entries() : kNone;
-}
-
 std::string_view PackageIndex::comment() const {
   return directory_ ? directory_->comment() : std::string_view();
 }
@@ -368,10 +365,19 @@ std::string_view PackageIndex::comment() const {
 std::uint64_t PackageIndex::directoryOffset() const { return directory_ ? directory_->offset() : 0; }
 
 const IndexedPart* PackageIndex::find(std::string_view key) const {
-  if (key.empty()) return nullptr;
-  const auto found =
-      partsByKey_.find(key.substr(1), [this](std::size_t part) { return keyOf(parts_[part]); });
-  return found ? &parts_[*found] : nullptr;
+  if (key.empty() || !directory_) return nullptr;
+  key.remove_prefix(1);
+  // What is called like a key has that key.
+  if (const auto entry = directory_->find(key)) {
+    if (const IndexedPart* part = partOf(*entry)) return part;
+  }
+  const auto other = byOtherKey_.find(key, [this](std::size_t index) { return keyAt(index); });
+  return other ? partOf(otherKeys_[*other].entry) : nullptr;
+}
+
+const IndexedPart* PackageIndex::partOf(EntryIndex entry) const {
+  const auto found = std::ranges::lower_bound(parts_, entry, {}, &IndexedPart::entry);
+  return found != parts_.end() && found->entry == entry ? &*found : nullptr;
 }
 
 model::PartName PackageIndex::nameOf(const IndexedPart& part) const {

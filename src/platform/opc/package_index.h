@@ -70,7 +70,7 @@ class PackageIndex {
   const zip::Limits& limits() const { return limits_; }
 
   /// In the order of the directory; none in a new package.
-  const std::vector<zip::Entry>& entries() const;
+  const std::vector<zip::Entry>& entries() const { return directory_ ? directory_->entries() : kNoEntries; }
   /// The archive's comment and where its directory starts.
   std::string_view comment() const;
   std::uint64_t directoryOffset() const;
@@ -88,7 +88,7 @@ class PackageIndex {
   const IndexedPart* find(std::string_view key) const;
   /// PartName::key without the leading "/". Most entries are called so, and then it is their name.
   std::string_view keyOf(const IndexedPart& part) const {
-    return part.key == 0 ? entries()[part.entry].name : keys_.at(keyTexts_[part.key - 1]);
+    return part.key == 0 ? entries()[part.entry].name : keyAt(part.key - 1);
   }
   model::PartName nameOf(const IndexedPart& part) const;
   /// Whether an item that is no part has this key. No new part may be called so: it would be saved beside an
@@ -109,6 +109,11 @@ class PackageIndex {
   class Reader;
   class TypeReader;
   PackageIndex() = default;
+  /// The part that an entry is; null if it is none.
+  const IndexedPart* partOf(EntryIndex entry) const;
+  std::string_view keyAt(std::size_t index) const { return keys_.at(otherKeys_[index].text); }
+
+  inline static const std::vector<zip::Entry> kNoEntries;
 
   fl::filesystem::FileIdentity identity_;
   zip::Limits limits_;
@@ -119,12 +124,15 @@ class PackageIndex {
   RelationshipsDocument relationships_;
   std::optional<EntryIndex> contentTypesEntry_, relationshipsEntry_;
   std::size_t relationshipCount_ = 0;
-  // In the order of the directory; `partsByKey_` finds positions by their keys.
-  std::vector<IndexedPart> parts_;
-  // Those that are not how the entry is called.
+  std::vector<IndexedPart> parts_;  // in the order of the directory
+  // The keys that are not how their entry is called. All others are found by the directory.
+  struct OtherKey {
+    TextStore::Location text;
+    EntryIndex entry;
+  };
   TextStore keys_;
-  std::vector<TextStore::Location> keyTexts_;
-  fl::i18n::TextIndex partsByKey_;
+  std::vector<OtherKey> otherKeys_;
+  fl::i18n::TextIndex byOtherKey_;
   // Keys of what is no part.
   boost::unordered_flat_set<std::string, fl::i18n::TextHash, std::equal_to<>> otherItems_;
   // Relationship parts without a part, by the key of that.

@@ -1,6 +1,7 @@
 #include "platform/opc/part_name.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "platform/errors/package_errors.h"
@@ -97,26 +98,35 @@ bool isCanonical(std::string_view encoded) {
          !hasEncodedSeparator(encoded);
 }
 
-/// Whether a name is its own key, in one pass over it, as far as that is easily told: false says nothing.
-/// Escapes have only digits here, and nothing contains "_rels".
-bool isPlainKey(std::string_view encoded) {
-  if (encoded.empty() || encoded[0] != '/' || encoded.size() > kMaximalLength) return false;
-  char previous = '/';
-  for (std::size_t at = 1; at < encoded.size(); ++at) {
-    const char c = encoded[at];
-    if (c == '%') {
-      if (!isDigitEscape(encoded.substr(at, 3))) return false;
+/// What stands for itself in every key, wherever it stands.
+constexpr std::array<bool, 256> kPlain = [] {
+  std::array<bool, 256> plain{};
+  for (int c = 0; c < 256; ++c) plain[c] = percent::kSegmentLiterals.contains(static_cast<char>(c));
+  for (int c = 'A'; c <= 'Z'; ++c) plain[c] = false;
+  plain['_'] = false;
+  return plain;
+}();
+
+/// Whether the name of an entry is the key of a part but for the leading "/", in one pass over it, as far as
+/// that is easily told: false says nothing. Escapes have only digits here, and nothing contains "_rels".
+bool isPlainKey(std::string_view name) {
+  if (name.size() >= kMaximalLength) return false;
+  // With an empty segment, or one that ends in a dot.
+  const auto endsBadly = [&](std::size_t end) {
+    return end == 0 || name[end - 1] == '/' || name[end - 1] == '.';
+  };
+  const auto isSpecial = [](unsigned char c) { return !kPlain[c]; };
+  for (std::size_t at = 0;; ++at) {
+    at = static_cast<std::size_t>(std::find_if(name.begin() + at, name.end(), isSpecial) - name.begin());
+    if (at == name.size()) break;
+    const char c = name[at];
+    if (c == '%' && isDigitEscape(name.substr(at, 3))) {
       at += 2;
-    } else if (c == '/') {
-      // An empty segment, or one that ends in a dot.
-      if (previous == '/' || previous == '.') return false;
-    } else if (!percent::kPathLiterals.contains(c) || (c >= 'A' && c <= 'Z') ||
-               (c == '_' && encoded.substr(at + 1, 4) == "rels")) {
+    } else if (c == '/' ? endsBadly(at) : c != '_' || name.substr(at + 1, 4) == "rels") {
       return false;
     }
-    previous = c;
   }
-  return previous != '/' && previous != '.';
+  return !endsBadly(name.size());
 }
 
 /// The form in which a decoded name is stored, or the rule that the name breaks.
@@ -189,7 +199,11 @@ std::optional<std::string> PartName::tryKey(std::string_view encoded) {
   return form ? std::optional(percent::toLower(*form)) : std::nullopt;
 }
 
-bool PartName::isKey(std::string_view encoded) { return isPlainKey(encoded) || tryKey(encoded) == encoded; }
+bool PartName::isKeyOfEntry(std::string_view name) {
+  if (isPlainKey(name)) return true;
+  const std::string encoded = std::string("/").append(name);
+  return tryKey(encoded) == encoded;
+}
 
 std::string relationshipPartNameOf(std::string_view encodedName) {
   const std::size_t slash = encodedName.rfind('/');

@@ -29,8 +29,8 @@ class PartName {
   static std::optional<std::u16string> tryDecode(std::string_view encoded);
   /// Only the `key` of it.
   static std::optional<std::string> tryKey(std::string_view encoded);
-  /// Whether a text is the key of itself, as most stored names are.
-  static bool isKey(std::string_view encoded);
+  /// Whether the name of an entry, which has no leading "/", is the key but for that, as most are.
+  static bool isKeyOfEntry(std::string_view name);
 
   /// Decoded, for callers and messages.
   const std::u16string& text() const { return texts_->text; }

@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 
 #include "platform/errors/package_errors.h"
-#include "platform/text/text_index.h"
 #include "platform/zip/local_headers.h"
 #include "platform/zip/records.h"
 
@@ -241,18 +240,6 @@ bool readEntry(const Record& record, Entry& entry, const std::string& path, cons
   return hasPlace;
 }
 
-/// Compares bytes. Names that differ, but are the same by the rules for part names, are found by the
-/// package's index.
-void checkNamesDiffer(const std::vector<Entry>& entries, const std::string& path, const RuleBroken& tell) {
-  fl::i18n::TextIndex names;
-  names.reserve(entries.size());
-  const auto nameAt = [&](std::size_t index) { return entries[index].name; };
-  for (std::size_t index = 0; index < entries.size(); ++index) {
-    if (names.add(index, nameAt)) continue;
-    holds(tell, &entries[index], [&] { refuse("opc:zip:DuplicateName", path, entries[index].name); });
-  }
-}
-
 /// What opening a package does with a broken rule.
 void throwRule(const opc::model::PackageOpenFailed& rule, const Entry*) { throw rule; }
 
@@ -275,6 +262,17 @@ void Directory::readRecords(const InputFile& file, std::uint64_t bytes, std::uin
   }
 }
 
+/// Compares bytes. Names that differ, but are the same by the rules for part names, are found by the
+/// package's index.
+void Directory::checkNamesDiffer(const std::string& path, const RuleBroken& tell) {
+  names_.reserve(entries_.size());
+  const auto nameAt = [this](std::size_t index) { return entries_[index].name; };
+  for (std::size_t index = 0; index < entries_.size(); ++index) {
+    if (names_.add(index, nameAt)) continue;
+    holds(tell, &entries_[index], [&] { refuse("opc:zip:DuplicateName", path, entries_[index].name); });
+  }
+}
+
 std::optional<Directory> Directory::audit(const InputFile& file, const Limits& limits,
                                           const RuleBroken& tell) {
   std::optional<Directory> directory(Directory{});
@@ -294,7 +292,7 @@ std::optional<Directory> Directory::audit(const InputFile& file, const Limits& l
   // Behind a record that is cut off there are no others; those before it are looked at all the same.
   holds(note, nullptr, [&] { directory->readRecords(file, end.directorySize, end.entries, note); });
   // Local headers come last: their offsets are taken from records that have been found sound.
-  checkNamesDiffer(directory->entries_, file.path(), note);
+  directory->checkNamesDiffer(file.path(), note);
   checkLocalHeaders(file, directory->entries_, directory->offset_, note);
   if (!isSound) directory.reset();
   return directory;

@@ -10,6 +10,7 @@
 
 #include "platform/errors/package_errors.h"
 #include "platform/files/descriptor.h"
+#include "platform/text/text_index.h"
 #include "platform/zip/limits.h"
 
 namespace zip {
@@ -73,6 +74,10 @@ class Directory {
 
   /// In the order of the central directory.
   const std::vector<Entry>& entries() const { return entries_; }
+  /// The index of the entry of exactly this name, or nothing.
+  std::optional<std::size_t> find(std::string_view name) const {
+    return names_.find(name, [this](std::size_t index) { return entries_[index].name; });
+  }
   /// The archive's comment: raw bytes, at most 65,535.
   std::string_view comment() const { return comment_; }
   /// Where the central directory starts: new entries may be appended from here on in a clone.
@@ -82,9 +87,11 @@ class Directory {
   Directory() = default;
   void readRecords(const fl::filesystem::InputFile& file, std::uint64_t bytes, std::uint64_t declaredEntries,
                    const RuleBroken& tell);
+  void checkNamesDiffer(const std::string& path, const RuleBroken& tell);
 
   std::unique_ptr<char[]> records_;
   std::vector<Entry> entries_;
+  fl::i18n::TextIndex names_;
   std::string comment_;
   std::uint64_t offset_ = 0;
 };

@@ -83,8 +83,6 @@ class HeaderCheck {
 
   /// Refuses the entry if it reaches from `offset` into the next entry or the directory.
   void requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const;
-  /// Where the next entry in the file, or the directory, starts.
-  std::uint64_t nextOffset() const;
   const Entry& inFileOrder(std::size_t index) const { return entries_[order_[index]]; }
 
   /// Bytes of the file that lie before the directory; valid until the next call.
@@ -99,6 +97,7 @@ class HeaderCheck {
   const RuleBroken& tell_;
   std::vector<std::uint32_t> order_;  ///< of the entries in the file
   std::size_t following_ = 0;         ///< index in `order_` behind the entry that is being checked
+  std::uint64_t nextOffset_ = 0;      ///< where that next entry in the file, or the directory, starts
 
   std::unique_ptr<char[]> window_ = std::make_unique_for_overwrite<char[]>(kWindow);
   std::uint64_t windowOffset_ = 0, windowEnd_ = 0;
@@ -118,6 +117,8 @@ HeaderCheck::HeaderCheck(const fl::filesystem::InputFile& file, std::vector<Entr
 void HeaderCheck::run() {
   for (const std::uint32_t index : order_) {
     ++following_;
+    nextOffset_ = directoryOffset_;
+    if (following_ < order_.size()) nextOffset_ = std::min(nextOffset_, inFileOrder(following_).headerOffset);
     holds(tell_, &entries_[index], [&] { check(entries_[index]); });
   }
 }
@@ -204,7 +205,7 @@ Given HeaderCheck::checkNumbers(const Entry& entry, const Header& header) const 
 }
 
 std::uint64_t HeaderCheck::descriptorSize(const Entry& entry, const Header& header, Given given) {
-  const std::uint64_t room = nextOffset() - entry.endOffset;
+  const std::uint64_t room = nextOffset_ - entry.endOffset;
   const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(room, kLargestDescriptor));
   const char* at = bytes(entry.endOffset, count);
   std::uint64_t best = 0;
@@ -227,16 +228,10 @@ std::uint64_t HeaderCheck::descriptorSize(const Entry& entry, const Header& head
 }
 
 void HeaderCheck::requireRoom(const Entry& entry, std::uint64_t offset, std::uint64_t count) const {
+  if (offset <= nextOffset_ && count <= nextOffset_ - offset) return;
   if (offset > directoryOffset_ || count > directoryOffset_ - offset)
     refuse("opc:zip:EntryOutOfBounds", path(), entry.name);
-  const std::uint64_t end = nextOffset();
-  if (offset > end || count > end - offset)
-    refuse("opc:zip:EntriesOverlap", path(), entry.name, inFileOrder(following_).name);
-}
-
-std::uint64_t HeaderCheck::nextOffset() const {
-  return following_ == order_.size() ? directoryOffset_
-                                     : std::min(directoryOffset_, inFileOrder(following_).headerOffset);
+  refuse("opc:zip:EntriesOverlap", path(), entry.name, inFileOrder(following_).name);
 }
 
 const char* HeaderCheck::bytes(std::uint64_t offset, std::size_t count) {

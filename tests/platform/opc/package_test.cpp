@@ -48,6 +48,8 @@ TEST(Opening, TakesWhatRealFilesContainAndRefusesWithTheRuleThatIsBroken) {
       {{{"[CONTENT_types].xml", contentTypes()}}, "opc:package:ContentTypesTwice"},
       {{{"a.txt", "1"}, {"A.TXT", "2"}}, twins},
       {{{"aa.txt", "1"}, {"a%61.txt", "2"}}, twins},
+      {{{"A.TXT", "1"}, {"a.txt", "2"}}, twins},
+      {{{"A.txt", "1"}, {"a.TXT", "2"}}, twins},
       {{{"a.bin", "no type"}, {"A.bin", "2"}}, twins},
       {{{"a.txt", ""}, {"_rels/a.txt.rels", none}, {"_RELS/A.txt.rels", none}}, twins},
       {{{"_rels/.rels", none}, {"_RELS/.rels", none}}, twins},

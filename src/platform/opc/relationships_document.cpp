@@ -87,12 +87,12 @@ std::optional<std::size_t> RelationshipsDocument::IdIndex::find(std::string_view
   return others_.size() == 0 ? std::nullopt : others_.find(id, idAt);
 }
 
-bool RelationshipsDocument::IdIndex::add(std::size_t index, const auto& idAt) {
-  const std::uint64_t number = numberOf(idAt(index));
+bool RelationshipsDocument::IdIndex::add(std::size_t index, std::uint64_t number, const auto& idAt) {
   // A number far above the count would take memory for those that nobody has.
   if (number == 0 || number > 2 * size() + 64) return others_.add(index, idAt);
-  if (find(idAt(index), idAt)) return false;
-  if (number >= byNumber_.size()) byNumber_.resize(number + 1);
+  while (byNumber_.size() <= number) byNumber_.push_back(0);
+  // It was such a number if it is among the others.
+  if (byNumber_[number] != 0 || (others_.size() != 0 && others_.find(idAt(index), idAt))) return false;
   byNumber_[number] = static_cast<std::uint32_t>(index + 1);
   ++numbered_;
   return true;
@@ -141,8 +141,11 @@ class RelationshipsDocument::Reader : public xml::ListReader {
                                         ? attributes.find("Target").value_or("")
                                         : required(attributes, "Target");
     const std::size_t type = sharedType(required(attributes, "Type"));
-    const std::string_view written = id(attributes);
-    if (document_.append(written, type, target, targetMode)) return;
+    const std::string_view written = required(attributes, "Id");
+    const std::uint64_t number = numberOf(written);
+    // What is numbered is a name.
+    if (number == 0 && !isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
+    if (document_.append(written, number, type, target, targetMode)) return;
     refuse("opc:relationships:DuplicateId", package_, part_, written);
   }
 
@@ -183,12 +186,6 @@ class RelationshipsDocument::Reader : public xml::ListReader {
     if (written == "Internal") return TargetMode::Internal;
     if (written == "External") return TargetMode::External;
     refuse("opc:relationships:BadTargetMode", package_, part_, written);
-  }
-
-  std::string_view id(const xml::Attributes& attributes) const {
-    const std::string_view written = required(attributes, "Id");
-    if (!isNcName(written)) refuse("opc:relationships:BadId", package_, part_, written);
-    return written;
   }
 
   RelationshipsDocument& document_;
@@ -293,7 +290,7 @@ Relationship RelationshipsDocument::add(std::u16string_view type, const URI& tar
   const std::string written =
       xml::writeElement(text_.prefixed("Relationship"), std::span(attributes, isExternal ? 4 : 3));
   written_.push_back(text_.append(written));
-  append(itsId, types_.size() - 1, itsTarget, mode);
+  append(itsId, numberOf(itsId), types_.size() - 1, itsTarget, mode);
   // A target that was checked resolves to itself.
   return {itsId, types_.back(), target, mode};
 }
@@ -311,14 +308,14 @@ bool RelationshipsDocument::remove(std::string_view id) {
   return true;
 }
 
-bool RelationshipsDocument::append(std::string_view id, std::size_t type, std::string_view target,
-                                   TargetMode mode) {
-  const auto narrow = [](std::size_t number) { return static_cast<std::uint32_t>(number); };
+bool RelationshipsDocument::append(std::string_view id, std::uint64_t number, std::size_t type,
+                                   std::string_view target, TargetMode mode) {
+  const auto narrow = [](std::size_t value) { return static_cast<std::uint32_t>(value); };
   // The index compares IDs by their position, so the item must stand there before the index is asked.
   items_.push_back(
       {narrow(texts_.add(id).begin), narrow(id.size()), narrow(target.size()), narrow(type), mode});
   texts_.add(target);
-  const bool isNew = byId_.add(items_.size() - 1, idAt());
+  const bool isNew = byId_.add(items_.size() - 1, number, idAt());
   if (!isNew) items_.pop_back();
   return isNew;
 }

@@ -81,8 +81,9 @@ class RelationshipsDocument {
     std::size_t size() const { return numbered_ + others_.size(); }
     void reserve(std::size_t count) { byNumber_.reserve(count); }
     std::optional<std::size_t> find(std::string_view id, const auto& idAt) const;
-    /// False, and nothing changed, if another item has the ID.
-    bool add(std::size_t index, const auto& idAt);
+    /// False, and nothing changed, if another item has the ID. `number` is the N of "rIdN", 0 for another
+    /// text.
+    bool add(std::size_t index, std::uint64_t number, const auto& idAt);
     void remove(std::string_view id, const auto& idAt);
 
    private:
@@ -93,7 +94,8 @@ class RelationshipsDocument {
   /// Room for what a document of so many bytes usually holds.
   void reserve(std::size_t bytes);
   /// Whether the ID was not there yet; otherwise nothing changes.
-  bool append(std::string_view id, std::size_t type, std::string_view target, model::TargetMode mode);
+  bool append(std::string_view id, std::uint64_t number, std::size_t type, std::string_view target,
+              model::TargetMode mode);
   /// A relationship as callers see it, its target resolved.
   model::Relationship linkOf(const Item& item) const;
   /// For the index, which holds positions and asks here for the ID at one.

@@ -209,31 +209,40 @@ bool PlainList::readItem() {
 
   shape_ =
       Shape({rest.data(), cursor.at()}, begin, name, std::span(attributes).first(*count), cursor.lines());
-  report({attributes.data(), *count}, cursor.at());
+  attributes_.assign(attributes.begin(), attributes.begin() + *count);
+  for (std::size_t i = 0; i < *count; ++i) attributes_[i].local = shape_.places[i].local;
+  report(cursor.at());
   return true;
 }
 
 bool PlainList::readAlike() {
-  const std::string_view rest = window_.rest();
-  Cursor cursor(rest);
-  std::array<Attribute, kMostAttributes> attributes;
-  std::size_t count = 0;
-  for (const auto& [before, local, quote] : shape_.attributes) {
+  if (shape_.places.empty()) return false;
+  Cursor cursor(window_.rest());
+  auto attribute = attributes_.begin();
+  for (auto& [before, local, first, repeats] : shape_.places) {
     if (!cursor.take(before)) return false;
-    const auto value = cursor.takeUpTo(quote);
-    if (!value) return false;
-    attributes[count++] = {{}, local, *value};
+    std::string_view& value = attribute++->value;
+    // A type stays the same from item to item, a name does not: what has changed once is not expected again.
+    if (repeats && cursor.take(first)) {
+      value = {cursor.at() - first.size(), first.size() - 1};
+      continue;
+    }
+    const auto other = cursor.takeUpTo(first.back());
+    if (!other) return false;
+    value = *other;
+    repeats = false;
   }
-  if (count == 0 || !cursor.take(shape_.end)) return false;
-  report({attributes.data(), count}, cursor.at());
+  if (!cursor.take(shape_.end)) return false;
+  report(cursor.at());
   return true;
 }
 
-void PlainList::report(std::span<const Attribute> attributes, const char* end) {
+void PlainList::report(const char* end) {
   const auto size = static_cast<std::size_t>(end - window_.rest().data());
   const std::size_t past = window_.offset() + size;
   lines_ += shape_.lines;
-  handler_.start({space_, shape_.name, {}}, Attributes(attributes), {window_.offset() + shape_.indent, past});
+  handler_.start({space_, shape_.name, {}}, Attributes(attributes_),
+                 {window_.offset() + shape_.indent, past});
   handler_.end({past, past});
   // Last: the texts lie in the window.
   window_.take(size);
@@ -245,7 +254,8 @@ PlainList::Shape::Shape(std::string_view item, const char* begin, std::string_vi
   const char* at = item.data();
   for (const auto& [space, local, value] : itsAttributes) {
     // The quotes belong to what stands between the values.
-    attributes.push_back({{at, value.data()}, std::string(local), value.data()[-1]});
+    places.push_back(
+        {{at, value.data()}, std::string(local), {value.data(), value.data() + value.size() + 1}});
     at = value.data() + value.size() + 1;
   }
   end.assign(at, item.data() + item.size());

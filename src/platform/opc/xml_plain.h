@@ -62,7 +62,7 @@ class PlainList {
   bool readAlike();
   bool readEnd();
   /// Hands on an item that has the shape; `end` is where it ends in the window.
-  void report(std::span<const Attribute> attributes, const char* end);
+  void report(const char* end);
 
   /// How the last item was written, from behind the one before it to its end.
   struct Shape {
@@ -73,9 +73,10 @@ class PlainList {
     struct Place {
       std::string before;  ///< the value, up to its first quote
       std::string local;
-      char quote;
+      std::string value;    ///< that of the first item, with its second quote
+      bool repeats = true;  ///< whether all items until now had that value
     };
-    std::vector<Place> attributes;
+    std::vector<Place> places;
     std::string end, name;
     std::size_t indent = 0, lines = 0;
   };
@@ -84,6 +85,7 @@ class PlainList {
   Handler& handler_;
   std::string opening_, space_, root_;
   Shape shape_;
+  std::vector<Attribute> attributes_;  ///< of the last item; their names are the shape's
   std::size_t lines_ = 0;
 };
 

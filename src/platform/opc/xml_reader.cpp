@@ -241,13 +241,6 @@ Handler::~Handler() = default;
 void Handler::begin(std::string_view) {}
 void Handler::declare(std::string_view, std::string_view) {}
 
-std::optional<std::string_view> Attributes::find(std::string_view local, std::string_view space) const {
-  for (const Attribute& attribute : list_) {
-    if (attribute.local == local && attribute.space == space) return attribute.value;
-  }
-  return std::nullopt;
-}
-
 void read(std::string_view bytes, const Location& location, int depthLimit, Handler& handler) {
   readWhole(bytes, location, depthLimit, handler, Reader::QuickWherePossible);
 }

@@ -41,7 +41,13 @@ class Attributes {
   explicit Attributes(std::span<const Attribute> list) : list_(list) {}
 
   /// The value of an attribute without a namespace, or of one in `space`.
-  std::optional<std::string_view> find(std::string_view local, std::string_view space = {}) const;
+  // Here, so that the comparisons with a literal become those of a few bytes.
+  std::optional<std::string_view> find(std::string_view local, std::string_view space = {}) const {
+    for (const Attribute& attribute : list_) {
+      if (attribute.local == local && attribute.space == space) return attribute.value;
+    }
+    return std::nullopt;
+  }
 
  private:
   std::span<const Attribute> list_;

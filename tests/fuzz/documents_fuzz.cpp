@@ -138,8 +138,9 @@ void coreProperties(std::string_view bytes) {
 }
 
 void partNames(std::string_view bytes) {
-  const std::string absolute = std::string("/").append(bytes);
-  require(PartName::isKeyOfEntry(bytes) == (PartName::tryKey(absolute) == absolute));
+  const std::string_view entry = bytes.substr(bytes.starts_with('/') ? 1 : 0);
+  const std::string absolute = std::string("/").append(entry);
+  require(PartName::isKeyOfEntry(entry) == (PartName::tryKey(absolute) == absolute));
   if (const auto name = PartName::tryFromEncoded(bytes)) {
     require(opc::model::nameKey(bytes) == name->key());
     checkName(*name);

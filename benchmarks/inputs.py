@@ -35,7 +35,7 @@ class Inputs:
     def __init__(self, folder, builds):
         self.folder, self.builds, self.made, self.count = folder, builds, {}, itertools.count()
         self.out = folder / "out"
-        self.environment = {**os.environ, "TMPDIR": str(folder), "LC_ALL": "C.UTF-8", "TZ": "UTC",
+        self.environment = {**os.environ, "TMPDIR": str(folder), "LC_ALL": "C.UTF-8",
                             "PYTHONPATH": str(next(builds.glob("lib/python3*/dist-packages"), ""))}
 
     def __enter__(self):

@@ -39,8 +39,7 @@ TEST(Help, Fits80Columns) {
   for (const tavlox::cli::Command* command : tavlox::cli::allCommands())
     all += tavlox::cli::commandHelp(*command);
   std::istringstream lines(all);
-  for (std::string line; std::getline(lines, line);)
-    EXPECT_LE(tavlox::cli::displayWidth(line), 80u) << line;
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(tavlox::cli::displayWidth(line), 80u) << line;
 }
 
 TEST(Progress, FitsTheTerminalWhateverIsReported) {

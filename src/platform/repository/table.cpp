@@ -1,3 +1,5 @@
+#include "platform/repository/table.h"
+
 #include <algorithm>
 #include <array>
 #include <concepts>
@@ -5,7 +7,6 @@
 #include <utility>
 
 #include "platform/repository/json_rows.h"
-#include "platform/repository/table.h"
 #include "platform/text/text_hash.h"
 
 // Batches and records. A row of the database is a batch: its first and its last key, and the records of all

@@ -167,8 +167,9 @@ std::string_view nameOf(NumericClass numericClass) {
   return kClassNames[static_cast<std::size_t>(numericClass)];
 }
 
-HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns)
-    : kind_(kind), numericClass_(numericClass) {
+HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows, std::size_t columns) {
+  kind_ = kind;
+  numericClass_ = numericClass;
   const std::size_t bytes = checkedBytes(rows, columns, elementSize(kind, numericClass));
   // A 0×300 array needs no bytes, but its dimensions do not fit into one byte each.
   if (bytes <= kInPlaceBytes && rows < kInPool && columns <= UINT8_MAX) {
@@ -181,7 +182,9 @@ HostArray::HostArray(ArrayKind kind, NumericClass numericClass, std::size_t rows
   rows_ = kInBlock;
 }
 
-HostArray::HostArray(ArrayKind kind, Block* block) noexcept : kind_(kind), rows_(kInBlock) {
+HostArray::HostArray(ArrayKind kind, Block* block) noexcept {
+  kind_ = kind;
+  rows_ = kInBlock;
   std::memcpy(data_, &block, sizeof(void*));
 }
 

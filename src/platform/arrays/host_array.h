@@ -51,6 +51,28 @@ NumericClass numericClassByName(std::string_view name);
 /// What the host calls the class; valid for the life of the process.
 std::string_view nameOf(NumericClass numericClass);
 
+/// What a HostArray is made of; by itself without ownership, so that it is copied and moved as plain bytes.
+struct HostArrayContent {
+  // 12 bytes hold a double, three int32 or a text of six code units; with the four bytes behind them an array
+  // has 16.
+  static constexpr std::size_t kInPlaceBytes = 12;
+
+  // The elements themselves, or a pointer to a block with a reference of the array's own.
+  alignas(8) std::byte data_[kInPlaceBytes] = {};
+  ArrayKind kind_ = ArrayKind::Numeric;
+  NumericClass numericClass_ = NumericClass::Double;  // of no meaning for the other kinds
+  std::uint8_t rows_ = 0;
+  std::uint8_t columns_ = 0;
+
+  /// Compilers make two moves of a memcpy; the members one by one would go through memory.
+  void assign(const HostArrayContent& other) noexcept { std::memcpy(this, &other, sizeof *this); }
+  static HostArrayContent copyOf(const HostArrayContent& other) noexcept {
+    HostArrayContent copied;
+    copied.assign(other);
+    return copied;
+  }
+};
+
 /// A value of the host: a two-dimensional array of numbers, logicals, UTF-16 code units, cells or structures,
 /// in column-major order. Copies share their data until one of them is changed. Scalars and short texts live
 /// in place; structure arrays keep one column of values per field. Like all of the platform, not for two
@@ -60,7 +82,7 @@ std::string_view nameOf(NumericClass numericClass);
 /// NoSuchField. Elements are counted from 0. A moved-from array is the empty double. What raises leaves the
 /// array as it was. What makes or changes an array raises foundation::core::except::bad_alloc, or
 /// std::bad_alloc, when memory is out, also for dimensions whose product no memory could hold.
-class HostArray {
+class HostArray : private HostArrayContent {
  public:
   /// 0×0 double.
   HostArray() = default;
@@ -98,20 +120,15 @@ class HostArray {
 
   // Here, to be compiled into the callers: arrays are copied and moved by the million.
   /// Copying shares the data and never allocates.
-  HostArray(const HostArray& other) noexcept {
-    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
+  HostArray(const HostArray& other) noexcept : HostArrayContent(copyOf(other)) {
     if (isInBlock()) addReference();
   }
-  HostArray(HostArray&& other) noexcept {
-    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
-    other.forget();
-  }
+  HostArray(HostArray&& other) noexcept : HostArrayContent(copyOf(other)) { other.forget(); }
   // By value: `other` was copied or moved before, and takes the old data with it.
   HostArray& operator=(HostArray other) noexcept {
-    std::byte old[sizeof *this];
-    std::memcpy(old, this, sizeof *this);
-    std::memcpy(static_cast<void*>(this), &other, sizeof *this);
-    std::memcpy(static_cast<void*>(&other), old, sizeof *this);
+    const HostArrayContent old = copyOf(*this);
+    assign(other);
+    other.assign(old);
     return *this;
   }
   ~HostArray() {
@@ -181,9 +198,6 @@ class HostArray {
   struct CellBlock;
   struct StructureBlock;
 
-  // 12 bytes hold a double, three int32 or a text of six code units; with the four bytes behind them an array
-  // has 16.
-  static constexpr std::size_t kInPlaceBytes = 12;
   // As a row count: the dimensions stand in the block, or the array is a text of a TextPool, whose place in
   // the block stands behind the pointer and whose length stands at that place.
   static constexpr std::uint8_t kInBlock = 0xFF, kInPool = 0xFE;
@@ -241,13 +255,6 @@ class HostArray {
       requireClass(numericClassOf<T>());
     }
   }
-
-  // The elements themselves, or a pointer to a block with a reference of this array's own.
-  alignas(8) std::byte data_[kInPlaceBytes] = {};
-  ArrayKind kind_ = ArrayKind::Numeric;
-  NumericClass numericClass_ = NumericClass::Double;  // of no meaning for the other kinds
-  std::uint8_t rows_ = 0;
-  std::uint8_t columns_ = 0;
 };
 
 static_assert(sizeof(HostArray) == 16, "structure arrays hold millions of these");

@@ -20,7 +20,6 @@
 namespace tavlox::cli {
 namespace {
 
-using fl::i18n::to_string;
 using fl::i18n::to_ustring;
 using foundation::core::except::raise;
 using samples::RecordedRun;

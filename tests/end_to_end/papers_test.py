@@ -17,10 +17,12 @@ from pathlib import Path
 
 PROGRAM = Path(os.environ["TAVLOX_PROGRAM"])
 SOURCES = Path(os.environ["TAVLOX_SOURCES"])
-PAPERS = [SOURCES / "README.md", SOURCES / "docs/guide.md", SOURCES / "docs/many_sessions.md"]
+PAPERS = [SOURCES / "README.md", SOURCES / "docs/guide.md"]
 REFERENCE = SOURCES / "docs/reference.md"
 # Where there is one: not under the sanitizers.
 PACKAGE = next(iter(PROGRAM.parents[1].glob("lib/python3*/dist-packages/tavlox/__init__.py")), None)
+if PACKAGE:
+    PAPERS.append(SOURCES / "docs/many_sessions.md")  # its commands show what its Python writes
 
 # These set the machine up, or show what a person looks at.
 NOT_RUN = re.compile(r"\$ (\./dev|man|sudo|xdg-open|jupyter) ")

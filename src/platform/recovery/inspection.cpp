@@ -31,14 +31,15 @@ using opc::model::PartName;
 using opc::model::Relationship;
 using zip::Entry;
 
-/// The part that a relationship leads to, as the file has it; null if there is none.
+/// The part of this name, decoded, as the file has it; null if there is none.
+const opc::IndexedPart* partNamed(const PackageIndex& index, const std::u16string& text) {
+  const auto name = PartName::tryFromText(text);
+  return name ? index.find(name->key()) : nullptr;
+}
+
+/// The part that a relationship leads to; null if there is none.
 const opc::IndexedPart* targetOf(const PackageIndex& index, const Relationship& link) {
-  const std::u16string& target = link.getTarget().text();
-  try {
-    return index.find(PartName(target).key());
-  } catch (const opc::Exception&) {
-    return nullptr;  // a target that is the name of no part
-  }
+  return partNamed(index, link.getTarget().text());
 }
 
 /// The encoded name of the part whose relationships an item of that name holds; empty for the package.
@@ -57,8 +58,7 @@ class Inspection {
  public:
   Inspection(const std::u16string& path, const zip::Limits& limits)
       : limits_(limits),
-        file_(std::make_shared<const fl::filesystem::InputFile>(fl::i18n::to_string(path))),
-        form_(file_) {}
+        file_(std::make_shared<const fl::filesystem::InputFile>(fl::i18n::to_string(path))) {}
 
   Findings run() {
     const auto tell = [this](const opc::Exception& rule, const Entry* entry) { addOnce(rule, entry); };
@@ -200,6 +200,7 @@ class Inspection {
   /// What the relationships of the package lead to: run list first, then signals, then what rests on them.
   void addSessionParts(const PackageIndex& index) {
     std::set<std::u16string_view> seen;
+    SessionForm form(file_, [&](const std::u16string& name) { return partNamed(index, name) != nullptr; });
     std::vector<Relationship> links = index.relationships().relationships();
     const auto roleOf = [](const Relationship& link) { return roleOfRelationship(link.getType()); };
     // Addresses in the table of roles, which has the run list before the signals and these before their
@@ -223,10 +224,10 @@ class Inspection {
         add(Severity::Note, rule("recovery:check:FurtherPart", name, role->relationshipType), entry);
       }
       const std::size_t before = findings_.size();
-      form_.audit(link.getType(), name, entry,
-                  [&](const auto& problem) { add(Severity::Error, problem, entry); });
+      form.audit(link.getType(), name, entry,
+                 [&](Severity severity, const auto& problem) { add(severity, problem, entry); });
       if (findings_.size() != before) continue;
-      if (role->relationshipType == relationship_types::kSignalsData && !form_.hasRunList()) {
+      if (role->relationshipType == relationship_types::kSignalsData && !form.hasRunList()) {
         add(Severity::Note, rule("recovery:check:SignalsWithoutRuns", name), entry);
       }
     }
@@ -252,7 +253,6 @@ class Inspection {
   std::shared_ptr<const fl::filesystem::InputFile> file_;
   std::optional<zip::Directory> directory_;
   FoundEntries found_;
-  SessionForm form_;
   std::set<std::tuple<std::string, foundation::core::except::Arguments, std::uint64_t>> known_;
   Findings findings_;
 };

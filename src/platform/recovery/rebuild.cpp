@@ -255,7 +255,7 @@ class Rebuilding {
       if (const Role* role = roleOfRelationship(link->type)) roles_.emplace(name->key(), role);
       // The first is enough to keep it aside.
       form.audit(link->type, name->text(), item->second->found->entry,
-                 [&](const except_with_causes& problem) {
+                 [&](Severity, const except_with_causes& problem) {
                    if (!item->second->problem) item->second->problem = problem;
                  });
     }

@@ -83,16 +83,21 @@ class Faults {
 
   bool none() const { return count_ == 0; }
   void operator()(const except_with_causes& fault) {
-    // A part may have millions of elements, and a report of them all would be read by nobody.
-    constexpr std::size_t kMost = 1'000;
     if (count_++ == kMost) raise("recovery:check:MoreFaults", kMost, name_);
-    tell_(fault);
+    tell_(Severity::Error, fault);
+  }
+  /// What readers let pass is no fault.
+  void note(const except_with_causes& remark) {
+    if (notes_++ < kMost) tell_(Severity::Note, remark);
   }
 
  private:
+  // A part may have millions of elements, and a report of them all would be read by nobody.
+  static constexpr std::size_t kMost = 1'000;
+
   const std::u16string& name_;
   const SessionForm::Tell& tell_;
-  std::size_t count_ = 0;
+  std::size_t count_ = 0, notes_ = 0;
 };
 
 /// Counts the cells of a comma-separated table, line by line. A line end in a quoted cell ends no line; lines
@@ -246,7 +251,7 @@ void SessionForm::audit(std::u16string_view type, const std::u16string& name, co
                         opc::model::CoreProperty::Description, {file_->path(), narrowName}, limits.xmlDepth);
     }
   } catch (const except_with_causes& problem) {
-    tell(problem);
+    tell(Severity::Error, problem);
   }
 }
 
@@ -255,8 +260,13 @@ void SessionForm::auditRunList(const std::u16string& name, const Entry& entry, c
   Faults faults(name, tell);
   EntryBuffer buffer(file_, entry);
   std::istream stream(&buffer);
-  orra::auditRuns(stream, [&](std::size_t, const orra::RunRecord& run) { ids.insert(run.id); },
-                  std::ref(faults), {orra::strings::IDLower});
+  const auto visit = [&](std::size_t, const orra::RunRecord& run) {
+    ids.insert(run.id);
+    const std::u16string& samples = orra::textOf(run.samples);
+    if (!hasPart_ || samples.empty() || hasPart_(samples)) return;
+    faults.note(rule("recovery:check:NoSuchSamples", run.id, samples));
+  };
+  orra::auditRuns(stream, visit, std::ref(faults), {orra::strings::IDLower, "samples"});
   // The first counts.
   if (faults.none() && !runIds_) runIds_ = std::move(ids);
 }

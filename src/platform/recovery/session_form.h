@@ -12,6 +12,7 @@
 
 #include "platform/errors/exceptions.h"
 #include "platform/files/descriptor.h"
+#include "platform/recovery/finding.h"
 #include "platform/zip/directory.h"
 
 namespace tavlox::recovery {
@@ -23,13 +24,20 @@ namespace tavlox::recovery {
 /// the data of the parts is read and let go of.
 class SessionForm {
  public:
-  explicit SessionForm(std::shared_ptr<const fl::filesystem::InputFile> file) : file_(std::move(file)) {}
+  /// Whether the package has a part of this name, decoded.
+  using HasPart = std::function<bool(const std::u16string& name)>;
 
-  using Tell = std::function<void(const foundation::core::except::except_with_causes& problem)>;
+  /// Without `hasPart` it is not asked whether the samples that runs name are there.
+  explicit SessionForm(std::shared_ptr<const fl::filesystem::InputFile> file, HasPart hasPart = {})
+      : file_(std::move(file)), hasPart_(std::move(hasPart)) {}
+
+  using Tell =
+      std::function<void(Severity severity, const foundation::core::except::except_with_causes& problem)>;
 
   /// Hands over what is wrong with the sound data of the part that a relationship of this type leads to;
   /// nothing for parts whose inside belongs to others. Of lists every element that is at fault, up to a
-  /// thousand; of other parts the first fault. `name` is the part's, decoded.
+  /// thousand; of other parts the first fault. Notes are what readers let pass: a run without the samples
+  /// that it names. `name` is the part's, decoded.
   void audit(std::u16string_view type, const std::u16string& name, const zip::Entry& entry, const Tell& tell);
   /// Whether a sound run list was seen. Without one readers show no signals at all.
   bool hasRunList() const { return runIds_.has_value(); }
@@ -42,6 +50,7 @@ class SessionForm {
   void checkSamples(const std::u16string& number, const std::u16string& name, const zip::Entry& entry) const;
 
   std::shared_ptr<const fl::filesystem::InputFile> file_;
+  HasPart hasPart_;
   std::optional<std::set<std::int32_t>> runIds_;
   struct Needs {
     std::uint64_t columns;     ///< one for the time, one for each signal

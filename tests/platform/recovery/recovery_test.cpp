@@ -210,6 +210,9 @@ TEST_F(Recovery, ChecksTheFormOfASession) {
     std::string findings;
   } faults[] = {
       {part(u"/r", kRunData, R"([{"id": 1}, {"id": 1}])"), {}, "InvalidSessionData@r"},
+      {part(u"/r", kRunData, R"([{"id": 1, "samples": "/gone"}, {"id": 2, "samples": "/r"}])"),
+       {},
+       "(NoSuchSamples@r)"},
       {part(u"/s", kSignalsData, R"([{"id": 1, "runID": 5}])"), {}, "(SignalsWithoutRuns@s)"},
       {part(u"/s", kSignalsData, R"([{"id": 1, "runID": 5}])"), run("t,v\n0,1"), "InvalidSessionData@s"},
       {part(u"/c", kCompression, R"({"CompressionType": 1})"), {}, "CompressionRecord@c"},

@@ -210,6 +210,9 @@ class JsonWindows {
         scanned_ = 1;
       }
       windowBytes_ = std::min(windowBytes_ + kWindowBytes, kSessionLimits.elementBytes);
+      // Room for the largest element at once, of which only what is filled takes memory. The smaller blocks
+      // that growing leaves behind would stay with the process.
+      buffer_.reserve(kSessionLimits.elementBytes + kPadding);
       if (buffer_.size() < windowBytes_ + kPadding) buffer_.resize(windowBytes_ + kPadding);
     }
     const std::size_t got = read_(buffer_.data() + filled_, windowBytes_ - filled_);

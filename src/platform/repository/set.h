@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <boost/ptr_container/ptr_vector.hpp>
-#include <boost/unordered_map.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "platform/repository/object_manager.h"
 #include "platform/repository/records.h"
@@ -30,7 +30,7 @@ struct FileRunIdHash {
   std::size_t operator()(FileRunId run) const noexcept;
 };
 /// From the file's identifier to the repository's.
-using RunIdMap = boost::unordered_map<FileRunId, RunId, FileRunIdHash>;
+using RunIdMap = boost::unordered_flat_map<FileRunId, RunId, FileRunIdHash>;
 
 /// The application that a session is loaded for.
 /// It makes no difference to what is loaded; there is one so far.

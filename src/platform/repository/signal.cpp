@@ -49,8 +49,8 @@ class SignalLoader {
   ObjectManager::Tables& tables_;
   Table<SignalRecord>::Loading loading_;
   const RunIdMap& runIds_;
-  boost::unordered_map<FileRunId, std::int64_t, FileRunIdHash> lastKeys_;
-  std::int64_t* current_ = nullptr;  ///< the entry of the run that came last
+  boost::unordered_flat_map<FileRunId, std::int64_t, FileRunIdHash> lastKeys_;
+  std::int64_t* current_ = nullptr;  ///< the entry of the run that came last; valid until another is added
   FileRunId currentInFile_{};
 };
 

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "hosts/cli/terminal.h"
+#include "platform/errors/catalog.h"
 #include "platform/errors/package_errors.h"
 #include "platform/export_file/data_export_file.h"
 #include "platform/files/filesystem.h"
@@ -71,7 +72,7 @@ except_with_causes describe(const std::u16string& path) {
   } catch (const std::exception& error) {
     if (!isOfCompressionRecord(error)) return unexpected(error.what());
     except_with_causes failure = unexpected("the record of the session's compression is not valid");
-    for (except_with_causes& cause : causesInRecord(path)) failure.addCause(std::move(cause));
+    for (const except_with_causes& cause : causesInRecord(path)) failure.addCause(cause);
     return failure;
   }
 }
@@ -120,6 +121,8 @@ std::u16string hintAtEntry(const except_with_causes& error, const std::u16string
     if (!part) continue;
     const std::u16string name = part->getName().text();
     names.push_back(search.starts_with(u'/') ? name : fs::extract_filename(name));
+    // Only user files are found by their names alone.
+    if (names.back() == search) return u"did you mean \"" + name + u"\"?";
   }
   return names.empty() ? u"the package has no entries" : fl::i18n::didYouMean(search, names);
 } catch (const opc::Exception&) {
@@ -197,12 +200,16 @@ std::string asText(std::string_view kind, const except_with_causes& error, const
   return text;
 }
 
+// As long as a path can be. Names in a file may be longer, by megabytes.
+constexpr std::size_t kLongestArgument = 4096;
+
 /// The members "identifier", "arguments", "message", and "causes", "file", "part" and "hint" where there are
 /// any. Causes are objects of the same form, to any depth.
 void writeError(JsonWriter& json, const except_with_causes& error, const Remarks& remarks) {
   json.beginObject().member("identifier").value(error.GetID());
   json.member("arguments").beginArray();
-  for (const std::u16string& argument : error.GetArguments()) json.value(argument);
+  for (const std::u16string& argument : error.GetArguments())
+    json.value(fl::i18n::shortened(argument, kLongestArgument));
   json.endArray().member("message").value(error.GetMessageTxt());
   if (!error.causes().empty()) {
     json.member("causes").beginArray();

@@ -12,7 +12,8 @@ namespace tavlox::cli {
 /// Tells of the exception that is being handled, of whatever kind, on standard error. As text:
 /// `tavlox: error: MESSAGE [IDENTIFIER]`, a line `  because: MESSAGE [IDENTIFIER]` for each cause, and a line
 /// `  hint: HINT` if there is one. As JSON, on one line: {"error": {"identifier", "arguments", "message"}},
-/// with a member "causes", a list of objects like it, and a member "hint" where there are any.
+/// with a member "causes", a list of objects like it, and a member "hint" where there are any. Of an argument
+/// longer than 4096 UTF-16 code units the middle is left out.
 ///
 /// Where the module says no more than that a file cannot be read or saved, the reasons are looked for and
 /// told as causes. `path` is the file at hand, for errors that do not name it; it may be empty. `hint` says

@@ -1,4 +1,8 @@
+import json
+
 from program import CONTENT_TYPES, HOT, ProgramTest
+
+LINKS = '<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">{}</Relationships>'
 
 
 class BadFiles(ProgramTest):
@@ -48,6 +52,15 @@ class BadFiles(ProgramTest):
         self.assertIn("for was /home/ada/no", self.error_of("get", "s.tavlox", "~/no", **home)["hint"])  # but in searches
         self.write_package("s.tavlox", {"[Content_Types].xml": CONTENT_TYPES})
         self.assertIn("no entries", self.error_of("get", "s.tavlox", "/")["hint"])
+        self.record()
+        self.assertIn('"/session/runs.json"', self.error_of("get", "s.tavlox", "runs.json")["hint"])
+
+    def test_names_of_megabytes_are_cut_in_errors(self):
+        link = f'<Relationship Id="{"n" * 3_000_000}" Type="t" Target="/a"/>'
+        self.write_package("s.tavlox", {"[Content_Types].xml": CONTENT_TYPES, "_rels/.rels": LINKS.format(link + link)})
+        [rule] = self.error_of("info", "s.tavlox")["causes"]
+        self.assertEqual(rule["identifier"], "opc:relationships:DuplicateId")
+        self.assertLess(len(json.dumps(rule)), 6_000)
 
 
 class BadTables(ProgramTest):

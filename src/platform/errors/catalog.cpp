@@ -63,20 +63,8 @@ std::optional<std::size_t> placeholderAt(std::u16string_view text, std::size_t a
   return text[at + 1] - u'0';
 }
 
-// A name comes from a file, which may make it as long as it likes; a message is for reading. What is not
-// quoted is a reason, or several names, and may be longer.
+// A message is for reading. What is not quoted is a reason, or several names, and may be longer.
 constexpr std::size_t kLongestName = 200, kLongestText = 2000;
-
-/// A text of at most so many UTF-16 code units: the middle of a longer one gives way to "…".
-std::u16string shortened(std::u16string_view text, std::size_t longest) {
-  if (text.size() <= longest) return std::u16string(text);
-  std::u16string_view head = text.substr(0, longest / 2), tail = text.substr(text.size() - longest / 2 + 1);
-  // The cut may fall between the two halves of a surrogate pair; a half that is left alone goes as well.
-  const auto isHalf = [](char16_t unit, char16_t first) { return (unit & 0xFC00) == first; };
-  if (isHalf(head.back(), 0xD800)) head.remove_suffix(1);
-  if (isHalf(tail.front(), 0xDC00)) tail.remove_prefix(1);
-  return std::u16string(head).append(u"…").append(tail);
-}
 
 /// The text with its placeholders filled. What an argument contains is not looked at again, so a name like
 /// "{1}" stays a name. A placeholder without an argument gives nothing.
@@ -108,6 +96,16 @@ std::u16string withoutText(std::string_view identifier, const std::vector<std::u
 }
 
 }  // namespace
+
+std::u16string shortened(std::u16string_view text, std::size_t longest) {
+  if (text.size() <= longest) return std::u16string(text);
+  std::u16string_view head = text.substr(0, longest / 2), tail = text.substr(text.size() - longest / 2 + 1);
+  // The cut may fall between the two halves of a surrogate pair; a half that is left alone goes as well.
+  const auto isHalf = [](char16_t unit, char16_t first) { return (unit & 0xFC00) == first; };
+  if (isHalf(head.back(), 0xD800)) head.remove_suffix(1);
+  if (isHalf(tail.front(), 0xDC00)) tail.remove_prefix(1);
+  return std::u16string(head).append(u"…").append(tail);
+}
 
 const std::filesystem::path& catalogFolder() {
   static const std::filesystem::path folder = [] {

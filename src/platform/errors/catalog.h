@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -13,6 +14,10 @@ namespace fl::i18n {
 /// The language is that of the C++ global locale at the call ("de_DE.UTF-8" asks for de_DE, then de), with
 /// English behind it. A message without a text anywhere reads "identifier: argument, argument".
 std::u16string catalogText(std::string_view identifier, const std::vector<std::u16string>& arguments = {});
+
+/// A text of at most so many UTF-16 code units, not 0: the middle of a longer one gives way to "…". Names
+/// come from files, which may make them as long as they like.
+std::u16string shortened(std::u16string_view text, std::size_t longest);
 
 /// Where the texts are looked for, also if there are none: ../share/tavlox/catalog, seen from the library
 /// (or, where the platform is linked in statically, from the program).

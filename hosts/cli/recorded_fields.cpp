@@ -59,11 +59,9 @@ Place placeByOrder(const std::vector<IdByOrder>& ids, const HostArray& orderInde
 
 }  // namespace
 
-const HostArray& RunPlacer::withPlace(const HostArray& record, const RunPlace* run) {
-  if (run == nullptr) return record;
+const HostArray& RunPlacer::withPlace(const HostArray& record, const RunPlace& run) {
   if (placed_.isEmpty()) placed_ = wider(record, {u"RunID", u"RunOrderIndex", u"SamplesPart"}, 1);
-  const Place place{HostArray::int32Scalar(run->id), HostArray::int32Scalar(run->orderIndex),
-                    samplesPart(*run)};
+  const Place place{HostArray::int32Scalar(run.id), HostArray::int32Scalar(run.orderIndex), samplesPart(run)};
   fill(placed_, record, 0);
   setPlace(placed_, 0, place);
   return placed_;

@@ -14,9 +14,8 @@ namespace tavlox::cli {
 /// Puts the fields RunID, RunOrderIndex and SamplesPart in front of runs' records, one after the other.
 class RunPlacer {
  public:
-  /// Null stands for a run that is not in the list any more; its record is given as it is. Valid until the
-  /// next call, and as long as `record`.
-  const corvan::HostArray& withPlace(const corvan::HostArray& record, const samples::RunPlace* run);
+  /// Valid until the next call.
+  const corvan::HostArray& withPlace(const corvan::HostArray& record, const samples::RunPlace& run);
 
  private:
   corvan::HostArray placed_;  ///< made once: all runs have the same fields

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include <fmt/format.h>
@@ -11,7 +12,9 @@
 #include "hosts/cli/output.h"
 #include "hosts/cli/recorded_fields.h"
 #include "hosts/cli/selection.h"
+#include "platform/errors/exceptions.h"
 #include "platform/files/filesystem.h"
+#include "platform/samples/recorded_session.h"
 #include "platform/session_index/shown_fields.h"
 #include "platform/text/conversion.h"
 
@@ -52,10 +55,11 @@ Asked askedFor(const Request& request) {
   return asked;
 }
 
-RunIDs readRunIDs(const zobs::COSInterfacePointer& file) {
-  const HostArray column = callForArray(file, "getAllRunIDs");
-  const auto ids = column.values<std::int32_t>();
-  return {ids.begin(), ids.end()};
+/// The ids of the session's runs, in the order of the run list.
+RunIDs idsOf(const samples::SessionPlaces& places) {
+  RunIDs ids;
+  std::ranges::transform(places.runs(), std::back_inserter(ids), &samples::RunPlace::id);
+  return ids;
 }
 
 /// "the runs 1, 2 and 3"; long lists are cut.
@@ -70,10 +74,9 @@ std::string runsThereAre(const RunIDs& present) {
   return fmt::format("the runs {} and {}", fmt::join(named, ", "), rest);
 }
 
-/// The module says no more of an unknown run than that something could not be read.
-std::u16string hintFor(std::int32_t id, const RunIDs& present) {
-  if (std::ranges::find(present, id) != present.end()) return {};
-  return fl::i18n::to_ustring(fmt::format("there is no run {}; the file has {}", id, runsThereAre(present)));
+/// For whoever asked for a run that is not there; else empty.
+std::u16string hintFor(const samples::RunPlace* run, const samples::SessionPlaces& places) {
+  return run != nullptr ? u"" : fl::i18n::to_ustring("the file has " + runsThereAre(idsOf(places)));
 }
 
 ExitCode runRuns(const Request& request) {
@@ -81,22 +84,24 @@ ExitCode runRuns(const Request& request) {
   const Where where(request, session_index::fieldsOf(session_index::Subject::Runs));
   const auto answer = [&](const std::u16string& path, const auto& add) {
     const zobs::COSInterfacePointer file = openFile(request, path);
-    const RunIDs present = readRunIDs(file);
     const samples::SessionPlaces places(path, samples::SessionPlaces::Of::Runs);
     RunPlacer placer;
     ExitCode result = ExitCode::Done;
-    for (const std::int32_t id : asked.ids.value_or(present)) {
+    for (const std::int32_t id : asked.ids ? *asked.ids : idsOf(places)) {
+      const samples::RunPlace* const place = places.findRun(id);
       HostArray record;
       try {
+        // The module would say no more than that something could not be read.
+        if (place == nullptr) foundation::core::except::raise("tavlox:samples:NoSuchRun", path, id);
         record = callForArray(file, "getRunInfo", {HostArray::int32Scalar(id)});
       } catch (const std::exception&) {
         // The other runs are still answered.
-        report(request.format, path, hintFor(id, present));
+        report(request.format, path, hintFor(place, places));
         result = ExitCode::Failed;
         continue;
       }
       // Printed as it comes: a session may have hundreds of thousands of runs.
-      add(where.select(placer.withPlace(record, places.findRun(id)), path));
+      add(where.select(placer.withPlace(record, *place), path));
     }
     return result;
   };

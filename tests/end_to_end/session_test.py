@@ -156,7 +156,7 @@ class Answers(ProgramTest):
         self.assertEqual(self.output_of("compression", "plain.tavlox"), "\n")
         for command in ("runs", "signals"):
             self.assertEqual((self.json_of(command, "plain.tavlox"), self.output_of(command, "plain.tavlox")), ([], ""))
-        self.assertEqual(self.error_of("runs", "plain.tavlox", "1")["hint"], "there is no run 1; the file has no runs")
+        self.assertEqual(self.error_of("runs", "plain.tavlox", "1")["hint"], "the file has no runs")
 
     def test_what_a_session_lost_is_told(self):
         self.record()
@@ -183,15 +183,14 @@ class Answers(ProgramTest):
         output, errors = self.run_program("runs", "s.tavlox", "7", "2", "--", "-1", exit_code=1)
         self.assertEqual([line.split("\t")[0] for line in output.splitlines()], ["2"])
         lines = errors.splitlines()
-        self.assertRegex(lines[0], r"^tavlox: error: .* \[tavlox:general:UnableToReadFile\]$")
-        self.assertEqual(lines[1], "  file: s.tavlox")
-        self.assertEqual(lines[2::3], ["  hint: there is no run 7; the file has the runs 1 and 2",
-                                       "  hint: there is no run -1; the file has the runs 1 and 2"])
+        for line, run in zip(lines[::2], ["7", "-1"], strict=True):
+            self.assertRegex(line, rf'^tavlox: error: There is no run {run} in "s\.tavlox"\. .* \[tavlox:samples:NoSuchRun\]$')
+        self.assertEqual(lines[1::2], ["  hint: the file has the runs 1 and 2"] * 2)
         for count, there_are in [(1, "only the run 1"), (3, "the runs 1, 2 and 3"),
                                  (12, "the runs 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 2 more")]:
             self.record(f"{count}.tavlox", **{f"r{run}": COLD for run in range(count)})
             error = self.error_of("runs", f"{count}.tavlox", "99")
-            self.assertEqual((error["arguments"], error["hint"]), ([""], "there is no run 99; the file has " + there_are))
+            self.assertEqual((error["arguments"], error["hint"]), ([f"{count}.tavlox", "99"], "the file has " + there_are))
 
     def test_people_get_aligned_columns_and_colours_unless_they_refuse_them(self):
         self.write("hot.csv", HOT)

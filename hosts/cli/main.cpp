@@ -227,7 +227,7 @@ int main(int argumentCount, char** arguments) {
   using namespace tavlox::cli;
   // A reader that has seen enough ends the program quietly, also where the caller had switched that off. A
   // library that is linked blocks the signal before this function begins.
-  std::signal(SIGPIPE, SIG_DFL);
+  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));
   sigset_t pipes;
   sigemptyset(&pipes);
   sigaddset(&pipes, SIGPIPE);

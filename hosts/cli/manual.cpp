@@ -212,6 +212,6 @@ int main(int argumentCount, char** arguments) try {
   if (argumentCount != 3) throw std::runtime_error("usage: tavlox_manual FOLDER VERSION");
   tavlox::cli::writeAll(arguments[1], arguments[2]);
 } catch (const std::exception& error) {
-  std::fprintf(stderr, "tavlox_manual: %s\n", error.what());
+  static_cast<void>(std::fprintf(stderr, "tavlox_manual: %s\n", error.what()));
   return 1;
 }

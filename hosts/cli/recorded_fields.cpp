@@ -30,7 +30,7 @@ HostArray wider(const HostArray& records, const PlaceNames& names, std::size_t c
 
 /// Fills the fields behind the three with those of as many records from `first` on.
 void fill(HostArray& piece, const HostArray& records, std::size_t first) {
-  auto to = piece.fieldValues().begin() + std::tuple_size_v<Place> * piece.elementCount();
+  auto to = piece.fieldValues().subspan(std::tuple_size_v<Place> * piece.elementCount()).begin();
   for (std::size_t field = 0; field < records.fieldNames().size(); ++field)
     to = std::ranges::copy(records.fieldValues(field).subspan(first, piece.elementCount()), to).out;
 }

@@ -171,7 +171,7 @@ RecordedSession::RecordedSession(const std::u16string& path, const SignalVisitor
 }
 
 std::u16string RecordedSession::labelOf(const RecordedRun& run) const {
-  const std::u16string number = fl::i18n::to_ustring(fmt::format("run {}", run.id()));
+  std::u16string number = fl::i18n::to_ustring(fmt::format("run {}", run.id()));
   if (run.name().empty()) return number;
   const auto hasItsName = [&](const RecordedRun& other) { return other.name() == run.name(); };
   return std::ranges::count_if(runs_, hasItsName) == 1 ? run.name() : run.name() + u" (" + number + u")";

@@ -38,7 +38,7 @@ void loadRunData(const file::ScopedRef& ref, ObjectManager& manager, RunIdMap& r
 
 void appendSignals(Signals& result, boost::ptr_vector<ObjectRef>& references) {
   for (const ObjectRef& reference : references) {
-    result.push_back(std::move(*Signal::getSignalFromObjRef(std::make_unique<ObjectRef>(reference))));
+    result.push_back(*Signal::getSignalFromObjRef(std::make_unique<ObjectRef>(reference)));
   }
   references.clear();
 }

@@ -9,6 +9,7 @@
 #include "platform/errors/exceptions.h"
 #include "platform/repository/json_rows.h"
 #include "platform/repository/text_block.h"
+#include "tests/support/memory.h"
 #include "tests/support/raised.h"
 
 using namespace orra;
@@ -180,6 +181,28 @@ TEST(ObjRefArrayJSON, WhatIsTooLargeIsRefused) {
   }
   EXPECT_EQ(refusalOf(kRunListKind, std::string(65 * kMebi, ' ') + "[]"),
             "run list, 0, it has more than 64 MiB of white space outside its array");
+}
+
+TEST(ObjRefArrayJSON, ALargeElementTakesLittleBesideItsValues) {
+  std::string json;
+  json.reserve(kSessionLimits.elementBytes);
+  json = R"([{"id":1,"x":[)";
+  // Numbers take the most beside the text itself, and texts are copied.
+  for (int i = 0; i < 500'000; ++i) json += "1,";
+  json.append(1, '"').append(kSessionLimits.elementBytes - json.size() - 100, 'x').append("\"]}]");
+  const long before = support::peakKibibytes();
+  // The allocator takes large blocks from the system at first, and from its own heap once it was given some
+  // back.
+  for (int time = 0; time < 2; ++time) {
+    std::string_view rest = json;
+    const auto read = [&rest](char* into, std::size_t count) {
+      const std::size_t got = rest.copy(into, count);
+      rest.remove_prefix(got);
+      return got;
+    };
+    forEachRow(read, kRunListKind, [](std::size_t, const Row&) {});
+  }
+  EXPECT_LT(support::peakKibibytes() - before, (52 << 10) + support::kHeldBySanitizer);
 }
 
 TEST(ObjRefArrayJSON, TheStreamsErrorsPass) {

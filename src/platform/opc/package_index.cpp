@@ -339,7 +339,7 @@ std::shared_ptr<const PackageIndex> PackageIndex::of(
   // A hit saves reading a directory and parsing thousands of documents.
   if (auto known = lastRead.lock(); known && known->describes(file->identity(), limits)) return known;
   // The first broken rule refuses the package.
-  const auto index = audit(file, limits, [](const auto& broken, const zip::Entry*) { throw broken; });
+  auto index = audit(file, limits, [](const auto& broken, const zip::Entry*) { throw broken; });
   lastRead = index;
   return index;
 }

@@ -40,7 +40,7 @@ Stream makeSpool() {
   Stream stream(::fdopen(descriptor, "w+b"));
   constexpr std::size_t kBuffer = std::size_t{64} << 10;
   if (!stream) raise("fl:process:NoSpool", folder, fs::systemReason(errno));
-  std::setvbuf(stream.get(), nullptr, _IOFBF, kBuffer);
+  static_cast<void>(std::setvbuf(stream.get(), nullptr, _IOFBF, kBuffer));
   return stream;
 }
 
@@ -73,7 +73,7 @@ struct SharedWork::Child {
   [[noreturn]] void live(const Work& work) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     // Interruptions are the parent's to handle.
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_IGN);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) static_cast<void>(std::signal(number, SIG_IGN));
     const ProgressSubscription silence([](const Progress&) {});
     ::dup2(fileno(messages.get()), STDERR_FILENO);
     // The same buffers are needed for each file. Given back to the system in between, they would be cleared
@@ -88,7 +88,7 @@ struct SharedWork::Child {
     } catch (...) {
       // As described: the same as a crash.
     }
-    ::raise(SIGKILL);
+    static_cast<void>(::raise(SIGKILL));
     ::_exit(1);
   }
 };
@@ -110,7 +110,7 @@ void SharedWork::start() {
   child.life = fs::Descriptor(ends[0]);
   const fs::Descriptor theirs(ends[1]);
   // What waits in buffers would be written by both.
-  std::fflush(nullptr);
+  static_cast<void>(std::fflush(nullptr));
   child.process = ::fork();
   if (child.process < 0) raise("fl:process:CannotStart", fs::systemReason(errno));
   if (child.process == 0) child.live(work_);

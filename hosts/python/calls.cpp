@@ -66,7 +66,7 @@ std::optional<except_with_causes> reasonOfUnreadable(const std::u16string& path)
 /// Adds the reasons that the module keeps to itself.
 void addReasons(except_with_causes& error) {
   if (error.GetID() == "tavlox:general:UnableToReadFile" && !error.GetArguments().empty()) {
-    if (auto reason = reasonOfUnreadable(error.GetArguments().front())) error.addCause(std::move(*reason));
+    if (auto reason = reasonOfUnreadable(error.GetArguments().front())) error.addCause(*reason);
   }
   const auto& failedSave = opc::model::lastFailedSave();
   if (error.GetID() == "tavlox_io:general:UnableToClosePackage" && failedSave) error.addCause(*failedSave);

@@ -57,7 +57,7 @@ class except_with_causes : public IUserException {
   const Arguments& GetArguments() const noexcept override { return arguments_; }
   const std::vector<except_with_causes>& causes() const noexcept { return causes_; }
 
-  void addCause(except_with_causes cause) { causes_.push_back(std::move(cause)); }
+  void addCause(const except_with_causes& cause) { causes_.push_back(cause); }
 
  private:
   std::string identifier_;
@@ -93,7 +93,7 @@ class collection : public IUserException {
   static const collection& get_empty_instance();
 
   /// Adds one error at the end.
-  void add(except_with_causes error) { errors_.push_back(std::move(error)); }
+  void add(const except_with_causes& error) { errors_.push_back(error); }
   template <class... Argument>
   void add(fl::i18n::MessageId<sizeof...(Argument)> identifier, const Argument&... arguments) {
     errors_.emplace_back(identifier, Arguments{toArgument(arguments)...});

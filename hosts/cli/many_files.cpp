@@ -158,6 +158,36 @@ filter::Value valueOf(const HostArray& value, filter::Kind kind) {
   return value.isScalar() ? u"[" + text + u"]" : text;
 }
 
+/// Has processes answer, each of them for so many packages. Where one ends before it is done, those get a
+/// process each: what ended it takes no other package with it.
+ExitCode answerPieces(const Request& request, std::span<const std::u16string> all, std::size_t inPiece,
+                      const std::function<ExitCode(std::span<const std::u16string>)>& answer,
+                      Joiner& joiner) {
+  const auto pieceOf = [&](std::size_t index) {
+    const auto rest = all.subspan(index * inPiece);
+    return rest.first(std::min(inPiece, rest.size()));
+  };
+  ExitCode result = ExitCode::Done;
+  corvan::SharedWork work(
+      (all.size() + inPiece - 1) / inPiece, jobsOf(request), [&](std::size_t index, std::FILE* output) {
+        ::dup2(fileno(output), STDOUT_FILENO);
+        return static_cast<int>(answerOrReport(request, [&] { return answer(pieceOf(index)); }));
+      });
+  while (const corvan::PieceOfWork* piece = work.next()) {
+    const auto packages = pieceOf(piece->index);
+    if (!piece->isDone && packages.size() > 1) {
+      result = std::max(result, answerPieces(request, packages, 1, answer, joiner));
+      continue;
+    }
+    repeatMessages(piece->messages);
+    result = std::max(result, piece->isDone ? ExitCode{piece->result} : ExitCode::Failed);
+    if (piece->isDone) joiner.add(piece->output);
+    if (!piece->isDone)
+      tellError(request.format, except_with_causes("tavlox:cli:ProcessEnded", {packages.front()}));
+  }
+  return result;
+}
+
 }  // namespace
 
 std::size_t jobsOf(const Request& request) {
@@ -195,33 +225,12 @@ ExitCode answerAll(const Request& request, const Packages& packages, std::span<c
   if (!packages.areSeveral || isForPeople) return std::max(packages.exitCode, answer(all));
   // Loaded before the processes part, so that a module that is missing is one error and not many.
   fileClass(request);
-  const std::size_t jobs = jobsOf(request);
-  const std::size_t inPiece = std::clamp<std::size_t>(all.size() / (4 * jobs), 1, kMostInPiece);
-  const auto pieceOf = [&](std::size_t index) {
-    const auto rest = all.subspan(index * inPiece);
-    return rest.first(std::min(inPiece, rest.size()));
-  };
+  const std::size_t inPiece = std::clamp<std::size_t>(all.size() / (4 * jobsOf(request)), 1, kMostInPiece);
   const std::vector<Column> shown = columnsFor(packages, columns);
   Joiner joiner(request.format, shown, joined);
-  ExitCode result = packages.exitCode;
-  corvan::SharedWork work(
-      (all.size() + inPiece - 1) / inPiece, jobs, [&](std::size_t index, std::FILE* output) {
-        ::dup2(fileno(output), STDOUT_FILENO);
-        return static_cast<int>(answerOrReport(request, [&] { return answer(pieceOf(index)); }));
-      });
-  while (const corvan::PieceOfWork* piece = work.next()) {
-    repeatMessages(piece->messages);
-    result = std::max(result, piece->isDone ? ExitCode{piece->result} : ExitCode::Failed);
-    if (piece->isDone) {
-      joiner.add(piece->output);
-      continue;
-    }
-    const auto lost = pieceOf(piece->index);
-    tellError(request.format,
-              except_with_causes("tavlox:cli:ProcessEnded", {namesInMessage({lost.begin(), lost.end()})}));
-  }
+  const ExitCode result = answerPieces(request, all, inPiece, answer, joiner);
   joiner.finish();
-  return result;
+  return std::max(packages.exitCode, result);
 }
 
 ExitCode answerWithRecords(const Request& request, const Packages& packages, const RecordQuestion& question) {

@@ -5,6 +5,7 @@ import signal
 import sqlite3
 import subprocess
 import time
+import zipfile
 
 from program import COLD, HOT, PROGRAM, ProgramTest
 
@@ -118,6 +119,34 @@ class ManyFiles(ProgramTest):
         self.assertEqual(errors.count("tavlox: error: "), 100)
         self.assertEqual(self.index(), [1000, 0, 0, 0, 100])
         self.assertEqual(len(self.json_of("search", "i.sqlite", "--in", "runs")), 900)
+
+    def test_a_package_that_ends_its_process(self):
+        """What there is to say of it is more than a file may hold. No other package is lost with it."""
+        self.record("sound.tavlox", hot=HOT)
+        (self.folder / "nightly").mkdir()
+        for name in "abcdefgh":
+            os.link(self.folder / "sound.tavlox", self.folder / f"nightly/{name}.tavlox")
+        with zipfile.ZipFile(self.folder / "sound.tavlox") as package:
+            items = {name: package.read(name) for name in package.namelist()}
+        [run] = json.loads(items["session/runs.json"])
+        run["metadata"] = dict.fromkeys(["Description", "Tag"], "x" * 1_000_000)
+        (self.folder / "nightly/b.tavlox").unlink()
+        self.write_package("nightly/b.tavlox", {**items, "session/runs.json": json.dumps([run])})
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1_500_000, 1_500_000))
+        sound = [str(self.folder / f"nightly/{name}.tavlox") for name in "acdefgh"]
+        for words, filenames in [
+                (["runs", "nightly"], lambda: [run["Filename"] for run in json.loads(output)]),
+                (["index", "nightly", "-o", "i.sqlite"],
+                 lambda: [run["Filename"] for run in self.json_of("search", "i.sqlite", "--in", "runs")])]:
+            output, errors = self.run_program("--json", *words, "--jobs", "1", exit_code=1, preexec_fn=limit)
+            self.assertEqual(filenames(), sound)
+            error = json.loads(errors)["error"]
+            self.assertEqual(error["identifier"].rsplit(":")[-1], "ProcessEnded")
+            self.assertTrue(error["arguments"][0].endswith("nightly/b.tavlox"), error)
+        [bad] = self.json_of("search", "i.sqlite", "--in", "files", "--where", "Error is not empty")
+        self.assertEqual([bad["Filename"], bad["Error"]], [error["arguments"][0], error["identifier"]])
+        # Tried again although it did not change.
+        self.assertEqual(self.index(exit_code=0)[-1], 0)
 
     def test_a_disk_that_fills_up(self):
         self.folder_of_sessions()

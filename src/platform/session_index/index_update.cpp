@@ -12,7 +12,6 @@ namespace {
 namespace fs = fl::filesystem;
 using foundation::core::except::except_with_causes;
 using foundation::core::except::raise;
-using foundation::core::except::toArgument;
 
 // Enough that starting a process costs little, few enough that its rows do not take much room.
 constexpr std::size_t kMostInPiece = 32;
@@ -73,17 +72,32 @@ bool IndexUpdate::step() {
   return piece != nullptr;
 }
 
+bool IndexUpdate::takeRows(std::FILE* rows) {
+  const SessionIndex::Package package = index_.take(rows);
+  counts_.added += package.taken == SessionIndex::Taken::Added ? 1 : 0;
+  counts_.changed += package.taken == SessionIndex::Taken::Changed ? 1 : 0;
+  return package.taken != SessionIndex::Taken::CutOff;
+}
+
 void IndexUpdate::take(const corvan::PieceOfWork& piece) {
-  const auto packages = packagesOf(piece.index);
-  for (std::size_t i = 0; i < packages.size(); ++i) {
-    const SessionIndex::Package package = index_.take(piece.output);
-    counts_.added += package.taken == SessionIndex::Taken::Added ? 1 : 0;
-    counts_.changed += package.taken == SessionIndex::Taken::Changed ? 1 : 0;
-    if (package.taken != SessionIndex::Taken::CutOff) continue;
-    problems_.push_back(
-        except_with_causes("tavlox:index:ProcessEnded", {packages[i], toArgument(packages.size() - i - 1)}));
-    return;
-  }
+  auto rest = packagesOf(piece.index);
+  while (!rest.empty() && takeRows(piece.output)) rest = rest.subspan(1);
+  // The process ended, and those left get one each: what ended it takes no other package with it.
+  corvan::SharedWork alone(rest.size(), 1, [&](std::size_t index, std::FILE* output) {
+    writePackageRows(rest[index], output);
+    return 0;
+  });
+  while (const corvan::PieceOfWork* const one = alone.next())
+    if (!takeRows(one->output)) takeEnded(rest[one->index]);
+}
+
+void IndexUpdate::takeEnded(const std::u16string& package) {
+  problems_.push_back(except_with_causes("tavlox:index:ProcessEnded", {package}));
+  corvan::SharedWork teller(1, 1, [&](std::size_t, std::FILE* output) {
+    writeEndedRows(package, output);
+    return 0;
+  });
+  takeRows(teller.next()->output);
 }
 
 void IndexUpdate::finish() {

@@ -44,6 +44,8 @@ class IndexUpdate {
   std::vector<std::u16string> findOutdated();
   std::span<const std::u16string> packagesOf(std::size_t piece) const;
   void take(const corvan::PieceOfWork& piece);
+  bool takeRows(std::FILE* rows);
+  void takeEnded(const std::u16string& package);
   void finish();
 
   Counts counts_;

@@ -37,10 +37,9 @@ std::string inWords(std::int64_t nanoseconds) {
   return to_iso_extended_string(epoch + microseconds(nanoseconds / 1000)) + "Z";
 }
 
-/// Whether there is such a file. Its state is noted before it is read: what changes meanwhile is then seen to
-/// have changed the next time.
-bool writeFile(const std::u16string& path, RowWriter& row) {
-  const std::int64_t time = now();
+/// Whether there is such a file. Its state, and the time of reading, are noted before it is read: what
+/// changes meanwhile is then seen to have changed the next time.
+bool writeFile(const std::u16string& path, std::int64_t time, RowWriter& row) {
   const fs::FileIdentity file = fs::identityOf(fs::toNativeName(path));
   const bool isThere = file != fs::FileIdentity{};
   row.begin(isThere ? RowKind::File : RowKind::Gone).text(path);
@@ -137,7 +136,15 @@ void writeSession(const std::u16string& path, RowWriter& row) {
 
 void writePackageRows(const std::u16string& path, std::FILE* stream) {
   RowWriter row(stream);
-  if (writeFile(path, row)) writeSession(path, row);
+  if (writeFile(path, now(), row)) writeSession(path, row);
+  row.begin(RowKind::End).end();
+}
+
+void writeEndedRows(const std::u16string& path, std::FILE* stream) {
+  RowWriter row(stream);
+  constexpr std::int64_t kLongAgo = 0;
+  if (writeFile(path, kLongAgo, row))
+    orError(true, row, [&] { foundation::core::except::raise("tavlox:index:ProcessEnded", path); });
   row.begin(RowKind::End).end();
 }
 

@@ -11,4 +11,8 @@ namespace tavlox::session_index {
 /// samples are unsound, runs and signals stand beside the error.
 void writePackageRows(const std::u16string& path, std::FILE* stream);
 
+/// The rows of a package whose reading ended the process: the file with tavlox:index:ProcessEnded. It counts
+/// as read long ago, so that the next update tries again.
+void writeEndedRows(const std::u16string& path, std::FILE* stream);
+
 }  // namespace tavlox::session_index

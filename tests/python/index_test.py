@@ -72,6 +72,20 @@ def test_packages_that_change_between_listing_and_reading(nights, tmp_path):
     assert runs.Name.tolist() == ["newer", "fast", "slow"]
 
 
+def test_texts_that_another_indexer_dropped(nights, tmp_path):
+    """What an update knows of the index is asked again once somebody else has written."""
+    update = tavlox._host.IndexUpdate([str(nights)], str(tmp_path / "i.sqlite"), 1)
+    update.step()
+    with sqlite3.connect(tmp_path / "i.sqlite") as other:
+        for table in ("files", "runs", "signals", "texts"):
+            other.execute(f"DELETE FROM {table}")
+    while update.step():
+        pass
+    update.close()
+    found = tavlox.search(tmp_path / "i.sqlite", "speed")
+    assert set(found.Filename) == {str(nights / "b.tavlox"), str(nights / "old/c.tavlox")}
+
+
 def test_partitions_from_the_counts_of_an_index(nights, tmp_path, monkeypatch):
     file = tmp_path / "i.sqlite"
     tavlox.index(nights, file)

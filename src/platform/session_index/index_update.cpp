@@ -32,7 +32,9 @@ IndexUpdate::IndexUpdate(const std::vector<std::u16string>& folders, const std::
       work_((outdated_.size() + inPiece_ - 1) / inPiece_, jobs, [this](std::size_t piece, std::FILE* output) {
         for (const std::u16string& package : packagesOf(piece)) writePackageRows(package, output);
         return 0;
-      }) {}
+      }) {
+  index_.expect(outdated_.size());
+}
 
 std::vector<IndexUpdate::Folder> IndexUpdate::search(const std::vector<std::u16string>& folders) {
   std::vector<Folder> searched;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <optional>
 #include <tuple>
+#include <unordered_map>
 
 #include <fcntl.h>
 
@@ -30,6 +31,17 @@ constexpr std::int64_t kApplication = 0x54584958;
 constexpr std::int64_t kVersion = 1;
 // The clocks of file systems are as coarse as this, in nanoseconds.
 constexpr std::int64_t kCoarsestClock = 2'000'000'000;
+
+// The texts of a package are all over these indexes: kept up to date, each of them costs a page to write,
+// which is more than all else that an update of many packages writes. Made at the end they cost a tenth.
+constexpr const char* kDropTextIndexes = "DROP INDEX IF EXISTS signals_text; DROP INDEX IF EXISTS runs_text";
+constexpr const char* kMakeTextIndexes =
+    "CREATE INDEX IF NOT EXISTS signals_text ON signals (text);"
+    "CREATE INDEX IF NOT EXISTS runs_text ON runs (text)";
+constexpr const char* kDropUnusedTexts =
+    "DELETE FROM texts WHERE NOT EXISTS (SELECT 1 FROM signals WHERE text = texts.row)"
+    " AND NOT EXISTS (SELECT 1 FROM runs WHERE text = texts.row)"
+    " AND NOT EXISTS (SELECT 1 FROM files WHERE text = texts.row)";
 
 std::string quoted(std::u16string_view name) { return "\"" + to_string_lossy(name) + "\""; }
 
@@ -60,7 +72,7 @@ std::string schema() {
     return "CREATE TABLE " + table +
            " (row INTEGER PRIMARY KEY, file INTEGER NOT NULL, text INTEGER NOT NULL" +
            columnDefinitions(ownFields(subject)) + "); CREATE INDEX " + table + "_file ON " + table +
-           " (file); CREATE INDEX " + table + "_text ON " + table + " (text);";
+           " (file);";
   };
   return "CREATE TABLE files (row INTEGER PRIMARY KEY, text INTEGER NOT NULL, inode INTEGER NOT NULL, "
          "modified INTEGER NOT NULL, changed INTEGER NOT NULL, indexed INTEGER NOT NULL" +
@@ -70,9 +82,9 @@ std::string schema() {
          records("runs", Subject::Runs) + records("signals", Subject::Signals) +
          "CREATE TABLE texts (row INTEGER PRIMARY KEY, text TEXT NOT NULL UNIQUE);"
          "CREATE VIRTUAL TABLE words USING fts5(text, content='texts', content_rowid='row', "
-         "tokenize='unicode61');"
+         "columnsize=0, tokenize='unicode61');"
          "CREATE VIRTUAL TABLE pieces USING fts5(text, content='texts', content_rowid='row', "
-         "tokenize='trigram');"
+         "columnsize=0, tokenize='trigram');"
          "CREATE TRIGGER texts_insert AFTER INSERT ON texts BEGIN"
          "  INSERT INTO words (rowid, text) VALUES (new.row, new.text);"
          "  INSERT INTO pieces (rowid, text) VALUES (new.row, new.text);"
@@ -98,8 +110,9 @@ std::string openable(const std::u16string& path, SessionIndex::Access access) {
   return native;
 }
 
-std::int64_t setting(Database& database, const char* name) {
-  Statement statement(database, std::string("PRAGMA ") + name);
+/// The one number that the SQL gives.
+std::int64_t numberOf(Database& database, const char* sql) {
+  Statement statement(database, sql);
   statement.step();
   return statement.integer(0);
 }
@@ -188,8 +201,8 @@ struct SessionIndex::State {
       if (isEmpty()) database.execute(schema());
       transaction.commit();
     }
-    if (setting(database, "application_id") != kApplication) raise("tavlox:index:NotAnIndex", path);
-    const std::int64_t version = setting(database, "user_version");
+    if (numberOf(database, "PRAGMA application_id") != kApplication) raise("tavlox:index:NotAnIndex", path);
+    const std::int64_t version = numberOf(database, "PRAGMA user_version");
     if (version != kVersion) raise("tavlox:index:OtherVersion", path, version, kVersion);
     if (access == Access::Read) return;
     // Readers see the last transaction while the next one is written, and none waits for the disk.
@@ -200,12 +213,23 @@ struct SessionIndex::State {
   }
 
   bool isEmpty() {
-    Statement tables(database, "SELECT count(*) FROM sqlite_schema");
-    tables.step();
-    return tables.integer(0) == 0 && setting(database, "application_id") == 0;
+    return numberOf(database, "SELECT count(*) FROM sqlite_schema") == 0 &&
+           numberOf(database, "PRAGMA application_id") == 0;
   }
 
+  /// The row of a text in the table of these.
   std::int64_t textRow(const std::string& text) {
+    const auto known = textRows.find(text);
+    if (known != textRows.end()) return known->second;
+    const std::int64_t row = findOrInsertText(text);
+    // Long ones are of one package, or of few.
+    constexpr std::size_t kMost = 50'000, kLongest = 500;
+    if (textRows.size() == kMost) textRows.clear();
+    if (text.size() <= kLongest) textRows.emplace(text, row);
+    return row;
+  }
+
+  std::int64_t findOrInsertText(const std::string& text) {
     Statement& find = update->findText.bind(1, text);
     const Statement::ResetAtEnd resetAtEnd(find);
     if (find.step()) return find.integer(0);
@@ -213,16 +237,34 @@ struct SessionIndex::State {
     return database.lastRow();
   }
 
-  /// Takes a package out, and the texts that no other has. Whether it was there.
+  /// Forgets the rows of texts that may be others by now: somebody else has written, or what was written here
+  /// was rolled back. Called in a transaction, so that nobody else writes any more.
+  void checkTextRows() {
+    Statement& version = update->dataVersion;
+    const Statement::ResetAtEnd resetAtEnd(version);
+    version.step();
+    const std::pair state(version.integer(0), database.rollbacks());
+    if (state != textRowsOf) textRows.clear();
+    textRowsOf = state;
+  }
+
+  /// Takes a package out, but for its texts. Whether it was there.
   bool forget(const std::string& path) {
     Statement& find = update->findFile.bind(1, path);
     if (!find.step()) return false;
     const std::int64_t file = find.integer(0);
     find.reset();
-    for (Statement* statement :
-         {&update->dropTexts, &update->dropSignals, &update->dropRuns, &update->dropFile})
+    for (Statement* statement : {&update->dropSignals, &update->dropRuns, &update->dropFile})
       statement->bind(1, file).execute();
+    hasUnusedTexts = true;
     return true;
+  }
+
+  void finishTexts() {
+    Transaction transaction(database, Transaction::Lock::AtOnce);
+    database.execute(kMakeTextIndexes);
+    if (hasUnusedTexts) database.execute(kDropUnusedTexts);
+    transaction.commit();
   }
 
   /// The cells of a record but for the last, its text, behind file and text.
@@ -235,16 +277,20 @@ struct SessionIndex::State {
 
   struct Update {
     explicit Update(Database& database);
-    Statement findText, insertText, findFile, insertFile, finishFile, insertRun, insertSignal, addStatistics,
-        dropTexts, dropSignals, dropRuns, dropFile;
+    Statement dataVersion, findText, insertText, findFile, insertFile, finishFile, insertRun, insertSignal,
+        addStatistics, dropSignals, dropRuns, dropFile;
   };
 
   Database database;
   std::optional<Update> update;
+  bool hasUnusedTexts = false;                             ///< perhaps
+  std::unordered_map<std::string, std::int64_t> textRows;  ///< some that are known
+  std::pair<std::int64_t, std::uint64_t> textRowsOf;       ///< the version of the data, and the rollbacks
 };
 
 SessionIndex::State::Update::Update(Database& database)
-    : findText(database, "SELECT row FROM texts WHERE text = ?"),
+    : dataVersion(database, "PRAGMA data_version"),
+      findText(database, "SELECT row FROM texts WHERE text = ?"),
       insertText(database, "INSERT INTO texts (text) VALUES (?)"),
       findFile(database,
                "SELECT row, inode, \"Size\", modified, changed, indexed FROM files WHERE \"Filename\" = ?"),
@@ -260,13 +306,6 @@ SessionIndex::State::Update::Update(Database& database)
       addStatistics(database,
                     "UPDATE signals SET \"SamplesPart\" = ?2, \"SamplesColumn\" = ?3, \"Minimum\" = ?4, "
                     "\"Maximum\" = ?5, \"SampleCount\" = ?6 WHERE row = ?1"),
-      dropTexts(
-          database,
-          "DELETE FROM texts WHERE row IN (SELECT text FROM signals WHERE file = ?1 UNION SELECT text FROM "
-          "runs WHERE file = ?1 UNION SELECT text FROM files WHERE row = ?1)"
-          " AND NOT EXISTS (SELECT 1 FROM signals WHERE text = texts.row AND file != ?1)"
-          " AND NOT EXISTS (SELECT 1 FROM runs WHERE text = texts.row AND file != ?1)"
-          " AND NOT EXISTS (SELECT 1 FROM files WHERE text = texts.row AND row != ?1)"),
       dropSignals(database, "DELETE FROM signals WHERE file = ?"),
       dropRuns(database, "DELETE FROM runs WHERE file = ?"),
       dropFile(database, "DELETE FROM files WHERE row = ?") {}
@@ -296,9 +335,19 @@ bool SessionIndex::isCurrent(const std::u16string& package) {
   return isSame && std::max(file.modified, file.changed) + kCoarsestClock < known.integer(5);
 }
 
+void SessionIndex::expect(std::size_t packages) {
+  Transaction transaction(state_->database, Transaction::Lock::AtOnce);
+  const std::int64_t known = numberOf(state_->database, "SELECT count(*) FROM files");
+  // Making the indexes again reads all that is known.
+  constexpr std::int64_t kShare = 4;
+  if (static_cast<std::int64_t>(packages) * kShare > known) state_->database.execute(kDropTextIndexes);
+  transaction.commit();
+}
+
 SessionIndex::Package SessionIndex::take(std::FILE* rows) {
   State::Update& update = *state_->update;
   Transaction transaction(state_->database, Transaction::Lock::AtOnce);
+  state_->checkTextRows();
   Row row;
   if (!readRow(rows, row)) return {Taken::CutOff, false};
   const std::string path = textOf(row.cells[0]);
@@ -379,6 +428,7 @@ std::size_t SessionIndex::dropVanished(const std::u16string& folder, const Packa
 }
 
 void SessionIndex::finish() {
+  state_->finishTexts();
   state_->update.reset();
   try {
     state_->database.execute("PRAGMA journal_mode = DELETE");
@@ -388,9 +438,8 @@ void SessionIndex::finish() {
 }
 
 std::size_t SessionIndex::unreadableCount() {
-  Statement count(state_->database, "SELECT count(*) FROM files WHERE \"Error\" != ''");
-  count.step();
-  return static_cast<std::size_t>(count.integer(0));
+  return static_cast<std::size_t>(
+      numberOf(state_->database, "SELECT count(*) FROM files WHERE \"Error\" != ''"));
 }
 
 void SessionIndex::search(Subject subject, const std::u16string& words, const filter::Filter* where,

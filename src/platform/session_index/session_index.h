@@ -16,8 +16,8 @@ namespace tavlox::session_index {
 
 /// An index that is open. Packages are known by their absolute paths. Each call that changes something is a
 /// transaction: whatever ends the program, and when the disk is full, the index is as it was before or after
-/// one. Others may read it meanwhile; a second indexer waits for the transaction of the first, some seconds.
-/// Every call may raise sqldb:shared:Locked, sqldb:shared:Corrupt and sqldb:shared:Failed.
+/// one. Others may read it meanwhile; a second indexer waits for the transaction of the first, up to a
+/// minute. Every call may raise sqldb:shared:Locked, sqldb:shared:Corrupt and sqldb:shared:Failed.
 class SessionIndex {
  public:
   /// To be updated, an index is made if there is no file of that name or an empty one; any other file is left
@@ -33,6 +33,10 @@ class SessionIndex {
   /// and it was old enough then for a later change to show in its times.
   bool isCurrent(const std::u16string& package);
 
+  /// Says that so many packages come to be taken. Where they are many, searches are slow from then on until
+  /// the end of the update, which makes it several times faster.
+  void expect(std::size_t packages);
+
   /// Puts a package in the place of what the index has of it. `rows` is what writePackageRows wrote, and
   /// stands behind the package afterwards.
   enum class Taken { Added, Changed, Gone, CutOff };
@@ -46,8 +50,8 @@ class SessionIndex {
   /// be read. Gives their number.
   std::size_t dropVanished(const std::u16string& folder, const PackageSearch& found);
 
-  /// Makes the index a single file that can be copied and read from anywhere; while it is updated, others
-  /// belong to it. Left undone while somebody else has it open.
+  /// Ends an update. Makes the index a single file that can be copied and read from anywhere; while it is
+  /// updated, others belong to it. Left undone while somebody else has it open.
   void finish();
 
   /// How many packages have an error.

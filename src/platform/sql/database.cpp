@@ -17,8 +17,8 @@ using foundation::core::except::raise;
 namespace {
 
 constexpr int kBusyMilliseconds = 100;
-// Longer than another indexer needs for a package.
-constexpr int kSharedBusyMilliseconds = 10'000;
+// Longer than another indexer needs to make the indexes of some millions of signals.
+constexpr int kSharedBusyMilliseconds = 60'000;
 
 // The journal and what is sorted stay in memory, so that a killed process leaves one file.
 constexpr char kSettings[] =

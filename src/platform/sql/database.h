@@ -17,7 +17,7 @@ namespace orra::sql {
 
 /// Who opens a database file. A private copy of what can be read again has its journal in memory, is never
 /// synced and waits for nobody. A shared file outlives the process, so its journal is on the disk, and
-/// others that hold it are waited for, for some seconds.
+/// others that hold it are waited for, up to a minute.
 enum class Use { PrivateCopy, Shared };
 
 /// Closes a database or a statement. The library's header stays in the source file.

@@ -193,21 +193,19 @@ py::tuple readSamples(const py::str& path, const py::list& runs, bool areIdentif
 }
 
 /// What joins a session's signals with its runs: of each run, in the order of the run list,
-/// (id, order index, number of signals).
-py::list listRuns(const py::str& path) {
-  struct Listed {
-    std::int32_t id, orderIndex;
-    std::size_t signalCount;
-  };
-  const auto runs = inTurn([file = toText(path)] {
-    const RecordedSession session(file);
-    std::vector<Listed> made;
-    for (const RecordedRun& run : session.runs())
-      made.push_back({run.id(), run.orderIndex, run.signals.size()});
-    return made;
+/// (id, order index, number of signals). The number is None where only runs are asked for, or where the order
+/// index tells the run of a signal: none of the signals was read then.
+py::list listRuns(const py::str& path, bool areSignalsAsked) {
+  using samples::SessionPlaces;
+  const auto places = inTurn([&, file = toText(path)] {
+    return SessionPlaces(file, areSignalsAsked ? SessionPlaces::Of::Signals : SessionPlaces::Of::Runs);
   });
+  const bool areCounted = areSignalsAsked && places.hasSignals();
   py::list answer;
-  for (const Listed& run : runs) answer.append(py::make_tuple(run.id, run.orderIndex, run.signalCount));
+  for (const samples::RunPlace& run : places.runs()) {
+    const py::object count = areCounted ? py::object(py::int_(run.signals.size())) : py::none();
+    answer.append(py::make_tuple(run.id, run.orderIndex, count));
+  }
   return answer;
 }
 

@@ -54,6 +54,19 @@ def test_frames_and_joins(nights):
     assert [type(one) for one in signals.Dimensions.compute()[:2]] == [tuple] * 2
 
 
+def test_runs_of_signals_without_samples(nights):
+    """Their records tell the run by its order index alone."""
+    for name in "12":
+        change(nights / f"{name}.tavlox", "session/runs.json", b'"id":1,', b'"id":7,')
+        change(nights / f"{name}.tavlox", "session/signals/1.json", b'"runID":1,', b'"runID":7,')
+    change(nights / "2.tavlox", "_rels/.rels", b"ORRASessionSamplesRelType", b"OtherRelType")
+    change(nights / "2.tavlox", "session/runs.json", b'"samples"', b'"unknown"')
+    keys = ["RunID", "RunOrderIndex", "Name"]
+    recorded, bare = (tavlox.sessions(nights / f"{name}.tavlox").signals()[keys].compute() for name in "12")
+    assert tavlox._host.list_runs(str(nights / "2.tavlox"), True)[0][2] is None
+    assert recorded.equals(bare) and recorded.RunID.unique().tolist() == [7, 2]
+
+
 def test_samples(nights):
     sessions = tavlox.sessions(nights)
     values = sessions.samples(["slow", "none"], ["speed", "gear", "none"], stop=1.0).compute()

@@ -54,7 +54,8 @@ class Record(Mapping[str, Any]):
         return [*super().__dir__(), *self._structure.names]
 
     def _asdict(self) -> dict[str, Any]:
-        return dict(self)
+        # Looking each name up would take longer than the values.
+        return {name: self._structure.value(self._index, field) for field, name in enumerate(self._structure.names)}
 
     def __repr__(self) -> str:
         return f"Record({', '.join(f'{name}={value!r}' for name, value in self.items())})"

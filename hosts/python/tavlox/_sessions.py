@@ -10,6 +10,7 @@ import tempfile
 import warnings
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from dataclasses import dataclass, replace
+from itertools import chain
 from typing import TYPE_CHECKING, Any, NamedTuple, Union
 
 import numpy as np
@@ -26,8 +27,10 @@ if TYPE_CHECKING:
     from tavlox._samples import Run
 
 # Dask says that it is typed and is so only in parts; here it is untyped as a whole.
-_dask: Any = importlib.import_module("dask.dataframe")
-_tokenize: Any = importlib.import_module("dask.base").tokenize
+def _dask(module: str) -> Any:
+    """A part of Dask. Not loaded with this module: processes that read partitions need none, and it takes a second."""
+    return importlib.import_module(f"dask.{module}")
+
 
 Paths = Union[str, "os.PathLike[str]", Iterable[Union[str, "os.PathLike[str]"]]]
 Rows = tuple[int, dict[str, Any]]
@@ -220,21 +223,26 @@ def _files(path: str, columns: Sequence[str]) -> Rows:
 def _runs(path: str, columns: Sequence[str]) -> Rows:
     with File(path) as file:
         ids = file.getAllRunIDs()
-        records = [file.getRunInfo(int(run)) for run in ids]
+        records = [file.getRunInfo(int(run))._asdict() for run in ids]
     rows: dict[str, Any] = {"RunID": ids}
     if "RunOrderIndex" in columns:
-        rows["RunOrderIndex"] = [order for _, order, _ in _host.list_runs(path)]
+        rows["RunOrderIndex"] = [order for _, order, _ in _host.list_runs(path, False)]
     return len(ids), rows | {name: [record[name] for record in records] for name in columns if name not in _KEYS}
 
 
 def _signals(path: str, columns: Sequence[str]) -> Rows:
     with File(path) as file:
         records = file.getAllSignalsInfo()
-    rows = {name: records[name] for name in columns if name not in ("Filename", "RunID")}
+    rows: dict[str, Any] = {name: records[name] for name in columns if name not in ("Filename", "RunID")}
     if "RunID" in columns:
-        # The module answers run by run, in the order of the run list.
-        runs = _host.list_runs(path)
-        rows["RunID"] = np.repeat([run for run, _, _ in runs], [count for _, _, count in runs])
+        runs = _host.list_runs(path, True)
+        counts = [count for _, _, count in runs if count is not None]
+        if counts:
+            # The module answers run by run, in the order of the run list.
+            rows["RunID"] = np.repeat([run for run, _, _ in runs], counts)
+        else:
+            by_order = {order: run for run, order, _ in runs}
+            rows["RunID"] = [by_order[order] for order in records["RunOrderIndex"].tolist()]
     for name in {"Dimensions", "Channel"} & rows.keys():
         rows[name] = _tuples(rows[name])
     return len(records), rows
@@ -345,8 +353,9 @@ def _joined(pieces: Sequence[Any], kind: str) -> Any:
     if kind.startswith("datetime"):
         texts = [text for piece in pieces for text in piece]
         return pd.to_datetime(pd.Series(texts, dtype=object), format="%d-%b-%Y %H:%M:%S", errors="coerce").to_numpy(kind)
-    arrays = [np.asarray(piece, dtype=kind) for piece in pieces]
-    return np.concatenate(arrays) if arrays else np.empty(0, dtype=kind)
+    if all(isinstance(piece, list) for piece in pieces):
+        return np.array(list(chain.from_iterable(pieces)), dtype=kind)
+    return np.concatenate([np.asarray(piece, dtype=kind) for piece in pieces])
 
 
 class Sessions:
@@ -361,6 +370,7 @@ class Sessions:
     def __init__(self, paths: Paths, errors: str, batch: int | None) -> None:
         if errors not in ("rows", "raise") or batch is not None and batch < 1:
             raise ValueError('errors is "rows" or "raise", and batch at least 1')
+        _dask("dataframe")  # without it there are no frames: better told now
         self._packages, self._raises, self._most = _listed(paths), errors == "raise", batch
 
     @property
@@ -408,11 +418,12 @@ class Sessions:
                *question: Any) -> Any:
         meta = pd.DataFrame({name: pd.Series(dtype=kind) for name, kind in types.items()})
         if not self._packages:
-            return _dask.from_pandas(meta, npartitions=1)
+            return _dask("dataframe").from_pandas(meta, npartitions=1)
         # Changed files make another frame, not one that a cluster still holds.
-        token = _tokenize(label, self._packages, self._most, self._raises, question)
-        return _dask.from_map(reader(types, read, question, self._raises, list(types)), list(self._batches(label)), meta=meta,
-                              label=label, token=token, enforce_metadata=False)
+        token = _dask("base").tokenize(label, self._packages, self._most, self._raises, question)
+        parts = list(self._batches(label))
+        return _dask("dataframe").from_map(reader(types, read, question, self._raises, list(types)), parts, meta=meta,
+                                           label=label, token=token, enforce_metadata=False)
 
     def _batches(self, frame: str) -> Iterator[_Batch]:
         paths: list[str] = []

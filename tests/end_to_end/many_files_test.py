@@ -37,6 +37,7 @@ class ManyFiles(ProgramTest):
         self.assertEqual(self.output_of("list", a, "/session/runs.json"),
                          self.output_of("list", a, "--search", "/session/runs.json"))
         (self.folder / "empty").mkdir()
+        self.write("begun.sqlite", b"")
         for words, identifier, exit_code in [
                 (["runs", "empty"], "tavlox:cli:NoPackages", 1),
                 (["runs", "nightly", "--where", "SolverNam = 'x'"], "filter:where:UnknownField", 2),
@@ -44,6 +45,7 @@ class ManyFiles(ProgramTest):
                 (["runs", a, "--id", "x"], "tavlox:cli:NotARunID", 2),
                 (["index", "nightly"], "tavlox:index:NoOutput", 2),
                 (["search", "none.sqlite"], "tavlox:index:NotFound", 1),
+                (["search", "begun.sqlite"], "tavlox:index:NotFound", 1),
                 (["search", a], "tavlox:index:NotAnIndex", 1)]:
             self.assertEqual(self.error_of(*words, exit_code=exit_code)["identifier"], identifier)
 

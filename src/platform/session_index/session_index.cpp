@@ -201,6 +201,8 @@ struct SessionIndex::State {
       if (isEmpty()) database.execute(schema());
       transaction.commit();
     }
+    // Somebody else may be about to make it.
+    if (access == Access::Read && isEmpty()) raise("tavlox:index:NotFound", path);
     if (numberOf(database, "PRAGMA application_id") != kApplication) raise("tavlox:index:NotAnIndex", path);
     const std::int64_t version = numberOf(database, "PRAGMA user_version");
     if (version != kVersion) raise("tavlox:index:OtherVersion", path, version, kVersion);

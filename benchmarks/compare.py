@@ -54,6 +54,8 @@ ROWS = [
     Row("start", "`tavlox --version`, start of the program", 1, "tavlox --version"),
     Row("open-10k", "`info` on {n} parts", 10_000, "tavlox info {parts}", "list_entries {parts}", LIBZIP),
     Row("open-100k", "`info` on {n} parts", 100_000, "tavlox info {parts}", "list_entries {parts}", LIBZIP),
+    Row("open-utc", "`info` on {n} parts", 100_000, "tavlox info {parts}", "list_entries {parts} utc",
+        "libzip as above, told that the time zone is UTC"),
     Row("audit-100k", "`info` on {n} parts", 100_000, "tavlox info {parts}", "list_entries {parts} check",
         "libzip as above, also comparing directory and local headers, as `info` does"),
     Row("list", "`list` of {n} parts with their types", 10_000, "tavlox list {parts}", "python3 -m zipfile -l {parts}",

@@ -201,7 +201,7 @@ SharedValue sharedInteger(py::handle value) {
 /// The text of a path, whose bytes need not be any: what is no UTF-8 becomes lone surrogates, which no name
 /// may have, so the module refuses them.
 py::object pathText(py::handle path) {
-  const py::object name = owned(PyOS_FSPath(path.ptr()));
+  py::object name = owned(PyOS_FSPath(path.ptr()));
   if (!PyBytes_Check(name.ptr())) return name;
   return owned(PyUnicode_DecodeFSDefaultAndSize(PyBytes_AS_STRING(name.ptr()), PyBytes_GET_SIZE(name.ptr())));
 }

@@ -117,13 +117,14 @@ void SharedWork::start() {
   ++running_;
 }
 
-void SharedWork::waitForOne() {
+/// Waits for the end of a process so long at most, -1 for ever, and takes note of all that have ended.
+void SharedWork::noticeEnds(int milliseconds) {
   std::vector<pollfd> lives;
   for (const auto& child : children_)
     if (!child->hasEnded) lives.push_back({.fd = child->life.get(), .events = POLLIN, .revents = 0});
   // Interrupted by a signal it is asked again, behind the report whose listener may end the work. Not by
   // waiting for any child: this process may have others.
-  if (::poll(lives.data(), lives.size(), -1) < 0) return;
+  if (::poll(lives.data(), lives.size(), milliseconds) < 0) return;
   for (const auto& child : children_) {
     const auto life = std::ranges::find(lives, child->life.get(), &pollfd::fd);
     if (child->hasEnded || life == lives.end() || life->revents == 0) continue;
@@ -132,15 +133,20 @@ void SharedWork::waitForOne() {
   }
 }
 
-const PieceOfWork* SharedWork::next() {
-  taken_.reset();
+void SharedWork::keepBusy() {
   // So many may be done before the first of them is: enough that one large package does not stop the others.
   const std::size_t mostAhead = 4 * jobs_;
+  noticeEnds(0);
+  while (started_ < count_ && running_ < jobs_ && children_.size() < mostAhead) start();
+}
+
+const PieceOfWork* SharedWork::next() {
+  taken_.reset();
   while (true) {
-    while (started_ < count_ && running_ < jobs_ && children_.size() < mostAhead) start();
+    keepBusy();
     if (children_.empty()) return nullptr;
     if (children_.front()->hasEnded) break;
-    waitForOne();
+    noticeEnds(-1);
     reportProgress({u"Reading packages"});
   }
   taken_ = std::move(children_.front());

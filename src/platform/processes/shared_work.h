@@ -41,10 +41,14 @@ class SharedWork {
   /// for temporary files cannot be used. Reports progress, whose listener may raise to end the work.
   const PieceOfWork* next();
 
+  /// Starts processes in the place of those that have ended, as `next` does. For whoever is longer at work on
+  /// a piece than a process is at making one: call it now and then, the cores have nothing to do otherwise.
+  void keepBusy();
+
  private:
   struct Child;
   void start();
-  void waitForOne();
+  void noticeEnds(int milliseconds);
 
   std::size_t count_, jobs_;
   Work work_;

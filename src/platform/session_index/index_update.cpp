@@ -83,7 +83,10 @@ bool IndexUpdate::takeRows(std::FILE* rows) {
 
 void IndexUpdate::take(const corvan::PieceOfWork& piece) {
   auto rest = packagesOf(piece.index);
-  while (!rest.empty() && takeRows(piece.output)) rest = rest.subspan(1);
+  while (!rest.empty() && takeRows(piece.output)) {
+    rest = rest.subspan(1);
+    work_.keepBusy();
+  }
   // The process ended, and those left get one each: what ended it takes no other package with it.
   corvan::SharedWork alone(rest.size(), 1, [&](std::size_t index, std::FILE* output) {
     writePackageRows(rest[index], output);

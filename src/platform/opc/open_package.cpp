@@ -286,9 +286,9 @@ void OpenPackage::forEachKey(const auto& visit) const {
 
 std::map<std::string_view, std::size_t>& OpenPackage::folders() {
   if (folders_) return *folders_;
-  folders_.emplace();
-  forEachKey([this](std::string_view key) { ++(*folders_)[folderOf(key)]; });
-  return *folders_;
+  std::map<std::string_view, std::size_t> counted;
+  forEachKey([&](std::string_view key) { ++counted[folderOf(key)]; });
+  return folders_.emplace(std::move(counted));
 }
 
 OpenPackage::PartChange& OpenPackage::change(const PartName& name) {

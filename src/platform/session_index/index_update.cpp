@@ -1,8 +1,12 @@
 #include "platform/session_index/index_update.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <span>
 
+#include "platform/errors/free_with.h"
 #include "platform/files/filesystem.h"
 #include "platform/session_index/package_rows.h"
 
@@ -11,6 +15,7 @@ namespace {
 
 namespace fs = fl::filesystem;
 using foundation::core::except::except_with_causes;
+using foundation::core::except::FreeWith;
 using foundation::core::except::raise;
 
 // Enough that starting a process costs little, few enough that its rows do not take much room.
@@ -98,11 +103,11 @@ void IndexUpdate::take(const corvan::PieceOfWork& piece) {
 
 void IndexUpdate::takeEnded(const std::u16string& package) {
   problems_.push_back(except_with_causes("tavlox:index:ProcessEnded", {package}));
-  corvan::SharedWork teller(1, 1, [&](std::size_t, std::FILE* output) {
-    writeEndedRows(package, output);
-    return 0;
-  });
-  takeRows(teller.next()->output);
+  const std::unique_ptr<std::FILE, FreeWith<std::fclose>> rows(std::tmpfile());
+  if (!rows) raise("fl:process:NoSpool", fs::temp_directory_path(), fs::systemReason(errno));
+  writeEndedRows(package, rows.get());
+  std::rewind(rows.get());
+  takeRows(rows.get());
 }
 
 void IndexUpdate::finish() {

@@ -24,9 +24,9 @@ struct Answer {
 /// One file: a single line if there is nothing to say, else the findings. Their table does not name the file,
 /// so among several files a line above it does.
 void printText(const Answer& answer, bool isOneOfSeveral) {
-  if (answer.findings.empty()) return print(singleLine(answer.path) + ": sound\n");
-  if (isOneOfSeveral) print(singleLine(answer.path) + (answer.isSound() ? ": sound\n" : ": damaged\n"));
-  printFindings(answer.findings, "error");
+  if (isOneOfSeveral || answer.isSound())
+    print(singleLine(answer.path) + (answer.isSound() ? ": sound\n" : ": damaged\n"));
+  if (!answer.findings.empty()) printFindings(answer.findings, "error");
 }
 
 /// A list, also of one file: programs need to know the shape beforehand. Nothing where no file could be read.

@@ -178,25 +178,37 @@ void RecordPrinter::findMembers(const HostArray& structures) {
   for (const std::u16string& name : structures.fieldNames()) {
     JsonWriter member;
     member.append(members_.empty() ? "{" : ",").member(fl::i18n::to_string_lossy(name));
-    members_.push_back({member.take(), std::ranges::find(lists_, name) != lists_.end()});
+    members_.push_back({member.take(), std::ranges::find(lists_, name) != lists_.end(), {}, {}});
   }
 }
 
 void RecordPrinter::addObjects(const HostArray& structures) {
   if (members_.empty()) findMembers(structures);
+  std::vector<std::span<const HostArray>> fields;
+  for (std::size_t field = 0; field < members_.size(); ++field)
+    fields.push_back(structures.fieldValues(field));
   for (std::size_t index = 0; index < structures.elementCount(); ++index) {
     json_.append(std::exchange(isFirst_, false) ? "[" : ",");
-    for (std::size_t field = 0; field < members_.size(); ++field) {
-      const HostArray& value = structures.fieldAt(index, field);
-      const bool isBare = members_[field].isList && value.isScalar();
-      json_.append(members_[field].name);
-      if (isBare) json_.append("[");
-      writeJson(json_, value);
-      if (isBare) json_.append("]");
-    }
+    for (std::size_t field = 0; field < members_.size(); ++field)
+      addMember(members_[field], fields[field][index]);
     json_.append("}");
     if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
   }
+}
+
+void RecordPrinter::addMember(Member& member, const HostArray& value) {
+  if (!member.written.empty() && member.value.isCopyOf(value)) {
+    json_.append(member.written);
+    return;
+  }
+  const std::size_t begin = json_.text().size();
+  const bool isBare = member.isList && value.isScalar();
+  json_.append(member.name);
+  if (isBare) json_.append("[");
+  writeJson(json_, value);
+  if (isBare) json_.append("]");
+  member.written.assign(json_.text(), begin);
+  member.value = value;
 }
 
 void RecordPrinter::finish() {

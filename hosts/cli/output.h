@@ -80,10 +80,14 @@ class RecordPrinter {
   struct Member {
     std::string name;  ///< with the quotes around it, the colon behind it and what stands before it
     bool isList;
+    // Of the record before. Neighbours mostly have one model and one unit, and share the array that holds it.
+    corvan::HostArray value;
+    std::string written;  ///< name and value; empty as long as there was none
   };
 
   void findMembers(const corvan::HostArray& structures);
   void addObjects(const corvan::HostArray& structures);
+  void addMember(Member& member, const corvan::HostArray& value);
   void addRows(const corvan::HostArray& structures);
   void printAligned();
 

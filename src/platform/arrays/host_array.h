@@ -64,6 +64,9 @@ struct HostArrayContent {
   std::uint8_t rows_ = 0;
   std::uint8_t columns_ = 0;
 
+  bool hasBytesOf(const HostArrayContent& other) const noexcept {
+    return std::memcmp(this, &other, sizeof *this) == 0;
+  }
   /// Compilers make two moves of a memcpy; the members one by one would go through memory.
   void assign(const HostArrayContent& other) noexcept { std::memcpy(this, &other, sizeof *this); }
   static HostArrayContent copyOf(const HostArrayContent& other) noexcept {
@@ -147,6 +150,9 @@ class HostArray : private HostArrayContent {
   bool isEmpty() const { return elementCount() == 0; }
   bool isScalar() const { return elementCount() == 1; }
   bool isNumeric() const { return kind() == ArrayKind::Numeric; }
+  /// Whether the two share their data or hold the same in place, told without looking at the elements. Arrays
+  /// that share nothing may be equal all the same.
+  bool isCopyOf(const HostArray& other) const noexcept { return hasBytesOf(other); }
 
   /// The one element of a numeric, logical or char scalar: a logical as 0 or 1, a code unit as its number. A
   /// 64-bit integer is rounded where a double cannot hold it.

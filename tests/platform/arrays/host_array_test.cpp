@@ -79,8 +79,11 @@ TEST(HostArray, TextsKeepTheirCodeUnitsInPlaceOrNot) {
 TEST(HostArray, ChangingACopyLeavesTheOriginal) {
   const HostArray numbers = doubles(100);
   HostArray copy = numbers;
+  EXPECT_TRUE(copy.isCopyOf(numbers));
+  EXPECT_FALSE(copy.isCopyOf(doubles(100)));
   copy.mutableValues<double>()[99] = 2;
   EXPECT_EQ(numbers.values<double>()[99], 0);
+  EXPECT_FALSE(copy.isCopyOf(numbers));
 
   const HostArray structure = record(1);
   HostArray changed = structure, cells = HostArray::cell(1, 1);
@@ -159,6 +162,7 @@ TEST(HostArray, TextsOfAPoolAreTheirsWhateverTheirLength) {
     }
     for (std::size_t length = 0; length < rows.size(); ++length) {
       EXPECT_EQ(rows[length].text(), std::u16string(length, static_cast<char16_t>(u'a' + length)));
+      EXPECT_EQ(rows[length].isCopyOf(rows[200]), length == 200) << length;
     }
   }
   EXPECT_EQ(alive, before);

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstring>
-#include <span>
-#include <string>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "metadata/session_repository.h"
@@ -11,7 +11,7 @@
 #include "platform/text/conversion.h"
 
 /// How the host structures of runs and signals are made: a table says how each field is read, and one
-/// transaction fills them all.
+/// transaction reads them all.
 namespace orra::tavloxio {
 
 // Records show one state of the repository: all fields, and of signals all elements, within one transaction.
@@ -22,32 +22,14 @@ inline void runTransaction(ObjectManager& manager, const boost::function<void()>
   throwCollected(errors);
 }
 
-/// The texts of one field of many records. Neighbours often have the same one, units or a model, and then
-/// share it.
-class FieldTexts {
- public:
-  const corvan::HostArray& value(std::u16string_view text) {
-    const std::u16string_view last = last_.text();
-    const bool isSame = last.size() == text.size() &&
-                        std::memcmp(last.data(), text.data(), text.size() * sizeof(char16_t)) == 0;
-    if (!isSame) last_ = pool->charRow(text);
-    return last_;
-  }
-  // Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
-  const corvan::HostArray& value(std::string_view narrow) { return value(fl::i18n::to_ustring(narrow)); }
-
-  corvan::TextPool* pool;  ///< that of all fields
-
- private:
-  corvan::HostArray last_ = corvan::HostArray::charRow({});
-};
-
-/// One field of a record: its name, and how its value is read from the repository's object. That is a plain
+/// One field of a record: its name, and how its value is made of the repository's object. That is a plain
 /// function pointer, since the tables are constants and there is nothing to capture.
 template <class Object>
 struct RecordField {
   std::u16string_view name;
-  corvan::HostArray (*read)(const Object&, FieldTexts& texts);
+  corvan::HostArray (*read)(const Object&, corvan::TextPool& texts);
+  /// What it is made of, as a bit like those of Signal::repeatedFields.
+  std::uint32_t source = 0;
 };
 
 /// A 1×count structure array with the fields in the order of the table.
@@ -60,25 +42,15 @@ corvan::HostArray makeRecords(const RecordField<Object> (&fields)[Count], std::s
   return corvan::HostArray::structure(1, count, names);
 }
 
-/// Fills the elements from as many objects, element by element: the repository reads one object at a time.
-template <class Object, std::size_t Count>
-void fillRecords(corvan::HostArray& records, const RecordField<Object> (&fields)[Count],
-                 std::span<const Object> objects) {
-  corvan::TextPool pool;
-  FieldTexts texts[Count];
-  for (FieldTexts& ofField : texts) ofField.pool = &pool;
-  const std::span<corvan::HostArray> values = records.fieldValues();
-  for (std::size_t index = 0; index < objects.size(); ++index) {
-    for (std::size_t field = 0; field < Count; ++field) {
-      values[field * objects.size() + index] = fields[field].read(objects[index], texts[field]);
-    }
-  }
-}
-
 /// The value of a getter that gives a text.
 template <auto Getter, class Object>
-corvan::HostArray text(const Object& object, FieldTexts& texts) {
-  return texts.value((object.*Getter)());
+corvan::HostArray text(const Object& object, corvan::TextPool& texts) {
+  // Repositories give some texts in UTF-8 and others in UTF-16; the host knows only the latter.
+  if constexpr (std::is_convertible_v<decltype((object.*Getter)()), std::u16string_view>) {
+    return texts.charRow((object.*Getter)());
+  } else {
+    return texts.charRow(fl::i18n::to_ustring((object.*Getter)()));
+  }
 }
 
 }  // namespace orra::tavloxio

@@ -14,20 +14,20 @@ namespace {
 
 /// The value of an entry of the run's metadata, empty if the run has none of that key.
 template <const auto& Key>
-HostArray metadata(const Set& run, FieldTexts& texts) {
-  return texts.value(run.getRunMetaDataUstring(Key));
+HostArray metadata(const Set& run, corvan::TextPool& texts) {
+  return texts.charRow(run.getRunMetaDataUstring(Key));
 }
 
 /// The value of a getter that gives seconds.
 template <auto Getter>
-HostArray number(const Set& run, FieldTexts&) {
+HostArray number(const Set& run, corvan::TextPool&) {
   return HostArray::doubleScalar((run.*Getter)());
 }
 
 // The identifier is the caller's, not the repository's: it is set when the record is made.
-HostArray identifierSetByCaller(const Set&, FieldTexts&) { return HostArray(); }
+HostArray identifierSetByCaller(const Set&, corvan::TextPool&) { return HostArray(); }
 
-HostArray runIndex(const Set& run, FieldTexts&) {
+HostArray runIndex(const Set& run, corvan::TextPool&) {
   // Bit for bit: the host's field is signed, the recorded number is not.
   return HostArray::int32Scalar(static_cast<std::int32_t>(run.getRunNumber()));
 }
@@ -93,8 +93,11 @@ HostArray runRecord(MetadataCache& cache, FileRunId run) {
   // Made once: a copy of the empty record shares its field names.
   static const HostArray emptyRecord = makeRecords(kFields, 1);
   HostArray record = emptyRecord;
-  runTransaction(*set->getObjectReference().getObjectManager(),
-                 [&] { fillRecords(record, kFields, std::span<const Set>(set.get(), 1)); });
+  runTransaction(*set->getObjectReference().getObjectManager(), [&] {
+    corvan::TextPool texts;
+    std::ranges::transform(kFields, record.fieldValues().begin(),
+                           [&](const RecordField<Set>& field) { return field.read(*set, texts); });
+  });
   record.setField(0, u"id", HostArray::int32Scalar(static_cast<std::int32_t>(run)));
   return record;
 }

@@ -49,7 +49,11 @@ inline bool sameName(std::string_view one, std::string_view other) {
     return first != second;
   };
   constexpr std::size_t kWord = sizeof(std::uint64_t), kHalf = sizeof(std::uint32_t);
-  if (one.size() < kHalf) return std::equal(one.begin(), one.end(), other.begin());
+  if (one.empty()) return true;
+  if (one.size() < kHalf) {
+    const std::size_t middle = one.size() / 2;
+    return one.front() == other.front() && one[middle] == other[middle] && one.back() == other.back();
+  }
   // The last word overlaps the one before it, unless it is the first.
   if (one.size() < kWord) {
     return !wordsDiffer(std::uint32_t{}, 0) && !wordsDiffer(std::uint32_t{}, one.size() - kHalf);

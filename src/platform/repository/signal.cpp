@@ -81,6 +81,13 @@ const SignalRecord& Signal::record() const {
   return *found;
 }
 
+std::uint32_t Signal::repeatedFields(const Signal& before) const {
+  const ObjectRef &reference = getObjectReference(), &other = before.getObjectReference();
+  const bool areNeighbours =
+      reference.getObjectManager() == other.getObjectManager() && reference.key() == other.key() + 1;
+  return areNeighbours ? reference.getObjectManager()->tables().signals.repeatedFields(reference.key()) : 0;
+}
+
 std::shared_ptr<Set> Signal::getRun() const {
   ObjectManager& manager = *getObjectReference().getObjectManager();
   const auto key = static_cast<std::int64_t>(runOfSignal(getObjectReference().key()));

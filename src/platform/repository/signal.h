@@ -38,6 +38,10 @@ class Signal : public ORM {
   /// All fields, read in one go. Valid, as are the texts below, until another signal of the repository is
   /// read.
   const SignalRecord& record() const;
+  /// Which of its fields are known to be the same as those of the signal before it: a bit for each, the
+  /// lowest for the first of kFields. Signals are neighbours if one was loaded behind the other and both are
+  /// of one run; of others nothing is known.
+  std::uint32_t repeatedFields(const Signal& before) const;
 
   // A field that the signal does not have reads as the empty text, 0 or the empty list.
   const std::u16string& getName() const { return textOf(record().name); }

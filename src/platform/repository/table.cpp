@@ -10,9 +10,11 @@
 #include "platform/text/text_hash.h"
 
 // Batches and records. A row of the database is a batch: its first and its last key, and the records of all
-// keys between them, each as its length and its packed fields. The database is a copy that only this program
-// reads; a row for each record would take twice as long to write and to read, and a column for each field six
-// times. The field table of records.h says what is packed in which order, so that a field is added in one
+// keys between them. The database is a copy that only this program reads; a row for each record would take
+// twice as long to write and to read, and a column for each field six times. A record is its length, a bit
+// for each field that is the same as in the record before, and the other fields, packed. Of a signal only its
+// name and its places differ from its neighbour's as a rule; what is the same is neither stored nor read nor
+// converted. The field table of records.h says what is packed in which order, so that a field is added in one
 // place. Texts are packed as UTF-8.
 namespace orra {
 namespace {
@@ -27,8 +29,11 @@ constexpr std::size_t kBatchBytes = std::size_t{16} << 10;
 // Batches that are filled at once; each may have as many bytes.
 constexpr std::size_t kMostOpen = 128;
 
-/// The bytes of a record's length.
-using Length = std::uint32_t;
+// One in so many records is stored whole.
+constexpr std::int64_t kWholeEvery = 64;
+
+// Each has a bit.
+static_assert(kMembers<RunRecord>.size() <= 32 && kMembers<SignalRecord>.size() <= 32);
 
 sql::Database& withTable(sql::Database& database, const std::string& name) {
   database.execute("CREATE TABLE " + name + " (first INTEGER PRIMARY KEY, last INTEGER, records BLOB)");
@@ -205,17 +210,29 @@ void Table<Record>::Loading::add(std::int64_t key, const Row& row, std::optional
   batch.keys.last = key;
   std::string& packed = batch.records;
   const std::size_t begin = packed.size();
-  packed.append(sizeof(Length), '\0');
-  for (std::size_t field = 0; field < kMembers<Record>.size(); ++field) {
+  packed.append(sizeof(Head), '\0');
+  if ((key - batch.keys.first) % kWholeEvery == 0) batch.fields = {};
+  Head head;
+  for (std::size_t field = 0; field < batch.fields.size(); ++field) {
+    const std::size_t start = packed.size();
     if (missing && field == missing->field && !row[field]) {
       packInteger(missing->number, packed);
     } else {
       packField(kMembers<Record>[field].kind, row[field], packed);
     }
+    auto& [lastStart, lastSize] = batch.fields[field];
+    const auto bytes = std::string_view(packed).substr(start);
+    if (sameName(bytes, std::string_view(packed).substr(lastStart, lastSize))) {
+      packed.resize(start);
+      head.repeated |= 1U << field;
+    } else {
+      lastStart = start;
+      lastSize = bytes.size();
+    }
   }
   // An element is far smaller than what the length can say.
-  const auto length = static_cast<Length>(packed.size() - begin - sizeof(Length));
-  std::memcpy(packed.data() + begin, &length, sizeof length);
+  head.length = static_cast<std::uint32_t>(packed.size() - begin - sizeof head);
+  std::memcpy(packed.data() + begin, &head, sizeof head);
 }
 
 template <class Record>
@@ -226,7 +243,7 @@ auto Table<Record>::Loading::batchFor(std::int64_t key) -> Batch& {
   if (current_ < open_.size()) return open_[current_];
   if (open_.size() == kMostOpen) finish();
   current_ = open_.size();
-  return open_.emplace_back(Batch{{key, key - 1}, {}});
+  return open_.emplace_back(Batch{{key, key - 1}, {}, {}});
 }
 
 template <class Record>
@@ -256,8 +273,8 @@ const Record* Table<Record>::read(std::int64_t key) {
     if (batchOf_.bind(1, key).step()) takeBatch(batchOf_);
   }
   if (!isAhead(key)) return nullptr;
-  while (next_ < key) takeNext();
-  unpack(takeNext());
+  skipTo(key);
+  while (next_ <= key) takeNext();
   recordKey_ = key;
   recordStretch_ = database_.stretch();
   return &record_;
@@ -280,22 +297,46 @@ bool Table<Record>::isAhead(std::int64_t key) const {
 }
 
 template <class Record>
-std::string_view Table<Record>::takeNext() {
-  const std::string_view rest = std::string_view(batch_).substr(offset_);
-  Length length = 0;
-  if (rest.size() >= sizeof length) std::memcpy(&length, rest.data(), sizeof length);
-  if (rest.size() < sizeof length || rest.size() - sizeof length < length) {
+auto Table<Record>::headAt(std::size_t offset) const -> Head {
+  Head head;
+  if (batch_.size() - offset >= sizeof head) std::memcpy(&head, batch_.data() + offset, sizeof head);
+  if (batch_.size() - offset < sizeof head || batch_.size() - offset - sizeof head < head.length) {
     database_.failAsCorrupt("a batch of records ends too early");
   }
-  ++next_;
-  offset_ += sizeof length + length;
-  return rest.substr(sizeof length, length);
+  return head;
 }
 
 template <class Record>
-void Table<Record>::unpack(std::string_view packed) {
-  Unpacker unpacker(database_, packed);
-  forEachField(record_, [&](std::string_view, auto& value) { unpacker.read(value); });
+void Table<Record>::skipTo(std::int64_t key) {
+  std::size_t offset = offset_;
+  for (std::int64_t at = next_; at <= key; ++at) {
+    const Head head = headAt(offset);
+    if (head.repeated == 0) {
+      next_ = at;
+      offset_ = offset;
+    }
+    offset += sizeof head + head.length;
+  }
+}
+
+template <class Record>
+void Table<Record>::takeNext() {
+  // What fails here leaves half of a record, which the next one would go on with.
+  const std::int64_t last = std::exchange(last_, 0);
+  const Head head = headAt(offset_);
+  if (offset_ == 0 && head.repeated != 0) {
+    database_.failAsCorrupt("the first record of a batch repeats another");
+  }
+  Unpacker unpacker(database_, std::string_view(batch_).substr(offset_ + sizeof head, head.length));
+  repeated_ = head.repeated;
+  std::uint32_t field = 1;
+  forEachField(record_, [&](std::string_view, auto& value) {
+    if ((repeated_ & field) == 0) unpacker.read(value);
+    field <<= 1;
+  });
+  offset_ += sizeof head + head.length;
+  ++next_;
+  last_ = last;
 }
 
 template <class Record>
@@ -328,7 +369,7 @@ auto Table<Record>::names() -> const std::vector<Name>& {
     takeBatch(batches_);
     while (next_ <= last_) {
       const std::int64_t key = next_;
-      unpack(takeNext());
+      takeNext();
       names.push_back({hashOf(textOf(record_.name)), key});
     }
   }

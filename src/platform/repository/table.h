@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/repository/database_file.h"
@@ -54,6 +56,8 @@ class Table {
     struct Batch {
       KeyRange keys;
       std::string records;
+      /// Where each field was packed last, and its bytes: none in a new batch.
+      std::array<std::pair<std::size_t, std::size_t>, kMembers<Record>.size()> fields;
     };
     /// The batch that a record of this key goes on with.
     Batch& batchFor(std::int64_t key);
@@ -73,6 +77,10 @@ class Table {
     return isSame && database_.isInTransaction() ? &record_ : read(key);
   }
 
+  /// Which fields of a record are known to be the same as those of the record of the key before, a bit for
+  /// each, the lowest for the first.
+  std::uint32_t repeatedFields(std::int64_t key) { return find(key) == nullptr ? 0 : repeated_; }
+
   /// The highest key in the range; the one before it if there is none.
   std::int64_t lastKey(KeyRange range);
 
@@ -89,14 +97,23 @@ class Table {
     auto operator<=>(const Name&) const = default;
   };
 
+  /// What stands before the fields of a record: how many bytes they have, and a bit for each that was left
+  /// out since the record before has the same.
+  struct Head {
+    std::uint32_t length = 0, repeated = 0;
+  };
+
   const Record* read(std::int64_t key);
   /// The row that the statement is on becomes the batch that records are taken from.
   void takeBatch(sql::Statement& batches);
   /// Whether the batch holds the record, not yet taken, and the database still does.
   bool isAhead(std::int64_t key) const;
-  /// The packed fields of the next record of the batch.
-  std::string_view takeNext();
-  void unpack(std::string_view packed);
+  /// Of the record that begins there in the batch.
+  Head headAt(std::size_t offset) const;
+  /// To the last record up to this one that is whole, unless it was taken.
+  void skipTo(std::int64_t key);
+  /// The next record of the batch becomes the one that was read last.
+  void takeNext();
   /// All names, sorted.
   const std::vector<Name>& names();
 
@@ -110,6 +127,7 @@ class Table {
   std::vector<Name> names_;           ///< empty as long as nobody searched
   std::uint64_t namesRollbacks_ = 0;  ///< likewise
   Record record_;
+  std::uint32_t repeated_ = 0;  ///< its fields that are the same as those of the record before
   std::int64_t recordKey_ = 0;
   std::uint64_t recordStretch_ = 0;  ///< of the database when it was read; 0 if it was read in part
 };

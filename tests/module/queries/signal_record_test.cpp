@@ -38,6 +38,49 @@ TEST_F(Queries, ASignalWithEveryMemberFillsEveryField) {
   EXPECT_EQ(records.fieldAt(1, u"Dimensions").rows() * 10 + records.fieldAt(1, u"Dimensions").columns(), 10u);
 }
 
+TEST_F(Queries, NeighboursShareNoFieldThatDiffers) {
+  constexpr std::string_view kBare =
+      "Name=|RunOrderIndex=40 |Domain=Signal|Description=|DisplayUnits=|StoredUnits=|DataType=|Complexity=real|"
+      "ComplexFormat=real-imaginary|SampleTime=|Model=|FullBlockPath=|BlockName=|PortIndex=0 |Dimensions=|"
+      "Channel=|RootSource=|TimeSource=|DataSource=|";
+  const std::pair<std::string_view, std::string_view> kMembers[] = {
+      {R"("name":"x")", "Name=x"},
+      {R"("domainType":"outport")", "Domain=Outport"},
+      {R"("description":"x")", "Description=x"},
+      {R"("displayUnits":"x")", "DisplayUnits=x"},
+      {R"("units":"x")", "StoredUnits=x"},
+      {R"("dataTypeLabel":"x")", "DataType=x"},
+      {R"("complexity":1)", "Complexity=complex"},
+      {R"("complexCoordSystem":2)", "ComplexFormat=magnitude"},
+      {R"("sampleTime":"x")", "SampleTime=x"},
+      {R"("model":"x")", "Model=x"},
+      {R"("displayBlockPath":"a text that is long")", "FullBlockPath=a text that is long"},
+      {R"("blockName":"x")", "BlockName=x"},
+      {R"("portIndex":5)", "PortIndex=5 "},
+      {R"("dimensions":[2,3])", "Dimensions=2 3 "},
+      {R"("channel":[4])", "Channel=4 "},
+      {R"("rootSource":"x")", "RootSource=x"},
+      {R"("timeSource":"x")", "TimeSource=x"},
+      {R"("dataSource":"x")", "DataSource=x"},
+      {R"("portIndex":0)", "PortIndex=0 "},
+  };
+  // Each member in turn three times: it comes, stays and goes. Then again, further away from a whole record.
+  std::string json;
+  std::vector<std::string> expected;
+  for (std::size_t i = 0; i < 15 * std::size(kMembers); ++i) {
+    const auto& [member, field] = kMembers[i / 3 % std::size(kMembers)];
+    json += std::string(json.empty() ? "[" : ",") + R"({"id":)" + std::to_string(i) + R"(,"runID":2,)" +
+            std::string(member) + "}";
+    std::string& record = expected.emplace_back(kBare);
+    const std::size_t begin = record.find(field.substr(0, field.find('=') + 1));
+    record.replace(begin, record.find('|', begin) - begin, field);
+  }
+  bind(withSignalsPart(json + "]"));
+  const HostArray records = allSignals();
+  ASSERT_EQ(records.columns(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(describeRecord(records, i), expected[i]) << i;
+}
+
 TEST_F(Queries, ANameIsFoundInEveryRunInTheOrderOfTheList) {
   bind([](SessionWriter& session) {
     for (const std::int32_t run : {9, 2}) session.addRun({.id = run});

@@ -77,6 +77,12 @@ TEST(DatabaseFailures, DamagedFiles) {
       {"no database any more", [](const fs::path& file) { overwrite(file, 0, 4096); }},
       {"rows", [](const fs::path& file) { overwrite(file, 4096 * 3, 4096 * 100); }},
       {"a text that is not well-formed", [](const fs::path& file) { OtherConnection(file, kIllFormedName); }},
+      {"a first record that repeats another",
+       [](const fs::path& file) {
+         OtherConnection(
+             file,
+             "UPDATE signals SET records = CAST(substr(records, 1, 4) || x'FF' || substr(records, 6) AS BLOB)");
+       }},
       {"a batch that is cut off",
        [](const fs::path& file) { OtherConnection(file, "UPDATE signals SET records = zeroblob(2)"); }},
   };

@@ -84,6 +84,31 @@ TEST(Repository, RunsThatWereReadAheadAreThoseThatAreAskedFor) {
   EXPECT_EQ(raisedBy([&] { session.run(7)->record(); }), "simulation_data_repository:sdr:NoSuchRun()");
 }
 
+TEST(Repository, SignalsThatAreAlikeAreReadInAnyOrder) {
+  // Several batches of signals, of which each tenth differs from the one before in its units.
+  RepositoryFixture session;
+  session.loadRuns(R"([{"id":7}])");
+  const auto unitsOf = [](int i) { return std::to_string(i / 10 % 7); };
+  std::string json;
+  for (int i = 0; i < 2000; ++i) {
+    const std::string path(50, static_cast<char>('a' + i % 26));
+    json += (json.empty() ? "" : ",") + std::string(R"({"id":)") + std::to_string(i) +
+            R"(,"runID":7,"units":")" + unitsOf(i) + R"(","displayBlockPath":")" + path + R"("})";
+  }
+  session.loadSignals(json);
+  const std::vector<Signal> signals = session.signalsOf(7);
+  ASSERT_EQ(signals.size(), 2000u);
+  for (int step : {1, 3, 64, 601, 1999}) {
+    for (int i = 0, at = 0; i < 500; ++i, at = (at + step) % 2000) {
+      const auto number = static_cast<std::size_t>(at);
+      EXPECT_EQ(fl::i18n::to_string(signals[number].getUnits()), unitsOf(at))
+          << at << " by steps of " << step;
+      EXPECT_EQ(signals[number].getDisplayBlockPath().front(), u'a' + at % 26);
+    }
+  }
+  EXPECT_EQ(signals[9].repeatedFields(signals[7]), 0U) << "of others than neighbours nothing is known";
+}
+
 TEST(Repository, NamesMatchExactly) {
   RepositoryFixture session;
   session.loadRuns(kTwoRuns);

@@ -12,12 +12,15 @@
 #include "platform/errors/exceptions.h"
 #include "platform/repository/element_scanner.h"
 
-// A JSON array of any length in constant memory. A scanner that knows no more of JSON than texts and brackets
-// finds the commas between the elements, 64 bytes at a time. The text is cut at some of them into windows,
+// A JSON array of any length in constant memory. The text is cut at commas between elements into windows,
 // each of which is made an array of its own by putting brackets where its separators were. simdjson parses
 // the windows and decides what is well-formed (RFC 8259); the members of each element are then checked
-// against the field table. The scanner may be wrong about text that is not JSON, which does no harm: whatever
-// it cuts out is parsed, and every byte of the array lies in some window.
+// against the field table.
+//
+// Where to cut is guessed from the last bytes of a window; a wrong guess leaves a window that is not
+// well-formed. Then, and in what is at fault, a scanner that knows no more of JSON than texts and brackets
+// finds the commas between the elements, 64 bytes at a time. The scanner may be wrong about text that is not
+// JSON, which does no harm: whatever it cuts out is parsed, and every byte of the array lies in some window.
 namespace orra {
 namespace {
 
@@ -45,8 +48,9 @@ std::unique_ptr<Workspace> spareWorkspace;
 class JsonWindows {
  public:
   struct Window {
-    std::string_view text;  ///< "[…]", followed by as much readable memory as the parser asks for
-    bool mayBeEmpty;        ///< whether the whole array may be empty
+    std::string_view text;   ///< "[…]", followed by as much readable memory as the parser asks for
+    bool mayBeEmpty;         ///< whether the whole array may be empty
+    bool isGuessed = false;  ///< where it ends: if it is not well-formed it has to be cut again
   };
 
   JsonWindows(const ReadBytes& read, const PartKind& kind, std::vector<char>& buffer)
@@ -70,13 +74,22 @@ class JsonWindows {
     // A window that grew for one large element is not kept that large for the small ones behind it.
     windowBytes_ = kWindowBytes;
     scanner_ = ElementScanner();
-    while (true) {
-      if (auto window = cut()) {
-        first_ = false;
-        return window;
+    if (guesses_) {
+      while (filled_ < windowBytes_ && readOn()) {
       }
-      if (!readOn()) raiseInvalid(kind_, 0, "it ends before its array does");
+      if (const auto window = guess()) return window;
     }
+    return search();
+  }
+
+  /// The window that was given out last, for which a wrong end was guessed.
+  Window cutAgain() {
+    // An array that misleads once, with elements like `{"list":[{},{}]}`, would do so in most windows.
+    guesses_ = false;
+    if (position_ == Position::InArray) buffer_[separator_] = ',';
+    position_ = Position::InArray;
+    separator_ = consumed_ = 0;
+    return search();
   }
 
  private:
@@ -140,6 +153,41 @@ class JsonWindows {
     }
   }
 
+  /// Cuts at the last comma before a brace or, at the end of the source, behind the last bracket. Whether
+  /// that lies in a text or in an element is not known before the window is parsed: then a quote or a bracket
+  /// is left open. Nothing if there is no such place.
+  std::optional<Window> guess() {
+    const std::string_view text(buffer_.data(), filled_);
+    if (filled_ < windowBytes_) {
+      const std::size_t last = text.find_last_not_of(kWhitespace);
+      if (text[last] != ']') return std::nullopt;
+      position_ = Position::BehindArray;
+      consumed_ = last + 1;
+      return Window{text.substr(0, consumed_), elementsBefore_ == 0, true};
+    }
+    // The first byte is the window's bracket.
+    for (std::size_t brace = text.rfind('{'); brace != 0 && brace != std::string_view::npos;
+         brace = text.rfind('{', brace - 1)) {
+      const std::size_t before = text.find_last_not_of(kWhitespace, brace - 1);
+      if (text[before] == ',') return cutAt(before, true);
+    }
+    return std::nullopt;
+  }
+
+  Window cutAt(std::size_t separator, bool isGuessed) {
+    separator_ = consumed_ = separator;
+    buffer_[separator] = ']';
+    return {{buffer_.data(), separator + 1}, false, isGuessed};
+  }
+
+  /// The window up to a separator, or to the end of the array, that the scanner finds.
+  Window search() {
+    while (true) {
+      if (const auto window = cut()) return *window;
+      if (!readOn()) raiseInvalid(kind_, 0, "it ends before its array does");
+    }
+  }
+
   /// Scans what is there. Gives the window up to the end of the array, or up to the last separator if the
   /// buffer is full.
   std::optional<Window> cut() {
@@ -160,13 +208,11 @@ class JsonWindows {
     if (found == ElementScanner::Found::End) {
       position_ = Position::BehindArray;
       consumed_ = scanned_;
-      return Window{{buffer_.data(), scanned_}, first_};
+      return Window{{buffer_.data(), scanned_}, elementsBefore_ == 0};
     }
     // Before the buffer is full more elements fit into this window; without a separator it cannot be cut.
     if (filled_ < windowBytes_ || separator_ == 0) return std::nullopt;
-    buffer_[separator_] = ']';
-    consumed_ = separator_;
-    return Window{{buffer_.data(), separator_ + 1}, false};
+    return cutAt(separator_, false);
   }
 
   const ReadBytes& read_;
@@ -181,7 +227,7 @@ class JsonWindows {
   std::size_t separators_ = 0;  ///< found in this window so far
   std::size_t consumed_ = 0;    ///< bytes of the window that was given out last
   std::size_t elementsBefore_ = 0;
-  bool first_ = true;
+  bool guesses_ = true;
 };
 
 const char* describe(simdjson::error_code code) {
@@ -213,25 +259,29 @@ dom::element elementOf(const PartKind& kind, std::size_t number,
   return parsed.value_unsafe();
 }
 
-/// Parses windows, reusing one parser's memory.
+/// Cuts and parses windows in the memory of a workspace.
 class WindowParser {
  public:
   using Parsed = simdjson::simdjson_result<dom::element>;
+  struct Window {
+    std::string_view text;
+    std::optional<dom::array> elements;  ///< nothing if it is not well-formed
+  };
 
-  explicit WindowParser(dom::parser& parser) : parser_(parser) {}
+  WindowParser(const ReadBytes& read, const PartKind& kind, Workspace& workspace)
+      : windows_(read, kind, workspace.buffer), parser_(workspace.parser) {}
 
-  /// The elements, valid until the next call; nothing if the window is not well-formed.
-  std::optional<dom::array> parse(const JsonWindows::Window& window) {
-    dom::array elements;
-    const auto failure = parseText(window.text).get(elements);
-    // Not to be tried again: what the parser has of its memory by now it takes for all of it.
-    if (failure == simdjson::MEMALLOC) throw std::bad_alloc();
-    if (failure != simdjson::SUCCESS) return std::nullopt;
-    // Cut behind a comma, after which there has to be an element.
-    if (elements.begin() == elements.end() && !window.mayBeEmpty) return std::nullopt;
-    return elements;
+  /// As JsonWindows::next. The elements are valid until the next call.
+  std::optional<Window> next(std::size_t elementsBefore) {
+    auto window = windows_.next(elementsBefore);
+    if (!window) return std::nullopt;
+    auto elements = parse(*window);
+    if (!elements && window->isGuessed) {
+      window = windows_.cutAgain();
+      elements = parse(*window);
+    }
+    return Window{window->text, elements};
   }
-
   /// Parses a window that is not well-formed element by element. `visit` is given the number of each, from
   /// `number` on, and what came of it, which is an error at least once. Gives the number behind the last.
   template <class Visit>
@@ -254,15 +304,31 @@ class WindowParser {
   }
 
  private:
-  Parsed parseText(std::string_view padded) {
+  std::optional<dom::array> parse(const JsonWindows::Window& window) {
+    dom::array elements;
+    // The parser passes over brackets with nothing between them, which the scanner counts as a level: a
+    // window that it has not seen gets one level less.
+    const int levels = kSessionLimits.nesting + (window.isGuessed ? 0 : 1);
+    const auto failure = parseText(window.text, levels).get(elements);
+    // Not to be tried again: what the parser has of its memory by now it takes for all of it.
+    if (failure == simdjson::MEMALLOC) throw std::bad_alloc();
+    if (failure != simdjson::SUCCESS) return std::nullopt;
+    // Cut behind a comma, after which there has to be an element.
+    if (elements.begin() == elements.end() && !window.mayBeEmpty) return std::nullopt;
+    return elements;
+  }
+
+  Parsed parseText(std::string_view padded, std::size_t levels = kSessionLimits.nesting + 1) {
     constexpr bool kCopy = false;
     // Grown by hand, since parsing would otherwise fix the depth at the parser's default.
-    if (padded.size() > parser_.capacity()) {
-      if (const auto failure = parser_.allocate(padded.size(), kSessionLimits.nesting + 1)) return failure;
+    if (padded.size() > parser_.capacity() || levels != parser_.max_depth()) {
+      const std::size_t capacity = std::max(padded.size(), parser_.capacity());
+      if (const auto failure = parser_.allocate(capacity, levels)) return failure;
     }
     return parser_.parse(padded.data(), padded.size(), kCopy);
   }
 
+  JsonWindows windows_;
   dom::parser& parser_;
 };
 
@@ -289,11 +355,14 @@ bool isUnsignedList(const dom::element& json) {
   return std::all_of(list.begin(), list.end(), [](const dom::element& number) { return number.is_uint64(); });
 }
 
+inline bool isText(const dom::element& json) {
+  return json.type() == dom::element_type::STRING &&
+         json.get_string_length().value_unsafe() <= kSessionLimits.memberBytes;
+}
+
 void requireText(std::string_view name, const dom::element& json, const Element& element) {
-  if (!json.is_string()) element.refuse(name, "must be a text");
-  if (json.get_string_length().value() > kSessionLimits.memberBytes) {
-    element.refuse(name, "is larger than 1 MiB");
-  }
+  if (isText(json)) return;
+  element.refuse(name, json.is_string() ? "is larger than 1 MiB" : "must be a text");
 }
 
 void requireMetadata(const dom::element& json, const Element& element) {
@@ -311,7 +380,8 @@ void requireMetadata(const dom::element& json, const Element& element) {
   }
 }
 
-void requireKind(const Member& member, const dom::element& json, const Element& element) {
+// Not inlined into the loop over members, which is faster without: most are texts, checked there.
+[[gnu::noinline]] void requireKind(const Member& member, const dom::element& json, const Element& element) {
   switch (member.kind) {
     case FieldKind::Int32:
       if (!isInteger<std::int32_t>(json)) element.refuse(member.name, "must be an integer of 32 bits");
@@ -352,42 +422,46 @@ void raiseInvalid(const PartKind& kind, std::size_t element, std::string_view wh
   throw invalid(kind, element, what);
 }
 
-Row::Row(const PartKind& kind, std::size_t number, dom::element json) {
-  const Element element{kind, number};
+void Row::take(std::size_t number, dom::element json) {
+  const Element element{kind_, number};
   dom::object object;
-  if (json.get(object) != simdjson::SUCCESS) raiseInvalid(kind, number, "it is not an object");
-  MemberLookup lookup(kind.members);
-  for (const auto& [key, value] : object) {
-    const auto index = lookup.find(key);
+  if (json.get(object) != simdjson::SUCCESS) raiseInvalid(kind_, number, "it is not an object");
+  present_ = 0;
+  for (auto field = object.begin(), end = object.end(); field != end; ++field) {
+    const auto index = lookup_.find(field.key());
     // Later versions may add members: what is not known is ignored, and only checked for being JSON.
     if (!index) continue;
-    if (values_[*index]) element.refuse(key, "stands there twice");
-    requireKind(kind.members[*index], value, element);
-    values_[*index] = value;
+    const std::uint32_t bit = std::uint32_t{1} << *index;
+    if ((present_ & bit) != 0) element.refuse(field.key(), "stands there twice");
+    values_[*index] = field.value();
+    const Member& member = kind_.members[*index];
+    if (member.kind != FieldKind::Text || !isText(values_[*index])) {
+      requireKind(member, values_[*index], element);
+    }
+    present_ |= bit;
   }
-  if (!values_[0]) element.refuse(strings::IDLower, "is missing");
+  if ((present_ & 1) == 0) element.refuse(strings::IDLower, "is missing");
 }
 
 std::int32_t Row::integer(std::size_t member) const {
-  return static_cast<std::int32_t>(values_[member]->get_int64().value());
+  return static_cast<std::int32_t>(values_[member].get_int64().value());
 }
 
 void forEachRow(const ReadBytes& read, const PartKind& kind, const RowVisitor& visitRow) {
   auto workspace = spareWorkspace ? std::move(spareWorkspace) : std::make_unique<Workspace>();
-  JsonWindows windows(read, kind, workspace->buffer);
-  WindowParser parser(workspace->parser);
+  WindowParser parser(read, kind, *workspace);
+  Row row(kind);
   std::size_t index = 0;
   // The index goes on over the windows, since errors name an element by its position in the whole array.
-  while (const auto window = windows.next(index)) {
-    const auto elements = parser.parse(*window);
-    if (!elements) {
+  while (const auto window = parser.next(index)) {
+    if (!window->elements) {
       // Raises for the first that is at fault.
       parser.forEachElement(window->text, index + 1,
                             [&](std::size_t number, const auto& parsed) { elementOf(kind, number, parsed); });
     }
-    for (const dom::element element : *elements) {
-      visitRow(index, Row(kind, index + 1, element));
-      ++index;
+    for (const dom::element element : *window->elements) {
+      row.take(index + 1, element);
+      visitRow(index++, row);
     }
   }
   // Not one that a large element made grow.
@@ -406,17 +480,20 @@ void auditRows(const ReadBytes& read, const PartKind& kind, const RowVisitor& vi
     }
   };
   Workspace workspace;
-  JsonWindows windows(read, kind, workspace.buffer);
-  WindowParser parser(workspace.parser);
+  WindowParser parser(read, kind, workspace);
+  Row row(kind);
   std::size_t number = 1;
   const auto visit = [&](std::size_t at, const simdjson::simdjson_result<dom::element>& parsed) {
-    audited([&] { visitRow(at - 1, Row(kind, at, elementOf(kind, at, parsed))); });
+    audited([&] {
+      row.take(at, elementOf(kind, at, parsed));
+      visitRow(at - 1, row);
+    });
   };
   // Outside of the loop: where one window cannot be cut off there is no next one.
   audited([&] {
-    while (const auto window = windows.next(number - 1)) {
-      if (const auto elements = parser.parse(*window)) {
-        for (const dom::element element : *elements) visit(number++, dom::element(element));
+    while (const auto window = parser.next(number - 1)) {
+      if (window->elements) {
+        for (const dom::element element : *window->elements) visit(number++, dom::element(element));
       } else {
         number = parser.forEachElement(window->text, number, visit);
       }

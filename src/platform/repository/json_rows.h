@@ -19,25 +19,6 @@ namespace orra {
 
 // From the bytes of a run list or signals part to checked elements. The parser's own type shows in this
 // header, so it is included only where elements are taken apart; obj_ref_array_json.h is for everyone else.
-/// One element of a JSON part: its known members in the order of its kind, each of the right kind or absent.
-class Row {
- public:
-  using Value = std::optional<simdjson::dom::element>;
-
-  /// Raises InvalidSessionData for an element (counted from 1) that is no object, lacks `id`, or has a known
-  /// member twice, of the wrong kind or too large.
-  Row(const PartKind& kind, std::size_t element, simdjson::dom::element json);
-
-  const Value& operator[](std::size_t member) const { return values_[member]; }
-  /// A member of 32 bits that is there.
-  std::int32_t integer(std::size_t member) const;
-
- private:
-  static constexpr std::size_t kMostMembers =
-      std::max(kMembers<RunRecord>.size(), kMembers<SignalRecord>.size());
-  std::array<Value, kMostMembers> values_;
-};
-
 /// Whether two names are equal. Most are as short as a few words of eight bytes, for which a call of memcmp
 /// takes longer than comparing them.
 inline bool sameName(std::string_view one, std::string_view other) {
@@ -72,10 +53,12 @@ class MemberLookup {
 
   /// The index of the member; nothing for a name that is not known.
   std::optional<std::size_t> find(std::string_view name) {
-    // Every member is tried once, beginning behind the last hit.
-    for (std::size_t tried = 0; tried < members_.size(); ++tried) {
-      if (next_ == members_.size()) next_ = 0;
-      if (sameName(members_[next_++].name, name)) return next_ - 1;
+    const std::size_t first = next_;
+    for (; next_ < members_.size(); ++next_) {
+      if (sameName(members_[next_].name, name)) return next_++;
+    }
+    for (next_ = 0; next_ < first; ++next_) {
+      if (sameName(members_[next_].name, name)) return next_++;
     }
     return std::nullopt;
   }
@@ -83,6 +66,36 @@ class MemberLookup {
  private:
   std::span<const Member> members_;
   std::size_t next_ = 0;
+};
+
+/// One element of a JSON part: its known members in the order of its kind, each of the right kind or absent.
+class Row {
+ public:
+  /// Null where the member is absent.
+  using Value = const simdjson::dom::element*;
+
+  explicit Row(const PartKind& kind) : kind_(kind), lookup_(kind.members) {}
+
+  /// Becomes another element, so that what one row needs is set up once for a part. Raises InvalidSessionData
+  /// for an element (counted from 1) that is no object, lacks `id`, or has a known member twice, of the wrong
+  /// kind or too large.
+  void take(std::size_t element, simdjson::dom::element json);
+
+  Value operator[](std::size_t member) const {
+    return (present_ >> member & 1) != 0 ? &values_[member] : nullptr;
+  }
+  /// A member of 32 bits that is there.
+  std::int32_t integer(std::size_t member) const;
+
+ private:
+  static constexpr std::size_t kMostMembers =
+      std::max(kMembers<RunRecord>.size(), kMembers<SignalRecord>.size());
+
+  PartKind kind_;
+  MemberLookup lookup_;
+  std::uint32_t present_ = 0;  ///< a bit for each member
+  static_assert(kMostMembers <= 32);
+  std::array<simdjson::dom::element, kMostMembers> values_;
 };
 
 /// What refuses a part, simulation_data_repository:sdr:InvalidSessionData. Elements count from 1; 0 stands

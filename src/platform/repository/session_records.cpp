@@ -55,7 +55,7 @@ class RecordMaker {
     Record record;
     std::size_t member = 0;
     forEachField(record, [&](std::string_view, auto& value) {
-      if (const Row::Value& found = row[member]; found && isWanted_[member]) take(*found, value);
+      if (const Row::Value found = row[member]; found && isWanted_[member]) take(*found, value);
       ++member;
     });
     return record;

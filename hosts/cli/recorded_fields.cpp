@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -59,11 +60,12 @@ Place placeByOrder(const std::vector<IdByOrder>& ids, const HostArray& orderInde
 
 }  // namespace
 
-const HostArray& RunPlacer::withPlace(const HostArray& record, const RunPlace& run) {
+const HostArray& RunPlacer::withPlace(HostArray record, const RunPlace& run) {
   if (placed_.isEmpty()) placed_ = wider(record, {u"RunID", u"RunOrderIndex", u"SamplesPart"}, 1);
-  const Place place{HostArray::int32Scalar(run.id), HostArray::int32Scalar(run.orderIndex), samplesPart(run)};
-  fill(placed_, record, 0);
-  setPlace(placed_, 0, place);
+  const std::span<HostArray> values = placed_.fieldValues();
+  Place place{HostArray::int32Scalar(run.id), HostArray::int32Scalar(run.orderIndex), samplesPart(run)};
+  std::ranges::move(place, values.begin());
+  std::ranges::move(record.fieldValues(), values.begin() + place.size());
   return placed_;
 }
 

@@ -14,8 +14,8 @@ namespace tavlox::cli {
 /// Puts the fields RunID, RunOrderIndex and SamplesPart in front of runs' records, one after the other.
 class RunPlacer {
  public:
-  /// Valid until the next call.
-  const corvan::HostArray& withPlace(const corvan::HostArray& record, const samples::RunPlace& run);
+  /// Takes the record's values. Valid until the next call.
+  const corvan::HostArray& withPlace(corvan::HostArray record, const samples::RunPlace& run);
 
  private:
   corvan::HostArray placed_;  ///< made once: all runs have the same fields

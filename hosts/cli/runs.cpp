@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -101,7 +102,7 @@ ExitCode runRuns(const Request& request) {
         continue;
       }
       // Printed as it comes: a session may have hundreds of thousands of runs.
-      add(where.select(placer.withPlace(record, *place), path));
+      add(where.select(placer.withPlace(std::move(record), *place), path));
     }
     return result;
   };

@@ -373,9 +373,11 @@ void requireMetadata(const dom::element& json, const Element& element) {
   for (const auto& [key, value] : object) {
     const auto index = lookup.find(key);
     if (!index) continue;
-    const std::string name = "metadata." + std::string(key);
     // RFC 8259 leaves the meaning of repeated names open; taking one of them would be a guess.
-    if (std::exchange(seen[*index], true)) element.refuse(name, "stands there twice");
+    const bool isRepeated = std::exchange(seen[*index], true);
+    if (!isRepeated && isText(value)) continue;
+    const std::string name = "metadata." + std::string(key);
+    if (isRepeated) element.refuse(name, "stands there twice");
     requireText(name, value, element);
   }
 }

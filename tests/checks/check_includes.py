@@ -19,7 +19,7 @@ ALLOWED = {  # a folder and what it may include beside itself
     "platform/sql": BASE | {"platform/files"},
     "platform/repository": BASE | {"platform/files", "platform/zip", "platform/sql"},
     "platform/export_file": PACKAGE | {"platform/repository"},
-    "platform/tables": BASE | {"platform/files"},
+    "platform/tables": BASE | {"platform/files", "platform/zip"},
     "platform/recording": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
     "platform/hdf5": BASE | {"platform/files", "platform/tables"},
     "platform/samples": PACKAGE | {"platform/repository", "platform/export_file", "platform/tables"},
@@ -37,8 +37,9 @@ ALLOWED["entry"] = ALLOWED["fileclass"] | {"fileclass"}
 MODULE = set(ALLOWED) - PLATFORM
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"(?!generated/)([^"]+)"|<([^>]+)>)', re.MULTILINE)
-# What ends in .h between angle brackets is a header of C, unless it belongs to one of these C++ libraries.
-FOREIGN = re.compile(r"(?!(?:Poco|boost|fmt|pybind11)/).*\.h$")
+# What ends in .h between angle brackets is a header of C, unless it belongs to one of these C++ libraries or gives
+# names to the processor's instructions.
+FOREIGN = re.compile(r"(?!(?:Poco|boost|fmt|pybind11)/|[a-z]mmintrin\.h).*\.h$")
 
 
 class Tree:

@@ -13,6 +13,7 @@
 #include "platform/files/filesystem.h"
 #include "platform/progress/progress.h"
 #include "platform/text/conversion.h"
+#include "platform/zip/wide_registers.h"
 
 namespace tavlox::tables {
 
@@ -72,6 +73,7 @@ class GzipUnpacker : public Unpacker {
     state_->next_out = reinterpret_cast<std::uint8_t*>(into);
     state_->avail_out = static_cast<std::uint32_t>(count);
     const int result = isal_inflate(state_.get());
+    zip::releaseWideRegisters();
     packed.remove_prefix(packed.size() - state_->avail_in);
     return {count - state_->avail_out, result >= ISAL_DECOMP_OK};
   }

@@ -7,6 +7,7 @@
 #include <isa-l.h>
 
 #include "platform/errors/package_errors.h"
+#include "platform/zip/wide_registers.h"
 
 // Size and checksum of an entry are claims until all of its data was unpacked, and the packed data may come
 // from anybody. So the output is cut at the declared size, whatever the stream would still give, and the
@@ -96,6 +97,7 @@ struct DataReader::State {
     actualChecksum = crc32_gzip_refl(actualChecksum, static_cast<const unsigned char*>(into), got);
     left -= got;
     if (left == 0 && !isAtSoundEnd) checkEnd();
+    releaseWideRegisters();
     return got;
   }
 

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "platform/errors/package_errors.h"
+#include "platform/zip/wide_registers.h"
 
 namespace zip {
 namespace {
@@ -72,6 +73,7 @@ class Deflater {
     stream_.next_out = output_.get();
     stream_.avail_out = static_cast<std::uint32_t>(count - 1);
     const bool isSmaller = isal_deflate(&stream_) == COMP_OK && stream_.internal_state.state == ZSTATE_END;
+    releaseWideRegisters();
     if (!isSmaller) return std::nullopt;
     return std::string_view(reinterpret_cast<const char*>(output_.get()), stream_.total_out);
   }
@@ -121,6 +123,7 @@ class Deflater {
     stream_.next_out = output_.get();
     stream_.avail_out = kOutputBuffer;
     const int status = isal_deflate(&stream_);
+    releaseWideRegisters();
     const std::size_t produced = kOutputBuffer - stream_.avail_out;
     const bool isStuck =
         produced == 0 && stream_.avail_in == inputBefore && stream_.internal_state.state == stateBefore;
@@ -178,6 +181,7 @@ void Spool::write(const void* data, std::size_t count) {
     deflate(data, count);
   }
   checksum_ = crc32_gzip_refl(checksum_, static_cast<const unsigned char*>(data), count);
+  releaseWideRegisters();
   size_ += count;
   isBroken_ = false;
 }

@@ -1,8 +1,11 @@
 #include "platform/zip/entry_reader.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "platform/errors/package_errors.h"
+#include "platform/zip/spool.h"
 #include "tests/platform/zip/archives.h"
 #include "tests/support/temporary_folder.h"
 
@@ -87,6 +90,37 @@ TEST(EntryReader, DoesNotBelieveADeclaredSize) {
   EXPECT_EQ(support::raisedBy([&] { readWhole(one.file, one.entry(), 1000); }),
             "opc:zip:EntryTooLarge(" + one.file->path() + ", text, 1000)");
 }
+
+#ifdef __x86_64__
+[[gnu::target("avx")]] bool isWideRegisterFilled() {
+  unsigned char upper[16 * 16];
+  asm(".irp n,0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15\n"
+      "vextractf128 $1, %%ymm\\n, 16*\\n(%0)\n"
+      ".endr"
+      :
+      : "r"(upper)
+      : "memory");
+  return std::any_of(std::begin(upper), std::end(upper), [](unsigned char byte) { return byte != 0; });
+}
+
+// Filled ones make everything slow that comes after.
+TEST(EntryReader, LeavesTheWideRegistersEmptyAsDoesASpool) {
+  if (!__builtin_cpu_supports("avx")) GTEST_SKIP() << "there are none";
+  const std::string text = samples::rows(300'000);
+  ArchiveBuilder archive;
+  archive.add("text", text, Packing::Deflated);
+  const OneEntry one(archive);
+  std::string buffer(text.size(), '\0');
+  EntryReader reader(one.file, one.entry());
+  reader.read(buffer.data(), buffer.size());
+  EXPECT_FALSE(isWideRegisterFilled());
+  Spool spool(one.folder.path().string());
+  spool.write(text.data(), text.size());
+  EXPECT_FALSE(isWideRegisterFilled());
+  spool.finish();
+  EXPECT_FALSE(isWideRegisterFilled());
+}
+#endif
 
 }  // namespace
 }  // namespace zip

@@ -1,5 +1,6 @@
 #include "platform/opc/xml_plain.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -207,30 +208,51 @@ bool PlainList::readItem() {
   const auto count = takeAttributes(cursor, attributes);
   if (!count) return false;
 
-  shape_ =
-      Shape({rest.data(), cursor.at()}, begin, name, std::span(attributes).first(*count), cursor.lines());
-  attributes_.assign(attributes.begin(), attributes.begin() + *count);
-  for (std::size_t i = 0; i < *count; ++i) attributes_[i].local = shape_.places[i].local;
+  shape_.indent = static_cast<std::size_t>(begin - rest.data());
+  shape_.lines = cursor.lines();
+  learn({rest.data(), cursor.at()}, name, std::span(attributes).first(*count));
   report(cursor.at());
   return true;
 }
 
+void PlainList::learn(std::string_view text, std::string_view name, std::span<const Attribute> attributes) {
+  const bool isAlike = name == shape_.name &&
+                       std::ranges::equal(attributes, attributes_, {}, &Attribute::local, &Attribute::local);
+  std::array<bool, kMostAttributes> differs{};
+  // A type stays the same from item to item, a name does not: what has changed once is not expected again.
+  for (std::size_t i = 0; isAlike && i < attributes.size(); ++i)
+    differs[i] = isGap(i) || attributes[i].value != attributes_[i].value;
+
+  shape_.text = text;
+  const auto kept = [&](std::string_view piece) {
+    return std::string_view(shape_.text).substr(piece.data() - text.data(), piece.size());
+  };
+  shape_.name = kept(name);
+  shape_.gaps.clear();
+  attributes_.clear();
+  const char* at = text.data();
+  for (std::size_t i = 0; i < attributes.size(); ++i) {
+    const std::string_view value = attributes[i].value;
+    attributes_.push_back({{}, kept(attributes[i].local), kept(value)});
+    if (!differs[i]) continue;
+    shape_.gaps.push_back({kept({at, value.data()}), i});
+    at = value.data() + value.size() + 1;  // behind the second quote
+  }
+  shape_.end = kept({at, text.data() + text.size()});
+}
+
+bool PlainList::isGap(std::size_t attribute) const {
+  return std::ranges::find(shape_.gaps, attribute, &Gap::attribute) != shape_.gaps.end();
+}
+
 bool PlainList::readAlike() {
-  if (shape_.places.empty()) return false;
+  if (shape_.text.empty()) return false;
   Cursor cursor(window_.rest());
-  auto attribute = attributes_.begin();
-  for (auto& [before, local, first, repeats] : shape_.places) {
-    if (!cursor.take(before)) return false;
-    std::string_view& value = attribute++->value;
-    // A type stays the same from item to item, a name does not: what has changed once is not expected again.
-    if (repeats && cursor.take(first)) {
-      value = {cursor.at() - first.size(), first.size() - 1};
-      continue;
-    }
-    const auto other = cursor.takeUpTo(first.back());
-    if (!other) return false;
-    value = *other;
-    repeats = false;
+  for (const Gap& gap : shape_.gaps) {
+    if (!cursor.take(gap.before)) return false;
+    const auto value = cursor.takeUpTo(gap.before.back());
+    if (!value) return false;
+    attributes_[gap.attribute].value = *value;
   }
   if (!cursor.take(shape_.end)) return false;
   report(cursor.at());
@@ -246,19 +268,6 @@ void PlainList::report(const char* end) {
   handler_.end({past, past});
   // Last: the texts lie in the window.
   window_.take(size);
-}
-
-PlainList::Shape::Shape(std::string_view item, const char* begin, std::string_view itsName,
-                        std::span<const Attribute> itsAttributes, std::size_t lineEnds)
-    : name(itsName), indent(static_cast<std::size_t>(begin - item.data())), lines(lineEnds) {
-  const char* at = item.data();
-  for (const auto& [space, local, value] : itsAttributes) {
-    // The quotes belong to what stands between the values.
-    places.push_back(
-        {{at, value.data()}, std::string(local), {value.data(), value.data() + value.size() + 1}});
-    at = value.data() + value.size() + 1;
-  }
-  end.assign(at, item.data() + item.size());
 }
 
 bool PlainList::readEnd() {

@@ -58,34 +58,34 @@ class PlainList {
  private:
   bool readOpening();
   bool readItem();
-  /// An item that differs from the one before in nothing but its values, as most do.
+  /// An item that differs from the one before in nothing but a few values, as most do.
   bool readAlike();
   bool readEnd();
   /// Hands on an item that has the shape; `end` is where it ends in the window.
   void report(const char* end);
 
-  /// How the last item was written, from behind the one before it to its end.
-  struct Shape {
-    Shape() = default;
-    Shape(std::string_view item, const char* begin, std::string_view itsName,
-          std::span<const Attribute> itsAttributes, std::size_t lineEnds);
-
-    struct Place {
-      std::string before;  ///< the value, up to its first quote
-      std::string local;
-      std::string value;    ///< that of the first item, with its second quote
-      bool repeats = true;  ///< whether all items until now had that value
-    };
-    std::vector<Place> places;
-    std::string end, name;
-    std::size_t indent = 0, lines = 0;
+  /// A value that is another from item to item.
+  struct Gap {
+    std::string_view before;  ///< what stands between it and the one before, with its first quote
+    std::size_t attribute;    ///< index of its attribute
   };
+  /// How the last item was written that the next are compared with. All texts are pieces of the first.
+  struct Shape {
+    std::string text;  ///< from behind the item before it to its end
+    std::string_view name;
+    std::size_t indent = 0, lines = 0;
+    std::vector<Gap> gaps;
+    std::string_view end;  ///< what stands behind the last of them
+  };
+  /// Takes an item for the one that the next are compared with. The texts are pieces of `text`.
+  void learn(std::string_view text, std::string_view name, std::span<const Attribute> attributes);
+  bool isGap(std::size_t attribute) const;
 
   Window& window_;
   Handler& handler_;
   std::string opening_, space_, root_;
   Shape shape_;
-  std::vector<Attribute> attributes_;  ///< of the last item; their names are the shape's
+  std::vector<Attribute> attributes_;  ///< of the last item, pieces of the shape but for what fills gaps
   std::size_t lines_ = 0;
 };
 

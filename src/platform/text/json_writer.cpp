@@ -93,16 +93,11 @@ JsonWriter& JsonWriter::value(std::string_view narrow) {
 
 JsonWriter& JsonWriter::value(std::u16string_view text) {
   separate();
-  // Nearly all texts are short and plain: they are put between their quotes here and go over in one piece.
-  constexpr std::size_t kShort = 254;
-  char quoted[kShort + 2];
-  quoted[0] = '"';
-  if (text.size() <= kShort && narrowPlain(text, quoted + 1)) {
-    quoted[text.size() + 1] = '"';
-    text_.append(quoted, text.size() + 2);
-    return *this;
-  }
-  text_ += '"';
+  // Nearly all texts are plain: they are written in place, between their quotes.
+  const std::size_t begin = text_.size();
+  text_.resize(begin + text.size() + 2, '"');
+  if (narrowPlain(text, text_.data() + begin + 1)) return *this;
+  text_.resize(begin + 1);
   // JSON is UTF-8, in which a lone surrogate cannot be written, and leaving it out would make two different
   // texts equal. In escapes nothing of it is lost.
   if (is_well_formed(text)) {

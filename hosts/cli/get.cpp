@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <set>
 
@@ -92,6 +93,10 @@ class OutputFolder {
   OutputFolder& operator=(const OutputFolder&) = delete;
 
   const std::u16string& path() const { return path_; }
+  bool isEmpty() const {
+    std::error_code failure;
+    return std::filesystem::is_empty(to_string(path_), failure);
+  }
   std::u16string pathOf(const std::u16string& relative) const { return fs::concatenate(path_, relative); }
 
   /// What is at a path below the folder now, or the first link on the way to it.
@@ -235,7 +240,6 @@ class Extraction {
   explicit Extraction(const Request& request)
       : request_(request),
         file_(openFile(request, request.one("FILE"))),
-        wanted_(wantedEntries()),
         folder_(request.has("--output") ? fs::absolute(request.one("--output")) : fs::current_path()) {
     refuseTargets();
     temporary_.emplace(folder_.path());
@@ -248,7 +252,7 @@ class Extraction {
     std::vector<Finished> finished;
     for (const std::u16string& search : request_.all("ENTRY")) {
       try {
-        for (const std::u16string& path : extract(search)) finished.push_back({path, path});
+        for (std::u16string& path : extract(search)) finished.push_back({path, std::move(path)});
       } catch (const except_with_causes& failure) {
         const std::vector<Wanted> wanted = wantedEntries(search);
         const bool isAlone = wanted.size() < 2 && request_.all("ENTRY").size() < 2;
@@ -262,18 +266,9 @@ class Extraction {
   }
 
  private:
-  std::vector<Wanted> wantedEntries() const {
-    std::vector<Wanted> wanted;
-    for (const std::u16string& search : request_.all("ENTRY")) {
-      for (Wanted& entry : wantedEntries(search)) wanted.push_back(std::move(entry));
-    }
-    return wanted;
-  }
-
   std::vector<Wanted> wantedEntries(const std::u16string& search) const {
     const std::size_t cut = fs::is_absolute_path_when_expanded(search) ? 1 : kUserFolder.size();
     std::vector<Wanted> wanted;
-    // Where the search is malformed this raises, before any folder is made.
     for (const std::u16string& entry : entriesMeant(file_, search))
       wanted.push_back({entry, entry.substr(cut)});
     return wanted;
@@ -281,19 +276,23 @@ class Extraction {
 
   /// Before anything is extracted, which may take long.
   void refuseTargets() {
+    // Then nothing can be in the way, and telling what will come takes half as long as extracting it.
+    if (folder_.isEmpty()) return;
     struct stat package {};
     // By device and inode, since one file has many paths.
     stat(to_string(request_.one("FILE")).c_str(), &package);
     // All are gathered, so that one run tells of every file in the way.
     std::set<std::u16string> links, taken;
-    for (const Wanted& wanted : wanted_) {
+    const auto look = [&](const Wanted& wanted) {
       // An entry without a place is refused later, by itself; nothing can be in its way.
       const auto found = hasPlace(wanted.entry) ? folder_.find(wanted.relative) : std::nullopt;
-      if (!found) continue;
+      if (!found) return;
       (S_ISLNK(found->status.st_mode) ? links : taken).insert(found->path);
       const bool isPackage = found->status.st_dev == package.st_dev && found->status.st_ino == package.st_ino;
       if (isPackage) raiseNotWritten(found->path, u"it is the package that is read");
-    }
+    };
+    for (const std::u16string& search : request_.all("ENTRY"))
+      std::ranges::for_each(wantedEntries(search), look);
     const auto named = [](const auto& paths) { return namesInMessage({paths.begin(), paths.end()}); };
     if (!links.empty()) raise("tavlox:cli:LinkInOutput", named(links));
     if (!taken.empty() && !request_.has("--force")) raise("tavlox:cli:OutputExists", named(taken));
@@ -413,7 +412,6 @@ class Extraction {
   // The order matters: each member is made with those before it.
   const Request& request_;
   const zobs::COSInterfacePointer file_;
-  const std::vector<Wanted> wanted_;
   OutputFolder folder_;
   std::optional<TemporaryFolder> temporary_;  // goes before the folder it lies in
   std::optional<mode_t> folderMode_;          // while whole folders can be moved to their paths

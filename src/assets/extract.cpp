@@ -82,7 +82,7 @@ class FileWriter {
 
   static void writePart(const std::u16string& filePath, fs::Descriptor& file, const opc::model::Part& part) {
     try {
-      opc::copyStream(*part.getInputStream(), file.get(), part.getSize());
+      opc::copyStream(*part.getInputStream(), file.get());
     } catch (const except_with_causes& failure) {
       raiseInvalid(filePath, failure);
     }

@@ -88,7 +88,8 @@ std::u16string concatenate(const std::u16string& folder, const std::u16string& n
   const std::size_t nameStart = std::min(name.find_first_not_of(kSeparator), name.size());
   std::u16string joined;
   joined.reserve(folderEnd + 1 + name.size() - nameStart);
-  return joined.append(folder, 0, folderEnd).append(1, kSeparator).append(name, nameStart);
+  joined.append(folder, 0, folderEnd).append(1, kSeparator).append(name, nameStart);
+  return joined;  // what append gives would be copied
 }
 
 }  // namespace fl::filesystem

@@ -30,6 +30,9 @@ struct PartView {
   std::shared_ptr<zip::Spool> data;
   /// Null if it has none.
   const RelationshipsDocument* relationships;
+
+  /// Bytes of the data, of new data those written so far.
+  std::uint64_t size() const { return entry ? entry->size : data ? data->size() : 0; }
 };
 
 /// One opening of a package, from `open` to `close`: the index of the file, and the changes made since, which

@@ -53,11 +53,7 @@ const PartName& Part::getName() const { return handle_->name; }
 
 ContentType Part::getContentType() const { return *opened().part(handle_->name).type; }
 
-std::uint64_t Part::getSize() const {
-  const PartView part = opened().part(handle_->name);
-  if (part.entry) return part.entry->size;
-  return part.data ? part.data->size() : 0;
-}
+std::uint64_t Part::getSize() const { return opened().part(handle_->name).size(); }
 
 std::uint64_t Part::getCompressedSize() const {
   const PartView part = opened().part(handle_->name);
@@ -65,9 +61,11 @@ std::uint64_t Part::getCompressedSize() const {
 }
 
 std::shared_ptr<InputStream> Part::getInputStream() const {
-  // Raises if the part is gone, which a stream from before must not hide.
-  opened().part(handle_->name);
-  if (!handle_->input) handle_->input = std::make_shared<InputStream>(handle_->package, handle_->name);
+  if (handle_->input) {
+    opened().part(handle_->name);  // raises if the part is gone, which a stream from before must not hide
+  } else {
+    handle_->input = std::make_shared<InputStream>(handle_->package, handle_->name);
+  }
   return handle_->input;
 }
 

@@ -32,6 +32,7 @@ void InputStream::restart() {
   written_.reset();
   entry_.reset();
   data_ = part.data;
+  size_ = part.size();
   if (part.entry) entry_.emplace(package_->file(), *part.entry);
   // A part that was created and never written to is empty.
   if (!data_) return;
@@ -77,14 +78,14 @@ std::streamsize InputStreamSource::read(char* into, std::streamsize count) {
   return got == 0 ? -1 : static_cast<std::streamsize>(got);
 }
 
-void copyStream(InputStream& from, int file, std::uint64_t expected) {
+void copyStream(InputStream& from, int file) {
   Block block;
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
     if (fl::filesystem::writeAt(file, copied, block.data(), count) != 0)
       raise("opc:stream:CannotWrite", copied);
     copied += count;
-    report(u"Extracting", copied, expected);
+    report(u"Extracting", copied, from.size());
   }
 }
 

@@ -32,10 +32,13 @@ class InputStream {
   std::size_t read(void* into, std::size_t count);
   /// Closes the data and opens it again: the next read begins at the first byte.
   void restart();
+  /// Bytes of all the data.
+  std::uint64_t size() const { return size_; }
 
  private:
   std::shared_ptr<OpenPackage> package_;
   model::PartName part_;
+  std::uint64_t size_ = 0;
   // One of the two readers, or neither at the end and for a part without data.
   std::optional<zip::EntryReader> entry_;
   std::shared_ptr<zip::Spool> data_;  // outlives its reader
@@ -83,10 +86,9 @@ class InputStreamSource {
   std::shared_ptr<InputStream> input_;
 };
 
-/// Writes everything that is left to a file, from its start, in constant memory. Reports its progress;
-/// `expected` is how many bytes there will be, 0 if that is not known. Raises opc::Exception if the stream
-/// cannot be read or the file (a descriptor) not be written.
-void copyStream(InputStream& from, int file, std::uint64_t expected = 0);
+/// Writes everything that is left to a file, from its start, in constant memory. Reports its progress.
+/// Raises opc::Exception if the stream cannot be read or the file (a descriptor) not be written.
+void copyStream(InputStream& from, int file);
 /// Takes in all of a file from its start, reporting progress too. If it cannot be read to its end the data is
 /// abandoned, and raises opc::Exception with the package and `name`, the file's.
 void copyFile(const fl::filesystem::OpenFile& from, std::u16string_view name, OutputStream& to);

@@ -62,7 +62,8 @@ std::string ListText::toBytes() const {
     bytes.append(text_, kept, piece.begin - kept).append(text);
     kept = piece.end;
   }
-  return bytes.append(text_, kept).append(tail_);
+  bytes.append(text_, kept).append(tail_);
+  return bytes;  // what append gives would be copied, and may be large
 }
 
 void ListReader::start(const Name& name, const Attributes& attributes, Span tag) {

@@ -76,10 +76,14 @@ std::string writeElement(std::string_view name, std::span<const WrittenAttribute
     append(element, value, Inside::Attribute);
     element += '"';
   }
-  if (text.empty()) return element.append("/>");
+  if (text.empty()) {
+    element.append("/>");
+    return element;  // what append gives would be copied
+  }
   element += '>';
   append(element, text, Inside::Text);
-  return element.append("</").append(name).append(">");
+  element.append("</").append(name).append(">");
+  return element;
 }
 
 std::string writeText(std::string_view text) {

@@ -101,7 +101,8 @@ std::string localHeader(const NewEntry& entry) {
   std::string header;
   append(header, kLocalSignature);
   appendCommon(header, entry, extra);
-  return header.append(entry.name).append(extra);
+  header.append(entry.name).append(extra);
+  return header;  // what append gives would be copied
 }
 
 void appendCentralRecord(std::string& directory, const NewEntry& entry) {

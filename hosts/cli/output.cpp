@@ -29,6 +29,8 @@ using Widths = std::vector<std::size_t>;
 constexpr std::string_view kGap = "  ";
 // Large enough that writes cost nothing beside the making of the rows.
 constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
+// Bytes of a member that are kept for the next record.
+constexpr std::size_t kLongestKept = 1024;
 
 /// Raises tavlox:cli:CannotWriteOutput with the reason in errno, which must be that of the call just made.
 void requireSuccess(bool done) {
@@ -189,10 +191,12 @@ void RecordPrinter::addObjects(const HostArray& structures) {
     fields.push_back(structures.fieldValues(field));
   for (std::size_t index = 0; index < structures.elementCount(); ++index) {
     json_.append(std::exchange(isFirst_, false) ? "[" : ",");
-    for (std::size_t field = 0; field < members_.size(); ++field)
+    for (std::size_t field = 0; field < members_.size(); ++field) {
       addMember(members_[field], fields[field][index]);
+      // Also within an object, whose texts may have a megabyte each.
+      if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
+    }
     json_.append("}");
-    if (json_.text().size() >= kPieceSize) print(std::string_view(json_.take()));
   }
 }
 
@@ -207,8 +211,10 @@ void RecordPrinter::addMember(Member& member, const HostArray& value) {
   if (isBare) json_.append("[");
   writeJson(json_, value);
   if (isBare) json_.append("]");
-  member.written.assign(json_.text(), begin);
-  member.value = value;
+  // What is long costs more memory than time to write again.
+  const bool isShort = json_.text().size() - begin <= kLongestKept;
+  member.written.assign(json_.text(), begin, isShort ? std::string::npos : 0);
+  member.value = isShort ? value : HostArray();
 }
 
 void RecordPrinter::finish() {

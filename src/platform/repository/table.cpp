@@ -275,6 +275,8 @@ const Record* Table<Record>::read(std::int64_t key) {
   if (!isAhead(key)) return nullptr;
   skipTo(key);
   while (next_ <= key) takeNext();
+  // Records may have megabytes, which are not to be held twice. Clearing would keep the memory.
+  if (next_ > last_) std::string().swap(batch_);
   recordKey_ = key;
   recordStretch_ = database_.stretch();
   return &record_;

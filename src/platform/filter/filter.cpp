@@ -64,7 +64,7 @@ class Words {
 
  private:
   std::u16string take(std::u16string_view::iterator end) {
-    const std::u16string word(text_.begin(), end);
+    std::u16string word(text_.begin(), end);
     text_.remove_prefix(word.size());
     return word;
   }
@@ -209,7 +209,7 @@ class Parser {
     if (!isText && word_.kind != Word::Kind::Number) refuse(u"a number or a text in quotes");
     if (isText && fields_[field].kind == Kind::Number)
       raise("filter:where:NumberNeeded", fields_[field].name, word_.text);
-    const Value value = isText ? Value(word_.text) : Value(word_.number);
+    Value value = isText ? Value(word_.text) : Value(word_.number);
     advance();
     return value;
   }

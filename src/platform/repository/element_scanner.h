@@ -114,7 +114,8 @@ class ElementScanner {
     const std::uint64_t starts =
         (values & ~(values << 1 | (wasInValue_ ? 1 : 0))) | (inTexts & ~(inTexts << 1 | (wasInText ? 1 : 0)));
     wasInValue_ = (values >> (count - 1) & 1) != 0;
-    return static_cast<std::size_t>(std::popcount(marks) + std::popcount(starts));
+    const int tokens = std::popcount(marks) + std::popcount(starts);
+    return static_cast<std::size_t>(tokens);
   }
 
   int depth_ = 0;

@@ -19,7 +19,8 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 double distance(double x, double y) {
   if (x == y || (std::isnan(x) && std::isnan(y))) return 0;
   const double difference = std::abs(x - y);
-  return std::isnan(difference) ? kInfinity : difference;
+  if (std::isnan(difference)) return kInfinity;
+  return difference;
 }
 
 /// The samples of one run around a time that only grows.

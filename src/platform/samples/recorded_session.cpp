@@ -116,6 +116,7 @@ void findColumns(std::vector<Run>& runs) {
 /// Whether no two runs have the same order index.
 bool haveOwnOrder(const std::vector<RunPlace>& runs) {
   std::vector<std::int32_t> order;
+  order.reserve(runs.size());
   for (const RunPlace& run : runs) order.push_back(run.orderIndex);
   std::ranges::sort(order);
   return std::ranges::adjacent_find(order) == order.end();

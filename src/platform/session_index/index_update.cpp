@@ -61,7 +61,7 @@ std::vector<std::u16string> IndexUpdate::findOutdated() {
     std::ranges::copy(folder.found.packages, std::back_inserter(packages));
   // One folder may lie in another.
   std::ranges::sort(packages);
-  packages.erase(std::ranges::unique(packages).begin(), packages.end());
+  packages.erase(std::unique(packages.begin(), packages.end()), packages.end());
   const std::size_t found = packages.size();
   std::erase_if(packages, [&](const std::u16string& package) { return index_.isCurrent(package); });
   counts_.unchanged = found - packages.size();

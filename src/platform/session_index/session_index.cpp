@@ -100,7 +100,7 @@ std::string schema() {
 /// The path as SQLite opens it. To be updated a file that is not there is made, empty: opening alone must
 /// never make one.
 std::string openable(const std::u16string& path, SessionIndex::Access access) {
-  const std::string native = fs::toNativeName(fs::absolute(path));
+  std::string native = fs::toNativeName(fs::absolute(path));
   if (access == SessionIndex::Access::Read) {
     if (!fs::exists(path)) raise("tavlox:index:NotFound", path);
     return native;

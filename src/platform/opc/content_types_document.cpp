@@ -136,8 +136,6 @@ ContentTypesDocument ContentTypesDocument::ofNewPackage() {
 
 ContentTypesDocument ContentTypesDocument::parse(std::string_view bytes, std::string_view packagePath,
                                                  const zip::Limits& limits) {
-  if (bytes.size() > limits.contentTypeBytes)
-    refuse("opc:contentTypes:TooLarge", packagePath, limits.contentTypeBytes);
   ContentTypesDocument document;
   // Large packages may have a hundred thousand overrides: growing step by step would copy them many times.
   document.items_.reserve(bytes.size() / kBytesPerItem);

@@ -205,9 +205,6 @@ RelationshipsDocument RelationshipsDocument::parse(std::string_view bytes, std::
                                                    std::string_view packagePath, const zip::Limits& limits) {
   RelationshipsDocument document(std::move(source));
   Reader reader(document, packagePath, limits, Reader::Text::Kept);
-  if (bytes.size() > limits.relationshipBytes) {
-    refuse("opc:relationships:TooLarge", packagePath, reader.part(), limits.relationshipBytes);
-  }
   document.reserve(bytes.size());
   document.written_.reserve(bytes.size() / kBytesPerItem);
   xml::read(bytes, {packagePath, reader.part()}, limits.xmlDepth, reader);

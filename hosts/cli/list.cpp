@@ -33,9 +33,9 @@ HostArray withSizes(const HostArray& entries, const std::u16string& path) {
   package.open(opc::interfaces::OpenMode::Read);
   for (std::size_t i = 0; i < entries.elementCount(); ++i) {
     for (const Column& column : kColumns) sized.setField(i, column.field, entries.fieldAt(i, column.field));
-    const opc::model::PartName name(entries.fieldAt(i, u"FullPath").text());
-    if (!package.hasPart(name)) continue;
-    const opc::model::Part part = package.getPart(name);
+    const auto name = opc::model::PartName::tryFromText(entries.fieldAt(i, u"FullPath").text());
+    if (!name || !package.hasPart(*name)) continue;
+    const opc::model::Part part = package.getPart(*name);
     sized.setField(i, u"Size", HostArray::doubleScalar(static_cast<double>(part.getSize())));
     sized.setField(i, u"CompressedSize",
                    HostArray::doubleScalar(static_cast<double>(part.getCompressedSize())));

@@ -215,12 +215,17 @@ class Get(UserFiles):
 
     def test_entries_without_a_part_are_named_and_the_others_extracted(self):
         entries = self.parts()
-        missing = {name: entries.pop(name) for name in ("user/sub/a.txt", "session/runs.json")}
+        for name in ("user/sub/a.txt", "session/runs.json"):
+            del entries[name]
+        climbing = b'<Relationship Id="up" Type="UserAssetsPartRelType" Target="../../up"/></Relationships>'
+        entries["_rels/.rels"] = entries["_rels/.rels"].replace(b"</Relationships>", climbing)
         self.write_package("s.tavlox", entries)
+        missing = {entry["FullPath"] for entry in self.json_of("list", "s.tavlox", "--long") if entry["Size"] == []}
+        self.assertEqual(missing, {"/user/sub/a.txt", "/session/runs.json", "/../../up"})
         output, errors = self.run_program("get", "--json", "s.tavlox", "/", "-o", "out", exit_code=1)
         named = [json.loads(line)["error"] for line in errors.splitlines()]
         self.assertEqual({(error["identifier"], *error["arguments"]) for error in named},
-                         {("opc:part:NotFound", "s.tavlox", "/" + name) for name in missing})
+                         {("opc:part:NotFound", "s.tavlox", name) for name in missing})
         self.assertEqual(len(named), len(missing))
         written = [path.relative_to(self.folder / "out") for path in map(Path, json.loads(output)["Written"])]
         self.assertEqual({str(path): (self.folder / "out" / path).read_bytes() for path in written},

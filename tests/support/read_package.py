@@ -32,7 +32,7 @@ with zipfile.ZipFile(sys.argv[1]) as archive:
         sys.exit(f"{broken} is broken")
     type_of = content_types(archive)
     for name in archive.namelist():
-        is_document = name.lower().endswith((".rels", "core.xml")) or name == "[Content_Types].xml"
+        is_document = name.lower().endswith((".rels", "core.xml", "core1.xml")) or name == "[Content_Types].xml"
         print(name if is_document else f"{name} [{type_of(name)}] {shown(archive.read(name))}")
         if name.lower().endswith(".rels"):
             assert type_of(name) == OFFICE + "relationships+xml", name
@@ -44,6 +44,6 @@ with zipfile.ZipFile(sys.argv[1]) as archive:
                 if kind == "core-properties":
                     assert link.get("Type") == CORE, link.get("Type")
                     assert type_of(link.get("Target").lstrip("/")) == OFFICE + "core-properties+xml", name
-        elif name.endswith("core.xml"):
+        elif name.endswith(("core.xml", "core1.xml")):
             for element in xml.fromstring(archive.read(name)):
                 print(f"{element.tag.rpartition('}')[2]}: {element.text or ''}")

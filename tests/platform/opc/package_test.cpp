@@ -54,7 +54,12 @@ TEST(Opening, TakesWhatRealFilesContainAndRefusesWithTheRuleThatIsBroken) {
       {{{"a.txt", ""}, {"_rels/a.txt.rels", none}, {"_RELS/A.txt.rels", none}}, twins},
       {{{"_rels/.rels", none}, {"_RELS/.rels", none}}, twins},
       {{{"_rels/b.txt.rels", "of no part"}, {"_rels/B.txt.rels", ""}}, twins},
+      {{{"A.TXT@", "a link"}, {"a.txt", "2"}}, twins},
       {{{"a.txt/[12].LAST.Piece", "2"}}, "opc:package:InterleavedPart"},
+      {{{"a.txt/[0].piece", "1"}}, "opc:package:InterleavedPart"},
+      {{{"[].piece", ""}, {"[1x].piece", ""}, {"[1.last.piece", ""}, {"[2].pieces", ""}, {"c.txt", ""}},
+       "/c.txt "},
+      {{{"a.txt@", "a link"}, {"%zz@", "another"}, {"b.txt", ""}}, "/b.txt "},
       {{{"a.txt", ""}, {"_rels/a.txt.rels", "<Relationships"}}, "opc:xml:Malformed"},
       {{{"a/", ""}, {"a/b.txt", ""}, {"[trash]/0000.dat", "x"}}, "/a/b.txt "},
       {{{"a.bin", ""}, {"a//b.txt", ""}, {"c.", ""}, {"%zz.txt", ""}, {"/d.txt", ""}, {"b.txt", ""}},
@@ -97,6 +102,22 @@ TEST(Opening, KeepsRelationshipsThatReachNoPart) {
   EXPECT_EQ(part.getName().text(), u"/a/b.txt") << "as the file has it";
   EXPECT_EQ(part.getRelationships(ExcludeMode::None).at(0).getTarget().text(), u"/c d.txt");
   EXPECT_EQ(ruleOf([&] { package.getPart(PartName(u"/gone.txt")); }), "opc:part:NotFound");
+}
+
+// Longer than one reading of the archive gives.
+TEST(Opening, ReadsDocumentsInUtf16) {
+  const auto utf16 = [](const std::string& document) {
+    const std::u16string wide = u"\uFEFF" + fl::i18n::to_ustring(document);
+    return std::string(reinterpret_cast<const char*>(wide.data()), 2 * wide.size());
+  };
+  const std::string links = relationships(std::string(300'000, ' ') + kLink);
+  const support::TemporaryFolder folder;
+  tests::writeArchive(
+      folder.narrow("p.zip"),
+      {{"a.txt", ""}, {"_rels/.rels", utf16(links)}, {"[Content_Types].xml", utf16(contentTypes())}});
+  Package package(folder.wide("p.zip"));
+  package.open(OpenMode::Read);
+  EXPECT_TRUE(package.findPart(package.getRelationships(ExcludeMode::None).at(0)).has_value());
 }
 
 // Otherwise identifiers could be prepared that collide, and 100,000 of them would keep the reader busy.

@@ -159,14 +159,17 @@ void create(Package& package) { package.createPart(PartName(u"/a"), kText, {}); 
 // to no part.
 TEST_F(Saving, OfADescriptionGoesWhereTheRelationshipLeads) {
   const std::string anew = "_rels/.rels: rId1 core-properties /docProps/core.xml\n";
-  const std::pair<std::string, std::string> kTargets[] = {
+  const struct {
+    std::string target, after, item = "no.type";
+  } kTargets[] = {
       {"'gone/core.xml'", "_rels/.rels: c core-properties gone/core.xml\n"},
       {"'../up.xml'", anew},
+      {"'../up.xml'", "_rels/.rels: rId1 core-properties /docProps/core1.xml\n", "docProps/CORE.xml"},
       {"'no.type'", anew},
       {"'x:' TargetMode='External'", anew}};
-  for (const auto& [target, after] : kTargets) {
+  for (const auto& [target, after, item] : kTargets) {
     tests::writeArchive(path_, {{"[Content_Types].xml", contentTypes()},
-                                {"no.type", ""},
+                                {item, ""},
                                 {"_rels/.rels", relationships(kCoreLink + target + "/>")}});
     EXPECT_EQ(changed(describe), "");
     EXPECT_TRUE(readByOthers().ends_with(after + kDescribed)) << target;

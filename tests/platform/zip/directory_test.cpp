@@ -53,6 +53,8 @@ const Case kHostile[] = {
     {"ZIP64 record of another size", "Zip64EndBroken", [](auto& a) { a.zip64End.emplace().recordSize = 45; }},
     {"ZIP64 record past the file", "Zip64EndBroken",
      [](auto& a) { a.zip64End.emplace().recordOffset = ~0ULL; }},
+    {"ZIP64 locator with no room for a record", "Zip64EndBroken",
+     [](auto& a) { a.entries.clear(), a.beforeEnd = "PK\6\7" + std::string(12, '\0') + littleEndian(1, 4); }},
     {"ZIP64 record says other things", "EndRecordsDiffer", [](auto& a) { a.zip64End.emplace().entries = 1; }},
     {"ZIP64 count of entries that wraps around", "TooManyEntries",
      [](auto& a) { a.end.entries = a.end.entriesOnDisk = 0xFFFF, a.zip64End.emplace().entries = ~0ULL; }},
@@ -84,6 +86,12 @@ const Case kHostile[] = {
     {"ZIP64 field too short", "Zip64FieldBroken",
      [](auto& a) {
        a.entries[0].central.size = 0xFFFFFFFF, a.entries[0].central.extra = extraField(1, "1234567");
+     }},
+    {"ZIP64 field without the disk", "Zip64FieldBroken",
+     [](auto& a) { a.entries[0].disk = 0xFFFF, a.entries[0].central.extra = extraField(1, "123"); }},
+    {"ZIP64 field too short in the local header", "Zip64FieldBroken",
+     [](auto& a) {
+       a.entries[0].local.size = 0xFFFFFFFF, a.entries[0].local.extra = extraField(1, "1234567");
      }},
 
     // Where entries lie.

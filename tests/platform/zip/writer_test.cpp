@@ -220,17 +220,24 @@ TEST_F(WriterTest, OffsetsPastThirtyTwoBits) {
   const Source& rich = make("rich.zip", kMakeRichArchive);
   const Source& streamed = make("streamed.zip", kMakeStreamedArchive);
   std::filesystem::copy_file(pathOf("rich.zip"), pathOf("far.zip"));
+  // All numbers of an entry stand in its ZIP64 field, which is not the last one.
+  support::ArchiveBuilder builder = twoEntries();
+  builder.entries[1].useZip64(secondOffset());
+  builder.entries[1].central.extra += support::extraField(0xCAFE, "wide");
+  folder.write("wide.zip", builder.bytes());
+  const Source& wide = sources.emplace_back(pathOf("wide.zip"));
   {
     const Descriptor output = openOutput("far.zip");
     Writer writer(output.get(), pathOf("far.zip"), kFarAway);
     for (const Entry& entry : rich.directory.entries()) writer.keep(entry);
     for (const Entry& entry : streamed.directory.entries()) writer.copy(streamed.file, entry);
+    for (const Entry& entry : wide.directory.entries()) writer.copy(wide.file, entry);
     writer.add("new.txt", spooled("new"));
     writer.finish(rich.directory.comment());
   }
   EXPECT_EQ(support::complaintsAbout(pathOf("far.zip")), "");
   const std::string listed = list("far.zip");
-  for (const char* name : {"comment.sh", "extra.bin", "streamed4.txt", "new.txt"}) {
+  for (const char* name : {"comment.sh", "extra.bin", "streamed4.txt", "feca040077696465", "new.txt"}) {
     EXPECT_NE(listed.find(name), std::string::npos) << listed;
   }
 
@@ -244,6 +251,23 @@ TEST_F(WriterTest, OffsetsPastThirtyTwoBits) {
   EXPECT_EQ(support::complaintsAbout(pathOf("near.zip")), "");
   EXPECT_EQ(list("near.zip"), listed);
   EXPECT_LT(std::filesystem::file_size(pathOf("near.zip")), 100'000);
+}
+
+TEST_F(WriterTest, SizesPastThirtyTwoBits) {
+  const std::string zeros(std::size_t{16} << 20, '\0');
+  Spool spool(folder.path().string());
+  for (int i = 0; i < 256; ++i) spool.write(zeros.data(), zeros.size());
+  spool.finish();
+  const Descriptor output = openOutput("large.zip");
+  Writer writer(output.get(), pathOf("large.zip"));
+  writer.add("large", spool);
+  writer.finish("");
+  EXPECT_EQ(support::python(pathOf("large.zip"), R"(
+with zipfile.ZipFile(path) as archive:
+    print(archive.getinfo("large").file_size, archive.open("large").read(2)))"),
+            "4294967296 b'\\x00\\x00'\n");
+  // Both headers are read, and say the same.
+  EXPECT_EQ(Source(pathOf("large.zip")).entry("large").size, std::uint64_t{1} << 32);
 }
 
 TEST_F(WriterTest, WhatDoesNotFitIsRefused) {

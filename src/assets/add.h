@@ -17,8 +17,8 @@ struct AddOptions {
 ///
 /// Raises tavlox_io:general:CannotAddEntry, with the file name and the package's path, if the package library
 /// refuses the name or the entry. A disk file that cannot be opened raises fl::filesystem::Error, one that
-/// cannot be read to its end opc:stream:CannotRead with the package, the file and how far it was read; the
-/// package is then as it was, also the entry that was to be replaced.
+/// cannot be read to its end opc:stream:CannotRead with the package, the file, how far it was read and the
+/// reason; the package is then as it was, also the entry that was to be replaced.
 void addPathToPackage(const file::ScopedRef& ref, const std::u16string& diskPath, const AddOptions& options);
 
 }  // namespace orra::tavloxio::part

@@ -98,13 +98,16 @@ struct stat statusOf(const FileLocation& location) {
 Descriptor openOriginal(const FileLocation& location) {
   const struct stat status = statusOf(location);
   if (!S_ISREG(status.st_mode)) raise("opc:save:NotAFile", location.path);
-  if ((status.st_mode & S_IWUSR) == 0) raise("opc:save:ReadOnly", location.path);
+  const auto raiseReadOnly = [&](int error) {
+    raise("opc:save:ReadOnly", location.path, systemReason(error));
+  };
+  if ((status.st_mode & S_IWUSR) == 0) raiseReadOnly(EACCES);
   // A link or a pipe that was put there since is neither followed nor waited for.
   const int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   Descriptor file(::openat(location.folder.get(), location.name.c_str(), flags));
   if (file) return file;
   if (errno == ENOENT) raise("opc:save:FileGone", location.path);
-  if (errno == EACCES || errno == EPERM || errno == EROFS) raise("opc:save:ReadOnly", location.path);
+  if (errno == EACCES || errno == EPERM || errno == EROFS) raiseReadOnly(errno);
   raise("opc:save:CannotOpen", location.path, systemReason(errno));
 }
 

@@ -10,6 +10,8 @@ namespace opc {
 
 namespace {
 
+using fl::filesystem::systemReason;
+
 // Large enough that the calls do not count, small enough to stay in the cache.
 using Block = std::array<char, std::size_t{64} * 1024>;
 
@@ -82,8 +84,8 @@ void copyStream(InputStream& from, int file) {
   Block block;
   std::uint64_t copied = 0;
   while (const std::size_t count = from.read(block.data(), block.size())) {
-    if (fl::filesystem::writeAt(file, copied, block.data(), count) != 0)
-      raise("opc:stream:CannotWrite", copied);
+    const int error = fl::filesystem::writeAt(file, copied, block.data(), count);
+    if (error != 0) raise("opc:stream:CannotWrite", copied, systemReason(error));
     copied += count;
     report(u"Extracting", copied, from.size());
   }
@@ -104,7 +106,7 @@ void copyFile(const fl::filesystem::OpenFile& from, std::u16string_view name, Ou
   for (;;) {
     const auto [count, error] =
         fl::filesystem::readSomeAt(from.descriptor.get(), copied, block.data(), block.size());
-    if (error != 0) raise("opc:stream:CannotRead", to.packagePath(), name, copied);
+    if (error != 0) raise("opc:stream:CannotRead", to.packagePath(), name, copied, systemReason(error));
     to.write(block.data(), count);
     copied += count;
     report(u"Storing", copied, from.size);

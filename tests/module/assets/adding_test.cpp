@@ -84,8 +84,8 @@ TEST_F(Adding, AFileThatCannotBeReadWholeLeavesTheOldEntry) {
   const std::string before = contents();
   // The system gives this file a type and a size, and an error instead of bytes.
   linkOnDisk("/proc/self/mem", "mem");
-  const std::string error =
-      "opc:stream:CannotRead(" + package_.narrowPath() + ", " + package_.folder().narrow("mem") + ", 0)";
+  const std::string error = "opc:stream:CannotRead(" + package_.narrowPath() + ", " +
+                            package_.folder().narrow("mem") + ", 0, Input/output error)";
   for (const Inputs& options : {Inputs{u"Replace", u"enable"}, Inputs{u"Path", u"/new"}}) {
     EXPECT_EQ(errorOf("addFile", {onDisk("mem"), options[0], options[1]}), error);
     EXPECT_EQ(contents(), before);
@@ -119,8 +119,8 @@ TEST_F(Adding, AnErrorInTheMiddleOfAFolderKeepsTheFilesBeforeIt) {
     if (file->path == onDisk("in/d")) break;
     append(before, "/user/" + fl::i18n::to_string(fl::filesystem::extract_filename(file->path)));
   }
-  const std::string error =
-      "opc:stream:CannotRead(" + package_.narrowPath() + ", " + package_.folder().narrow("in/d") + ", 0)";
+  const std::string error = "opc:stream:CannotRead(" + package_.narrowPath() + ", " +
+                            package_.folder().narrow("in/d") + ", 0, Input/output error)";
   EXPECT_EQ(errorOf("addFile", {onDisk("in")}), error);
   EXPECT_EQ(listed(), before);
   // And with Replace, where the entry that could not be replaced stays as it was too.

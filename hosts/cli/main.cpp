@@ -232,6 +232,9 @@ int main(int argumentCount, char** arguments) {
   sigemptyset(&pipes);
   sigaddset(&pipes, SIGPIPE);
   sigprocmask(SIG_UNBLOCK, &pipes, nullptr);
+  // Where files may not grow as large, writing then fails as on a full disk. The signal would end the program
+  // and leave what is unfinished.
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   // Until the command line is understood, whatever fails is its fault.
   ExitCode failure = ExitCode::WrongCommandLine;
   std::u16string file;

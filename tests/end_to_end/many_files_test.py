@@ -1,6 +1,5 @@
 import json
 import os
-import resource
 import signal
 import sqlite3
 import subprocess
@@ -131,18 +130,20 @@ class ManyFiles(ProgramTest):
         with zipfile.ZipFile(self.folder / "sound.tavlox") as package:
             items = {name: package.read(name) for name in package.namelist()}
         [run] = json.loads(items["session/runs.json"])
-        run["metadata"] = dict.fromkeys(["Description", "Tag"], "x" * 1_000_000)
+        # Not too large for the database of the session: that would be an error like others.
+        run["metadata"] = {"Description": "\1" * 300_000}
+        described = b"<dc:description>%s</dc:description></cp:coreProperties>" % (b"x" * 2_000_000)
+        items["docProps/core.xml"] = items["docProps/core.xml"].replace(b"</cp:coreProperties>", described)
         (self.folder / "nightly/b.tavlox").unlink()
         self.write_package("nightly/b.tavlox", {**items, "session/runs.json": json.dumps([run])})
-        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1_500_000, 1_500_000))
         sound = [str(self.folder / f"nightly/{name}.tavlox") for name in "acdefgh"]
         for words, filenames in [
                 (["runs", "nightly"], lambda: [run["Filename"] for run in json.loads(output)]),
                 (["index", "nightly", "-o", "i.sqlite"],
                  lambda: [run["Filename"] for run in self.json_of("search", "i.sqlite", "--in", "runs")])]:
-            output, errors = self.run_program("--json", *words, "--jobs", "1", exit_code=1, preexec_fn=limit)
+            output, errors = self.run_program("--json", *words, "--jobs", "1", exit_code=1, largest_file=1_500_000)
             self.assertEqual(filenames(), sound)
-            error = json.loads(errors)["error"]
+            error = json.loads(errors.splitlines()[-1])["error"]
             self.assertEqual(error["identifier"].rsplit(":")[-1], "ProcessEnded")
             self.assertTrue(error["arguments"][0].endswith("nightly/b.tavlox"), error)
         [bad] = self.json_of("search", "i.sqlite", "--in", "files", "--where", "Error is not empty")
@@ -154,13 +155,9 @@ class ManyFiles(ProgramTest):
         self.folder_of_sessions()
         for number in range(40):
             os.link(self.folder / "nightly/b.tavlox", self.folder / f"nightly/more {number}.tavlox")
-        def fill_up(limit):
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
         reached = set()
         for kibibytes in (1, 40, 150, 250):
-            said = self.run_program("--json", "index", "nightly", "-o", "i.sqlite", exit_code=1,
-                                    preexec_fn=lambda: fill_up(kibibytes << 10))[1]
+            said = self.run_program("--json", "index", "nightly", "-o", "i.sqlite", exit_code=1, largest_file=kibibytes << 10)[1]
             for line in said.splitlines():
                 self.assertIn(json.loads(line)["error"]["identifier"], ("sqldb:shared:Failed", "tavlox:index:ProcessEnded"))
             with sqlite3.connect(self.folder / "i.sqlite") as database:

@@ -245,6 +245,15 @@ class Get(UserFiles):
             self.assertEqual(extracting.wait(60), code, word)
             self.assertEqual(list((self.folder / "out").iterdir()), [])
 
+    def test_a_file_that_may_not_grow_as_large_is_told_and_leaves_nothing(self):
+        self.add("large", "precious" * 20_000)
+        (self.folder / "large").unlink()
+        names = self.names_in_folder()
+        error = self.error_of("get", "s.tavlox", "large", largest_file=100_000)
+        causes = [(cause["identifier"], *cause["arguments"]) for cause in error["causes"]]
+        self.assertEqual(causes, [("opc:stream:CannotWrite", "65536", "File too large")])
+        self.assertEqual(self.names_in_folder(), names)
+
     def test_folders_that_cannot_be_written_are_errors(self):
         (self.folder / "locked").mkdir()
         (self.folder / "locked").chmod(0o555)

@@ -83,8 +83,10 @@ struct SharedWork::Child {
     ::mallopt(M_TRIM_THRESHOLD, kKept);
     try {
       const int result = work(index, output.get());
-      if (std::fflush(output.get()) == 0 && std::ferror(output.get()) == 0 && std::fflush(nullptr) == 0)
-        ::_exit(result);
+      const bool isFlushed = std::fflush(output.get()) == 0 && std::fflush(nullptr) == 0;
+      // A write that failed before has left nothing that flushing would fail with. Work may also write to
+      // standard output, in the place of which it puts the file.
+      if (isFlushed && std::ferror(output.get()) == 0 && std::ferror(stdout) == 0) ::_exit(result);
     } catch (...) {
       // As described: the same as a crash.
     }

@@ -165,8 +165,8 @@ class JsonWindows {
       consumed_ = last + 1;
       return Window{text.substr(0, consumed_), elementsBefore_ == 0, true};
     }
-    // The first byte is the window's bracket.
-    for (std::size_t brace = text.rfind('{'); brace != 0 && brace != std::string_view::npos;
+    // The first byte is the window's bracket, so something stands before each brace.
+    for (std::size_t brace = text.rfind('{'); brace != std::string_view::npos;
          brace = text.rfind('{', brace - 1)) {
       const std::size_t before = text.find_last_not_of(kWhitespace, brace - 1);
       if (text[before] == ',') return cutAt(before, true);

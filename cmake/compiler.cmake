@@ -36,3 +36,9 @@ if(TAVLOX_SANITIZE)
   add_compile_options(-fsanitize=${TAVLOX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TAVLOX_SANITIZE})
 endif()
+
+# What a module lacks shows when it is linked, not when it is loaded. Clang gives the sanitizers' runtime to the program
+# alone, so that modules lack it.
+if(NOT (TAVLOX_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang"))
+  set(CORVAN_NO_UNDEFINED LINKER:--no-undefined)
+endif()

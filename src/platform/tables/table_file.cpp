@@ -74,8 +74,10 @@ class GzipUnpacker : public Unpacker {
     state_->avail_out = static_cast<std::uint32_t>(count);
     const int result = isal_inflate(state_.get());
     zip::releaseWideRegisters();
+    // Of broken data the library does not say truly how much of it is left.
+    if (result < ISAL_DECOMP_OK) return {0, false};
     packed.remove_prefix(packed.size() - state_->avail_in);
-    return {count - state_->avail_out, result >= ISAL_DECOMP_OK};
+    return {count - state_->avail_out, true};
   }
   bool isComplete() const override { return state_->block_state == ISAL_BLOCK_FINISH; }
   std::string_view name() const override { return "gzip"; }

@@ -45,7 +45,8 @@ void sampleTable(std::string_view bytes) {
   std::string plain = outcome(bytes, {});
   // A first row of numbers is refused unless one says that it is one.
   if (plain.empty()) plain = outcome(bytes, {.hasHeadings = false});
-  if (plain.empty()) return;
+  // A heading with a zero for its second character would be taken for UTF-16, as tables of that begin so.
+  if (plain.empty() || plain[1] == '\0') return;
   const tavlox::tables::TableOptions known{.delimiter = ',', .decimal = '.', .comment = '\0'};
   require(outcome(plain, known) == plain);
 }

@@ -77,8 +77,8 @@ class BadFiles(ProgramTest):
         program = subprocess.Popen([PROGRAM, "runs", "--json", "s.tavlox"], cwd=self.folder, stdout=subprocess.DEVNULL)
         _, code, used = os.wait4(program.pid, 0)
         self.assertEqual(code, 0)
-        # As a record and as an answer, in two bytes a letter.
-        self.assertLess(used.ru_maxrss, 84 << 10)
+        # As a record and as an answer, in two bytes a letter; and what a build that counts branches takes besides.
+        self.assertLess(used.ru_maxrss, 100 << 10)
 
 
 class BadTables(ProgramTest):

@@ -90,10 +90,10 @@ void fillRecords(HostArray& records, const Signals& signals) {
   const std::span<HostArray> values = records.fieldValues();
   for (std::size_t index = 0; index < signals.size(); ++index) {
     const std::uint32_t repeated = index == 0 ? 0 : signals[index].repeatedFields(signals[index - 1]);
-    HostArray* value = &values[index];
+    std::size_t at = index;
     for (const RecordField<Signal>& field : kFields) {
-      *value = (repeated & field.source) != 0 ? *(value - 1) : field.read(signals[index], texts);
-      value += signals.size();
+      values[at] = (repeated & field.source) != 0 ? values[at - 1] : field.read(signals[index], texts);
+      at += signals.size();
     }
   }
 }

@@ -19,8 +19,8 @@ namespace orra {
 
 // From the bytes of a run list or signals part to checked elements. The parser's own type shows in this
 // header, so it is included only where elements are taken apart; obj_ref_array_json.h is for everyone else.
-/// Whether two names are equal. Most are as short as a few words of eight bytes, for which a call of memcmp
-/// takes longer than comparing them.
+/// Whether two names, or the bytes of two fields, are equal. Most are as short as a few words of eight bytes,
+/// for which a call of memcmp takes longer than comparing them.
 inline bool sameName(std::string_view one, std::string_view other) {
   if (one.size() != other.size()) return false;
   const auto wordsDiffer = [&]<class Word>(Word first, std::size_t at) {

@@ -29,7 +29,7 @@ constexpr std::size_t kBatchBytes = std::size_t{16} << 10;
 // Batches that are filled at once; each may have as many bytes.
 constexpr std::size_t kMostOpen = 128;
 
-// One in so many records is stored whole.
+// One in so many records of a batch is stored whole: reading one begins there, not at the first.
 constexpr std::int64_t kWholeEvery = 64;
 
 // Each has a bit.
